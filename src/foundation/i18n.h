@@ -1,0 +1,38 @@
+#pragma once
+// Converters between UTF-16 (ustring) and narrow text.
+// Only UTF-8 is supported ("utf8", "UTF-8" and case variants). Conversion is strict: a lone surrogate
+// in UTF-16 or an ill-formed sequence in UTF-8 throws conversion_error; nothing is replaced silently.
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "foundation/ustring.h"
+
+namespace fl::i18n {
+
+class conversion_error : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Throws conversion_error for an encoding other than UTF-8.
+class codecvt_ustring_to_string {
+ public:
+  explicit codecvt_ustring_to_string(std::string_view encoding);
+  [[nodiscard]] std::string convert(ustring_view text) const;
+};
+
+class codecvt_string_to_ustring {
+ public:
+  explicit codecvt_string_to_ustring(std::string_view encoding);
+  [[nodiscard]] ustring convert(std::string_view text) const;
+};
+
+[[nodiscard]] std::string to_string(const codecvt_ustring_to_string& cvt, ustring_view text);
+[[nodiscard]] ustring to_ustring(const codecvt_string_to_ustring& cvt, std::string_view text);
+
+// Shorthands for UTF-8, the only narrow encoding the system uses.
+[[nodiscard]] std::string to_utf8(ustring_view text);
+[[nodiscard]] ustring from_utf8(std::string_view text);
+
+}  // namespace fl::i18n
