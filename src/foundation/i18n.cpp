@@ -1,0 +1,51 @@
+#include "foundation/i18n.h"
+
+#include <cctype>
+
+#include <boost/locale/encoding_utf.hpp>
+
+namespace fl::i18n {
+namespace {
+
+bool isUtf8Name(std::string_view encoding) {
+  std::string lowered;
+  for (char c : encoding) {
+    if (c != '-' && c != '_') lowered.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
+  }
+  return lowered == "utf8";
+}
+
+void requireUtf8(std::string_view encoding) {
+  if (!isUtf8Name(encoding)) throw conversion_error("unsupported encoding: " + std::string(encoding));
+}
+
+}  // namespace
+
+// Boost.Locale's converter in its stopping form: a lone surrogate, an overlong or truncated sequence
+// or a code point beyond U+10FFFF throws instead of being replaced.
+std::string to_utf8(ustring_view text) {
+  try {
+    return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size(), boost::locale::conv::stop);
+  } catch (const boost::locale::conv::conversion_error&) {
+    throw conversion_error("text is not valid UTF-16");
+  }
+}
+
+ustring from_utf8(std::string_view text) {
+  try {
+    return boost::locale::conv::utf_to_utf<char16_t>(text.data(), text.data() + text.size(), boost::locale::conv::stop);
+  } catch (const boost::locale::conv::conversion_error&) {
+    throw conversion_error("text is not valid UTF-8");
+  }
+}
+
+codecvt_ustring_to_string::codecvt_ustring_to_string(std::string_view encoding) { requireUtf8(encoding); }
+std::string codecvt_ustring_to_string::convert(ustring_view text) const { return to_utf8(text); }
+
+codecvt_string_to_ustring::codecvt_string_to_ustring(std::string_view encoding) { requireUtf8(encoding); }
+ustring codecvt_string_to_ustring::convert(std::string_view text) const { return from_utf8(text); }
+
+std::string to_string(const codecvt_ustring_to_string& cvt, ustring_view text) { return cvt.convert(text); }
+ustring to_ustring(const codecvt_string_to_ustring& cvt, std::string_view text) { return cvt.convert(text); }
+
+}  // namespace fl::i18n
