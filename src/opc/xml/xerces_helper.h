@@ -1,0 +1,198 @@
+#pragma once
+// DOM helpers over Xerces-C: the library's lifetime, string conversion, ownership of Xerces objects,
+// and the hardened parser and serializer through which every XML part of a package goes.
+//
+// Every operation here needs Xerces-C initialised: hold an XercesGuard for as long as any document,
+// parser, serializer or element obtained from these helpers is alive.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include <xercesc/dom/DOMDocument.hpp>
+#include <xercesc/dom/DOMElement.hpp>
+#include <xercesc/dom/DOMLSParser.hpp>
+#include <xercesc/dom/DOMLSSerializer.hpp>
+
+#include "foundation/ustring.h"
+
+namespace opc {
+class InputStream;
+class OutputStream;
+}  // namespace opc
+
+namespace opc::model {
+
+static_assert(sizeof(XMLCh) == sizeof(char16_t), "XMLCh must be a UTF-16 code unit");
+
+// Keeps Xerces-C initialised while alive. Guards nest and may be copied (each copy is one more
+// reference); the first one initialises the library, the last one to go terminates it. Thread-safe.
+// Throws opc::Exception when the library cannot be initialised.
+class XercesGuard {
+ public:
+  XercesGuard();
+  XercesGuard(const XercesGuard& other);
+  XercesGuard& operator=(const XercesGuard&) noexcept { return *this; }
+  ~XercesGuard();
+};
+
+// Text in the form Xerces takes: null-terminated UTF-16. Converts from ustring without transcoding
+// (XMLCh is char16_t). A string literal is referenced rather than copied, so a literal XercesString
+// costs nothing; any other source is copied and owned.
+class XercesString {
+ public:
+  XercesString() noexcept;
+  XercesString(const ustring& text);      // NOLINT: implicit by design, like std::string
+  XercesString(ustring&& text) noexcept;  // NOLINT
+  // Only for arrays that live at least as long as this object (string literals do).
+  template <std::size_t N>
+  XercesString(const char16_t (&literal)[N]) noexcept  // NOLINT
+      : view_(literal, N - 1) {
+    if (literal[N - 1] != u'\0') {  // not terminated: own a terminated copy
+      owned_.assign(literal, N);
+      view_ = owned_;
+    }
+  }
+  // A copy of Xerces' text; null gives the empty string.
+  [[nodiscard]] static XercesString copyOf(const XMLCh* text);
+
+  XercesString(const XercesString& other);
+  XercesString(XercesString&& other) noexcept;
+  XercesString& operator=(const XercesString& other);
+  XercesString& operator=(XercesString&& other) noexcept;
+  ~XercesString() = default;
+
+  // Always null-terminated; valid while this object lives and is not assigned to.
+  [[nodiscard]] const XMLCh* c_str() const noexcept { return view_.data(); }
+  operator const XMLCh*() const noexcept { return c_str(); }  // NOLINT: passes straight to Xerces
+  [[nodiscard]] ustring_view view() const noexcept { return view_; }
+  [[nodiscard]] ustring str() const { return ustring(view_); }
+  [[nodiscard]] std::size_t size() const noexcept { return view_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return view_.empty(); }
+
+  // Xerces' text as a ustring; null gives the empty string.
+  [[nodiscard]] static ustring toUString(const XMLCh* text);
+
+  friend bool operator==(const XercesString& a, const XercesString& b) noexcept {
+    return a.view_ == b.view_;
+  }
+
+ private:
+  bool ownsView() const noexcept { return view_.data() == owned_.data(); }
+
+  ustring owned_;
+  ustring_view view_;  // into owned_ or into a literal; always followed by a null
+};
+
+// Releases a Xerces object (document, parser, serializer, LS input/output) through its release().
+struct XercesDeleter {
+  template <class T>
+  void operator()(T* object) const noexcept {
+    if (object != nullptr) object->release();
+  }
+};
+using DocumentPtr = std::unique_ptr<xercesc::DOMDocument, XercesDeleter>;
+using ParserPtr = std::unique_ptr<xercesc::DOMLSParser, XercesDeleter>;
+using WriterPtr = std::unique_ptr<xercesc::DOMLSSerializer, XercesDeleter>;
+
+// Bounds on what one parse may consume, so that a small hostile package cannot make the parser
+// build a document of gigabytes. Exceeding any of them fails the parse with opc::Exception.
+struct ParseLimits {
+  std::uint64_t maxBytes = 16u << 20;  // bytes read from the stream
+  std::uint32_t maxDepth = 256;        // element nesting
+  std::uint64_t maxNodes = 1u << 20;   // elements, attributes and text nodes together
+};
+
+// Stateless DOM operations. Elements are created in a namespace and looked up by local name in the
+// namespace of their parent; attributes are unqualified unless an *NS overload says otherwise.
+// Errors: opc::Exception for malformed or hostile input, text that XML cannot carry, and serializer
+// failures; DOM misuse (a null document or parent where one is required) is std::invalid_argument.
+class XercesHelper {
+ public:
+  // Appends the document element. `name` may be qualified ("cp:coreProperties").
+  static xercesc::DOMElement* appendElementNS(xercesc::DOMDocument* document, const XercesString& ns,
+                                              const XercesString& name);
+  // Appends a child element at the end of `parent`.
+  static xercesc::DOMElement* appendElementNS(xercesc::DOMElement* parent, const XercesString& ns,
+                                              const XercesString& name);
+
+  // Replaces the element's content with one text node. Throws opc::Exception when `text` holds a
+  // character that XML 1.0 cannot carry (most C0 controls, U+FFFE/U+FFFF, an unpaired surrogate);
+  // the element is then unchanged.
+  static void setElementText(xercesc::DOMElement* element, const ustring& text);
+  // Sets an unqualified attribute. Same character rule as setElementText.
+  static void setElementAttribute(xercesc::DOMElement* element, const XercesString& name,
+                                  const ustring& value);
+  // Sets a namespaced attribute; `qualifiedName` carries the prefix ("xsi:type").
+  static void setElementAttributeNS(xercesc::DOMElement* element, const XercesString& ns,
+                                    const XercesString& qualifiedName, const ustring& value);
+  // Declares `prefix` for `ns` on the element, so that descendants using that prefix need no
+  // declaration of their own.
+  static void declareNamespace(xercesc::DOMElement* element, const XercesString& prefix,
+                               const XercesString& ns);
+
+  // The first child element with local name `name` in the parent's namespace, or null. A null
+  // parent gives null.
+  [[nodiscard]] static xercesc::DOMElement* getElement(const xercesc::DOMElement* parent,
+                                                       const XercesString& name);
+  // All such children, in document order.
+  [[nodiscard]] static std::vector<xercesc::DOMElement*> getElements(const xercesc::DOMElement* parent,
+                                                                     const XercesString& name);
+  // The same lookups in a namespace of the caller's choice.
+  [[nodiscard]] static xercesc::DOMElement* getElementNS(const xercesc::DOMElement* parent,
+                                                         const XercesString& ns,
+                                                         const XercesString& name);
+  [[nodiscard]] static std::vector<xercesc::DOMElement*> getElementsNS(
+      const xercesc::DOMElement* parent, const XercesString& ns, const XercesString& name);
+
+  // The element's text content (all descendant text, in order). A null element gives "".
+  static void getElementText(const xercesc::DOMElement* element, ustring& text);
+  // The value of the unqualified attribute `name`; "" and false when it is absent.
+  static bool getElementAttribute(const xercesc::DOMElement* element, const XercesString& name,
+                                  ustring& value);
+  static bool getElementAttributeNS(const xercesc::DOMElement* element, const XercesString& ns,
+                                    const XercesString& localName, ustring& value);
+
+  // A serializer that writes UTF-8 with an XML declaration (standalone="yes" when the document
+  // says so), LF line ends, indented elements.
+  [[nodiscard]] static WriterPtr createWriter();
+  // A namespace-aware parser that refuses any DOCTYPE, loads nothing external and expands no entity.
+  [[nodiscard]] static ParserPtr createParser();
+  // An empty document (no document element yet).
+  [[nodiscard]] static DocumentPtr createDocument();
+
+  // Parses `stream` to its end into a new document that the caller owns.
+  //   validate, schemaLocation: when `validate` is true, the document must be valid against the
+  //     W3C XML Schema in the local file `schemaLocation` (imports are resolved next to it, never
+  //     over the network; schema hints inside the document are ignored). When false,
+  //     `schemaLocation` must be empty.
+  //   ns: when not empty, the document element must be in this namespace.
+  // Throws opc::Exception naming line and column for malformed XML, a DOCTYPE, a limit exceeded,
+  // an invalid document or a wrong root namespace; an exception thrown by `stream` propagates as is.
+  // The parser is left reusable.
+  [[nodiscard]] static DocumentPtr readDocumentFromStream(xercesc::DOMLSParser* parser,
+                                                         opc::InputStream& stream, bool validate,
+                                                         const ustring& schemaLocation,
+                                                         const ustring& ns,
+                                                         const ParseLimits& limits = {});
+  [[nodiscard]] static DocumentPtr readDocumentFromStream(const ParserPtr& parser,
+                                                         opc::InputStream& stream, bool validate,
+                                                         const ustring& schemaLocation,
+                                                         const ustring& ns,
+                                                         const ParseLimits& limits = {}) {
+    return readDocumentFromStream(parser.get(), stream, validate, schemaLocation, ns, limits);
+  }
+
+  // Serializes `document` to `stream` (the stream is written, not flushed). A carriage return in
+  // text or attribute values is written as a character reference so that it survives a re-read.
+  // Throws opc::Exception when the serializer fails; an exception from `stream` propagates as is.
+  static void writeDocumentToStream(xercesc::DOMLSSerializer* writer,
+                                    const xercesc::DOMDocument* document, opc::OutputStream& stream);
+  static void writeDocumentToStream(const WriterPtr& writer, const DocumentPtr& document,
+                                    opc::OutputStream& stream) {
+    writeDocumentToStream(writer.get(), document.get(), stream);
+  }
+};
+
+}  // namespace opc::model
