@@ -1,0 +1,106 @@
+#pragma once
+// The OPC package model over a ZIP file.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "opc/interfaces/open_mode.h"
+#include "opc/model/content_type.h"
+#include "opc/model/part.h"
+#include "opc/model/part_name.h"
+#include "opc/model/relationship.h"
+#include "opc/model/standard_part_info.h"
+
+namespace opc::zippackage {
+class ZipPhysicalPackage;
+}
+
+namespace opc::model {
+
+// One package held open for one session: open(mode), read and change parts and relationships, then
+// close() to write or revert() to discard. Holds a reference to the physical package, which must
+// outlive it. Not copyable, not thread-safe.
+//
+// Opening validates the whole package: a ZIP that libzip accepts; "[Content_Types].xml" present and
+// well formed; every item a valid part name, no two equivalent, none a prefix segment of another;
+// every part with a content type; every relationships part well formed and for an existing source.
+// Each failure is an opc::Exception naming the entry or part; a missing file is PackageNotFound.
+//
+// close() writes only in modes Create and Modify, and only when something changed: the new package is
+// written to a temporary file in the same folder, which is synced and renamed over the package, and
+// the folder is synced (see ZipPhysicalPackage), so a failure or a kill at any moment leaves the old
+// file whole. Unchanged parts are copied as their compressed bytes. When close() throws, the
+// package stays open and unchanged in memory and the file is as it was; revert() then discards.
+// The destructor reverts.
+class Package {
+ public:
+  explicit Package(zippackage::ZipPhysicalPackage& physical);
+  ~Package();
+  Package(const Package&) = delete;
+  Package& operator=(const Package&) = delete;
+
+  // Throws opc::Exception when already open; PackageNotFound (Read, Modify) for a missing file.
+  void open(interfaces::OpenMode mode);
+  // Throws opc::Exception when the package is not open.
+  void close();
+  // Discards every change and closes. Never throws; a package that is not open is left alone.
+  void revert() noexcept;
+  [[nodiscard]] bool isOpen() const { return mode_.has_value(); }
+  [[nodiscard]] std::optional<interfaces::OpenMode> getOpenMode() const { return mode_; }
+
+  // Throws opc::Exception when a part of an equivalent name exists, when the name is a prefix
+  // segment of an existing part's name or has one as its prefix, when it is a relationships part
+  // name (relationships are made through Relationships), or in read mode.
+  PartPtr createPart(const PartName& name, const ContentType& contentType, const StandardPartInfo& info);
+  // Throws opc::Exception when there is no such part.
+  [[nodiscard]] PartPtr getPart(const PartName& name) const;
+  [[nodiscard]] bool partExists(const PartName& name) const;
+  [[nodiscard]] bool hasPart(const PartName& name) const { return partExists(name); }
+  // Removes the part and its relationships part; relationships elsewhere that target it are kept
+  // (dangling targets are legal). Throws opc::Exception when there is no such part or in read mode.
+  void deletePart(const PartName& name);
+  // Every part except relationships parts, in a stable order: the order of the ZIP items for parts
+  // read from the file, then created parts in creation order.
+  [[nodiscard]] std::vector<PartPtr> getParts() const;
+  [[nodiscard]] std::size_t getPartCount() const { return partCount_; }
+
+  // Package-level relationships (source "/").
+  [[nodiscard]] Relationships& getRelationships();
+  [[nodiscard]] const Relationships& getRelationships() const;
+  Relationship createRelationship(const URI& target, const ustring& type, const ustring& id = {},
+                                  TargetMode mode = TargetMode::Internal);
+  [[nodiscard]] bool hasRelationship(const ustring& id) const;
+  [[nodiscard]] const Relationship& getRelationship(const ustring& id) const;
+  [[nodiscard]] std::vector<Relationship> getRelationshipsByType(const ustring& type) const;
+  bool deleteRelationship(const ustring& id);
+
+  [[nodiscard]] zippackage::ZipPhysicalPackage& getPhysicalPackage() const { return physical_; }
+
+ private:
+  friend class Part;
+  struct PrefixIndex;
+  void requireOpen() const;
+  void requireWritable() const;
+  void load();
+  void addLoadedPart(PartPtr part);
+  void insertPart(PartPtr part);
+  void removeFromIndex(const PartName& name);
+  void detachAll() noexcept;
+  [[nodiscard]] bool isModified() const;
+  void write();
+
+  zippackage::ZipPhysicalPackage& physical_;
+  std::optional<interfaces::OpenMode> mode_;
+  std::vector<PartPtr> parts_;                        // null where a part was deleted
+  std::unordered_map<ustring, std::size_t> byKey_;     // PartName key -> index in parts_
+  std::unordered_map<ustring, std::uint32_t> folders_; // keys of name prefixes -> parts below
+  std::size_t partCount_ = 0;
+  Relationships relationships_;
+  std::optional<std::uint64_t> relationshipsEntry_;
+  bool structureChanged_ = false;                      // parts created or deleted
+};
+
+}  // namespace opc::model

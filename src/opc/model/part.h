@@ -1,0 +1,88 @@
+#pragma once
+// A part of an open package.
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "opc/content_source.h"
+#include "opc/file_time.h"
+#include "opc/model/content_type.h"
+#include "opc/model/part_name.h"
+#include "opc/model/relationship.h"
+#include "opc/model/standard_part_info.h"
+#include "opc/streams.h"
+
+namespace opc::model {
+
+class Package;
+
+// A part: its name, content type, content and relationships. Made only by Package (createPart,
+// getPart, getParts), which owns the part's state; a PartPtr is a handle that may outlive the part's
+// presence in the package. Once the part is deleted or the package is closed or reverted, the
+// handle is detached: its name and content type stay readable, every other operation throws
+// opc::Exception. Changing operations throw opc::Exception in a package opened for reading.
+//
+// Content lives in one place at a time: the package file (unchanged parts, read on demand and copied
+// as compressed bytes on close), a content source (a file on disk, streamed on close), or a spool
+// written through getOutputStream (memory up to a small limit, then an unnamed temporary file in the
+// package's folder). No part's content is ever held whole in memory beyond that limit.
+class Part {
+ public:
+  Part(const Part&) = delete;
+  Part& operator=(const Part&) = delete;
+  ~Part();
+
+  [[nodiscard]] const PartName& getPartName() const { return name_; }
+  [[nodiscard]] URI getURI() const { return name_.getURI(); }
+  [[nodiscard]] const ContentType& getContentType() const { return contentType_; }
+  [[nodiscard]] const StandardPartInfo& getPartInfo() const { return info_; }
+  [[nodiscard]] bool isDetached() const { return owner_ == nullptr; }
+
+  // The current content from its first byte. Several streams may be open at once.
+  [[nodiscard]] std::unique_ptr<InputStream> getInputStream() const;
+  // Empties the part and returns a stream that appends to it. Writing through an older stream of
+  // the same part after this call throws opc::Exception.
+  [[nodiscard]] std::unique_ptr<OutputStream> getOutputStream();
+  // Replaces the content with `source`, read only when the package is written (and by
+  // getInputStream). The source must stay readable until close().
+  void setContentSource(std::shared_ptr<const ContentSource> source);
+  // Content length in bytes; for a content source of unknown size, found by reading it.
+  [[nodiscard]] std::uint64_t getSize() const;
+
+  // Physical attributes carried by the ZIP entry: modification time (any instant; stored as DOS time
+  // when in its range plus an NTFS time extra field that holds the exact value) and Unix mode bits
+  // (07777, in the external attributes). Absent when the entry has none.
+  [[nodiscard]] std::optional<FileTime> getLastModifiedTime() const;
+  void setLastModifiedTime(FileTime time);
+  [[nodiscard]] std::optional<std::uint32_t> getUnixMode() const;
+  void setUnixMode(std::uint32_t mode);
+
+  // The relationships whose source is this part (stored in its relationships part).
+  [[nodiscard]] Relationships& getRelationships();
+  [[nodiscard]] const Relationships& getRelationships() const;
+
+ private:
+  friend class Package;
+  Part(Package* owner, PartName name, ContentType contentType, StandardPartInfo info);
+  Package& owner() const;       // throws when detached
+  Package& writableOwner();     // throws when detached or read only
+  void contentChanged();
+
+  Package* owner_;
+  PartName name_;
+  ContentType contentType_;
+  StandardPartInfo info_;
+  std::optional<std::uint64_t> sourceEntry_;       // unchanged content: this ZIP entry
+  std::uint64_t sourceSize_ = 0;
+  std::shared_ptr<const ContentSource> content_;   // replaced content
+  std::uint64_t contentGeneration_ = 0;            // invalidates older output streams
+  std::optional<FileTime> lastModified_;
+  std::optional<std::uint32_t> unixMode_;
+  bool changed_ = false;                           // content or attributes differ from the file
+  Relationships relationships_;
+  std::optional<std::uint64_t> relationshipsEntry_;  // its relationships part, when unchanged
+};
+
+using PartPtr = std::shared_ptr<Part>;
+
+}  // namespace opc::model

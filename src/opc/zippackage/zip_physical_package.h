@@ -1,0 +1,122 @@
+#pragma once
+// The ZIP container of a package, over libzip.
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/ustring.h"
+#include "opc/content_source.h"
+#include "opc/file_time.h"
+#include "opc/streams.h"
+
+struct zip;
+
+namespace opc::zippackage {
+
+// Attributes of an entry beyond its name and bytes.
+struct EntryAttributes {
+  std::optional<FileTime> lastModified;  // from an NTFS or extended-timestamp extra field, else DOS time
+  std::optional<std::uint32_t> unixMode; // permission bits 07777 when made on Unix
+};
+
+enum class Compression { Stored, Deflated };
+
+struct ZipEntry {
+  std::uint64_t index = 0;
+  std::string name;  // UTF-8 as libzip reports it
+  std::uint64_t size = 0;
+  std::uint64_t compressedSize = 0;
+  std::uint16_t compressionMethod = 0;  // ZIP method number: 0 stored, 8 deflate
+  std::uint32_t crc = 0;
+  bool encrypted = false;
+  EntryAttributes attributes;
+};
+
+// Deflate data made outside libzip (e.g. in parallel, with libdeflate), stored as is: `compressed`
+// yields the raw deflate stream of `uncompressedSize` bytes whose CRC-32 is `crc`.
+struct PrecompressedContent {
+  std::shared_ptr<const ContentSource> compressed;
+  std::uint64_t compressedSize = 0;
+  std::uint64_t uncompressedSize = 0;
+  std::uint32_t crc = 0;
+};
+
+class ZipWriter;
+
+// The package file at one path. Reading: openArchive() opens the existing file read only and lists
+// its entries; openEntry() streams one entry's bytes. Writing: createWriter() starts a new archive
+// that replaces the file when committed. Not copyable, not thread-safe.
+//
+// `durable`: true makes commit() fsync the new file before the rename and the folder after it, so a
+// power loss cannot leave a torn or empty package; false skips both syncs (scratch packages, tests).
+// The rename itself (and with it the guarantee that a failed or killed write leaves the old file
+// whole) happens either way.
+class ZipPhysicalPackage {
+ public:
+  ZipPhysicalPackage(const ustring& path, bool durable);
+  ~ZipPhysicalPackage();
+  ZipPhysicalPackage(const ZipPhysicalPackage&) = delete;
+  ZipPhysicalPackage& operator=(const ZipPhysicalPackage&) = delete;
+
+  [[nodiscard]] const ustring& getPath() const { return path_; }
+  [[nodiscard]] const std::string& getNarrowPath() const { return narrowPath_; }
+  [[nodiscard]] bool isDurable() const { return durable_; }
+  [[nodiscard]] bool fileExists() const;
+
+  // Throws model::PackageNotFound for a missing file, opc::Exception (with libzip's text) for one that
+  // is no readable ZIP archive. Reopening rereads the file.
+  void openArchive();
+  void closeArchive() noexcept;
+  [[nodiscard]] bool isArchiveOpen() const { return archive_ != nullptr; }
+  // The entries in central-directory order; empty when no archive is open.
+  [[nodiscard]] const std::vector<ZipEntry>& getEntries() const { return entries_; }
+  // The decompressed bytes of an entry; the CRC is checked at the end. Throws opc::Exception naming
+  // the entry. The stream must not outlive closeArchive().
+  [[nodiscard]] std::unique_ptr<InputStream> openEntry(std::uint64_t index) const;
+
+  // A new archive that replaces this package's file on commit. The open archive (if any) stays
+  // readable meanwhile and is the source of copyEntry.
+  [[nodiscard]] std::unique_ptr<ZipWriter> createWriter();
+
+ private:
+  friend class ZipWriter;
+  ustring path_;
+  std::string narrowPath_;
+  bool durable_;
+  struct zip* archive_ = nullptr;
+  std::vector<ZipEntry> entries_;
+};
+
+// Builds a new archive entry by entry, then commit() writes it all in one pass. Nothing is read
+// before commit(): sources are opened one at a time while writing, so memory and open files do not
+// grow with the number or size of entries. Destroying an uncommitted writer discards everything and
+// leaves the package file untouched. Throws opc::Exception naming the entry and libzip's text.
+class ZipWriter {
+ public:
+  ~ZipWriter();
+  ZipWriter(const ZipWriter&) = delete;
+  ZipWriter& operator=(const ZipWriter&) = delete;
+
+  // The entry `sourceIndex` of the package's open archive, its compressed bytes copied unchanged.
+  void copyEntry(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes);
+  // Bytes from `source`, compressed by libzip as asked.
+  void addEntry(const std::string& name, std::shared_ptr<const ContentSource> source, Compression compression,
+                const EntryAttributes& attributes);
+  // Deflate data compressed beforehand, copied as is.
+  void addPrecompressedEntry(const std::string& name, PrecompressedContent content,
+                             const EntryAttributes& attributes);
+  // Writes the archive to a temporary file in the package's folder, syncs it (durable packages),
+  // renames it over the package file and syncs the folder. On failure the package file is untouched
+  // and no temporary file is left behind; the writer cannot be used again.
+  void commit();
+
+ private:
+  friend class ZipPhysicalPackage;
+  explicit ZipWriter(ZipPhysicalPackage& package);
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace opc::zippackage
