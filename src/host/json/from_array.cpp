@@ -1,0 +1,190 @@
+// Host arrays to JSON: the plain form whenever one exists, the typed form otherwise.
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "foundation/i18n.h"
+#include "host/json/json.h"
+
+namespace zvhost::json {
+
+namespace {
+
+std::size_t count(const qxArray* a) { return qxGetNumberOfElements(a); }
+
+bool isRow(const qxArray* a) { return qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 1; }
+
+ustring units(const qxArray* a) {
+  const auto* p = static_cast<const qxChar*>(qxGetData(a));
+  return p ? ustring(p, count(a)) : ustring();
+}
+
+// Text that is valid UTF-16; nothing when it holds a lone surrogate.
+std::optional<std::string> utf8(const qxArray* a) {
+  try {
+    return fl::i18n::to_utf8(units(a));
+  } catch (const fl::i18n::conversion_error&) {
+    return std::nullopt;
+  }
+}
+
+bool isPlainString(const qxArray* a) { return qxIsChar(a) && isRow(a) && utf8(a).has_value(); }
+
+Json floating(double v) {
+  if (std::isnan(v)) return "NaN";
+  if (std::isinf(v)) return v > 0 ? "Inf" : "-Inf";
+  return v;
+}
+
+template <class T>
+Json elements(const void* data, std::size_t n) {
+  Json out = Json::array();
+  for (std::size_t k = 0; k < n; ++k) {
+    T v;
+    std::memcpy(&v, static_cast<const char*>(data) + k * sizeof(T), sizeof(T));
+    if constexpr (std::is_floating_point_v<T>) {
+      out.push_back(floating(static_cast<double>(v)));
+    } else if constexpr (std::is_same_v<T, qxLogical>) {
+      out.push_back(static_cast<bool>(v));
+    } else if constexpr (std::is_signed_v<T>) {
+      out.push_back(static_cast<std::int64_t>(v));
+    } else {
+      out.push_back(static_cast<std::uint64_t>(v));
+    }
+  }
+  return out;
+}
+
+Json dataElements(qxClassID id, const void* data, std::size_t n) {
+  switch (id) {
+    case qxDOUBLE_CLASS: return elements<double>(data, n);
+    case qxSINGLE_CLASS: return elements<float>(data, n);
+    case qxINT8_CLASS: return elements<std::int8_t>(data, n);
+    case qxUINT8_CLASS: return elements<std::uint8_t>(data, n);
+    case qxINT16_CLASS: return elements<std::int16_t>(data, n);
+    case qxUINT16_CLASS: return elements<std::uint16_t>(data, n);
+    case qxINT32_CLASS: return elements<std::int32_t>(data, n);
+    case qxUINT32_CLASS: return elements<std::uint32_t>(data, n);
+    case qxINT64_CLASS: return elements<std::int64_t>(data, n);
+    case qxUINT64_CLASS: return elements<std::uint64_t>(data, n);
+    case qxLOGICAL_CLASS: return elements<qxLogical>(data, n);
+    default: return elements<std::uint16_t>(data, n);  // char code units
+  }
+}
+
+Json typedHead(const qxArray* a, const char* cls) {
+  Json out = Json::object();
+  out["$class"] = cls;
+  if (qxIsObject(a)) out["$className"] = qxGetClassName(a);
+  Json dims = Json::array();
+  const qxSize* d = qxGetDimensions(a);
+  for (qxSize k = 0; k < qxGetNumberOfDimensions(a); ++k) dims.push_back(static_cast<std::uint64_t>(d[k]));
+  out["$dims"] = std::move(dims);
+  return out;
+}
+
+Json structElement(const qxArray* a, qxIndex i) {
+  Json out = Json::object();
+  for (int n = 0; n < qxGetNumberOfFields(a); ++n) {
+    out[qxGetFieldNameByNumber(a, n)] = fromArray(qxGetFieldByNumber(a, i, n));
+  }
+  return out;
+}
+
+Json structure(const qxArray* a) {
+  const std::size_t n = count(a);
+  if (qxIsStruct(a) && isRow(a) && n == 1) return structElement(a, 0);
+  if (qxIsStruct(a) && isRow(a) && n >= 2) {
+    Json out = Json::array();
+    for (std::size_t i = 0; i < n; ++i) out.push_back(structElement(a, i));
+    return out;
+  }
+  Json out = typedHead(a, qxIsObject(a) ? "object" : "struct");
+  Json names = Json::array();
+  for (int k = 0; k < qxGetNumberOfFields(a); ++k) names.push_back(qxGetFieldNameByNumber(a, k));
+  out["$fields"] = std::move(names);
+  Json data = Json::array();
+  for (std::size_t i = 0; i < n; ++i) data.push_back(structElement(a, i));
+  out["$data"] = std::move(data);
+  return out;
+}
+
+Json cell(const qxArray* a) {
+  const std::size_t n = count(a);
+  bool strings = isRow(a) && n >= 1;
+  for (std::size_t k = 0; strings && k < n; ++k) strings = isPlainString(qxGetCell(a, k));
+  if (strings) {
+    Json out = Json::array();
+    for (std::size_t k = 0; k < n; ++k) out.push_back(*utf8(qxGetCell(a, k)));
+    return out;
+  }
+  Json out = typedHead(a, "cell");
+  Json data = Json::array();
+  for (std::size_t k = 0; k < n; ++k) data.push_back(fromArray(qxGetCell(a, k)));
+  out["$data"] = std::move(data);
+  return out;
+}
+
+Json text(const qxArray* a) {
+  auto narrow = utf8(a);
+  if (narrow && isRow(a)) return *std::move(narrow);
+  Json out = typedHead(a, "char");
+  if (narrow) {
+    out["$data"] = *std::move(narrow);
+  } else {
+    out["$data"] = dataElements(qxCHAR_CLASS, qxGetData(a), count(a));
+  }
+  return out;
+}
+
+Json dataArray(const qxArray* a) {
+  const qxClassID id = qxGetClassID(a);
+  const std::size_t n = count(a);
+  const bool real = !qxIsComplex(a);
+  if (id == qxDOUBLE_CLASS && real && qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 0 && qxGetN(a) == 0) {
+    return nullptr;
+  }
+  if (id == qxDOUBLE_CLASS && real && n == 1) {
+    const double v = qxGetScalar(a);
+    if (std::isfinite(v)) return v;
+  }
+  if (id == qxLOGICAL_CLASS && n == 1) return qxGetScalar(a) != 0.0;
+  Json out = typedHead(a, qxGetClassName(a));
+  out["$data"] = dataElements(id, qxGetData(a), n);
+  if (!real) out["$imag"] = dataElements(id, qxGetImagData(a), n);
+  return out;
+}
+
+}  // namespace
+
+Json fromArray(const qxArray* a) {
+  if (a == nullptr) return nullptr;
+  switch (qxGetClassID(a)) {
+    case qxSTRUCT_CLASS:
+    case qxOBJECT_CLASS:
+      return structure(a);
+    case qxCELL_CLASS:
+      return cell(a);
+    case qxCHAR_CLASS:
+      return text(a);
+    case qxLOGICAL_CLASS:
+    case qxDOUBLE_CLASS:
+    case qxSINGLE_CLASS:
+    case qxINT8_CLASS:
+    case qxUINT8_CLASS:
+    case qxINT16_CLASS:
+    case qxUINT16_CLASS:
+    case qxINT32_CLASS:
+    case qxUINT32_CLASS:
+    case qxINT64_CLASS:
+    case qxUINT64_CLASS:
+      return dataArray(a);
+    default:
+      throw std::invalid_argument(std::string("no JSON form for a value of class ") + qxGetClassName(a));
+  }
+}
+
+}  // namespace zvhost::json
