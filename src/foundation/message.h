@@ -41,7 +41,7 @@ class BuiltinMessage {
   template <class... Args>
   static std::vector<MessageArgument> makeArguments(const Args&... args) {
     std::vector<MessageArgument> slots(sizeof...(Args));
-    std::size_t i = 0;
+    [[maybe_unused]] std::size_t i = 0;
     ((slots[i++] = toArgument(args)), ...);
     return slots;
   }
