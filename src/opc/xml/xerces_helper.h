@@ -27,7 +27,9 @@ namespace opc::model {
 static_assert(sizeof(XMLCh) == sizeof(char16_t), "XMLCh must be a UTF-16 code unit");
 
 // Keeps Xerces-C initialised while alive. Guards nest and may be copied (each copy is one more
-// reference); the first one initialises the library, the last one to go terminates it. Thread-safe.
+// reference) and cost a lock when the library is already up. The first guard initialises the
+// library; it then stays initialised for the process, because re-initialising per call is slow, and
+// is terminated at exit if no guard is alive then. Thread-safe.
 // Throws opc::Exception when the library cannot be initialised.
 class XercesGuard {
  public:

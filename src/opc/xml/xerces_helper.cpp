@@ -1,0 +1,708 @@
+#include "opc/xml/xerces_helper.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include <xercesc/dom/DOM.hpp>
+#include <xercesc/framework/LocalFileInputSource.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/framework/Wrapper4InputSource.hpp>
+#include <xercesc/framework/XMLFormatter.hpp>
+#include <xercesc/sax/InputSource.hpp>
+#include <xercesc/util/BinInputStream.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLException.hpp>
+#include <xercesc/util/XMLUni.hpp>
+#include <xercesc/util/XMLUri.hpp>
+#include <xercesc/validators/common/Grammar.hpp>
+
+#include "foundation/i18n.h"
+#include "opc/exception.h"
+#include "opc/streams.h"
+
+namespace opc::model {
+
+using namespace xercesc;
+
+namespace {
+
+// Xerces messages are plain text; a lone surrogate in one must not turn an error into another error.
+std::string narrow(const XMLCh* text) {
+  if (text == nullptr) return {};
+  try {
+    return fl::i18n::to_utf8(ustring_view(text));
+  } catch (const fl::i18n::conversion_error&) {
+    return "(unprintable text)";
+  }
+}
+
+std::string codePointName(char32_t c) {
+  char buffer[16];
+  std::snprintf(buffer, sizeof buffer, "U+%04X", static_cast<unsigned>(c));
+  return buffer;
+}
+
+// XML 1.0 Char production over UTF-16.
+void requireXmlText(ustring_view text, const char* what) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char16_t c = text[i];
+    if (c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) || (c >= 0xE000 && c <= 0xFFFD)) {
+      continue;
+    }
+    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+        text[i + 1] <= 0xDFFF) {
+      ++i;
+      continue;
+    }
+    throw opc::Exception(std::string(what) + " holds " + codePointName(c) + " at offset " +
+                         std::to_string(i) + ", which XML cannot carry");
+  }
+}
+
+[[noreturn]] void rethrowDom(const DOMException& e, const std::string& doing) {
+  throw opc::Exception("XML DOM error " + doing + ": " + narrow(e.getMessage()));
+}
+
+const XMLCh* nsOrNull(const XercesString& ns) { return ns.empty() ? nullptr : ns.c_str(); }
+
+// Local name of a node; DOM level 1 nodes (not made by a namespace-aware call) have only a node name.
+const XMLCh* localNameOf(const DOMNode* node) {
+  const XMLCh* local = node->getLocalName();
+  return local != nullptr ? local : node->getNodeName();
+}
+
+template <class Visit>
+void forEachChildElement(const DOMElement* parent, const XMLCh* ns, const XercesString& name,
+                         Visit visit) {
+  if (parent == nullptr) return;
+  for (DOMElement* child = parent->getFirstElementChild(); child != nullptr;
+       child = child->getNextElementSibling()) {
+    if (XMLString::equals(localNameOf(child), name.c_str()) &&
+        XMLString::equals(child->getNamespaceURI(), ns)) {
+      if (!visit(child)) return;
+    }
+  }
+}
+
+DOMImplementation* implementation() {
+  static const XMLCh features[] = u"LS";
+  DOMImplementation* impl = DOMImplementationRegistry::getDOMImplementation(features);
+  if (impl == nullptr) throw opc::Exception("Xerces-C offers no DOM LS implementation");
+  return impl;
+}
+
+// ---- parsing ----------------------------------------------------------------------------------
+
+// What one parse observed; checked after Xerces returns so that nothing but Xerces' own exceptions
+// ever crosses Xerces' stack frames.
+struct ParseState {
+  explicit ParseState(const ParseLimits& bounds) : limits(bounds) {}
+  const ParseLimits& limits;
+  std::uint64_t bytes = 0;
+  std::uint64_t nodes = 0;
+  std::uint32_t depth = 0;
+  std::string limitExceeded;
+  std::exception_ptr streamError;
+  std::string refusedResource;
+  std::string firstError;
+  std::string head;  // the first bytes read, to name a refused DOCTYPE in the message
+};
+
+class LimitedBinInputStream : public BinInputStream {
+ public:
+  LimitedBinInputStream(opc::InputStream& stream, ParseState& state) : stream_(stream), state_(state) {}
+
+  XMLFilePos curPos() const override { return state_.bytes; }
+  const XMLCh* getContentType() const override { return nullptr; }
+
+  XMLSize_t readBytes(XMLByte* const toFill, const XMLSize_t maxToRead) override {
+    if (state_.streamError || !state_.limitExceeded.empty()) return 0;
+    std::size_t n = 0;
+    try {
+      n = stream_.read(reinterpret_cast<std::uint8_t*>(toFill), maxToRead);
+    } catch (...) {
+      state_.streamError = std::current_exception();
+      return 0;
+    }
+    if (state_.head.size() < kHead) {
+      state_.head.append(reinterpret_cast<const char*>(toFill), std::min(n, kHead - state_.head.size()));
+    }
+    state_.bytes += n;
+    if (state_.bytes > state_.limits.maxBytes) {
+      state_.limitExceeded = "the document exceeds " + std::to_string(state_.limits.maxBytes) + " bytes";
+      return 0;
+    }
+    return n;
+  }
+
+ private:
+  static constexpr std::size_t kHead = 4096;
+
+  opc::InputStream& stream_;
+  ParseState& state_;
+};
+
+class StreamInputSource : public InputSource {
+ public:
+  StreamInputSource(opc::InputStream& stream, ParseState& state) : stream_(stream), state_(state) {}
+  BinInputStream* makeStream() const override { return new LimitedBinInputStream(stream_, state_); }
+
+ private:
+  opc::InputStream& stream_;
+  ParseState& state_;
+};
+
+class LimitFilter : public DOMLSParserFilter {
+ public:
+  explicit LimitFilter(ParseState& state) : state_(state) {}
+
+  FilterAction startElement(DOMElement* element) override {
+    ++state_.depth;
+    state_.nodes += 1 + element->getAttributes()->getLength();
+    if (state_.depth > state_.limits.maxDepth) {
+      state_.limitExceeded = "elements nest deeper than " + std::to_string(state_.limits.maxDepth);
+      return FILTER_INTERRUPT;
+    }
+    return checkNodes();
+  }
+
+  FilterAction acceptNode(DOMNode* node) override {
+    if (node->getNodeType() == DOMNode::ELEMENT_NODE) {
+      --state_.depth;
+      return FILTER_ACCEPT;
+    }
+    ++state_.nodes;
+    return checkNodes();
+  }
+
+  DOMNodeFilter::ShowType getWhatToShow() const override { return DOMNodeFilter::SHOW_ALL; }
+
+ private:
+  FilterAction checkNodes() {
+    if (state_.nodes <= state_.limits.maxNodes) return FILTER_ACCEPT;
+    state_.limitExceeded = "the document has more than " + std::to_string(state_.limits.maxNodes) + " nodes";
+    return FILTER_INTERRUPT;
+  }
+
+  ParseState& state_;
+};
+
+class RecordingErrorHandler : public DOMErrorHandler {
+ public:
+  explicit RecordingErrorHandler(ParseState& state) : state_(state) {}
+
+  bool handleError(const DOMError& error) override {
+    if (error.getSeverity() == DOMError::DOM_SEVERITY_WARNING) return true;
+    if (state_.firstError.empty()) {
+      std::string where;
+      if (const DOMLocator* at = error.getLocation(); at != nullptr && at->getLineNumber() > 0) {
+        where = "line " + std::to_string(at->getLineNumber()) + ", column " +
+                std::to_string(at->getColumnNumber()) + ": ";
+      }
+      state_.firstError = where + narrow(error.getMessage());
+    }
+    return false;
+  }
+
+ private:
+  ParseState& state_;
+};
+
+// Refuses everything but local files, and local files too unless a schema is being loaded: a
+// document may pull in nothing, a schema may import its neighbours.
+class LocalOnlyResolver : public DOMLSResourceResolver {
+ public:
+  LocalOnlyResolver(ParseState& state, bool allowLocalFiles) : state_(state), allowLocalFiles_(allowLocalFiles) {}
+
+  DOMLSInput* resolveResource(const XMLCh*, const XMLCh*, const XMLCh* publicId, const XMLCh* systemId,
+                              const XMLCh* baseURI) override {
+    const std::string id = narrow(systemId != nullptr ? systemId : publicId);
+    if (allowLocalFiles_ && systemId != nullptr && isLocal(systemId, baseURI)) {
+      return nullptr;  // default resolution: a file next to the schema
+    }
+    if (state_.refusedResource.empty()) state_.refusedResource = id;
+    static const XMLByte nothing[] = {0};
+    return new Wrapper4InputSource(new MemBufInputSource(nothing, 0, systemId != nullptr ? systemId : u""));
+  }
+
+ private:
+  static bool isLocal(const XMLCh* systemId, const XMLCh* baseURI) {
+    ustring_view id(systemId);
+    if (id.starts_with(u"file:")) return true;
+    if (id.find(u"://") != ustring_view::npos) return false;
+    ustring_view base(baseURI != nullptr ? baseURI : u"");
+    return base.empty() || base.starts_with(u"file:") || base.starts_with(u"/") ||
+           base.find(u"://") == ustring_view::npos;
+  }
+
+  ParseState& state_;
+  bool allowLocalFiles_;
+};
+
+// Parameters that a parse sets and that must not outlive it: the parser may be reused.
+class ParseScope {
+ public:
+  ParseScope(DOMLSParser* parser, DOMLSParserFilter* filter, DOMErrorHandler* errors,
+             DOMLSResourceResolver* resolver)
+      : parser_(parser) {
+    DOMConfiguration* config = parser->getDomConfig();
+    parser->setFilter(filter);
+    config->setParameter(XMLUni::fgDOMErrorHandler, errors);
+    config->setParameter(XMLUni::fgDOMResourceResolver, resolver);
+  }
+  ~ParseScope() {
+    DOMConfiguration* config = parser_->getDomConfig();
+    parser_->setFilter(nullptr);
+    config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
+    config->setParameter(XMLUni::fgDOMResourceResolver, static_cast<const void*>(nullptr));
+    if (validating_) {
+      config->setParameter(XMLUni::fgDOMValidate, false);
+      config->setParameter(XMLUni::fgXercesSchema, false);
+      config->setParameter(XMLUni::fgXercesSchemaFullChecking, false);
+      config->setParameter(XMLUni::fgXercesUseCachedGrammarInParse, false);
+      parser_->resetCachedGrammarPool();
+    }
+  }
+  ParseScope(const ParseScope&) = delete;
+  ParseScope& operator=(const ParseScope&) = delete;
+
+  void enableValidation() {
+    validating_ = true;
+    DOMConfiguration* config = parser_->getDomConfig();
+    config->setParameter(XMLUni::fgXercesSchema, true);
+    config->setParameter(XMLUni::fgXercesSchemaFullChecking, true);
+    config->setParameter(XMLUni::fgXercesUseCachedGrammarInParse, true);
+    config->setParameter(XMLUni::fgDOMValidate, true);
+  }
+
+ private:
+  DOMLSParser* parser_;
+  bool validating_ = false;
+};
+
+// Whether a DOCTYPE opens the document (before its first element), in an ASCII-compatible encoding.
+bool hasDoctype(std::string_view head) {
+  std::size_t root = 0;
+  while ((root = head.find('<', root)) != std::string_view::npos && root + 1 < head.size() &&
+         (head[root + 1] == '?' || head[root + 1] == '!')) {
+    ++root;
+  }
+  const std::size_t doctype = head.find("<!DOCTYPE");
+  return doctype != std::string_view::npos && doctype < root;
+}
+
+void throwIfFailed(const ParseState& state) {
+  if (state.streamError) std::rethrow_exception(state.streamError);
+  if (!state.limitExceeded.empty()) throw opc::Exception("XML refused: " + state.limitExceeded);
+  if (!state.refusedResource.empty()) {
+    throw opc::Exception("XML refused: it refers to the external resource '" + state.refusedResource + "'");
+  }
+  if (state.firstError.empty()) return;
+  // Xerces reports a refused DOCTYPE only as a structure error; say what was refused.
+  if (hasDoctype(state.head)) {
+    throw opc::Exception("XML refused: a DOCTYPE is not allowed (" + state.firstError + ")");
+  }
+  throw opc::Exception("malformed XML at " + state.firstError);
+}
+
+// ---- serializing ------------------------------------------------------------------------------
+
+// Buffers the serializer's many small writes. An exception from the stream is held until Xerces
+// has returned and is then rethrown as is.
+class StreamFormatTarget : public XMLFormatTarget {
+ public:
+  explicit StreamFormatTarget(opc::OutputStream& stream) : stream_(stream) { buffer_.reserve(kBuffer); }
+
+  void writeChars(const XMLByte* const bytes, const XMLSize_t count, XMLFormatter* const) override {
+    if (error_) return;
+    if (buffer_.size() + count > kBuffer) flush();
+    if (count > kBuffer) {
+      put(bytes, count);
+    } else {
+      buffer_.insert(buffer_.end(), bytes, bytes + count);
+    }
+  }
+
+  void flush() override {
+    if (!buffer_.empty()) put(buffer_.data(), buffer_.size());
+    buffer_.clear();
+  }
+
+  void finish() {
+    flush();
+    if (error_) std::rethrow_exception(error_);
+  }
+
+ private:
+  static constexpr std::size_t kBuffer = 16 * 1024;
+
+  void put(const XMLByte* bytes, std::size_t count) {
+    if (error_) return;
+    try {
+      stream_.write(reinterpret_cast<const std::uint8_t*>(bytes), count);
+    } catch (...) {
+      error_ = std::current_exception();
+    }
+  }
+
+  opc::OutputStream& stream_;
+  std::vector<XMLByte> buffer_;
+  std::exception_ptr error_;
+};
+
+class WriteErrorHandler : public DOMErrorHandler {
+ public:
+  bool handleError(const DOMError& error) override {
+    if (error.getSeverity() == DOMError::DOM_SEVERITY_WARNING) return true;
+    if (message.empty()) message = narrow(error.getMessage());
+    return false;
+  }
+  std::string message;
+};
+
+}  // namespace
+
+// ---- XercesGuard ------------------------------------------------------------------------------
+
+namespace {
+// Initialising and terminating Xerces costs about 2 ms, which every gateway call would pay if the last
+// guard terminated it; so the library stays initialised once a guard has started it, and is
+// terminated at exit (or when this library is unloaded) if no guard is alive by then.
+std::mutex guardMutex;
+std::size_t guardCount = 0;
+bool initialised = false;
+
+void terminateAtExit() {
+  std::lock_guard lock(guardMutex);
+  if (initialised && guardCount == 0) {
+    XMLPlatformUtils::Terminate();
+    initialised = false;
+  }
+}
+
+void acquireXerces() {
+  std::lock_guard lock(guardMutex);
+  if (!initialised) {
+    try {
+      XMLPlatformUtils::Initialize();
+    } catch (const XMLException& e) {
+      throw opc::Exception("could not initialise Xerces-C: " + narrow(e.getMessage()));
+    }
+    initialised = true;
+    std::atexit(terminateAtExit);
+  }
+  ++guardCount;
+}
+}  // namespace
+
+XercesGuard::XercesGuard() { acquireXerces(); }
+XercesGuard::XercesGuard(const XercesGuard&) { acquireXerces(); }
+
+XercesGuard::~XercesGuard() {
+  std::lock_guard lock(guardMutex);
+  --guardCount;
+}
+
+// ---- XercesString -----------------------------------------------------------------------------
+
+XercesString::XercesString() noexcept : view_(owned_) {}
+XercesString::XercesString(const ustring& text) : owned_(text), view_(owned_) {}
+XercesString::XercesString(ustring&& text) noexcept : owned_(std::move(text)), view_(owned_) {}
+
+XercesString XercesString::copyOf(const XMLCh* text) { return XercesString(toUString(text)); }
+
+XercesString::XercesString(const XercesString& other) : owned_(other.owned_), view_(other.view_) {
+  if (other.ownsView()) view_ = owned_;
+}
+
+XercesString::XercesString(XercesString&& other) noexcept : view_(other.view_) {
+  const bool owned = other.ownsView();
+  owned_ = std::move(other.owned_);
+  if (owned) view_ = owned_;
+  other.owned_.clear();
+  other.view_ = other.owned_;
+}
+
+XercesString& XercesString::operator=(const XercesString& other) {
+  if (this != &other) {
+    owned_ = other.owned_;
+    view_ = other.ownsView() ? ustring_view(owned_) : other.view_;
+  }
+  return *this;
+}
+
+XercesString& XercesString::operator=(XercesString&& other) noexcept {
+  if (this != &other) {
+    const bool owned = other.ownsView();
+    const ustring_view literal = other.view_;
+    owned_ = std::move(other.owned_);
+    view_ = owned ? ustring_view(owned_) : literal;
+    other.owned_.clear();
+    other.view_ = other.owned_;
+  }
+  return *this;
+}
+
+ustring XercesString::toUString(const XMLCh* text) { return text == nullptr ? ustring() : ustring(text); }
+
+// ---- XercesHelper: building -------------------------------------------------------------------
+
+DOMElement* XercesHelper::appendElementNS(DOMDocument* document, const XercesString& ns,
+                                          const XercesString& name) {
+  if (document == nullptr) throw std::invalid_argument("appendElementNS: null document");
+  try {
+    DOMElement* element = document->createElementNS(nsOrNull(ns), name);
+    document->appendChild(element);
+    return element;
+  } catch (const DOMException& e) {
+    rethrowDom(e, "appending document element '" + narrow(name) + "'");
+  }
+}
+
+DOMElement* XercesHelper::appendElementNS(DOMElement* parent, const XercesString& ns,
+                                          const XercesString& name) {
+  if (parent == nullptr) throw std::invalid_argument("appendElementNS: null parent element");
+  try {
+    DOMElement* element = parent->getOwnerDocument()->createElementNS(nsOrNull(ns), name);
+    parent->appendChild(element);
+    return element;
+  } catch (const DOMException& e) {
+    rethrowDom(e, "appending element '" + narrow(name) + "'");
+  }
+}
+
+void XercesHelper::setElementText(DOMElement* element, const ustring& text) {
+  if (element == nullptr) throw std::invalid_argument("setElementText: null element");
+  requireXmlText(text, "element text");
+  try {
+    element->setTextContent(text.c_str());
+  } catch (const DOMException& e) {
+    rethrowDom(e, "setting element text");
+  }
+}
+
+void XercesHelper::setElementAttribute(DOMElement* element, const XercesString& name,
+                                       const ustring& value) {
+  if (element == nullptr) throw std::invalid_argument("setElementAttribute: null element");
+  requireXmlText(value, "attribute value");
+  try {
+    element->setAttributeNS(nullptr, name, value.c_str());
+  } catch (const DOMException& e) {
+    rethrowDom(e, "setting attribute '" + narrow(name) + "'");
+  }
+}
+
+void XercesHelper::setElementAttributeNS(DOMElement* element, const XercesString& ns,
+                                         const XercesString& qualifiedName, const ustring& value) {
+  if (element == nullptr) throw std::invalid_argument("setElementAttributeNS: null element");
+  requireXmlText(value, "attribute value");
+  try {
+    element->setAttributeNS(nsOrNull(ns), qualifiedName, value.c_str());
+  } catch (const DOMException& e) {
+    rethrowDom(e, "setting attribute '" + narrow(qualifiedName) + "'");
+  }
+}
+
+void XercesHelper::declareNamespace(DOMElement* element, const XercesString& prefix,
+                                    const XercesString& ns) {
+  if (element == nullptr) throw std::invalid_argument("declareNamespace: null element");
+  const ustring qualified = prefix.empty() ? ustring(u"xmlns") : u"xmlns:" + prefix.str();
+  try {
+    element->setAttributeNS(XMLUni::fgXMLNSURIName, qualified.c_str(), ns);
+  } catch (const DOMException& e) {
+    rethrowDom(e, "declaring namespace prefix '" + narrow(prefix) + "'");
+  }
+}
+
+// ---- XercesHelper: reading --------------------------------------------------------------------
+
+DOMElement* XercesHelper::getElement(const DOMElement* parent, const XercesString& name) {
+  return parent == nullptr ? nullptr
+                           : getElementNS(parent, XercesString::copyOf(parent->getNamespaceURI()), name);
+}
+
+std::vector<DOMElement*> XercesHelper::getElements(const DOMElement* parent, const XercesString& name) {
+  if (parent == nullptr) return {};
+  return getElementsNS(parent, XercesString::copyOf(parent->getNamespaceURI()), name);
+}
+
+DOMElement* XercesHelper::getElementNS(const DOMElement* parent, const XercesString& ns,
+                                       const XercesString& name) {
+  DOMElement* found = nullptr;
+  forEachChildElement(parent, ns.c_str(), name, [&](DOMElement* child) {
+    found = child;
+    return false;
+  });
+  return found;
+}
+
+std::vector<DOMElement*> XercesHelper::getElementsNS(const DOMElement* parent, const XercesString& ns,
+                                                     const XercesString& name) {
+  std::vector<DOMElement*> found;
+  forEachChildElement(parent, ns.c_str(), name, [&](DOMElement* child) {
+    found.push_back(child);
+    return true;
+  });
+  return found;
+}
+
+void XercesHelper::getElementText(const DOMElement* element, ustring& text) {
+  text = element == nullptr ? ustring() : XercesString::toUString(element->getTextContent());
+}
+
+bool XercesHelper::getElementAttribute(const DOMElement* element, const XercesString& name,
+                                       ustring& value) {
+  const DOMAttr* attribute = element == nullptr ? nullptr : element->getAttributeNodeNS(nullptr, name);
+  value = attribute == nullptr ? ustring() : XercesString::toUString(attribute->getValue());
+  return attribute != nullptr;
+}
+
+bool XercesHelper::getElementAttributeNS(const DOMElement* element, const XercesString& ns,
+                                         const XercesString& localName, ustring& value) {
+  const DOMAttr* attribute =
+      element == nullptr ? nullptr : element->getAttributeNodeNS(nsOrNull(ns), localName);
+  value = attribute == nullptr ? ustring() : XercesString::toUString(attribute->getValue());
+  return attribute != nullptr;
+}
+
+// ---- XercesHelper: factories ------------------------------------------------------------------
+
+WriterPtr XercesHelper::createWriter() {
+  WriterPtr writer(implementation()->createLSSerializer());
+  DOMConfiguration* config = writer->getDomConfig();
+  config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, true);
+  // Without this Xerces adds a blank line between sibling elements.
+  config->setParameter(XMLUni::fgDOMWRTXercesPrettyPrint, false);
+  config->setParameter(XMLUni::fgDOMXMLDeclaration, true);
+  config->setParameter(XMLUni::fgDOMWRTBOM, false);
+  config->setParameter(XMLUni::fgDOMWRTSplitCdataSections, true);
+  writer->setNewLine(u"\n");
+  return writer;
+}
+
+ParserPtr XercesHelper::createParser() {
+  ParserPtr parser(implementation()->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr));
+  DOMConfiguration* config = parser->getDomConfig();
+  config->setParameter(XMLUni::fgDOMNamespaces, true);
+  config->setParameter(XMLUni::fgDOMDisallowDoctype, true);
+  config->setParameter(XMLUni::fgDOMEntities, false);
+  config->setParameter(XMLUni::fgXercesLoadExternalDTD, false);
+  config->setParameter(XMLUni::fgXercesLoadSchema, false);
+  config->setParameter(XMLUni::fgDOMValidate, false);
+  config->setParameter(XMLUni::fgDOMValidateIfSchema, false);
+  config->setParameter(XMLUni::fgXercesSchema, false);
+  config->setParameter(XMLUni::fgXercesCacheGrammarFromParse, false);
+  config->setParameter(XMLUni::fgXercesHandleMultipleImports, true);
+  config->setParameter(XMLUni::fgXercesUserAdoptsDOMDocument, true);
+  config->setParameter(XMLUni::fgDOMDatatypeNormalization, false);
+  return parser;
+}
+
+DocumentPtr XercesHelper::createDocument() {
+  try {
+    return DocumentPtr(implementation()->createDocument());
+  } catch (const DOMException& e) {
+    rethrowDom(e, "creating a document");
+  }
+}
+
+// ---- XercesHelper: reading and writing streams ------------------------------------------------
+
+DocumentPtr XercesHelper::readDocumentFromStream(DOMLSParser* parser, opc::InputStream& stream,
+                                                 bool validate, const ustring& schemaLocation,
+                                                 const ustring& ns, const ParseLimits& limits) {
+  if (parser == nullptr) throw std::invalid_argument("readDocumentFromStream: null parser");
+  if (validate == schemaLocation.empty()) {
+    throw std::invalid_argument("readDocumentFromStream: a schema location goes with validation, and only then");
+  }
+  ParseState state(limits);
+  LimitFilter filter(state);
+  RecordingErrorHandler errors(state);
+  LocalOnlyResolver resolver(state, validate);
+  ParseScope scope(parser, &filter, &errors, &resolver);
+
+  DocumentPtr document;
+  try {
+    if (validate) {
+      LocalFileInputSource schema(schemaLocation.c_str());
+      Wrapper4InputSource schemaInput(&schema, false);
+      if (parser->loadGrammar(&schemaInput, Grammar::SchemaGrammarType, true) == nullptr ||
+          !state.firstError.empty() || !state.refusedResource.empty()) {
+        if (state.firstError.empty() && state.refusedResource.empty()) state.firstError = "no grammar";
+        throwIfFailed(state);
+      }
+      scope.enableValidation();
+    }
+    StreamInputSource source(stream, state);
+    Wrapper4InputSource input(&source, false);
+    document.reset(parser->parse(&input));
+  } catch (const opc::Exception&) {
+    throw;
+  } catch (const XMLException& e) {
+    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
+  } catch (const DOMLSException& e) {
+    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
+  } catch (const DOMException& e) {
+    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
+  }
+  throwIfFailed(state);
+  if (document == nullptr || document->getDocumentElement() == nullptr) {
+    throw opc::Exception("malformed XML: no document element");
+  }
+  if (!ns.empty()) {
+    const DOMElement* root = document->getDocumentElement();
+    if (!XMLString::equals(root->getNamespaceURI(), ns.c_str())) {
+      const XMLCh* actual = root->getNamespaceURI();
+      throw opc::Exception("XML document element '" + narrow(localNameOf(root)) + "' is in namespace '" +
+                           narrow(actual != nullptr ? actual : u"") + "', expected '" +
+                           fl::i18n::to_utf8(ns) + "'");
+    }
+  }
+  return document;
+}
+
+void XercesHelper::writeDocumentToStream(DOMLSSerializer* writer, const DOMDocument* document,
+                                         opc::OutputStream& stream) {
+  if (writer == nullptr || document == nullptr) {
+    throw std::invalid_argument("writeDocumentToStream: null writer or document");
+  }
+  StreamFormatTarget target(stream);
+  WriteErrorHandler errors;
+  std::unique_ptr<DOMLSOutput, XercesDeleter> output(implementation()->createLSOutput());
+  output->setEncoding(XMLUni::fgUTF8EncodingString);
+  output->setByteStream(&target);
+
+  DOMConfiguration* config = writer->getDomConfig();
+  config->setParameter(XMLUni::fgDOMErrorHandler, &errors);
+  bool written = false;
+  std::string thrown;
+  try {
+    written = writer->write(document, output.get());
+  } catch (const XMLException& e) {
+    thrown = narrow(e.getMessage());
+  } catch (const DOMLSException& e) {
+    thrown = narrow(e.getMessage());
+  } catch (const DOMException& e) {
+    thrown = narrow(e.getMessage());
+  } catch (const OutOfMemoryException&) {
+    config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
+    throw std::bad_alloc();
+  }
+  config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
+  target.finish();
+  if (!thrown.empty()) throw opc::Exception("XML serializer failed: " + thrown);
+  if (!written) {
+    throw opc::Exception("XML serializer failed" + (errors.message.empty() ? "" : ": " + errors.message));
+  }
+}
+
+}  // namespace opc::model

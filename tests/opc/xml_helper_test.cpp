@@ -1,0 +1,539 @@
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/i18n.h"
+#include "opc/exception.h"
+#include "opc/xml/xerces_helper.h"
+#include "xml_test_streams.h"
+
+namespace opc::model {
+namespace {
+
+using ::testing::HasSubstr;
+using opc::testing::BytesInput;
+using opc::testing::BytesOutput;
+
+constexpr char16_t kNs[] = u"urn:zvaddon:test:record";
+constexpr char16_t kOtherNs[] = u"urn:zvaddon:test:other";
+
+class XmlHelperTest : public ::testing::Test {
+ protected:
+  // Builds <record xmlns=kNs><field a="text">text</field></record>, serializes it, and parses it back.
+  static DocumentPtr roundTrip(const ustring& text, std::string* bytes = nullptr) {
+    DocumentPtr document = XercesHelper::createDocument();
+    xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), kNs, u"record");
+    xercesc::DOMElement* field = XercesHelper::appendElementNS(root, kNs, u"field");
+    XercesHelper::setElementText(field, text);
+    XercesHelper::setElementAttribute(field, u"a", text);
+    BytesOutput out;
+    XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
+    if (bytes != nullptr) *bytes = out.bytes;
+    BytesInput in(out.bytes, 7);  // small reads: the parser must not depend on read sizes
+    return XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", kNs);
+  }
+
+  static DocumentPtr parse(const std::string& xml, const ustring& ns = u"", const ParseLimits& limits = {}) {
+    BytesInput in(xml);
+    return XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", ns, limits);
+  }
+
+  static std::string parseError(const std::string& xml, const ParseLimits& limits = {}) {
+    try {
+      (void)parse(xml, u"", limits);
+    } catch (const opc::Exception& e) {
+      return e.what();
+    }
+    return "(parsed without error)";
+  }
+
+  XercesGuard guard_;
+};
+
+// ---- strings --------------------------------------------------------------------------------------
+
+TEST_F(XmlHelperTest, XercesStringKeepsContentThroughCopiesAndMoves) {
+  struct Case {
+    const char* label;
+    XercesString source;
+    ustring expected;
+  };
+  ustring longText(100, u'x');  // beyond any small-string buffer
+  std::vector<Case> cases;
+  cases.push_back({"literal", XercesString(u"cp:coreProperties"), u"cp:coreProperties"});
+  cases.push_back({"short owned", XercesString(ustring(u"ab")), u"ab"});
+  cases.push_back({"long owned", XercesString(longText), longText});
+  cases.push_back({"empty", XercesString(), u""});
+  cases.push_back({"copied from Xerces", XercesString::copyOf(u"\U0001F600 astral"), u"\U0001F600 astral"});
+  cases.push_back({"null from Xerces", XercesString::copyOf(nullptr), u""});
+
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.label);
+    XercesString copy(c.source);
+    XercesString assigned;
+    assigned = copy;
+    XercesString moveSource(copy);
+    XercesString moved(std::move(moveSource));
+    XercesString moveAssigned(u"previous");
+    XercesString moveAssignSource(copy);
+    moveAssigned = std::move(moveAssignSource);
+    const std::vector<const XercesString*> all{&c.source, &copy, &assigned, &moved, &moveAssigned};
+    for (const XercesString* s : all) {
+      EXPECT_EQ(s->str(), c.expected);
+      EXPECT_EQ(ustring(s->c_str()), c.expected);  // terminated where the view ends
+      EXPECT_EQ(s->c_str()[s->size()], u'\0');
+    }
+    EXPECT_TRUE(moveSource.empty());
+    EXPECT_EQ(moveSource.c_str()[0], u'\0');
+  }
+}
+
+TEST_F(XmlHelperTest, LiteralIsReferencedNotCopied) {
+  static const char16_t literal[] = u"namespace";
+  XercesString s(literal);
+  XercesString copy(s);
+  EXPECT_EQ(s.c_str(), literal);
+  EXPECT_EQ(copy.c_str(), literal);
+
+  static const char16_t unterminated[3] = {u'a', u'b', u'c'};
+  XercesString owned(unterminated);
+  EXPECT_NE(owned.c_str(), unterminated);
+  EXPECT_EQ(owned.str(), u"abc");
+}
+
+// ---- guard ----------------------------------------------------------------------------------------
+
+TEST(XercesGuardTest, NestedAndCopiedGuardsKeepTheLibraryUsable) {
+  for (int round = 0; round < 3; ++round) {
+    XercesGuard outer;
+    auto inner = std::make_unique<XercesGuard>();
+    XercesGuard copy(*inner);
+    inner.reset();
+    DocumentPtr document = XercesHelper::createDocument();
+    XercesHelper::appendElementNS(document.get(), kNs, u"record");
+    BytesOutput out;
+    XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
+    EXPECT_THAT(out.bytes, HasSubstr("<record xmlns=\"urn:zvaddon:test:record\"/>"));
+  }
+}
+
+TEST(XercesGuardTest, ConcurrentGuardsAndParsesDoNotInterfere) {
+  std::atomic<int> parsed{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&parsed, t] {
+      for (int i = 0; i < 50; ++i) {
+        XercesGuard guard;
+        const std::string value = std::to_string(t * 1000 + i);
+        BytesInput in("<r xmlns='urn:x'><v>" + value + "</v></r>");
+        DocumentPtr document =
+            XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", u"urn:x");
+        ustring text;
+        XercesHelper::getElementText(XercesHelper::getElement(document->getDocumentElement(), u"v"), text);
+        if (text == fl::i18n::from_utf8(value)) ++parsed;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(parsed.load(), 200);
+}
+
+// ---- text round trips -----------------------------------------------------------------------------
+
+TEST_F(XmlHelperTest, TextAndAttributesRoundTrip) {
+  const struct {
+    const char* label;
+    ustring text;
+  } cases[] = {
+      {"empty", u""},
+      {"astral characters", u"emoji \U0001F600, music \U0001D11E, CJK ext-B \U00020BB7"},
+      {"markup characters", u"a < b && c > d \"quoted\" 'single'"},
+      {"cdata terminator", u"x ]]> y ]]>"},
+      {"whitespace only", u"   \t  "},
+      {"newlines only", u"\n\n"},
+      {"multi-line", u"first line\nsecond line\n  indented third\n"},
+      {"CR LF line ends", u"one\r\ntwo\r\n"},
+      {"lone CR", u"before\rafter"},
+      {"leading and trailing spaces", u"  padded  "},
+      {"non-ASCII BMP", u"Grüße, ΚΑΛΗΜΕΡΑ, 日本語, \u200Bzero-width"},
+      {"highest BMP character", u"\uFFFD"},
+      {"looks like an entity", u"&amp; &lt; &#x41;"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    std::string bytes;
+    DocumentPtr document = roundTrip(c.text, &bytes);
+    const xercesc::DOMElement* field = XercesHelper::getElement(document->getDocumentElement(), u"field");
+    ASSERT_NE(field, nullptr) << bytes;
+    ustring text;
+    ustring attribute;
+    XercesHelper::getElementText(field, text);
+    EXPECT_TRUE(XercesHelper::getElementAttribute(field, u"a", attribute));
+    EXPECT_EQ(fl::i18n::to_utf8(text), fl::i18n::to_utf8(c.text)) << bytes;
+    EXPECT_EQ(fl::i18n::to_utf8(attribute), fl::i18n::to_utf8(c.text)) << bytes;
+  }
+}
+
+TEST_F(XmlHelperTest, WriterEmitsUtf8WithDeclaration) {
+  for (bool standalone : {true, false}) {
+    SCOPED_TRACE(standalone);
+    DocumentPtr document = XercesHelper::createDocument();
+    document->setXmlStandalone(standalone);
+    xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), kNs, u"record");
+    XercesHelper::setElementText(XercesHelper::appendElementNS(root, kNs, u"name"), u"é\U0001F600");
+    BytesOutput out;
+    XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
+
+    EXPECT_THAT(out.bytes, ::testing::StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\""));
+    EXPECT_EQ(out.bytes.find("standalone=\"yes\"") != std::string::npos, standalone);
+    EXPECT_THAT(out.bytes, HasSubstr("\xC3\xA9\xF0\x9F\x98\x80"));  // raw UTF-8, no character references
+    EXPECT_EQ(out.bytes.find('\r'), std::string::npos);
+    EXPECT_NE(out.bytes.substr(0, 3), "\xEF\xBB\xBF");
+  }
+}
+
+TEST_F(XmlHelperTest, TextXmlCannotCarryIsRefusedAndElementKept) {
+  const struct {
+    const char* label;
+    ustring text;
+    const char* named;
+  } cases[] = {
+      {"NUL", ustring(u"a") + u'\0' + u"b", "U+0000"},
+      {"C0 control", u"bell\u0007", "U+0007"},
+      {"U+FFFE", u"\uFFFE", "U+FFFE"},
+      {"U+FFFF", u"x\uFFFF", "U+FFFF"},
+      {"lone high surrogate", ustring(u"x") + char16_t(0xD83D), "U+D83D"},
+      {"lone low surrogate", ustring(1, char16_t(0xDE00)) + u"x", "U+DE00"},
+      {"reversed pair", ustring{char16_t(0xDE00), char16_t(0xD83D)}, "U+DE00"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    DocumentPtr document = XercesHelper::createDocument();
+    xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), kNs, u"record");
+    XercesHelper::setElementText(root, u"kept");
+    try {
+      XercesHelper::setElementText(root, c.text);
+      ADD_FAILURE() << "text accepted";
+    } catch (const opc::Exception& e) {
+      EXPECT_THAT(e.what(), HasSubstr(c.named));
+    }
+    EXPECT_THROW(XercesHelper::setElementAttribute(root, u"a", c.text), opc::Exception);
+    ustring text;
+    XercesHelper::getElementText(root, text);
+    EXPECT_EQ(text, u"kept");
+    EXPECT_FALSE(root->hasAttributes());
+  }
+}
+
+// ---- hostile and malformed input ------------------------------------------------------------------
+
+TEST_F(XmlHelperTest, HostileOrMalformedDocumentsAreRefused) {
+  const std::string laughs =
+      "<?xml version=\"1.0\"?>\n"
+      "<!DOCTYPE lolz [<!ENTITY lol \"lol\">"
+      "<!ENTITY lol1 \"&lol;&lol;&lol;&lol;&lol;&lol;&lol;&lol;&lol;&lol;\">"
+      "<!ENTITY lol2 \"&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;\">"
+      "<!ENTITY lol3 \"&lol2;&lol2;&lol2;&lol2;&lol2;&lol2;&lol2;&lol2;&lol2;&lol2;\">"
+      "<!ENTITY lol9 \"&lol3;&lol3;&lol3;&lol3;&lol3;&lol3;&lol3;&lol3;&lol3;&lol3;\">]>\n"
+      "<lolz>&lol9;</lolz>";
+  const struct {
+    const char* label;
+    std::string xml;
+    const char* what;   // in the message
+    const char* where;  // in the message
+  } cases[] = {
+      {"billion laughs", laughs, "DOCTYPE is not allowed", "line 2"},
+      {"external entity", "<!DOCTYPE r [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><r>&x;</r>",
+       "DOCTYPE is not allowed", "line 1"},
+      {"external DTD", "<!DOCTYPE r SYSTEM \"http://127.0.0.1:9/r.dtd\"><r/>", "DOCTYPE is not allowed", "line 1"},
+      {"parameter entity", "<!DOCTYPE r [<!ENTITY % p SYSTEM \"file:///etc/passwd\"> %p;]><r/>",
+       "DOCTYPE is not allowed", "line 1"},
+      {"DOCTYPE after a comment", "<?xml version='1.0'?><!-- c --><!DOCTYPE r><r/>", "DOCTYPE is not allowed",
+       "line 1"},
+      {"undeclared entity", "<r>&undeclared;</r>", "malformed XML", "line 1"},
+      {"DOCTYPE text inside content", "<r>&undeclared; <!DOCTYPE</r>", "malformed XML", "line 1"},
+      {"unclosed element", "<r><a></r>", "malformed XML", "line 1"},
+      {"text after the document element", "<r/>trailing", "malformed XML", "line 1"},
+      {"no document element", "<?xml version='1.0'?>", "malformed XML", ""},
+      {"empty input", "", "malformed XML", ""},
+      {"not UTF-8", "<r>\xff\xfe</r>", "malformed XML", ""},
+      {"undeclared prefix", "<p:r/>", "malformed XML", "line 1"},
+      {"duplicate attribute", "<r a='1' a='2'/>", "malformed XML", "line 1"},
+      {"second line error", "<r>\n  <a>\n</r>", "malformed XML", "line 3"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    const std::string message = parseError(c.xml);
+    EXPECT_THAT(message, HasSubstr(c.what));
+    EXPECT_THAT(message, HasSubstr(c.where));
+  }
+}
+
+TEST_F(XmlHelperTest, DoctypeIsRefusedBeforeTheRestIsRead) {
+  // The DOCTYPE leads a document far larger than one read: refusing it must not need the rest.
+  std::string xml = "<!DOCTYPE r [<!ENTITY a \"b\">]><r>" + std::string(4 << 20, 'x') + "</r>";
+  BytesInput in(xml, 4096);
+  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", u""),
+               opc::Exception);
+  EXPECT_LT(in.consumed(), xml.size() / 4);
+}
+
+TEST_F(XmlHelperTest, XIncludeIsNotProcessed) {
+  DocumentPtr document = parse(
+      "<r xmlns:xi='http://www.w3.org/2001/XInclude'><xi:include href='file:///etc/hostname' "
+      "parse='text'/></r>");
+  ustring text;
+  XercesHelper::getElementText(document->getDocumentElement(), text);
+  EXPECT_EQ(text, u"");
+  EXPECT_NE(XercesHelper::getElementNS(document->getDocumentElement(), u"http://www.w3.org/2001/XInclude",
+                                       u"include"),
+            nullptr);
+}
+
+TEST_F(XmlHelperTest, LimitsBoundWhatAParseMayBuild) {
+  std::string deep;
+  for (int i = 0; i < 40; ++i) deep += "<a>";
+  for (int i = 0; i < 40; ++i) deep += "</a>";
+  std::string wide = "<r>";
+  for (int i = 0; i < 200; ++i) wide += "<a/>";
+  wide += "</r>";
+  std::string attributes = "<r";
+  for (int i = 0; i < 200; ++i) attributes += " a" + std::to_string(i) + "='v'";
+  attributes += "/>";
+  const std::string large = "<r>" + std::string(100000, 'x') + "</r>";
+
+  const struct {
+    const char* label;
+    const std::string& xml;
+    ParseLimits refusing;
+    ParseLimits accepting;
+    const char* expected;
+  } cases[] = {
+      {"depth", deep, {.maxDepth = 39}, {.maxDepth = 40}, "nest deeper than 39"},
+      {"elements", wide, {.maxNodes = 150}, {.maxNodes = 201}, "more than 150 nodes"},
+      {"attributes", attributes, {.maxNodes = 150}, {.maxNodes = 201}, "more than 150 nodes"},
+      {"bytes", large, {.maxBytes = 50000}, {.maxBytes = large.size()}, "exceeds 50000 bytes"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    EXPECT_THAT(parseError(c.xml, c.refusing), HasSubstr(c.expected));
+    EXPECT_NO_THROW((void)parse(c.xml, u"", c.accepting));
+  }
+}
+
+TEST_F(XmlHelperTest, DefaultLimitsRefuseAnOversizedDocument) {
+  const ParseLimits defaults;
+  const std::string huge = "<r>" + std::string(defaults.maxBytes, ' ') + "</r>";
+  EXPECT_THAT(parseError(huge), HasSubstr("exceeds"));
+}
+
+TEST_F(XmlHelperTest, ParserIsReusableAfterAFailure) {
+  ParserPtr parser = XercesHelper::createParser();
+  BytesInput bad("<!DOCTYPE r><r/>");
+  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(parser, bad, false, u"", u""), opc::Exception);
+  std::string deep = "<a><a><a></a></a></a>";
+  BytesInput tooDeep(deep);
+  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(parser, tooDeep, false, u"", u"", {.maxDepth = 2}),
+               opc::Exception);
+  BytesInput good("<r xmlns='urn:x'><v>ok</v></r>");
+  DocumentPtr document = XercesHelper::readDocumentFromStream(parser, good, false, u"", u"urn:x");
+  ustring text;
+  XercesHelper::getElementText(document->getDocumentElement(), text);
+  EXPECT_EQ(text, u"ok");
+}
+
+TEST_F(XmlHelperTest, DocumentOutlivesItsParser) {
+  DocumentPtr document;
+  {
+    ParserPtr parser = XercesHelper::createParser();
+    BytesInput in("<r><v>kept</v></r>");
+    document = XercesHelper::readDocumentFromStream(parser, in, false, u"", u"");
+  }
+  ustring text;
+  XercesHelper::getElementText(document->getDocumentElement(), text);
+  EXPECT_EQ(text, u"kept");
+}
+
+TEST_F(XmlHelperTest, StreamFaultsPropagateUnchanged) {
+  BytesInput in("<r>" + std::string(100000, 'x') + "</r>", 1000, 5000);
+  try {
+    (void)XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", u"");
+    ADD_FAILURE() << "read fault swallowed";
+  } catch (const opc::Exception& e) {
+    EXPECT_STREQ(e.what(), "injected read fault");
+  }
+
+  DocumentPtr document = XercesHelper::createDocument();
+  xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), kNs, u"record");
+  XercesHelper::setElementText(root, ustring(100000, u'y'));
+  BytesOutput out(1000);
+  try {
+    XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
+    ADD_FAILURE() << "write fault swallowed";
+  } catch (const opc::Exception& e) {
+    EXPECT_STREQ(e.what(), "injected write fault");
+  }
+}
+
+// ---- namespaces and lookups -----------------------------------------------------------------------
+
+TEST_F(XmlHelperTest, LookupsStayInTheParentsNamespace) {
+  DocumentPtr document = parse(
+      "<r xmlns='urn:zvaddon:test:record' xmlns:o='urn:zvaddon:test:other' a='plain' o:a='other'>"
+      "<o:item>foreign</o:item><item>first</item><skip/><item>second<b>!</b></item>"
+      "<o:item>foreign 2</o:item><item>third</item></r>",
+      kNs);
+  const xercesc::DOMElement* root = document->getDocumentElement();
+
+  std::vector<ustring> texts;
+  for (const xercesc::DOMElement* item : XercesHelper::getElements(root, u"item")) {
+    texts.emplace_back();
+    XercesHelper::getElementText(item, texts.back());
+  }
+  EXPECT_EQ(texts, (std::vector<ustring>{u"first", u"second!", u"third"}));
+
+  ustring text;
+  XercesHelper::getElementText(XercesHelper::getElement(root, u"item"), text);
+  EXPECT_EQ(text, u"first");
+  XercesHelper::getElementText(XercesHelper::getElementNS(root, kOtherNs, u"item"), text);
+  EXPECT_EQ(text, u"foreign");
+  EXPECT_EQ(XercesHelper::getElementsNS(root, kOtherNs, u"item").size(), 2u);
+  EXPECT_EQ(XercesHelper::getElement(root, u"absent"), nullptr);
+  EXPECT_EQ(XercesHelper::getElement(nullptr, u"item"), nullptr);
+  EXPECT_TRUE(XercesHelper::getElements(nullptr, u"item").empty());
+  XercesHelper::getElementText(nullptr, text);
+  EXPECT_EQ(text, u"");
+
+  ustring value;
+  EXPECT_TRUE(XercesHelper::getElementAttribute(root, u"a", value));
+  EXPECT_EQ(value, u"plain");
+  EXPECT_TRUE(XercesHelper::getElementAttributeNS(root, kOtherNs, u"a", value));
+  EXPECT_EQ(value, u"other");
+  EXPECT_FALSE(XercesHelper::getElementAttribute(root, u"missing", value));
+  EXPECT_EQ(value, u"");
+}
+
+TEST_F(XmlHelperTest, NoNamespaceDocumentsLookUpInNoNamespace) {
+  DocumentPtr document = parse("<r xmlns:o='urn:o'><o:v>other</o:v><v>plain</v></r>");
+  ustring text;
+  XercesHelper::getElementText(XercesHelper::getElement(document->getDocumentElement(), u"v"), text);
+  EXPECT_EQ(text, u"plain");
+}
+
+TEST_F(XmlHelperTest, RootNamespaceIsChecked) {
+  const struct {
+    const char* label;
+    std::string xml;
+    ustring ns;
+    bool accepted;
+  } cases[] = {
+      {"default namespace matches", "<record xmlns='urn:zvaddon:test:record'/>", kNs, true},
+      {"prefixed namespace matches", "<p:record xmlns:p='urn:zvaddon:test:record'/>", kNs, true},
+      {"other namespace", "<record xmlns='urn:zvaddon:test:other'/>", kNs, false},
+      {"no namespace", "<record/>", kNs, false},
+      {"namespace differs by case", "<record xmlns='URN:zvaddon:test:record'/>", kNs, false},
+      {"no check asked", "<record xmlns='urn:anything'/>", u"", true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    if (c.accepted) {
+      EXPECT_NO_THROW((void)parse(c.xml, c.ns));
+    } else {
+      try {
+        (void)parse(c.xml, c.ns);
+        ADD_FAILURE() << "wrong namespace accepted";
+      } catch (const opc::Exception& e) {
+        EXPECT_THAT(e.what(), HasSubstr("urn:zvaddon:test:record"));
+      }
+    }
+  }
+}
+
+TEST_F(XmlHelperTest, PrefixedElementsAndDeclaredNamespacesSerialize) {
+  DocumentPtr document = XercesHelper::createDocument();
+  xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), kNs, u"p:record");
+  XercesHelper::declareNamespace(root, u"o", kOtherNs);
+  xercesc::DOMElement* child = XercesHelper::appendElementNS(root, kOtherNs, u"o:item");
+  XercesHelper::setElementAttributeNS(child, kOtherNs, u"o:kind", u"k");
+  BytesOutput out;
+  XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
+  // Declared once on the root, not repeated on the child.
+  EXPECT_EQ(out.bytes.find("xmlns:o="), out.bytes.rfind("xmlns:o=")) << out.bytes;
+
+  BytesInput in(out.bytes);
+  DocumentPtr back = XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", kNs);
+  const xercesc::DOMElement* item = XercesHelper::getElementNS(back->getDocumentElement(), kOtherNs, u"item");
+  ASSERT_NE(item, nullptr) << out.bytes;
+  ustring kind;
+  EXPECT_TRUE(XercesHelper::getElementAttributeNS(item, kOtherNs, u"kind", kind));
+  EXPECT_EQ(kind, u"k");
+}
+
+// ---- schema validation ----------------------------------------------------------------------------
+
+TEST_F(XmlHelperTest, ValidationAgainstALocalSchema) {
+  const ustring schema = fl::i18n::from_utf8(ZV_TEST_DATA_DIR "/xml/record.xsd");
+  const struct {
+    const char* label;
+    std::string xml;
+    const char* error;  // null: valid
+  } cases[] = {
+      {"valid", "<record xmlns='urn:zvaddon:test:record' id='3'><name>n</name><note/></record>", nullptr},
+      {"missing required element", "<record xmlns='urn:zvaddon:test:record' id='3'/>", "line 1"},
+      {"bad attribute type", "<record xmlns='urn:zvaddon:test:record' id='-1'><name/></record>", "line 1"},
+      {"unknown element", "<record xmlns='urn:zvaddon:test:record' id='1'><name/><x/></record>", "line 1"},
+      {"schema hint ignored",
+       "<record xmlns='urn:zvaddon:test:record' xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' "
+       "xsi:schemaLocation='urn:zvaddon:test:record http://127.0.0.1:9/x.xsd' id='1'><name/></record>",
+       nullptr},
+  };
+  ParserPtr parser = XercesHelper::createParser();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    BytesInput in(c.xml);
+    if (c.error == nullptr) {
+      EXPECT_NO_THROW((void)XercesHelper::readDocumentFromStream(parser, in, true, schema, kNs));
+    } else {
+      try {
+        (void)XercesHelper::readDocumentFromStream(parser, in, true, schema, kNs);
+        ADD_FAILURE() << "invalid document accepted";
+      } catch (const opc::Exception& e) {
+        EXPECT_THAT(e.what(), HasSubstr(c.error));
+      }
+    }
+  }
+  // Validation does not stick to the parser.
+  BytesInput loose("<record xmlns='urn:zvaddon:test:record'/>");
+  EXPECT_NO_THROW((void)XercesHelper::readDocumentFromStream(parser, loose, false, u"", kNs));
+}
+
+TEST_F(XmlHelperTest, SchemaImportsOverTheNetworkAreRefused) {
+  const ustring schema = fl::i18n::from_utf8(ZV_TEST_DATA_DIR "/xml/record-remote-import.xsd");
+  BytesInput in("<record xmlns='urn:zvaddon:test:record'>x</record>");
+  try {
+    (void)XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, true, schema, kNs);
+    ADD_FAILURE() << "remote import accepted";
+  } catch (const opc::Exception& e) {
+    EXPECT_THAT(e.what(), HasSubstr("http://127.0.0.1:9/elsewhere.xsd"));
+  }
+}
+
+TEST_F(XmlHelperTest, MisusedArgumentsAreRejected) {
+  BytesInput in("<r/>");
+  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, true, u"", u""),
+               std::invalid_argument);
+  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(nullptr, in, false, u"", u""), std::invalid_argument);
+  EXPECT_THROW(XercesHelper::appendElementNS(static_cast<xercesc::DOMDocument*>(nullptr), kNs, u"r"),
+               std::invalid_argument);
+  DocumentPtr document = XercesHelper::createDocument();
+  XercesHelper::appendElementNS(document.get(), kNs, u"r");
+  EXPECT_THROW(XercesHelper::appendElementNS(document.get(), kNs, u"second"), opc::Exception);
+  EXPECT_THROW(XercesHelper::appendElementNS(document->getDocumentElement(), kNs, u"bad name"), opc::Exception);
+}
+
+}  // namespace
+}  // namespace opc::model
