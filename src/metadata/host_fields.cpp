@@ -35,6 +35,12 @@ ArrayPtr createStruct(std::initializer_list<const char*> names, qxSize count) {
   return createStruct(std::vector<const char*>(names), count);
 }
 
+ArrayPtr createStructList(std::initializer_list<const char*> names, qxSize count) {
+  const qxSize dims[1] = {count};
+  std::vector<const char*> fields(names.begin(), names.end());
+  return ArrayPtr(qxCreateStructArray(1, dims, static_cast<int>(fields.size()), fields.data()));
+}
+
 ArrayPtr makeString(const ustring& text) { return ArrayPtr(qxCreateString_UTF16(text.c_str())); }
 
 ArrayPtr makeStringList(const std::vector<ustring>& texts) {

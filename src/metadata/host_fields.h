@@ -33,6 +33,9 @@ void forEachElement(const qxArray* structArray, Visit&& visit);
 // A new 1-by-n structure array with `names` as its fields, in that order.
 [[nodiscard]] ArrayPtr createStruct(std::initializer_list<const char*> names, qxSize count = 1);
 [[nodiscard]] ArrayPtr createStruct(const std::vector<const char*>& names, qxSize count = 1);
+// A new structure array of `count` elements created with that one dimension, as records make their
+// entry lists; what shape the host gives it is the host's business.
+[[nodiscard]] ArrayPtr createStructList(std::initializer_list<const char*> names, qxSize count);
 
 // A new host string of the text.
 [[nodiscard]] ArrayPtr makeString(const ustring& text);
