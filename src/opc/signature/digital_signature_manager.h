@@ -1,0 +1,150 @@
+#pragma once
+// Digital signatures of a package: XML signatures over chosen parts and relationships, kept in
+// signature parts that the package reaches through the digital-signature origin part.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/crypto.h"
+#include "foundation/ustring.h"
+#include "opc/model/part_name.h"
+#include "opc/model/uri.h"
+
+namespace opc::model {
+
+class Package;
+
+// How a relationship selector picks relationships of its source.
+enum class RelationshipSelectorType : int {
+  SelectById = 0,    // the one relationship whose Id equals the value
+  SelectByType = 1,  // every relationship whose Type equals the value
+};
+
+// Chooses relationships of one source (the package root "/" or a part) to be signed. The signature
+// covers the source's relationships part transformed to just the chosen relationships, so that
+// relationships added later, or unchosen ones changed, leave the signature valid.
+class RelationshipSelector {
+ public:
+  RelationshipSelector(const URI& source, RelationshipSelectorType type, ustring value);
+
+  [[nodiscard]] const URI& getSourceURI() const { return source_; }
+  [[nodiscard]] RelationshipSelectorType getType() const { return type_; }
+  [[nodiscard]] const ustring& getValue() const { return value_; }
+  [[nodiscard]] bool operator==(const RelationshipSelector&) const = default;
+
+ private:
+  URI source_;
+  RelationshipSelectorType type_;
+  ustring value_;
+};
+
+// Algorithms of a new signature. The digest method is used for every reference; the signature
+// method defaults to RSA with SHA-256 when absent.
+class SignatureParams {
+ public:
+  explicit SignatureParams(foundation::crypto::utils::DigestMethod digest,
+                           std::optional<foundation::crypto::utils::SignatureMethod> signature = std::nullopt);
+
+  [[nodiscard]] foundation::crypto::utils::DigestMethod getDigestMethod() const { return digest_; }
+  [[nodiscard]] foundation::crypto::utils::SignatureMethod getSignatureMethod() const;
+
+ private:
+  foundation::crypto::utils::DigestMethod digest_;
+  std::optional<foundation::crypto::utils::SignatureMethod> signature_;
+};
+
+// One signature as found in (or just written to) a package: a value that names its signature part
+// and what it claims to cover. Reading a signature checks nothing cryptographic; whether it holds is
+// DigitalSignatureManager::verifySignature's question.
+class DigitalSignature {
+ public:
+  DigitalSignature(PartName signaturePart, std::vector<PartName> signedParts,
+                   std::vector<RelationshipSelector> selectors, ustring signingTime);
+
+  [[nodiscard]] const PartName& getSignaturePartName() const { return signaturePart_; }
+  // The signed parts in the order of the signature's manifest (relationships parts not included).
+  [[nodiscard]] const std::vector<PartName>& getSignedPartNames() const { return signedParts_; }
+  [[nodiscard]] const std::vector<RelationshipSelector>& getRelationshipSelectors() const { return selectors_; }
+  // The signing time as written in the signature ("YYYY-MM-DDThh:mm:ssZ"); may be empty.
+  [[nodiscard]] const ustring& getSigningTime() const { return signingTime_; }
+
+ private:
+  PartName signaturePart_;
+  std::vector<PartName> signedParts_;
+  std::vector<RelationshipSelector> selectors_;
+  ustring signingTime_;
+};
+
+// The outcome of verifying one signature. Valid only when the signature part has exactly the
+// structure this library writes, every reference digest matches what the package holds now, and the
+// signature value checks out with the given key.
+class DigitalSignatureVerificationStatus {
+ public:
+  enum class Result {
+    Valid,
+    MalformedSignature,   // not the expected structure, or not a signature part at all
+    PartMissing,          // a signed part (or a selected relationship's source) is gone
+    ContentTypeMismatch,  // a signed part's content type differs from the one signed
+    DigestMismatch,       // a signed part or the selected relationships changed
+    SignatureMismatch,    // the signature value does not check out with the key
+    BadKey,               // the verification key cannot be decoded
+  };
+
+  DigitalSignatureVerificationStatus(Result result, std::string detail);
+
+  [[nodiscard]] bool isProperlyCodesigned() const { return result_ == Result::Valid; }
+  [[nodiscard]] Result getResult() const { return result_; }
+  // Names what failed (the part, the reference, the library's error text); empty when valid.
+  [[nodiscard]] const std::string& getDetail() const { return detail_; }
+
+ private:
+  Result result_;
+  std::string detail_;
+};
+
+// Makes, lists and verifies the signatures of an open package. Holds a reference to the package,
+// which must outlive it; every operation needs the package open (opc::Exception otherwise).
+//
+// Keys are DER bytes: the signing key a PKCS#8 PrivateKeyInfo, the verification key a
+// SubjectPublicKeyInfo, both RSA.
+//
+// Signing again over the same scope (the same signed parts and the same selectors) replaces the
+// earlier signature of that scope; signatures over other scopes stay beside it. A package therefore
+// holds at most one signature per scope, and re-signing after a signed part changed repairs it.
+class DigitalSignatureManager {
+ public:
+  explicit DigitalSignatureManager(Package& package);
+  DigitalSignatureManager(const DigitalSignatureManager&) = delete;
+  DigitalSignatureManager& operator=(const DigitalSignatureManager&) = delete;
+
+  // Signs `parts` (by URI, with their content types) and the relationships chosen by `selectors`
+  // (each through the relationships transform). Writes a signature part and, when missing, the origin
+  // part and its relationships. Throws opc::Exception when the package is not writable, a part or a
+  // selected relationships source is missing, `parts` is empty or names a relationships part, the
+  // origin or a signature part; or when a key does not decode or does not belong to the other (the
+  // text of OpenSSL's error included). On failure the package model is left as it was.
+  DigitalSignature sign(const std::vector<PartName>& parts, const std::vector<RelationshipSelector>& selectors,
+                        const std::vector<std::uint8_t>& signingKey,
+                        const std::vector<std::uint8_t>& verificationKey, const SignatureParams& params);
+
+  // True when the origin part exists and has at least one signature relationship.
+  [[nodiscard]] bool isPackageSigned() const;
+  // Every signature reached from the origin part, in the order of its relationships. Throws
+  // opc::Exception for a signature part that is not well-formed XML or lacks the package object.
+  [[nodiscard]] std::vector<DigitalSignature> getSignatures() const;
+  // Checks one signature against the package's current content with `verificationKey` only; the
+  // signature's own key information is never trusted. Never throws for a bad signature or key: the
+  // status says what failed. Throws opc::Exception only when the package cannot be read.
+  [[nodiscard]] DigitalSignatureVerificationStatus verifySignature(
+      const DigitalSignature& signature, const std::vector<std::uint8_t>& verificationKey) const;
+
+  // Removes one signature part and its origin relationship; the origin part goes with the last one.
+  // Throws opc::Exception when the package is not writable or there is no such signature.
+  void removeSignature(const DigitalSignature& signature);
+
+ private:
+  Package& package_;
+};
+
+}  // namespace opc::model
