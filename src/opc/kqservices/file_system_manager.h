@@ -1,0 +1,159 @@
+#pragma once
+// An add-on's folder tree kept as parts of an OPC package.
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "foundation/ustring.h"
+#include "opc/exception.h"
+#include "opc/file_system_ops.h"
+
+namespace opc::model {
+class Package;
+}
+
+namespace opc::kqservices {
+
+// Layout in the package. Every file of the tree is one part named "/fsroot/" followed by its path
+// inside the add-on, each component encoded on its own (see TransformMode::Encode). Parts outside
+// "/fsroot/" (metadata, relationships, signatures) are not part of the tree. A folder exists while a
+// part lies below it; an empty folder is one zero-length part named like the folder with the content
+// type "application/x-zvaddon-folder" (a part in its own right, so every OPC reader accepts it), which
+// is replaced as soon as something is added inside the folder and never listed as a file.
+//
+// Names: ASCII letters compare without case in part names, so two names of one folder that differ
+// only in ASCII case cannot both be held; adding the second throws opc::Exception naming both.
+
+// How names inside the add-on become part-name segments (addFile) and back (extractAll).
+enum class TransformMode : int {
+  // addFile: every component must be a valid part-name segment as it stands (nothing to encode);
+  // otherwise opc::Exception. extractAll: files are written under their part-name segments,
+  // percent-encodings and escapes kept.
+  None = 0,
+  // addFile: each component is percent-encoded as UTF-8 where a part name cannot hold the character
+  // (space, "#", "%", "[", non-ASCII...); a component ending in "." (or made of dots) gets a ":"
+  // appended, a character the encoding never leaves bare, so the mapping is reversible.
+  // extractAll: the inverse, so files get back the names they were added under.
+  Encode = 1,
+};
+
+// What extractAll restores besides names and bytes.
+enum class RestoreMode : int {
+  None = 0,        // files get the current time and default permissions (0666 less the umask)
+  Attributes = 1,  // the recorded modification time (exact, any year) and permission bits (0777,
+                   // less the umask), when recorded
+};
+
+// What extractAll does with a file already at a target path.
+enum class ReplaceMode : int {
+  Never = 0,    // the extraction is refused before anything is written
+  Replace = 1,  // the existing regular file is removed first (never followed if it is a link)
+};
+
+// A node of the tree, file or folder: a value, valid for the manager that returned it as long as
+// the tree is not changed in its place.
+class FileSystemEntry {
+ public:
+  FileSystemEntry() = default;
+
+  [[nodiscard]] bool isFile() const { return file_; }
+  [[nodiscard]] bool isFolder() const { return !file_; }
+  [[nodiscard]] bool isRoot() const { return encodedPath_.empty(); }
+  // The path inside the add-on, decoded, "/" first: "/doc/read me.txt"; the root is "/".
+  [[nodiscard]] const ustring& getPathName() const { return pathName_; }
+  // The last component of getPathName ("" for the root).
+  [[nodiscard]] ustring getName() const;
+  // The encoded path below the tree prefix, "doc/read%20me.txt" ("" for the root).
+  [[nodiscard]] const ustring& getEncodedPath() const { return encodedPath_; }
+
+ private:
+  friend class FileSystemManager;
+  FileSystemEntry(ustring pathName, ustring encodedPath, bool file)
+      : pathName_(std::move(pathName)), encodedPath_(std::move(encodedPath)), file_(file) {}
+
+  ustring pathName_ = u"/";
+  ustring encodedPath_;
+  bool file_ = false;
+};
+
+// addFile or createFolder met an entry of that path already (exactly that name; a name differing
+// in case is a plain opc::Exception).
+class [[gnu::visibility("default")]] FileSystemEntryAlreadyExists : public opc::Exception {
+ public:
+  explicit FileSystemEntryAlreadyExists(const ustring& pathName);
+  [[nodiscard]] const ustring& getPathName() const { return pathName_; }
+
+ private:
+  ustring pathName_;
+};
+
+// Maps the add-on's files and folders onto parts of one package. Holds a reference to the package,
+// which must outlive it, and shares the file-system operations taken from the selector (used to
+// read source files). The package need not be open on construction; every operation needs it open
+// (and writable for addFile and createFolder).
+//
+// Paths inside the add-on are '/'-separated in the host's text; a leading '/' is optional. A path
+// is refused (opc::Exception naming it) when a component is empty, "." or "..", holds '\' or NUL,
+// or starts with a drive prefix (an ASCII letter and ':'), since extraction could not write it back.
+//
+// Errors are opc::Exception (FileSystemEntryAlreadyExists where stated). A failed addFile or
+// createFolder leaves the package and the tree as they were.
+class FileSystemManager {
+ public:
+  FileSystemManager(opc::model::Package& package, const opc::FileSystemOpsSelector& ops);
+  ~FileSystemManager();
+  FileSystemManager(const FileSystemManager&) = delete;
+  FileSystemManager& operator=(const FileSystemManager&) = delete;
+
+  // Adds the file at `sourcePath` on disk as `pathInAddon`, creating missing folders. The content
+  // is streamed from the file when the package is written (it must stay readable until then); its
+  // modification time and permission bits are recorded as they are now. Symbolic links are followed.
+  // Throws opc::Exception for a source that is missing or no regular file, and
+  // FileSystemEntryAlreadyExists when the path is taken.
+  FileSystemEntry addFile(const ustring& sourcePath, const ustring& pathInAddon, TransformMode mode);
+  // Creates the folder and its missing parents. Throws FileSystemEntryAlreadyExists when the folder
+  // exists (also when made implicitly by a file inside it), opc::Exception when a file is in the way.
+  FileSystemEntry createFolder(const ustring& pathInAddon);
+
+  [[nodiscard]] FileSystemEntry getRoot() const;
+  // The entries directly in a folder, sorted by name (UTF-16 code units); empty for a file. Throws
+  // opc::Exception when the folder is no longer in the tree.
+  [[nodiscard]] std::vector<FileSystemEntry> getChildren(const FileSystemEntry& folder) const;
+  // The entry at a path inside the add-on, if there is one.
+  [[nodiscard]] bool exists(const ustring& pathInAddon) const;
+
+  // Writes the whole tree below `destination` (created when missing; it may itself be a link).
+  // Before anything is written, every target is checked and the extraction is refused with an
+  // opc::Exception naming the part when a name decodes to a path that would leave the destination
+  // ("..", absolute, '\', a drive prefix, NUL), when two parts map to one path, when a part declares
+  // more bytes than its compressed data can hold, when an existing component of a target is a
+  // symbolic link or not a folder, when a target exists and `replace` is Never, or when the declared
+  // sizes exceed the destination's free space. While writing, nothing is followed through a symbolic
+  // link (descriptors relative to the destination, O_NOFOLLOW), and an entry whose bytes differ in
+  // length from its declared size is an error. On any failure the files and folders this call
+  // created are removed again; replaced files are lost.
+  void extractAll(const ustring& destination, RestoreMode restore, TransformMode transform,
+                  ReplaceMode replace);
+
+  // The encoding of one component (TransformMode::Encode) and its inverse; decodeName throws
+  // opc::Exception for text the encoding cannot have produced.
+  [[nodiscard]] static ustring encodeName(const ustring& name);
+  [[nodiscard]] static ustring decodeName(const ustring& segment);
+
+  // "/fsroot/".
+  [[nodiscard]] static const ustring& getPrefix();
+  // "application/x-zvaddon-folder".
+  [[nodiscard]] static const ustring& getFolderContentType();
+
+ private:
+  struct Node;
+  struct Index;
+  Index& index() const;
+  const Node& findFolder(const FileSystemEntry& folder) const;
+
+  opc::model::Package& package_;
+  std::shared_ptr<FileSystemOps> ops_;
+  mutable std::unique_ptr<Index> index_;
+};
+
+}  // namespace opc::kqservices
