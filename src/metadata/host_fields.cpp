@@ -35,9 +35,9 @@ ArrayPtr createStruct(std::initializer_list<const char*> names, qxSize count) {
   return createStruct(std::vector<const char*>(names), count);
 }
 
-ArrayPtr createStructList(std::initializer_list<const char*> names, qxSize count) {
+ArrayPtr createStructList(const std::vector<const char*>& names, qxSize count) {
   const qxSize dims[1] = {count};
-  std::vector<const char*> fields(names.begin(), names.end());
+  std::vector<const char*> fields(names);
   return ArrayPtr(qxCreateStructArray(1, dims, static_cast<int>(fields.size()), fields.data()));
 }
 

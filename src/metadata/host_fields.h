@@ -35,7 +35,7 @@ void forEachElement(const qxArray* structArray, Visit&& visit);
 [[nodiscard]] ArrayPtr createStruct(const std::vector<const char*>& names, qxSize count = 1);
 // A new structure array of `count` elements created with that one dimension, as records make their
 // entry lists; what shape the host gives it is the host's business.
-[[nodiscard]] ArrayPtr createStructList(std::initializer_list<const char*> names, qxSize count);
+[[nodiscard]] ArrayPtr createStructList(const std::vector<const char*>& names, qxSize count);
 
 // A new host string of the text.
 [[nodiscard]] ArrayPtr makeString(const ustring& text);
