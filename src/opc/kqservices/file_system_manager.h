@@ -14,6 +14,11 @@ class Package;
 
 namespace opc::kqservices {
 
+namespace detail {
+struct TreeNode;
+struct TreeIndex;
+}  // namespace detail
+
 // Layout in the package. Every file of the tree is one part named "/fsroot/" followed by its path
 // inside the add-on, each component encoded on its own (see TransformMode::Encode). Parts outside
 // "/fsroot/" (metadata, relationships, signatures) are not part of the tree. A folder exists while a
@@ -136,7 +141,7 @@ class FileSystemManager {
                   ReplaceMode replace);
 
   // The encoding of one component (TransformMode::Encode) and its inverse; decodeName throws
-  // opc::Exception for text the encoding cannot have produced.
+  // opc::Exception for a percent-encoding that is not UTF-8.
   [[nodiscard]] static ustring encodeName(const ustring& name);
   [[nodiscard]] static ustring decodeName(const ustring& segment);
 
@@ -146,14 +151,13 @@ class FileSystemManager {
   [[nodiscard]] static const ustring& getFolderContentType();
 
  private:
-  struct Node;
-  struct Index;
-  Index& index() const;
-  const Node& findFolder(const FileSystemEntry& folder) const;
+  detail::TreeIndex& index() const;
+  const detail::TreeNode& findFolder(const FileSystemEntry& folder) const;
+  void restorePlaceholder(const detail::TreeNode* emptied) noexcept;
 
   opc::model::Package& package_;
   std::shared_ptr<FileSystemOps> ops_;
-  mutable std::unique_ptr<Index> index_;
+  mutable std::unique_ptr<detail::TreeIndex> index_;
 };
 
 }  // namespace opc::kqservices

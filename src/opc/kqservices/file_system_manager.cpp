@@ -1,0 +1,336 @@
+#include "opc/kqservices/file_system_manager.h"
+
+#include <algorithm>
+#include <string>
+
+#include "opc/detail/text.h"
+#include "opc/kqservices/file_content_source.h"
+#include "opc/kqservices/file_system_names.h"
+#include "opc/kqservices/file_system_tree.h"
+#include "opc/model/package.h"
+
+namespace opc::kqservices {
+
+using detail::TreeIndex;
+using detail::TreeNode;
+
+namespace {
+
+using opc::detail::asciiLower;
+using opc::detail::narrow;
+
+const ustring kPrefix = u"/fsroot/";
+const ustring kFolderContentType = u"application/x-zvaddon-folder";
+
+// Content types of files by extension (lower case); anything else is an octet stream. Only what
+// an independent reader may want to recognise; the tree does not depend on it.
+const ustring& contentTypeFor(const ustring& name) {
+  static const std::map<ustring, ustring> known = {
+      {u"xml", u"application/xml"},  {u"txt", u"text/plain"},  {u"htm", u"text/html"},
+      {u"html", u"text/html"},       {u"css", u"text/css"},    {u"json", u"application/json"},
+      {u"pdf", u"application/pdf"},  {u"png", u"image/png"},   {u"jpg", u"image/jpeg"},
+      {u"jpeg", u"image/jpeg"},      {u"gif", u"image/gif"},   {u"svg", u"image/svg+xml"},
+      {u"zip", u"application/zip"},
+  };
+  static const ustring octets = u"application/octet-stream";
+  const std::size_t dot = name.rfind(u'.');
+  if (dot == ustring::npos || dot == 0) return octets;
+  const auto it = known.find(asciiLower(ustring_view(name).substr(dot + 1)));
+  return it == known.end() ? octets : it->second;
+}
+
+model::PartName partNameOf(const ustring& encodedPath) {
+  return model::PartName(kPrefix + encodedPath);
+}
+
+[[noreturn]] void caseConflict(const ustring& wanted, const TreeNode& existing) {
+  throw Exception("cannot add '" + narrow(wanted) + "': '" + narrow(existing.pathName()) +
+                  "' differs from it only in case, and a package cannot hold both");
+}
+
+// Where a new path meets the tree: the deepest existing folder and the first component below it.
+struct Placement {
+  TreeNode* folder;
+  std::size_t firstMissing;
+};
+
+}  // namespace
+
+// ---- TreeNode ----------------------------------------------------------------------------------
+
+TreeNode* TreeNode::child(const ustring& segmentText) const {
+  const auto it = children.find(asciiLower(segmentText));
+  return it == children.end() ? nullptr : it->second.get();
+}
+
+ustring TreeNode::encodedPath() const {
+  if (parent == nullptr) return {};
+  const ustring above = parent->encodedPath();
+  return above.empty() ? segment : above + u'/' + segment;
+}
+
+ustring TreeNode::pathName() const {
+  if (parent == nullptr) return u"/";
+  const ustring above = parent->pathName();
+  return above == u"/" ? above + name : above + u'/' + name;
+}
+
+std::vector<const TreeNode*> TreeNode::sortedChildren() const {
+  std::vector<const TreeNode*> out;
+  out.reserve(children.size());
+  for (const auto& [key, node] : children) out.push_back(node.get());
+  std::sort(out.begin(), out.end(), [](const TreeNode* a, const TreeNode* b) {
+    return a->name != b->name ? a->name < b->name : a->segment < b->segment;
+  });
+  return out;
+}
+
+// ---- Entries and errors ----------------------------------------------------------------------
+
+ustring FileSystemEntry::getName() const {
+  const std::size_t slash = pathName_.rfind(u'/');
+  return pathName_.substr(slash + 1);
+}
+
+FileSystemEntryAlreadyExists::FileSystemEntryAlreadyExists(const ustring& pathName)
+    : Exception("'" + narrow(pathName) + "' is already in the add-on"), pathName_(pathName) {}
+
+// ---- Manager ---------------------------------------------------------------------------------
+
+FileSystemManager::FileSystemManager(model::Package& package, const FileSystemOpsSelector& ops)
+    : package_(package), ops_(ops.get()) {}
+
+FileSystemManager::~FileSystemManager() = default;
+
+const ustring& FileSystemManager::getPrefix() { return kPrefix; }
+const ustring& FileSystemManager::getFolderContentType() { return kFolderContentType; }
+ustring FileSystemManager::encodeName(const ustring& name) { return detail::encodeComponent(name); }
+ustring FileSystemManager::decodeName(const ustring& segment) { return detail::decodeComponent(segment); }
+
+// The tree is read from the part list once per open package and then kept in step by addFile and
+// createFolder; a part count that differs from the one we expect means parts were created or deleted
+// behind our back, and the tree is read again.
+TreeIndex& FileSystemManager::index() const {
+  if (!package_.isOpen()) throw Exception("the package is not open");
+  const interfaces::OpenMode mode = *package_.getOpenMode();
+  if (index_ && index_->partCount == package_.getPartCount() && index_->mode == mode) return *index_;
+
+  auto fresh = std::make_unique<TreeIndex>();
+  const ustring prefixKey = asciiLower(kPrefix);
+  for (const model::PartPtr& part : package_.getParts()) {
+    const ustring& key = part->getPartName().getKey();
+    if (key.compare(0, prefixKey.size(), prefixKey) != 0) continue;
+    const ustring& name = part->getPartName().getName();
+    TreeNode* folder = &fresh->root;
+    std::size_t start = kPrefix.size();
+    for (;;) {
+      const std::size_t slash = name.find(u'/', start);
+      const ustring segment = name.substr(start, slash == ustring::npos ? ustring::npos : slash - start);
+      TreeNode* next = folder->child(segment);
+      if (next == nullptr) {
+        auto node = std::make_unique<TreeNode>();
+        try {
+          node->name = detail::decodeComponent(segment);
+        } catch (const Exception& e) {
+          throw Exception("part '" + narrow(name) + "': " + e.what());
+        }
+        node->segment = segment;
+        node->parent = folder;
+        next = node.get();
+        folder->children.emplace(asciiLower(segment), std::move(node));
+      }
+      if (slash == ustring::npos) {
+        // The package refuses a part that is a prefix segment of another, so a leaf has no children.
+        if (part->getContentType() == model::ContentType(kFolderContentType)) {
+          next->placeholder = true;
+        } else {
+          next->file = true;
+        }
+        break;
+      }
+      folder = next;
+      start = slash + 1;
+    }
+  }
+  fresh->partCount = package_.getPartCount();
+  fresh->mode = mode;
+  index_ = std::move(fresh);
+  return *index_;
+}
+
+namespace {
+
+// Encodes each component, or checks that it needs no encoding (TransformMode::None).
+std::vector<ustring> encodePath(const ustring& path, const std::vector<ustring>& components, TransformMode mode) {
+  std::vector<ustring> segments;
+  segments.reserve(components.size());
+  for (const ustring& c : components) {
+    segments.push_back(detail::encodeComponent(c));
+    if (mode == TransformMode::None && segments.back() != c) {
+      throw Exception("invalid path in the add-on '" + narrow(path) + "': '" + narrow(c) +
+                      "' cannot stand in a part name unencoded");
+    }
+  }
+  return segments;
+}
+
+ustring joinSegments(const std::vector<ustring>& segments, std::size_t count) {
+  ustring out;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i > 0) out += u'/';
+    out += segments[i];
+  }
+  return out;
+}
+
+// Walks the existing part of the path. Throws for a name equal but for case, for a file in the way,
+// and (when the whole path exists) FileSystemEntryAlreadyExists.
+Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>& segments) {
+  TreeNode* folder = &root;
+  for (std::size_t i = 0; i < segments.size(); ++i) {
+    TreeNode* next = folder->child(segments[i]);
+    if (next == nullptr) return {folder, i};
+    if (next->segment != segments[i]) caseConflict(path, *next);
+    if (i + 1 == segments.size()) throw FileSystemEntryAlreadyExists(next->pathName());
+    if (next->file) {
+      throw Exception("cannot add '" + narrow(path) + "': '" + narrow(next->pathName()) + "' is a file");
+    }
+    folder = next;
+  }
+  return {folder, segments.size()};
+}
+
+}  // namespace
+
+// Undoes the removal of an empty folder's part after a failed add. Never throws, so the add's own
+// error is the one reported; the tree is read again on next use.
+void FileSystemManager::restorePlaceholder(const TreeNode* emptied) noexcept {
+  try {
+    if (emptied != nullptr) {
+      (void)package_.createPart(partNameOf(emptied->encodedPath()), model::ContentType(kFolderContentType),
+                                model::StandardPartInfo());
+    }
+  } catch (...) {
+  }
+  index_.reset();
+}
+
+FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustring& pathInAddon, TransformMode mode) {
+  TreeIndex& tree = index();
+  if (tree.mode == interfaces::OpenMode::Read) throw Exception("cannot add files: the package is open for reading");
+  const std::vector<ustring> components = detail::splitPath(pathInAddon);
+  const std::vector<ustring> segments = encodePath(pathInAddon, components, mode);
+  const Placement at = place(tree.root, pathInAddon, segments);
+  const model::PartName name = partNameOf(joinSegments(segments, segments.size()));
+  auto source = std::make_shared<FileContentSource>(sourcePath, ops_);
+  const FileStatus& status = source->getStatus();
+
+  // An empty folder's part is in the way of anything below it; it comes back if the add fails.
+  TreeNode* const emptied = at.folder->placeholder ? at.folder : nullptr;
+  if (emptied != nullptr) package_.deletePart(partNameOf(emptied->encodedPath()));
+  try {
+    model::PartPtr part = package_.createPart(name, model::ContentType(contentTypeFor(components.back())),
+                                              model::StandardPartInfo(model::StandardPartInfo::Deflated, status.size));
+    part->setContentSource(std::move(source));
+    part->setLastModifiedTime(status.lastWriteTime);
+    part->setUnixMode(status.mode & 0777);
+  } catch (...) {
+    try {
+      if (package_.partExists(name)) package_.deletePart(name);
+    } catch (...) {
+    }
+    restorePlaceholder(emptied);
+    throw;
+  }
+
+  if (emptied != nullptr) emptied->placeholder = false;
+  TreeNode* folder = at.folder;
+  for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
+    auto node = std::make_unique<TreeNode>();
+    node->name = components[i];
+    node->segment = segments[i];
+    node->parent = folder;
+    node->file = i + 1 == segments.size();
+    TreeNode* raw = node.get();
+    folder->children.emplace(asciiLower(segments[i]), std::move(node));
+    folder = raw;
+  }
+  tree.partCount = package_.getPartCount();
+  return FileSystemEntry(folder->pathName(), folder->encodedPath(), true);
+}
+
+FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
+  TreeIndex& tree = index();
+  if (tree.mode == interfaces::OpenMode::Read) throw Exception("cannot add folders: the package is open for reading");
+  const std::vector<ustring> components = detail::splitPath(pathInAddon);
+  const std::vector<ustring> segments = encodePath(pathInAddon, components, TransformMode::Encode);
+  const Placement at = place(tree.root, pathInAddon, segments);
+  const model::PartName name = partNameOf(joinSegments(segments, segments.size()));
+
+  TreeNode* const emptied = at.folder->placeholder ? at.folder : nullptr;
+  if (emptied != nullptr) package_.deletePart(partNameOf(emptied->encodedPath()));
+  try {
+    (void)package_.createPart(name, model::ContentType(kFolderContentType), model::StandardPartInfo());
+  } catch (...) {
+    restorePlaceholder(emptied);
+    throw;
+  }
+
+  if (emptied != nullptr) emptied->placeholder = false;
+  TreeNode* folder = at.folder;
+  for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
+    auto node = std::make_unique<TreeNode>();
+    node->name = components[i];
+    node->segment = segments[i];
+    node->parent = folder;
+    node->placeholder = i + 1 == segments.size();
+    TreeNode* raw = node.get();
+    folder->children.emplace(asciiLower(segments[i]), std::move(node));
+    folder = raw;
+  }
+  tree.partCount = package_.getPartCount();
+  return FileSystemEntry(folder->pathName(), folder->encodedPath(), false);
+}
+
+FileSystemEntry FileSystemManager::getRoot() const {
+  (void)index();
+  return FileSystemEntry();
+}
+
+const TreeNode& FileSystemManager::findFolder(const FileSystemEntry& folder) const {
+  const TreeNode* node = &index().root;
+  const ustring& path = folder.getEncodedPath();
+  std::size_t start = 0;
+  while (start < path.size()) {
+    const std::size_t slash = path.find(u'/', start);
+    node = node->child(path.substr(start, slash == ustring::npos ? ustring::npos : slash - start));
+    if (node == nullptr) throw Exception("'" + narrow(folder.getPathName()) + "' is no longer in the add-on");
+    if (slash == ustring::npos) break;
+    start = slash + 1;
+  }
+  return *node;
+}
+
+std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntry& folder) const {
+  std::vector<FileSystemEntry> out;
+  if (folder.isFile()) return out;
+  const TreeNode& node = findFolder(folder);
+  const ustring base = node.encodedPath();
+  const ustring basePath = node.pathName();
+  for (const TreeNode* child : node.sortedChildren()) {
+    out.push_back(FileSystemEntry(basePath == u"/" ? basePath + child->name : basePath + u'/' + child->name,
+                                  base.empty() ? child->segment : base + u'/' + child->segment, child->file));
+  }
+  return out;
+}
+
+bool FileSystemManager::exists(const ustring& pathInAddon) const {
+  const TreeNode* node = &index().root;
+  for (const ustring& component : detail::splitPath(pathInAddon)) {
+    node = node->child(detail::encodeComponent(component));
+    if (node == nullptr || node->name != component) return false;
+  }
+  return true;
+}
+
+}  // namespace opc::kqservices

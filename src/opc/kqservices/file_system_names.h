@@ -1,0 +1,30 @@
+#pragma once
+// Paths inside an add-on: splitting, the components a file system can hold, and the encoding of a
+// component into a part-name segment. Internal to the file-system manager.
+#include <string>
+#include <vector>
+
+#include "foundation/ustring.h"
+
+namespace opc::kqservices::detail {
+
+// Splits a '/'-separated path (a leading '/' is optional) into its components, or throws
+// opc::Exception naming `path` when a component could not be written back below a folder: empty,
+// "." or "..", holding '\' or NUL, starting with a drive prefix (ASCII letter and ':'), or longer
+// than a file name may be (255 bytes of UTF-8).
+[[nodiscard]] std::vector<ustring> splitPath(const ustring& path);
+
+// The reason `component` is refused, or nullptr when it is acceptable (same rules as splitPath).
+[[nodiscard]] const char* componentDefect(const ustring& component);
+
+// "/" followed by the components joined with '/'; "/" for none.
+[[nodiscard]] ustring joinPath(const std::vector<ustring>& components);
+
+// Percent-encoding, then a ':' appended to a segment that a part name could not hold or would
+// misread: one ending in '.', and "_rels" (which would make a relationships part name).
+[[nodiscard]] ustring encodeComponent(const ustring& name);
+// Removes one trailing ':' and percent-decodes. Throws opc::Exception for an encoding that is
+// not UTF-8.
+[[nodiscard]] ustring decodeComponent(const ustring& segment);
+
+}  // namespace opc::kqservices::detail
