@@ -81,14 +81,12 @@ class Package {
 
  private:
   friend class Part;
-  struct PrefixIndex;
   void requireOpen() const;
   void requireWritable() const;
   void load();
-  void addLoadedPart(PartPtr part);
   void insertPart(PartPtr part);
   void removeFromIndex(const PartName& name);
-  void detachAll() noexcept;
+  void release() noexcept;
   [[nodiscard]] bool isModified() const;
   void write();
 

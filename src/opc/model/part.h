@@ -26,7 +26,7 @@ class Package;
 // as compressed bytes on close), a content source (a file on disk, streamed on close), or a spool
 // written through getOutputStream (memory up to a small limit, then an unnamed temporary file in the
 // package's folder). No part's content is ever held whole in memory beyond that limit.
-class Part {
+class Part : public std::enable_shared_from_this<Part> {
  public:
   Part(const Part&) = delete;
   Part& operator=(const Part&) = delete;
@@ -78,7 +78,8 @@ class Part {
   std::uint64_t contentGeneration_ = 0;            // invalidates older output streams
   std::optional<FileTime> lastModified_;
   std::optional<std::uint32_t> unixMode_;
-  bool changed_ = false;                           // content or attributes differ from the file
+  bool contentChanged_ = false;                    // content differs from the file's entry
+  bool attributesChanged_ = false;                 // time or mode differ from the file's entry
   Relationships relationships_;
   std::optional<std::uint64_t> relationshipsEntry_;  // its relationships part, when unchanged
 };

@@ -79,6 +79,10 @@ class Relationships {
   void markSaved() { modified_ = false; }
 
  private:
+  friend class Package;
+  friend class Part;
+  void requireWritable() const;
+  bool readOnly_ = false;  // set by the owning package in read mode
   URI source_;
   std::vector<Relationship> items_;
   std::unordered_map<ustring, std::size_t> byId_;  // id -> position in items_

@@ -1,0 +1,104 @@
+#include "opc/detail/content_sources.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "opc/exception.h"
+
+namespace opc::detail {
+
+namespace {
+
+class MemoryStream : public InputStream {
+ public:
+  explicit MemoryStream(std::shared_ptr<const std::string> bytes) : bytes_(std::move(bytes)) {}
+  [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override {
+    const std::size_t n = std::min(size, bytes_->size() - offset_);
+    std::memcpy(buffer, bytes_->data() + offset_, n);
+    offset_ += n;
+    return n;
+  }
+
+ private:
+  std::shared_ptr<const std::string> bytes_;
+  std::size_t offset_ = 0;
+};
+
+class SpoolStream : public InputStream {
+ public:
+  explicit SpoolStream(std::shared_ptr<const SpoolContent> spool) : spool_(std::move(spool)) {}
+  [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override {
+    const std::size_t n = spool_->readAt(offset_, buffer, size);
+    offset_ += n;
+    return n;
+  }
+
+ private:
+  std::shared_ptr<const SpoolContent> spool_;
+  std::uint64_t offset_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<InputStream> MemoryContentSource::openStream() const {
+  return std::make_unique<MemoryStream>(bytes_);
+}
+
+UniqueFd createAnonymousFile(const std::string& folder) {
+  const std::string dir = folder.empty() ? std::string(".") : folder;
+  UniqueFd fd(::open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  if (fd) return fd;
+  if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+    throw Exception(osError("cannot create a temporary file in", dir, errno));
+  }
+  std::string name = dir + "/.opc-spool-XXXXXX";
+  fd = UniqueFd(::mkostemp(name.data(), O_CLOEXEC));
+  if (!fd) throw Exception(osError("cannot create a temporary file in", dir, errno));
+  ::unlink(name.c_str());
+  return fd;
+}
+
+SpoolContent::SpoolContent(std::string folder, std::size_t memoryLimit)
+    : folder_(std::move(folder)), memoryLimit_(memoryLimit) {}
+
+void SpoolContent::spill() {
+  file_ = createAnonymousFile(folder_);
+  pwriteAll(file_.get(), memory_.data(), memory_.size(), 0, folder_ + " (spool)");
+  memory_.clear();
+  memory_.shrink_to_fit();
+}
+
+void SpoolContent::append(const std::uint8_t* data, std::size_t size) {
+  if (!file_ && size_ + size > memoryLimit_) spill();
+  if (file_) {
+    pwriteAll(file_.get(), data, size, size_, folder_ + " (spool)");
+  } else {
+    memory_.insert(memory_.end(), data, data + size);
+  }
+  size_ += size;
+}
+
+std::size_t SpoolContent::readAt(std::uint64_t offset, std::uint8_t* out, std::size_t size) const {
+  if (offset >= size_) return 0;
+  const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(size, size_ - offset));
+  if (file_) {
+    std::size_t done = 0;
+    while (done < n) {
+      const std::size_t got = preadSome(file_.get(), out + done, n - done, offset + done, folder_ + " (spool)");
+      if (got == 0) throw Exception("spool file in '" + folder_ + "' is shorter than written");
+      done += got;
+    }
+    return n;
+  }
+  std::memcpy(out, memory_.data() + offset, n);
+  return n;
+}
+
+std::unique_ptr<InputStream> SpoolContent::openStream() const {
+  return std::make_unique<SpoolStream>(shared_from_this());
+}
+
+}  // namespace opc::detail

@@ -1,0 +1,55 @@
+#pragma once
+// Content sources the package model makes for itself.
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "opc/content_source.h"
+#include "opc/detail/fd.h"
+
+namespace opc::detail {
+
+// Bytes held in memory (the XML the model writes: content types, relationships).
+class MemoryContentSource : public ContentSource {
+ public:
+  explicit MemoryContentSource(std::string bytes) : bytes_(std::make_shared<const std::string>(std::move(bytes))) {}
+  [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
+  [[nodiscard]] std::optional<std::uint64_t> size() const override { return bytes_->size(); }
+
+ private:
+  std::shared_ptr<const std::string> bytes_;
+};
+
+// Content written through a part's output stream: kept in memory up to `memoryLimit` bytes, then
+// moved to an unnamed temporary file in `folder` (gone when the last holder lets go, even after a
+// kill), so a large part never lives in memory. Streams opened on it read what was appended before
+// each read. Not thread-safe.
+class SpoolContent : public ContentSource, public std::enable_shared_from_this<SpoolContent> {
+ public:
+  static constexpr std::size_t kDefaultMemoryLimit = 1u << 20;
+  SpoolContent(std::string folder, std::size_t memoryLimit = kDefaultMemoryLimit);
+
+  void append(const std::uint8_t* data, std::size_t size);
+  [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
+  [[nodiscard]] std::optional<std::uint64_t> size() const override { return size_; }
+  [[nodiscard]] bool spilled() const { return static_cast<bool>(file_); }
+
+  // Reads up to `size` bytes at `offset`; 0 at the end.
+  [[nodiscard]] std::size_t readAt(std::uint64_t offset, std::uint8_t* out, std::size_t size) const;
+
+ private:
+  void spill();
+  std::string folder_;
+  std::size_t memoryLimit_;
+  std::vector<std::uint8_t> memory_;
+  UniqueFd file_;
+  std::uint64_t size_ = 0;
+};
+
+// An unnamed file in `folder` (O_TMPFILE), or a named one unlinked at once where the file system
+// has no unnamed files. Throws opc::Exception.
+[[nodiscard]] UniqueFd createAnonymousFile(const std::string& folder);
+
+}  // namespace opc::detail

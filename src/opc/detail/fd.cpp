@@ -1,0 +1,80 @@
+#include "opc/detail/fd.h"
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+#include "opc/exception.h"
+
+namespace opc::detail {
+
+UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
+  if (this != &other) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = other.release();
+  }
+  return *this;
+}
+
+UniqueFd::~UniqueFd() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+std::string UniqueFd::close() {
+  if (fd_ < 0) return {};
+  const int rc = ::close(release());
+  return rc == 0 ? std::string() : std::string(std::strerror(errno));
+}
+
+std::string osError(std::string_view what, std::string_view path, int err) {
+  return std::string(what) + " '" + std::string(path) + "': " + std::strerror(err);
+}
+
+std::size_t FdInputStream::read(std::uint8_t* buffer, std::size_t size) {
+  for (;;) {
+    const ssize_t n = ::read(fd_.get(), buffer, size);
+    if (n >= 0) return static_cast<std::size_t>(n);
+    if (errno != EINTR) throw Exception(osError("cannot read", path_, errno));
+  }
+}
+
+FdOutputStream::~FdOutputStream() = default;
+
+void FdOutputStream::write(const std::uint8_t* data, std::size_t size) {
+  writeAll(fd_.get(), data, size, path_);
+}
+
+void writeAll(int fd, const std::uint8_t* data, std::size_t size, std::string_view path) {
+  while (size > 0) {
+    const ssize_t n = ::write(fd, data, size);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      throw Exception(osError("cannot write", path, errno));
+    }
+    data += n;
+    size -= static_cast<std::size_t>(n);
+  }
+}
+
+void pwriteAll(int fd, const std::uint8_t* data, std::size_t size, std::uint64_t offset, std::string_view path) {
+  while (size > 0) {
+    const ssize_t n = ::pwrite(fd, data, size, static_cast<off_t>(offset));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      throw Exception(osError("cannot write", path, errno));
+    }
+    data += n;
+    offset += static_cast<std::uint64_t>(n);
+    size -= static_cast<std::size_t>(n);
+  }
+}
+
+std::size_t preadSome(int fd, std::uint8_t* data, std::size_t size, std::uint64_t offset, std::string_view path) {
+  for (;;) {
+    const ssize_t n = ::pread(fd, data, size, static_cast<off_t>(offset));
+    if (n >= 0) return static_cast<std::size_t>(n);
+    if (errno != EINTR) throw Exception(osError("cannot read", path, errno));
+  }
+}
+
+}  // namespace opc::detail

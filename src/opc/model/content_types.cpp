@@ -1,0 +1,172 @@
+#include "opc/model/content_types.h"
+
+#include "opc/detail/text.h"
+#include "opc/detail/xml_text.h"
+#include "opc/exception.h"
+#include "opc/model/package_helper.h"
+
+namespace opc::model::detail {
+
+namespace {
+
+using opc::detail::narrow;
+
+// Bounds what a hostile package can make us parse: about 2,000 bytes per part for a million parts.
+constexpr std::uint64_t kMaxContentTypesBytes = 1ull << 31;
+
+void requireOnly(const opc::detail::XmlElement& element, std::initializer_list<std::u16string_view> allowed,
+                 const std::string& what) {
+  if (!element.qualifiedAttributes.empty()) {
+    throw Exception(what + ": element '" + narrow(element.localName) + "' has an unexpected attribute '" +
+                    narrow(element.qualifiedAttributes.front()) + "'");
+  }
+  for (const auto& [name, value] : element.attributes) {
+    bool known = false;
+    for (const auto a : allowed) known = known || name == a;
+    if (!known) {
+      throw Exception(what + ": element '" + narrow(element.localName) + "' has an unexpected attribute '" +
+                      narrow(name) + "'");
+    }
+  }
+}
+
+const ustring& required(const opc::detail::XmlElement& element, std::u16string_view name, const std::string& what) {
+  const ustring* value = element.attribute(name);
+  if (value == nullptr) {
+    throw Exception(what + ": element '" + narrow(element.localName) + "' lacks the attribute '" + narrow(name) + "'");
+  }
+  return *value;
+}
+
+ContentType contentTypeOf(const ustring& text, const std::string& what) {
+  try {
+    return ContentType(text);
+  } catch (const Exception& e) {
+    throw Exception(what + ": " + e.what());
+  }
+}
+
+bool isValidExtension(const ustring& extension) {
+  using namespace opc::detail;
+  if (extension.empty()) return false;
+  for (std::size_t i = 0; i < extension.size(); ++i) {
+    const char16_t c = extension[i];
+    if (c == u'%') {
+      if (i + 2 >= extension.size() || !isHexDigit(extension[i + 1]) || !isHexDigit(extension[i + 2])) return false;
+      i += 2;
+    } else if (c != u'.' && !isUnreserved(c) && !isSubDelim(c) && c != u':' && c != u'@' && c <= 0x7F) {
+      return false;
+    } else if (c == u'.') {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what) {
+  const auto root = opc::detail::readXmlDocument(stream, PackageHelper::getContentTypesNamespace(), what,
+                                                 kMaxContentTypesBytes);
+  if (root.localName != u"Types") throw Exception(what + ": the document element is not 'Types'");
+  requireOnly(root, {}, what);
+  ContentTypeMap map;
+  for (const auto& child : root.children) {
+    if (child.ns != PackageHelper::getContentTypesNamespace()) {
+      throw Exception(what + ": unexpected element '" + narrow(child.localName) + "' in namespace '" +
+                      narrow(child.ns) + "'");
+    }
+    if (!child.children.empty()) {
+      throw Exception(what + ": element '" + narrow(child.localName) + "' has unexpected content");
+    }
+    if (child.localName == u"Default") {
+      requireOnly(child, {u"Extension", u"ContentType"}, what);
+      const ustring& extension = required(child, u"Extension", what);
+      if (!isValidExtension(extension)) throw Exception(what + ": invalid extension '" + narrow(extension) + "'");
+      const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
+      if (!map.defaults_.emplace(opc::detail::asciiLower(extension), type).second) {
+        throw Exception(what + ": extension '" + narrow(extension) + "' has more than one Default");
+      }
+    } else if (child.localName == u"Override") {
+      requireOnly(child, {u"PartName", u"ContentType"}, what);
+      const ustring& text = required(child, u"PartName", what);
+      std::optional<PartName> name;
+      try {
+        name.emplace(text);
+      } catch (const Exception& e) {
+        throw Exception(what + ": Override: " + e.what());
+      }
+      const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
+      if (!map.overrides_.emplace(name->getKey(), type).second) {
+        throw Exception(what + ": part '" + narrow(text) + "' has more than one Override");
+      }
+    } else {
+      throw Exception(what + ": unexpected element '" + narrow(child.localName) + "'");
+    }
+  }
+  return map;
+}
+
+const ContentType* ContentTypeMap::lookup(const PartName& name) const {
+  if (const auto it = overrides_.find(name.getKey()); it != overrides_.end()) return &it->second;
+  const ustring extension = name.getExtension();
+  if (extension.empty()) return nullptr;
+  if (const auto it = defaults_.find(opc::detail::asciiLower(extension)); it != defaults_.end()) return &it->second;
+  return nullptr;
+}
+
+std::string buildContentTypesXml(const std::vector<std::pair<const PartName*, const ContentType*>>& parts) {
+  struct Candidate {
+    const ContentType* type;
+    std::size_t count;
+  };
+  struct Extension {
+    ustring text;  // as the first part spelled it
+    std::vector<Candidate> candidates;
+    const ContentType* chosen = nullptr;
+  };
+  std::vector<Extension> extensions;
+  std::unordered_map<ustring, std::size_t> byKey;
+  std::vector<std::size_t> extensionOf(parts.size(), SIZE_MAX);
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const ustring extension = parts[i].first->getExtension();
+    if (extension.empty()) continue;
+    const ustring key = opc::detail::asciiLower(extension);
+    auto [it, inserted] = byKey.emplace(key, extensions.size());
+    if (inserted) extensions.push_back(Extension{extension, {}, nullptr});
+    extensionOf[i] = it->second;
+    auto& candidates = extensions[it->second].candidates;
+    bool found = false;
+    for (auto& c : candidates) {
+      if (*c.type == *parts[i].second) {
+        ++c.count;
+        found = true;
+        break;
+      }
+    }
+    if (!found) candidates.push_back(Candidate{parts[i].second, 1});
+  }
+  for (auto& e : extensions) {
+    const Candidate* best = &e.candidates.front();
+    for (const auto& c : e.candidates) {
+      if (c.count > best->count) best = &c;
+    }
+    e.chosen = best->type;
+  }
+
+  opc::detail::XmlTextWriter writer;
+  writer.startElement(u"Types", {{u"xmlns", PackageHelper::getContentTypesNamespace()}});
+  for (const auto& e : extensions) {
+    writer.emptyElement(u"Default", {{u"Extension", e.text}, {u"ContentType", e.chosen->toString()}});
+  }
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::size_t ext = extensionOf[i];
+    if (ext != SIZE_MAX && *extensions[ext].chosen == *parts[i].second) continue;
+    writer.emptyElement(u"Override",
+                        {{u"PartName", parts[i].first->getName()}, {u"ContentType", parts[i].second->toString()}});
+  }
+  writer.endElement(u"Types");
+  return writer.take();
+}
+
+}  // namespace opc::model::detail

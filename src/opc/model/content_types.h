@@ -1,0 +1,38 @@
+#pragma once
+// The "[Content_Types].xml" item: Default entries by extension, Override entries by part name.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "opc/model/content_type.h"
+#include "opc/model/part_name.h"
+#include "opc/streams.h"
+
+namespace opc::model::detail {
+
+inline constexpr char kContentTypesItemName[] = "[Content_Types].xml";
+
+class ContentTypeMap {
+ public:
+  // Throws opc::Exception for malformed XML, an unknown element or attribute, an invalid extension,
+  // part name or content type, or a repeated extension (ignoring case) or part name (equivalence).
+  // `what` names the item in messages.
+  [[nodiscard]] static ContentTypeMap read(InputStream& stream, const std::string& what);
+
+  // The Override for the part, else the Default for its extension (ignoring case).
+  [[nodiscard]] const ContentType* lookup(const PartName& name) const;
+
+ private:
+  std::unordered_map<ustring, ContentType> defaults_;   // ASCII-lower-cased extension
+  std::unordered_map<ustring, ContentType> overrides_;  // part name key
+};
+
+// The document for these parts (relationships parts included): for each extension, the content type
+// most of its parts have becomes the Default (the first seen wins a tie); every other part, and every
+// part without an extension, gets an Override. Defaults and Overrides follow the parts' order.
+[[nodiscard]] std::string buildContentTypesXml(const std::vector<std::pair<const PartName*, const ContentType*>>& parts);
+
+}  // namespace opc::model::detail

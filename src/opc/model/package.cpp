@@ -1,0 +1,462 @@
+#include "opc/model/package.h"
+
+#include <cerrno>
+#include <sys/stat.h>
+
+#include "opc/detail/content_sources.h"
+#include "opc/detail/text.h"
+#include "opc/exception.h"
+#include "opc/model/content_types.h"
+#include "opc/model/package_helper.h"
+#include "opc/zippackage/zip_physical_package.h"
+#include "opc/detail/xml_text.h"
+
+namespace opc::model {
+
+namespace {
+
+using opc::detail::narrow;
+using zippackage::ZipEntry;
+
+// A hostile relationships part cannot make us parse more than this.
+constexpr std::uint64_t kMaxRelationshipsBytes = 64u << 20;
+
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  if (slash == 0) return "/";
+  return path.substr(0, slash);
+}
+
+std::string describeEntry(const ZipEntry& entry) {
+  return "entry " + std::to_string(entry.index) + " '" + entry.name + "'";
+}
+
+// Calls `visit` with the key of every proper prefix segment of `key` ("/a", "/a/b" for "/a/b/c").
+template <class Visit>
+void forEachPrefix(const ustring& key, Visit visit) {
+  for (std::size_t i = 1; i < key.size(); ++i) {
+    if (key[i] == u'/') visit(key.substr(0, i));
+  }
+}
+
+void readRelationships(InputStream& stream, Relationships& target, const std::string& what) {
+  const auto root = opc::detail::readXmlDocument(stream, PackageHelper::getRelationshipsNamespace(), what,
+                                                 kMaxRelationshipsBytes);
+  if (root.localName != u"Relationships") throw Exception(what + ": the document element is not 'Relationships'");
+  if (!root.attributes.empty() || !root.qualifiedAttributes.empty()) {
+    throw Exception(what + ": element 'Relationships' has an unexpected attribute");
+  }
+  for (const auto& child : root.children) {
+    if (child.ns != PackageHelper::getRelationshipsNamespace() || child.localName != u"Relationship") {
+      throw Exception(what + ": unexpected element '" + narrow(child.localName) + "'");
+    }
+    if (!child.children.empty() || !child.qualifiedAttributes.empty()) {
+      throw Exception(what + ": element 'Relationship' has unexpected content");
+    }
+    const ustring* id = nullptr;
+    const ustring* type = nullptr;
+    const ustring* targetText = nullptr;
+    TargetMode mode = TargetMode::Internal;
+    for (const auto& [name, value] : child.attributes) {
+      if (name == u"Id") {
+        id = &value;
+      } else if (name == u"Type") {
+        type = &value;
+      } else if (name == u"Target") {
+        targetText = &value;
+      } else if (name == u"TargetMode") {
+        if (value == u"External") {
+          mode = TargetMode::External;
+        } else if (value != u"Internal") {
+          throw Exception(what + ": invalid TargetMode '" + narrow(value) + "'");
+        }
+      } else {
+        throw Exception(what + ": element 'Relationship' has an unexpected attribute '" + narrow(name) + "'");
+      }
+    }
+    if (id == nullptr || type == nullptr || targetText == nullptr) {
+      throw Exception(what + ": a Relationship lacks one of the attributes Id, Type and Target");
+    }
+    if (id->empty()) throw Exception(what + ": a Relationship has an empty Id");
+    try {
+      target.createRelationship(URI(*targetText), *type, *id, mode);
+    } catch (const Exception& e) {
+      throw Exception(what + ": " + e.what());
+    }
+  }
+  target.markSaved();
+}
+
+}  // namespace
+
+Package::Package(zippackage::ZipPhysicalPackage& physical)
+    : physical_(physical), relationships_(PackageHelper::getPackageRootURI()) {}
+
+Package::~Package() {
+  revert();
+}
+
+void Package::requireOpen() const {
+  if (!mode_) throw Exception("package '" + physical_.getNarrowPath() + "' is not open");
+}
+
+void Package::requireWritable() const {
+  requireOpen();
+  if (*mode_ == interfaces::OpenMode::Read) {
+    throw Exception("package '" + physical_.getNarrowPath() + "' is open for reading only");
+  }
+}
+
+void Package::open(interfaces::OpenMode mode) {
+  if (mode_) throw Exception("package '" + physical_.getNarrowPath() + "' is already open");
+  switch (mode) {
+    case interfaces::OpenMode::Read:
+    case interfaces::OpenMode::Modify:
+      physical_.openArchive();
+      try {
+        load();
+      } catch (...) {
+        release();
+        throw;
+      }
+      break;
+    case interfaces::OpenMode::Create: {
+      const std::string folder = folderOf(physical_.getNarrowPath());
+      struct stat st {};
+      if (::stat(folder.c_str(), &st) != 0) {
+        throw Exception(opc::detail::osError("cannot create package '" + physical_.getNarrowPath() + "': folder",
+                                             folder, errno));
+      }
+      if (!S_ISDIR(st.st_mode)) {
+        throw Exception("cannot create package '" + physical_.getNarrowPath() + "': '" + folder + "' is no folder");
+      }
+      structureChanged_ = true;
+      break;
+    }
+    default:
+      throw Exception("unknown open mode " + std::to_string(static_cast<int>(mode)));
+  }
+  mode_ = mode;
+  const bool readOnly = mode == interfaces::OpenMode::Read;
+  relationships_.readOnly_ = readOnly;
+  for (const auto& part : parts_) {
+    if (part) part->relationships_.readOnly_ = readOnly;
+  }
+}
+
+void Package::load() {
+  const std::string& path = physical_.getNarrowPath();
+  const auto& entries = physical_.getEntries();
+  const ZipEntry* contentTypesEntry = nullptr;
+  for (const auto& entry : entries) {
+    if (entry.name == detail::kContentTypesItemName) {
+      if (contentTypesEntry != nullptr) throw Exception("package '" + path + "': two [Content_Types].xml items");
+      contentTypesEntry = &entry;
+    }
+  }
+  if (contentTypesEntry == nullptr) {
+    throw Exception("package '" + path + "' is no OPC package: it has no [Content_Types].xml item");
+  }
+  if (contentTypesEntry->encrypted) throw Exception("package '" + path + "': [Content_Types].xml is encrypted");
+  const auto contentTypes = [&] {
+    auto stream = physical_.openEntry(contentTypesEntry->index);
+    return detail::ContentTypeMap::read(*stream, "package '" + path + "': [Content_Types].xml");
+  }();
+
+  std::vector<std::pair<PartName, const ZipEntry*>> relationshipParts;
+  std::unordered_map<ustring, std::size_t> relationshipKeys;
+  for (const auto& entry : entries) {
+    if (&entry == contentTypesEntry) continue;
+    if (!entry.name.empty() && entry.name.back() == '/') continue;  // a folder item: no part
+    const std::string where = "package '" + path + "': " + describeEntry(entry);
+    if (entry.encrypted) throw Exception(where + " is encrypted");
+    if (entry.compressionMethod != 0 && entry.compressionMethod != 8) {
+      throw Exception(where + " uses compression method " + std::to_string(entry.compressionMethod) +
+                      " (stored and deflate are supported)");
+    }
+    std::optional<PartName> name;
+    try {
+      name.emplace(PartName::fromZipItemName(entry.name));
+    } catch (const Exception& e) {
+      throw Exception(where + ": " + e.what());
+    }
+    if (name->isRelationshipsPartName()) {
+      if (!relationshipKeys.emplace(name->getKey(), relationshipParts.size()).second) {
+        throw Exception(where + ": its name is equivalent to that of another item");
+      }
+      relationshipParts.emplace_back(*name, &entry);
+      continue;
+    }
+    const ContentType* type = contentTypes.lookup(*name);
+    if (type == nullptr) throw Exception(where + ": part '" + narrow(name->getName()) + "' has no content type");
+    PartPtr part(new Part(this, *name, *type,
+                          StandardPartInfo(entry.compressionMethod == 0 ? StandardPartInfo::Stored
+                                                                        : StandardPartInfo::Deflated,
+                                           entry.size)));
+    part->sourceEntry_ = entry.index;
+    part->sourceSize_ = entry.size;
+    part->lastModified_ = entry.attributes.lastModified;
+    part->unixMode_ = entry.attributes.unixMode;
+    try {
+      insertPart(part);
+    } catch (const Exception& e) {
+      throw Exception(where + ": " + e.what());
+    }
+  }
+
+  const ContentType relationshipsType(PackageHelper::getRelationshipsContentType());
+  for (const auto& [name, entry] : relationshipParts) {
+    const std::string where = "package '" + path + "': relationships part '" + narrow(name.getName()) + "' (" +
+                              describeEntry(*entry) + ")";
+    forEachPrefix(name.getKey(), [&](const ustring& prefix) {
+      if (byKey_.contains(prefix)) throw Exception(where + ": a part is named like one of its folders");
+    });
+    const ContentType* type = contentTypes.lookup(name);
+    if (type == nullptr || !(*type == relationshipsType)) {
+      throw Exception(where + ": its content type is not that of relationships");
+    }
+    URI source;
+    try {
+      source = PackageHelper::getSourceURI(name);
+    } catch (const Exception& e) {
+      throw Exception(where + ": " + e.what());
+    }
+    Relationships* target = &relationships_;
+    Part* sourcePart = nullptr;
+    if (source.toString() != u"/") {
+      const auto it = byKey_.find(PartName(source.toString()).getKey());
+      if (it == byKey_.end()) throw Exception(where + ": its source part does not exist");
+      sourcePart = parts_[it->second].get();
+      target = &sourcePart->relationships_;
+    }
+    auto stream = physical_.openEntry(entry->index);
+    readRelationships(*stream, *target, where);
+    if (sourcePart != nullptr) {
+      sourcePart->relationshipsEntry_ = entry->index;
+    } else {
+      relationshipsEntry_ = entry->index;
+    }
+  }
+}
+
+void Package::insertPart(PartPtr part) {
+  const ustring& key = part->getPartName().getKey();
+  const std::string name = narrow(part->getPartName().getName());
+  if (byKey_.contains(key)) throw Exception("a part named like '" + name + "' exists (names differ in case only or not at all)");
+  if (const auto it = folders_.find(key); it != folders_.end() && it->second > 0) {
+    throw Exception("part name '" + name + "' is a prefix segment of another part's name");
+  }
+  forEachPrefix(key, [&](const ustring& prefix) {
+    if (byKey_.contains(prefix)) {
+      throw Exception("part name '" + name + "' extends the name of another part by segments");
+    }
+  });
+  forEachPrefix(key, [&](const ustring& prefix) { ++folders_[prefix]; });
+  byKey_.emplace(key, parts_.size());
+  parts_.push_back(std::move(part));
+  ++partCount_;
+}
+
+void Package::removeFromIndex(const PartName& name) {
+  const auto it = byKey_.find(name.getKey());
+  parts_[it->second] = nullptr;
+  byKey_.erase(it);
+  forEachPrefix(name.getKey(), [&](const ustring& prefix) {
+    const auto f = folders_.find(prefix);
+    if (--f->second == 0) folders_.erase(f);
+  });
+  --partCount_;
+  // Keep deletion O(1) but the vector no larger than twice the live parts.
+  if (parts_.size() > 64 && partCount_ < parts_.size() / 2) {
+    std::vector<PartPtr> live;
+    live.reserve(partCount_);
+    for (auto& p : parts_) {
+      if (p) {
+        byKey_[p->getPartName().getKey()] = live.size();
+        live.push_back(std::move(p));
+      }
+    }
+    parts_ = std::move(live);
+  }
+}
+
+PartPtr Package::createPart(const PartName& name, const ContentType& contentType, const StandardPartInfo& info) {
+  requireWritable();
+  if (name.isRelationshipsPartName()) {
+    throw Exception("cannot create part '" + narrow(name.getName()) +
+                    "': relationships parts are made through relationships");
+  }
+  PartPtr part(new Part(this, name, contentType, info));
+  part->contentChanged_ = true;
+  insertPart(part);
+  structureChanged_ = true;
+  return part;
+}
+
+PartPtr Package::getPart(const PartName& name) const {
+  requireOpen();
+  const auto it = byKey_.find(name.getKey());
+  if (it == byKey_.end()) {
+    throw Exception("package '" + physical_.getNarrowPath() + "' has no part '" + narrow(name.getName()) + "'");
+  }
+  return parts_[it->second];
+}
+
+bool Package::partExists(const PartName& name) const {
+  requireOpen();
+  return byKey_.contains(name.getKey());
+}
+
+void Package::deletePart(const PartName& name) {
+  requireWritable();
+  const auto it = byKey_.find(name.getKey());
+  if (it == byKey_.end()) {
+    throw Exception("cannot delete part '" + narrow(name.getName()) + "' of package '" + physical_.getNarrowPath() +
+                    "': no such part");
+  }
+  parts_[it->second]->owner_ = nullptr;
+  removeFromIndex(name);
+  structureChanged_ = true;
+}
+
+std::vector<PartPtr> Package::getParts() const {
+  requireOpen();
+  std::vector<PartPtr> out;
+  out.reserve(partCount_);
+  for (const auto& p : parts_) {
+    if (p) out.push_back(p);
+  }
+  return out;
+}
+
+Relationships& Package::getRelationships() {
+  requireOpen();
+  return relationships_;
+}
+
+const Relationships& Package::getRelationships() const {
+  requireOpen();
+  return relationships_;
+}
+
+Relationship Package::createRelationship(const URI& target, const ustring& type, const ustring& id, TargetMode mode) {
+  return getRelationships().createRelationship(target, type, id, mode);
+}
+
+bool Package::hasRelationship(const ustring& id) const {
+  return getRelationships().hasRelationship(id);
+}
+
+const Relationship& Package::getRelationship(const ustring& id) const {
+  return getRelationships().getRelationship(id);
+}
+
+std::vector<Relationship> Package::getRelationshipsByType(const ustring& type) const {
+  return getRelationships().getRelationshipsByType(type);
+}
+
+bool Package::deleteRelationship(const ustring& id) {
+  return getRelationships().deleteRelationship(id);
+}
+
+bool Package::isModified() const {
+  if (structureChanged_ || relationships_.isModified()) return true;
+  for (const auto& p : parts_) {
+    if (p && (p->contentChanged_ || p->attributesChanged_ || p->relationships_.isModified())) return true;
+  }
+  return false;
+}
+
+void Package::close() {
+  requireOpen();
+  if (*mode_ == interfaces::OpenMode::Create || (*mode_ == interfaces::OpenMode::Modify && isModified())) write();
+  release();
+}
+
+void Package::revert() noexcept {
+  release();
+}
+
+void Package::release() noexcept {
+  for (auto& p : parts_) {
+    if (p) p->owner_ = nullptr;
+  }
+  parts_.clear();
+  byKey_.clear();
+  folders_.clear();
+  partCount_ = 0;
+  relationships_ = Relationships(PackageHelper::getPackageRootURI());
+  relationshipsEntry_.reset();
+  structureChanged_ = false;
+  physical_.closeArchive();
+  mode_.reset();
+}
+
+void Package::write() {
+  using zippackage::Compression;
+  using zippackage::EntryAttributes;
+  auto writer = physical_.createWriter();
+  const ContentType relationshipsType(PackageHelper::getRelationshipsContentType());
+  const PartName rootRelationshipsName(u"/_rels/.rels");
+  std::vector<PartName> relationshipNames;  // stable storage for the content-type list
+  relationshipNames.reserve(partCount_ + 1);
+
+  std::vector<std::pair<const PartName*, const ContentType*>> types;
+  types.reserve(partCount_ + 1);
+  if (!relationships_.empty()) types.emplace_back(&rootRelationshipsName, &relationshipsType);
+  for (const auto& p : parts_) {
+    if (!p) continue;
+    types.emplace_back(&p->getPartName(), &p->getContentType());
+    if (!p->relationships_.empty()) {
+      relationshipNames.push_back(PackageHelper::getRelationshipsPartName(p->getURI()));
+      types.emplace_back(&relationshipNames.back(), &relationshipsType);
+    }
+  }
+  writer->addEntry(detail::kContentTypesItemName,
+                   std::make_shared<opc::detail::MemoryContentSource>(detail::buildContentTypesXml(types)),
+                   Compression::Deflated, {});
+
+  const auto writeRelationships = [&](const Relationships& relationships, const std::optional<std::uint64_t>& entry,
+                                      const PartName& name) {
+    if (relationships.empty()) return;
+    if (!relationships.isModified() && entry) {
+      writer->copyEntry(name.getZipItemName(), *entry, physical_.getEntries()[*entry].attributes);
+      return;
+    }
+    std::string xml;
+    struct StringSink : OutputStream {
+      std::string& out;
+      explicit StringSink(std::string& o) : out(o) {}
+      void write(const std::uint8_t* data, std::size_t size) override { out.append(reinterpret_cast<const char*>(data), size); }
+      void flush() override {}
+    } sink(xml);
+    relationships.writeXml(sink);
+    writer->addEntry(name.getZipItemName(), std::make_shared<opc::detail::MemoryContentSource>(std::move(xml)),
+                     Compression::Deflated, {});
+  };
+
+  writeRelationships(relationships_, relationshipsEntry_, rootRelationshipsName);
+  std::size_t relationshipIndex = 0;
+  for (const auto& p : parts_) {
+    if (!p) continue;
+    const EntryAttributes attributes{p->lastModified_, p->unixMode_};
+    const std::string itemName = p->getPartName().getZipItemName();
+    if (!p->contentChanged_ && p->sourceEntry_) {
+      writer->copyEntry(itemName, *p->sourceEntry_, attributes);
+    } else {
+      std::shared_ptr<const ContentSource> content = p->content_;
+      if (!content) content = std::make_shared<opc::detail::MemoryContentSource>(std::string());
+      writer->addEntry(itemName, std::move(content),
+                       p->info_.getCompressionType() == StandardPartInfo::Stored ? Compression::Stored
+                                                                                 : Compression::Deflated,
+                       attributes);
+    }
+    if (!p->relationships_.empty()) {
+      writeRelationships(p->relationships_, p->relationshipsEntry_, relationshipNames[relationshipIndex++]);
+    }
+  }
+  writer->commit();
+}
+
+}  // namespace opc::model

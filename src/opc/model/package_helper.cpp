@@ -1,0 +1,112 @@
+#include "opc/model/package_helper.h"
+
+#include "opc/detail/text.h"
+#include "opc/exception.h"
+
+namespace opc::model {
+
+namespace {
+constexpr char16_t kRelationshipsBase[] = u"http://schemas.openxmlformats.org/package/2006/relationships/";
+}
+
+const URI& PackageHelper::getPackageRootURI() {
+  static const URI root(u"/");
+  return root;
+}
+
+const ustring& PackageHelper::getThumbnailRelationshipType() {
+  static const ustring value = ustring(kRelationshipsBase) + u"metadata/thumbnail";
+  return value;
+}
+
+const ustring& PackageHelper::getCorePropertiesRelationshipType() {
+  static const ustring value = ustring(kRelationshipsBase) + u"metadata/core-properties";
+  return value;
+}
+
+const ustring& PackageHelper::getCorePropertiesContentType() {
+  static const ustring value = u"application/vnd.openxmlformats-package.core-properties+xml";
+  return value;
+}
+
+const ustring& PackageHelper::getCorePropertiesNamespace() {
+  static const ustring value = u"http://schemas.openxmlformats.org/package/2006/metadata/core-properties";
+  return value;
+}
+
+const ustring& PackageHelper::getDigitalSignatureOriginRelationshipType() {
+  static const ustring value = ustring(kRelationshipsBase) + u"digital-signature/origin";
+  return value;
+}
+
+const ustring& PackageHelper::getDigitalSignatureRelationshipType() {
+  static const ustring value = ustring(kRelationshipsBase) + u"digital-signature/signature";
+  return value;
+}
+
+const ustring& PackageHelper::getDigitalSignatureCertificateRelationshipType() {
+  static const ustring value = ustring(kRelationshipsBase) + u"digital-signature/certificate";
+  return value;
+}
+
+const ustring& PackageHelper::getDigitalSignatureOriginContentType() {
+  static const ustring value = u"application/vnd.openxmlformats-package.digital-signature-origin";
+  return value;
+}
+
+const ustring& PackageHelper::getDigitalSignatureXMLSignatureContentType() {
+  static const ustring value = u"application/vnd.openxmlformats-package.digital-signature-xmlsignature+xml";
+  return value;
+}
+
+const ustring& PackageHelper::getDigitalSignatureCertificateContentType() {
+  static const ustring value = u"application/vnd.openxmlformats-package.digital-signature-certificate";
+  return value;
+}
+
+const ustring& PackageHelper::getRelationshipsContentType() {
+  static const ustring value = u"application/vnd.openxmlformats-package.relationships+xml";
+  return value;
+}
+
+const ustring& PackageHelper::getRelationshipsNamespace() {
+  static const ustring value = u"http://schemas.openxmlformats.org/package/2006/relationships";
+  return value;
+}
+
+const ustring& PackageHelper::getContentTypesNamespace() {
+  static const ustring value = u"http://schemas.openxmlformats.org/package/2006/content-types";
+  return value;
+}
+
+PartName PackageHelper::getRelationshipsPartName(const URI& source) {
+  const ustring& text = source.toString();
+  if (text == u"/") return PartName(u"/_rels/.rels");
+  const PartName part(text);  // validates
+  const ustring& name = part.getName();
+  const std::size_t slash = name.rfind(u'/');
+  return PartName(name.substr(0, slash + 1) + u"_rels/" + name.substr(slash + 1) + u".rels");
+}
+
+URI PackageHelper::getSourceURI(const PartName& relationshipsPart) {
+  if (!relationshipsPart.isRelationshipsPartName()) {
+    throw Exception("'" + detail::narrow(relationshipsPart.getName()) + "' is no relationships part name");
+  }
+  const ustring& name = relationshipsPart.getName();
+  const std::size_t last = name.rfind(u'/');
+  const std::size_t relsFolder = name.rfind(u'/', last - 1);
+  const ustring folder = name.substr(0, relsFolder + 1);          // "/a/"
+  const ustring file = name.substr(last + 1, name.size() - last - 1 - 5);  // "b.xml"
+  if (file.empty()) {
+    if (folder == u"/") return getPackageRootURI();
+    throw Exception("relationships part '" + detail::narrow(name) + "' names no source part");
+  }
+  const PartName source(folder + file);
+  if (source.isRelationshipsPartName()) {
+    throw Exception("relationships part '" + detail::narrow(name) +
+                    "' holds the relationships of a relationships part");
+  }
+  return source.getURI();
+}
+
+}  // namespace opc::model

@@ -1,0 +1,151 @@
+#include "opc/model/part.h"
+
+#include "opc/detail/content_sources.h"
+#include "opc/detail/text.h"
+#include "opc/exception.h"
+#include "opc/model/package.h"
+#include "opc/zippackage/zip_physical_package.h"
+
+namespace opc::model {
+
+namespace {
+
+using opc::detail::narrow;
+
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  if (slash == 0) return "/";
+  return path.substr(0, slash);
+}
+
+// Appends to the spool that holds the part's new content, as long as the part still uses it.
+class PartOutputStream : public OutputStream {
+ public:
+  PartOutputStream(std::shared_ptr<Part> part, std::shared_ptr<opc::detail::SpoolContent> spool,
+                   const std::uint64_t* generation, std::uint64_t expected)
+      : part_(std::move(part)), spool_(std::move(spool)), generation_(generation), expected_(expected) {}
+
+  void write(const std::uint8_t* data, std::size_t size) override {
+    if (part_->isDetached() || *generation_ != expected_) {
+      throw Exception("cannot write to part '" + narrow(part_->getPartName().getName()) +
+                      "': its content was replaced, or the part was deleted or closed");
+    }
+    spool_->append(data, size);
+  }
+  void flush() override {}
+
+ private:
+  std::shared_ptr<Part> part_;  // keeps *generation_ alive
+  std::shared_ptr<opc::detail::SpoolContent> spool_;
+  const std::uint64_t* generation_;
+  std::uint64_t expected_;
+};
+
+}  // namespace
+
+StandardPartInfo::StandardPartInfo(int compressionType, std::uint64_t size)
+    : compressionType_(compressionType), size_(size) {
+  if (compressionType != Stored && compressionType != Deflated) {
+    throw Exception("unknown compression type " + std::to_string(compressionType) +
+                    " (0 stored and 1 deflate are known)");
+  }
+}
+
+Part::Part(Package* owner, PartName name, ContentType contentType, StandardPartInfo info)
+    : owner_(owner),
+      name_(std::move(name)),
+      contentType_(std::move(contentType)),
+      info_(info),
+      relationships_(name_.getURI()) {}
+
+Part::~Part() = default;
+
+Package& Part::owner() const {
+  if (owner_ == nullptr) {
+    throw Exception("part '" + narrow(name_.getName()) + "' is no longer in an open package");
+  }
+  return *owner_;
+}
+
+Package& Part::writableOwner() {
+  Package& package = owner();
+  package.requireWritable();
+  return package;
+}
+
+void Part::contentChanged() {
+  contentChanged_ = true;
+  ++contentGeneration_;
+}
+
+std::unique_ptr<InputStream> Part::getInputStream() const {
+  const Package& package = owner();
+  if (content_) return content_->openStream();
+  if (sourceEntry_) return package.physical_.openEntry(*sourceEntry_);
+  return opc::detail::MemoryContentSource(std::string()).openStream();
+}
+
+std::unique_ptr<OutputStream> Part::getOutputStream() {
+  Package& package = writableOwner();
+  auto spool = std::make_shared<opc::detail::SpoolContent>(folderOf(package.physical_.getNarrowPath()));
+  content_ = spool;
+  contentChanged();
+  return std::make_unique<PartOutputStream>(shared_from_this(), std::move(spool), &contentGeneration_,
+                                            contentGeneration_);
+}
+
+void Part::setContentSource(std::shared_ptr<const ContentSource> source) {
+  writableOwner();
+  if (!source) throw Exception("part '" + narrow(name_.getName()) + "': no content source given");
+  content_ = std::move(source);
+  contentChanged();
+}
+
+std::uint64_t Part::getSize() const {
+  owner();
+  if (content_) {
+    if (const auto size = content_->size()) return *size;
+    auto stream = content_->openStream();
+    std::uint8_t buffer[64 * 1024];
+    std::uint64_t total = 0;
+    while (const std::size_t n = stream->read(buffer, sizeof buffer)) total += n;
+    return total;
+  }
+  return sourceEntry_ ? sourceSize_ : 0;
+}
+
+std::optional<FileTime> Part::getLastModifiedTime() const {
+  owner();
+  return lastModified_;
+}
+
+void Part::setLastModifiedTime(FileTime time) {
+  writableOwner();
+  if (time.nanoseconds > 999'999'999) throw Exception("invalid modification time: nanoseconds out of range");
+  lastModified_ = time;
+  attributesChanged_ = true;
+}
+
+std::optional<std::uint32_t> Part::getUnixMode() const {
+  owner();
+  return unixMode_;
+}
+
+void Part::setUnixMode(std::uint32_t mode) {
+  writableOwner();
+  unixMode_ = mode & 07777;
+  attributesChanged_ = true;
+}
+
+Relationships& Part::getRelationships() {
+  owner();
+  return relationships_;
+}
+
+const Relationships& Part::getRelationships() const {
+  owner();
+  return relationships_;
+}
+
+}  // namespace opc::model

@@ -1,0 +1,435 @@
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zip.h>
+
+#include "opc/detail/content_sources.h"
+#include "opc/detail/fd.h"
+#include "opc/exception.h"
+#include "opc/zippackage/extra_fields.h"
+#include "opc/zippackage/zip_physical_package.h"
+#include "opc/zippackage/zip_support.h"
+
+namespace opc::zippackage {
+
+namespace {
+
+using detail::UniqueFd;
+
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  if (slash == 0) return "/";
+  return path.substr(0, slash);
+}
+
+std::string baseOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+mode_t currentUmask() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("Umask:", 0) == 0) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
+  }
+  return 022;
+}
+
+// First failure seen inside a libzip callback, where no exception may pass.
+struct Failures {
+  std::string first;
+  void record(const std::string& message) {
+    if (first.empty()) first = message;
+  }
+};
+
+zip_int64_t fail(zip_error_t* error, int code, int sysErr = 0) {
+  zip_error_set(error, code, sysErr);
+  return -1;
+}
+
+// The archive's file. New archives only: stat reports "no such file" so libzip starts empty, and
+// writing goes to a temporary file that replaces the package on commit.
+struct WriteTarget {
+  std::string finalPath;
+  std::string folder;
+  bool durable = true;
+  std::shared_ptr<Failures> failures;
+  UniqueFd fd;
+  std::string tempName;  // a named temporary file that exists on disk
+  std::uint64_t position = 0;
+  std::uint64_t length = 0;
+  zip_error_t error{};
+
+  std::string uniqueTempName() const {
+    static std::atomic<unsigned> counter{0};
+    return folder + "/." + baseOf(finalPath) + "." + std::to_string(::getpid()) + "." +
+           std::to_string(counter++) + ".tmp";
+  }
+
+  zip_int64_t begin() {
+    rollback();
+    fd = UniqueFd(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
+    if (!fd) {
+      if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+        failures->record(detail::osError("cannot create a temporary file in", folder, errno));
+        return fail(&error, ZIP_ER_TMPOPEN, errno);
+      }
+      std::string name = folder + "/." + baseOf(finalPath) + ".XXXXXX";
+      fd = UniqueFd(::mkostemp(name.data(), O_CLOEXEC));
+      if (!fd) {
+        failures->record(detail::osError("cannot create a temporary file in", folder, errno));
+        return fail(&error, ZIP_ER_TMPOPEN, errno);
+      }
+      tempName = name;
+      ::fchmod(fd.get(), 0666 & ~currentUmask());
+    }
+    position = length = 0;
+    return 0;
+  }
+
+  zip_int64_t write(const void* data, zip_uint64_t size) {
+    try {
+      detail::pwriteAll(fd.get(), static_cast<const std::uint8_t*>(data), size, position, folder);
+    } catch (const Exception& e) {
+      failures->record(std::string("writing the new package: ") + e.what());
+      return fail(&error, ZIP_ER_WRITE, errno);
+    }
+    position += size;
+    length = std::max(length, position);
+    return static_cast<zip_int64_t>(size);
+  }
+
+  zip_int64_t commit() {
+    struct stat old {};
+    if (::stat(finalPath.c_str(), &old) == 0) ::fchmod(fd.get(), old.st_mode & 07777);
+    if (durable && ::fsync(fd.get()) != 0) {
+      failures->record(detail::osError("cannot sync the new package in", folder, errno));
+      return fail(&error, ZIP_ER_WRITE, errno);
+    }
+    if (tempName.empty()) {
+      const std::string procPath = "/proc/self/fd/" + std::to_string(fd.get());
+      for (int attempt = 0;; ++attempt) {
+        const std::string name = uniqueTempName();
+        if (::linkat(AT_FDCWD, procPath.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+          tempName = name;
+          break;
+        }
+        if (errno != EEXIST || attempt > 100) {
+          failures->record(detail::osError("cannot name the new package in", folder, errno));
+          return fail(&error, ZIP_ER_TMPOPEN, errno);
+        }
+      }
+    }
+    if (::rename(tempName.c_str(), finalPath.c_str()) != 0) {
+      const int err = errno;
+      ::unlink(tempName.c_str());
+      tempName.clear();
+      failures->record(detail::osError("cannot replace", finalPath, err));
+      return fail(&error, ZIP_ER_RENAME, err);
+    }
+    tempName.clear();
+    const std::string closeError = fd.close();
+    if (!closeError.empty()) {
+      failures->record("closing the new package '" + finalPath + "': " + closeError);
+      return fail(&error, ZIP_ER_WRITE, 0);
+    }
+    if (durable) {
+      UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      if (!dir || ::fsync(dir.get()) != 0) {
+        failures->record(detail::osError("cannot sync the folder", folder, errno));
+        return fail(&error, ZIP_ER_WRITE, errno);
+      }
+    }
+    return 0;
+  }
+
+  void rollback() noexcept {
+    fd = UniqueFd();
+    if (!tempName.empty()) ::unlink(tempName.c_str());
+    tempName.clear();
+  }
+};
+
+zip_int64_t targetCallback(void* state, void* data, zip_uint64_t len, zip_source_cmd_t command) {
+  auto* t = static_cast<WriteTarget*>(state);
+  switch (command) {
+    case ZIP_SOURCE_SUPPORTS:
+      return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
+                                            ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, ZIP_SOURCE_SEEK, ZIP_SOURCE_TELL,
+                                            ZIP_SOURCE_BEGIN_WRITE, ZIP_SOURCE_COMMIT_WRITE,
+                                            ZIP_SOURCE_ROLLBACK_WRITE, ZIP_SOURCE_WRITE, ZIP_SOURCE_SEEK_WRITE,
+                                            ZIP_SOURCE_TELL_WRITE, ZIP_SOURCE_REMOVE, -1);
+    case ZIP_SOURCE_STAT:  // how libzip learns that there is no archive to read yet
+      return fail(&t->error, ZIP_ER_READ, ENOENT);
+    case ZIP_SOURCE_BEGIN_WRITE:
+      return t->begin();
+    case ZIP_SOURCE_WRITE:
+      return t->write(data, len);
+    case ZIP_SOURCE_SEEK_WRITE: {
+      const zip_int64_t offset = zip_source_seek_compute_offset(t->position, t->length, data, len, &t->error);
+      if (offset < 0) return -1;
+      t->position = static_cast<std::uint64_t>(offset);
+      return 0;
+    }
+    case ZIP_SOURCE_TELL_WRITE:
+      return static_cast<zip_int64_t>(t->position);
+    case ZIP_SOURCE_COMMIT_WRITE:
+      return t->commit();
+    case ZIP_SOURCE_ROLLBACK_WRITE:
+      t->rollback();
+      return 0;
+    case ZIP_SOURCE_ERROR:
+      return zip_error_to_data(&t->error, data, len);
+    case ZIP_SOURCE_FREE:
+      t->rollback();
+      delete t;
+      return 0;
+    case ZIP_SOURCE_REMOVE:  // an archive without entries; never wanted
+    default:
+      return fail(&t->error, ZIP_ER_OPNOTSUPP);
+  }
+}
+
+// The bytes of one entry, opened only while libzip copies them.
+struct EntrySource {
+  std::string name;
+  std::shared_ptr<const ContentSource> content;
+  std::optional<PrecompressedContent> precompressed;
+  std::shared_ptr<Failures> failures;
+  std::unique_ptr<InputStream> stream;
+  zip_error_t error{};
+
+  zip_int64_t stat(void* data, zip_uint64_t len) {
+    auto* st = ZIP_SOURCE_GET_ARGS(zip_stat_t, data, len, &error);
+    if (st == nullptr) return -1;
+    zip_stat_init(st);
+    if (precompressed) {
+      st->size = precompressed->uncompressedSize;
+      st->comp_size = precompressed->compressedSize;
+      st->comp_method = ZIP_CM_DEFLATE;
+      st->crc = precompressed->crc;
+      st->valid |= ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_COMP_METHOD | ZIP_STAT_CRC;
+    } else {
+      try {
+        if (const auto size = content->size()) {
+          st->size = *size;
+          st->valid |= ZIP_STAT_SIZE;
+        }
+      } catch (const std::exception& e) {
+        failures->record("entry '" + name + "': " + e.what());
+        return fail(&error, ZIP_ER_READ);
+      }
+    }
+    return sizeof(zip_stat_t);
+  }
+
+  zip_int64_t open() {
+    try {
+      stream = content->openStream();
+      return 0;
+    } catch (const std::exception& e) {
+      failures->record("entry '" + name + "': " + e.what());
+      return fail(&error, ZIP_ER_OPEN);
+    }
+  }
+
+  zip_int64_t read(void* data, zip_uint64_t len) {
+    try {
+      return static_cast<zip_int64_t>(stream->read(static_cast<std::uint8_t*>(data), static_cast<std::size_t>(len)));
+    } catch (const std::exception& e) {
+      failures->record("entry '" + name + "': " + e.what());
+      return fail(&error, ZIP_ER_READ);
+    }
+  }
+};
+
+zip_int64_t entryCallback(void* state, void* data, zip_uint64_t len, zip_source_cmd_t command) {
+  auto* s = static_cast<EntrySource*>(state);
+  switch (command) {
+    case ZIP_SOURCE_SUPPORTS:
+      return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
+                                            ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, -1);
+    case ZIP_SOURCE_STAT:
+      return s->stat(data, len);
+    case ZIP_SOURCE_OPEN:
+      return s->open();
+    case ZIP_SOURCE_READ:
+      return s->read(data, len);
+    case ZIP_SOURCE_CLOSE:
+      s->stream.reset();
+      return 0;
+    case ZIP_SOURCE_ERROR:
+      return zip_error_to_data(&s->error, data, len);
+    case ZIP_SOURCE_FREE:
+      delete s;
+      return 0;
+    default:
+      return fail(&s->error, ZIP_ER_OPNOTSUPP);
+  }
+}
+
+}  // namespace
+
+struct ZipWriter::Impl {
+  ZipPhysicalPackage& package;
+  std::shared_ptr<Failures> failures = std::make_shared<Failures>();
+  ZipArchivePtr archive;
+  bool used = false;
+  std::uint64_t entries = 0;
+
+  explicit Impl(ZipPhysicalPackage& p) : package(p) {}
+
+  [[noreturn]] void raise(const std::string& doing) {
+    std::string text = failures->first.empty() ? std::string(zip_strerror(archive.get())) : failures->first;
+    throw Exception("cannot write package '" + package.getNarrowPath() + "': " + doing + ": " + text);
+  }
+
+  zip_uint64_t add(const std::string& name, zip_source_t* source) {
+    if (source == nullptr) raise("entry '" + name + "'");
+    const zip_int64_t index = zip_file_add(archive.get(), name.c_str(), source, ZIP_FL_ENC_UTF_8);
+    if (index < 0) {
+      zip_source_free(source);
+      raise("entry '" + name + "'");
+    }
+    ++entries;
+    return static_cast<zip_uint64_t>(index);
+  }
+
+  zip_source_t* functionSource(EntrySource* state) {
+    zip_source_t* source = zip_source_function(archive.get(), entryCallback, state);
+    if (source == nullptr) delete state;
+    return source;
+  }
+
+  void apply(const std::string& name, zip_uint64_t index, const EntryAttributes& attributes) {
+    if (attributes.lastModified) {
+      const FileTime time = *attributes.lastModified;
+      if (zip_file_set_mtime(archive.get(), index, extra::clampToDosRange(time), 0) != 0) raise("entry '" + name + "'");
+      if (const auto ntfs = extra::encodeNtfs(time)) {
+        if (zip_file_extra_field_set(archive.get(), index, extra::kNtfsId, ZIP_EXTRA_FIELD_NEW, ntfs->data(),
+                                     static_cast<zip_uint16_t>(ntfs->size()), ZIP_FL_LOCAL | ZIP_FL_CENTRAL) != 0) {
+          raise("entry '" + name + "'");
+        }
+      }
+      if (const auto ut = extra::encodeExtendedTimestamp(time)) {
+        if (zip_file_extra_field_set(archive.get(), index, extra::kExtendedTimestampId, ZIP_EXTRA_FIELD_NEW,
+                                     ut->data(), static_cast<zip_uint16_t>(ut->size()),
+                                     ZIP_FL_LOCAL | ZIP_FL_CENTRAL) != 0) {
+          raise("entry '" + name + "'");
+        }
+      }
+    }
+    if (attributes.unixMode) {
+      const zip_uint32_t external = (static_cast<zip_uint32_t>(S_IFREG) | (*attributes.unixMode & 07777)) << 16;
+      if (zip_file_set_external_attributes(archive.get(), index, 0, ZIP_OPSYS_UNIX, external) != 0) {
+        raise("entry '" + name + "'");
+      }
+    }
+  }
+
+  void requireUsable() const {
+    if (used) throw Exception("package writer for '" + package.getNarrowPath() + "' was already committed or failed");
+  }
+};
+
+ZipWriter::ZipWriter(ZipPhysicalPackage& package) : impl_(std::make_unique<Impl>(package)) {
+  auto* target = new WriteTarget();
+  target->finalPath = package.getNarrowPath();
+  target->folder = folderOf(target->finalPath);
+  target->durable = package.isDurable();
+  target->failures = impl_->failures;
+  zip_error_t error;
+  zip_error_init(&error);
+  zip_source_t* source = zip_source_function_create(targetCallback, target, &error);
+  if (source == nullptr) {
+    delete target;
+    const std::string text = zipErrorText(&error);
+    zip_error_fini(&error);
+    throw Exception("cannot write package '" + package.getNarrowPath() + "': " + text);
+  }
+  zip_t* archive = zip_open_from_source(source, ZIP_CREATE | ZIP_TRUNCATE, &error);
+  if (archive == nullptr) {
+    zip_source_free(source);
+    const std::string text = zipErrorText(&error);
+    zip_error_fini(&error);
+    throw Exception("cannot write package '" + package.getNarrowPath() + "': " + text);
+  }
+  zip_error_fini(&error);
+  impl_->archive.reset(archive);
+}
+
+ZipWriter::~ZipWriter() = default;
+
+void ZipWriter::copyEntry(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
+  impl_->requireUsable();
+  auto& package = impl_->package;
+  if (package.archive_ == nullptr || sourceIndex >= package.entries_.size()) {
+    throw Exception("cannot copy entry " + std::to_string(sourceIndex) + " of '" + package.getNarrowPath() +
+                    "': no such entry in the open archive");
+  }
+  zip_source_t* source = zip_source_zip(impl_->archive.get(), package.archive_, sourceIndex, ZIP_FL_COMPRESSED, 0, 0);
+  const zip_uint64_t index = impl_->add(name, source);
+  // Stored entries stay stored; left at the default method libzip would deflate them.
+  if (package.entries_[sourceIndex].compressionMethod == ZIP_CM_STORE &&
+      zip_set_file_compression(impl_->archive.get(), index, ZIP_CM_STORE, 0) != 0) {
+    impl_->raise("entry '" + name + "'");
+  }
+  impl_->apply(name, index, attributes);
+}
+
+void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentSource> source,
+                         Compression compression, const EntryAttributes& attributes) {
+  impl_->requireUsable();
+  auto* state = new EntrySource{name, std::move(source), std::nullopt, impl_->failures, nullptr, {}};
+  const zip_uint64_t index = impl_->add(name, impl_->functionSource(state));
+  const zip_int32_t method = compression == Compression::Stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE;
+  if (zip_set_file_compression(impl_->archive.get(), index, method, 0) != 0) impl_->raise("entry '" + name + "'");
+  impl_->apply(name, index, attributes);
+}
+
+void ZipWriter::addPrecompressedEntry(const std::string& name, PrecompressedContent content,
+                                      const EntryAttributes& attributes) {
+  impl_->requireUsable();
+  auto compressed = content.compressed;
+  auto* state = new EntrySource{name, std::move(compressed), std::move(content), impl_->failures, nullptr, {}};
+  const zip_uint64_t index = impl_->add(name, impl_->functionSource(state));
+  impl_->apply(name, index, attributes);
+}
+
+void ZipWriter::commit() {
+  impl_->requireUsable();
+  impl_->used = true;
+  if (impl_->entries == 0) {
+    impl_->archive.reset();
+    throw Exception("cannot write package '" + impl_->package.getNarrowPath() + "': it has no entries");
+  }
+  if (zip_close(impl_->archive.get()) != 0) {
+    std::string text = impl_->failures->first.empty() ? std::string(zip_strerror(impl_->archive.get()))
+                                                       : impl_->failures->first;
+    impl_->archive.reset();  // zip_discard: the target rolls back and removes its temporary file
+    throw Exception("cannot write package '" + impl_->package.getNarrowPath() + "': " + text);
+  }
+  (void)impl_->archive.release();  // zip_close freed it
+}
+
+std::string zipErrorText(int code) {
+  zip_error_t error;
+  zip_error_init_with_code(&error, code);
+  std::string text = zip_error_strerror(&error);
+  zip_error_fini(&error);
+  return text;
+}
+
+std::string zipErrorText(zip_error_t* error) {
+  return zip_error_strerror(error);
+}
+
+}  // namespace opc::zippackage

@@ -1,0 +1,442 @@
+#include "opc/model/package.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <sstream>
+
+#include "opc/exception.h"
+#include "opc/kqservices/file_content_source.h"
+#include "opc/model/package_helper.h"
+#include "opc/xml/xerces_helper.h"
+#include "package_test_support.h"
+
+namespace opc::model {
+namespace {
+
+using namespace opc::test;
+
+constexpr char16_t kXml[] = u"application/xml";
+constexpr char16_t kType[] = u"http://example.com/relationships/item";
+
+class PackageTest : public ::testing::Test {
+ protected:
+  // A package with a deflated XML part, a stored binary part, a part-level and two package-level
+  // relationships.
+  void makeBasePackage() {
+    Session s(path, OpenMode::Create);
+    addPart(s.package, u"/docs/a.xml", kXml, "<a/>");
+    addPart(s.package, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), 0);
+    s.package.createRelationship(URI(u"/docs/a.xml"), kType);
+    s.package.createRelationship(URI(u"bin/data.bin"), kType, u"rId100");
+    s.package.getPart(PartName(u"/docs/a.xml"))->getRelationships().createRelationship(URI(u"../bin/data.bin"), kType);
+    s.package.close();
+  }
+
+  ScratchDir dir;
+  std::string file = dir.file("pkg.zip");
+  ustring path = dir.ufile("pkg.zip");
+};
+
+TEST_F(PackageTest, CreateCloseOpenModifyCloseCycles) {
+  makeBasePackage();
+  {
+    Session s(path, OpenMode::Read);
+    std::vector<ustring> names;
+    for (const auto& p : s.package.getParts()) names.push_back(p->getPartName().getName());
+    EXPECT_EQ(names, (std::vector<ustring>{u"/docs/a.xml", u"/bin/data.bin"}));
+    EXPECT_EQ(partBytes(s.package, u"/docs/a.xml"), "<a/>");
+    EXPECT_EQ(partBytes(s.package, u"/bin/data.bin"), patternBytes(70000, 1));
+    EXPECT_EQ(s.package.getPart(PartName(u"/bin/data.bin"))->getPartInfo().getCompressionType(), 0);
+    EXPECT_EQ(s.package.getPart(PartName(u"/bin/data.bin"))->getContentType(), ContentType(u"application/octet-stream"));
+    const auto rels = s.package.getRelationshipsByType(kType);
+    ASSERT_EQ(rels.size(), 2u);
+    EXPECT_EQ(rels[0].getId(), u"rId1");
+    EXPECT_EQ(rels[1].getTargetPartName(), PartName(u"/bin/data.bin"));
+    const auto& partRels = s.package.getPart(PartName(u"/docs/a.xml"))->getRelationships();
+    ASSERT_EQ(partRels.size(), 1u);
+    EXPECT_EQ(partRels.getRelationships()[0].getTargetPartName(), PartName(u"/bin/data.bin"));
+    s.package.close();
+  }
+  {
+    Session s(path, OpenMode::Modify);
+    s.package.deletePart(PartName(u"/bin/data.bin"));
+    auto a = s.package.getPart(PartName(u"/docs/a.xml"));
+    writeAll(*a->getOutputStream(), "<b/>");
+    addPart(s.package, u"/docs/new.xml", kXml, "<new/>");
+    s.package.deleteRelationship(u"rId100");
+    s.package.createRelationship(URI(u"/docs/new.xml"), kType);
+    s.package.close();
+  }
+  {
+    Session s(path, OpenMode::Read);
+    EXPECT_FALSE(s.package.partExists(PartName(u"/bin/data.bin")));
+    EXPECT_EQ(s.package.getPartCount(), 2u);
+    EXPECT_EQ(partBytes(s.package, u"/DOCS/A.XML"), "<b/>");
+    EXPECT_EQ(partBytes(s.package, u"/docs/new.xml"), "<new/>");
+    const auto rels = s.package.getRelationships().getRelationships();
+    ASSERT_EQ(rels.size(), 2u);
+    EXPECT_EQ(rels[0].getId(), u"rId1");
+    EXPECT_EQ(rels[1].getId(), u"rId2");  // rId1 is taken when the package is read back
+    // The part's relationships survive a content change of their source.
+    EXPECT_EQ(s.package.getPart(PartName(u"/docs/a.xml"))->getRelationships().size(), 1u);
+  }
+  // A second modification on top of the first: the file keeps working.
+  {
+    Session s(path, OpenMode::Modify);
+    addPart(s.package, u"/docs/third.xml", kXml, "<c/>");
+    s.package.close();
+  }
+  Session s(path, OpenMode::Read);
+  EXPECT_EQ(s.package.getPartCount(), 3u);
+}
+
+TEST_F(PackageTest, RevertAndFailedCloseLeaveTheFileByteForByte) {
+  makeBasePackage();
+  const std::string before = readFile(file);
+  const std::string vanishing = dir.file("vanishing.bin");
+  const struct {
+    const char* name;
+    std::function<void(Package&)> change;
+    bool closeFails;
+  } cases[] = {
+      {"add part", [](Package& p) { addPart(p, u"/x.xml", kXml, "<x/>"); }, false},
+      {"delete part", [](Package& p) { p.deletePart(PartName(u"/docs/a.xml")); }, false},
+      {"replace content", [](Package& p) { writeAll(*p.getPart(PartName(u"/docs/a.xml"))->getOutputStream(), "z"); }, false},
+      {"add relationship", [](Package& p) { p.createRelationship(URI(u"/docs/a.xml"), kType); }, false},
+      {"delete relationship", [](Package& p) { p.deleteRelationship(u"rId100"); }, false},
+      {"change time", [](Package& p) { p.getPart(PartName(u"/docs/a.xml"))->setLastModifiedTime({1, 0}); }, false},
+      {"source file vanishes before close",
+       [&](Package& p) {
+         writeFile(vanishing, "soon gone");
+         auto part = p.createPart(PartName(u"/v.bin"), ContentType(u"application/octet-stream"), StandardPartInfo());
+         part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(vanishing)));
+         std::filesystem::remove(vanishing);
+       },
+       true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    {
+      Session s(path, OpenMode::Modify);
+      c.change(s.package);
+      if (c.closeFails) {
+        try {
+          s.package.close();
+          ADD_FAILURE() << "close succeeded";
+        } catch (const Exception& e) {
+          EXPECT_NE(std::string(e.what()).find("v.bin"), std::string::npos) << e.what();
+          EXPECT_TRUE(s.package.isOpen());  // still open: the caller reverts
+        }
+      }
+      s.package.revert();
+    }
+    EXPECT_EQ(readFile(file), before);
+    EXPECT_EQ(dir.list(), std::vector<std::string>{"pkg.zip"});  // no temporary file left behind
+  }
+}
+
+TEST_F(PackageTest, ReadModeRefusesChangesAndWritesNothing) {
+  makeBasePackage();
+  struct stat before {};
+  ::stat(file.c_str(), &before);
+  const std::string bytes = readFile(file);
+  Session s(path, OpenMode::Read);
+  auto part = s.package.getPart(PartName(u"/docs/a.xml"));
+  const std::function<void()> changes[] = {
+      [&] { addPart(s.package, u"/x.xml", kXml, ""); },
+      [&] { s.package.deletePart(PartName(u"/docs/a.xml")); },
+      [&] { (void)part->getOutputStream(); },
+      [&] { part->setLastModifiedTime({0, 0}); },
+      [&] { part->setUnixMode(0600); },
+      [&] { s.package.createRelationship(URI(u"/docs/a.xml"), kType); },
+      [&] { s.package.deleteRelationship(u"rId1"); },
+      [&] { part->getRelationships().createRelationship(URI(u"x.xml"), kType); },
+  };
+  for (std::size_t i = 0; i < std::size(changes); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_THROW(changes[i](), Exception);
+  }
+  s.package.close();
+  struct stat after {};
+  ::stat(file.c_str(), &after);
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  EXPECT_EQ(readFile(file), bytes);
+}
+
+TEST_F(PackageTest, ModifyWithoutChangesKeepsTheFile) {
+  makeBasePackage();
+  struct stat before {};
+  ::stat(file.c_str(), &before);
+  {
+    Session s(path, OpenMode::Modify);
+    (void)partBytes(s.package, u"/docs/a.xml");
+    s.package.close();
+  }
+  struct stat after {};
+  ::stat(file.c_str(), &after);
+  EXPECT_EQ(after.st_ino, before.st_ino);
+}
+
+TEST_F(PackageTest, UnchangedPartsAreCopiedAsTheirCompressedBytes) {
+  makeBasePackage();
+  const auto before = rawItems(file);
+  {
+    Session s(path, OpenMode::Modify);
+    addPart(s.package, u"/more.xml", kXml, "<more/>");
+    s.package.getPart(PartName(u"/docs/a.xml"))->setUnixMode(0640);  // attributes only: bytes stay
+    s.package.close();
+  }
+  const auto after = rawItems(file);
+  for (const char* item : {"docs/a.xml", "bin/data.bin", "_rels/.rels", "docs/_rels/a.xml.rels"}) {
+    SCOPED_TRACE(item);
+    ASSERT_TRUE(after.contains(item));
+    EXPECT_EQ(after.at(item).method, before.at(item).method);
+    EXPECT_EQ(after.at(item).compressed, before.at(item).compressed);
+  }
+  EXPECT_EQ(after.at("bin/data.bin").method, ZIP_CM_STORE);
+  EXPECT_EQ(after.at("docs/a.xml").method, ZIP_CM_DEFLATE);
+}
+
+TEST_F(PackageTest, DeletingAPartDeletesItsRelationshipsPart) {
+  makeBasePackage();
+  EXPECT_EQ(itemNames(file), (std::vector<std::string>{"[Content_Types].xml", "_rels/.rels", "bin/data.bin",
+                                                        "docs/_rels/a.xml.rels", "docs/a.xml"}));
+  {
+    Session s(path, OpenMode::Modify);
+    s.package.deletePart(PartName(u"/docs/a.xml"));
+    s.package.close();
+  }
+  EXPECT_EQ(itemNames(file), (std::vector<std::string>{"[Content_Types].xml", "_rels/.rels", "bin/data.bin"}));
+  // A part of the same name made again starts without relationships.
+  Session s(path, OpenMode::Modify);
+  EXPECT_TRUE(addPart(s.package, u"/docs/a.xml", kXml, "")->getRelationships().empty());
+}
+
+// Defaults and Overrides as an independent parse of [Content_Types].xml sees them.
+std::pair<std::map<ustring, ustring>, std::map<ustring, ustring>> readContentTypes(const std::string& file) {
+  XercesGuard guard;
+  std::istringstream text(itemText(file, "[Content_Types].xml"));
+  StdIStreamAdaptor in(text);
+  auto parser = XercesHelper::createParser();
+  auto doc = XercesHelper::readDocumentFromStream(parser, in, false, u"", PackageHelper::getContentTypesNamespace());
+  std::map<ustring, ustring> defaults;
+  std::map<ustring, ustring> overrides;
+  ustring a;
+  ustring b;
+  for (auto* e : XercesHelper::getElements(doc->getDocumentElement(), u"Default")) {
+    XercesHelper::getElementAttribute(e, u"Extension", a);
+    XercesHelper::getElementAttribute(e, u"ContentType", b);
+    defaults[a] = b;
+  }
+  for (auto* e : XercesHelper::getElements(doc->getDocumentElement(), u"Override")) {
+    XercesHelper::getElementAttribute(e, u"PartName", a);
+    XercesHelper::getElementAttribute(e, u"ContentType", b);
+    overrides[a] = b;
+  }
+  return {defaults, overrides};
+}
+
+TEST_F(PackageTest, ContentTypesUseDefaultsByExtensionAndOverridesWhereNeeded) {
+  {
+    Session s(path, OpenMode::Create);
+    addPart(s.package, u"/a.xml", kXml, "");
+    addPart(s.package, u"/b.XML", kXml, "");
+    addPart(s.package, u"/c.xml", u"application/vnd.special+xml", "");
+    addPart(s.package, u"/README", u"text/plain", "");
+    addPart(s.package, u"/img.png", u"image/png", "");
+    s.package.createRelationship(URI(u"/a.xml"), kType);
+    s.package.close();
+  }
+  const auto [defaults, overrides] = readContentTypes(file);
+  EXPECT_EQ(defaults, (std::map<ustring, ustring>{{u"xml", kXml},
+                                                  {u"png", u"image/png"},
+                                                  {u"rels", PackageHelper::getRelationshipsContentType()}}));
+  EXPECT_EQ(overrides, (std::map<ustring, ustring>{{u"/c.xml", u"application/vnd.special+xml"},
+                                                   {u"/README", u"text/plain"}}));
+  Session s(path, OpenMode::Read);
+  const struct {
+    const char16_t* part;
+    const char16_t* type;
+  } expected[] = {{u"/a.xml", kXml}, {u"/b.XML", kXml}, {u"/c.xml", u"application/vnd.special+xml"},
+                  {u"/README", u"text/plain"}, {u"/img.png", u"image/png"}};
+  for (const auto& e : expected) {
+    SCOPED_TRACE(u8(e.part));
+    EXPECT_EQ(s.package.getPart(PartName(e.part))->getContentType().toString(), e.type);
+  }
+}
+
+TEST_F(PackageTest, UnicodeNamesRoundTrip) {
+  const char16_t* names[] = {u"with space.txt", u"hash#1.txt", u"100%.txt", u"caf\u00e9.m",
+                             u"\u4e2d\u6587/\u6587\u4ef6.txt", u"smile\U0001F600.png", u"Stra\u00dfe (1).txt"};
+  {
+    Session s(path, OpenMode::Create);
+    for (const char16_t* name : names) {
+      ustring partName = u"/content";
+      for (std::size_t start = 0; start <= std::char_traits<char16_t>::length(name);) {
+        const ustring rest(name + start);
+        const std::size_t slash = rest.find(u'/');
+        partName += u"/" + PartName::encodeSegment(rest.substr(0, slash));
+        if (slash == ustring::npos) break;
+        start += slash + 1;
+      }
+      addPart(s.package, partName, u"application/octet-stream", u8(name));
+    }
+    s.package.close();
+  }
+  for (const auto& item : itemNames(file)) {
+    for (const char c : item) EXPECT_LT(static_cast<unsigned char>(c), 0x80) << item;
+  }
+  Session s(path, OpenMode::Read);
+  const auto parts = s.package.getParts();
+  ASSERT_EQ(parts.size(), std::size(names));
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    ustring decoded;
+    const ustring& name = parts[i]->getPartName().getName();
+    std::size_t start = std::char_traits<char16_t>::length(u"/content/");
+    for (;;) {
+      const std::size_t slash = name.find(u'/', start);
+      decoded += PartName::decodeSegment(name.substr(start, slash == ustring::npos ? ustring::npos : slash - start));
+      if (slash == ustring::npos) break;
+      decoded += u'/';
+      start = slash + 1;
+    }
+    EXPECT_EQ(decoded, names[i]);
+    EXPECT_EQ(readAll(*parts[i]->getInputStream()), u8(names[i]));
+  }
+}
+
+TEST_F(PackageTest, ModificationTimeAndModeRoundTripBeyondDosRange) {
+  const struct {
+    const char* label;
+    FileTime time;
+    std::uint32_t mode;
+  } cases[] = {
+      {"1601", {-11644473600, 0}, 0644},
+      {"1900", {-2208988800, 100}, 0755},
+      {"1969", {-1, 999999900}, 0600},
+      {"1979", {315532799, 0}, 0444},
+      {"2001", {1000000000, 123456700}, 04755},
+      {"2040", {2208988800, 0}, 0700},
+      {"2200", {7258118400, 500}, 0640},
+      {"30000", {884541340800, 0}, 0777},
+  };
+  {
+    Session s(path, OpenMode::Create);
+    for (const auto& c : cases) {
+      auto part = addPart(s.package, u"/f/" + u16(c.label), u"application/octet-stream", c.label);
+      part->setLastModifiedTime(c.time);
+      part->setUnixMode(c.mode);
+    }
+    s.package.close();
+  }
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round == 0 ? "as written" : "after an unrelated modification");
+    {
+      Session s(path, OpenMode::Read);
+      for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        auto part = s.package.getPart(PartName(u"/f/" + u16(c.label)));
+        EXPECT_EQ(part->getLastModifiedTime(), c.time);
+        EXPECT_EQ(part->getUnixMode(), c.mode);
+      }
+    }
+    Session s(path, OpenMode::Modify);
+    addPart(s.package, u"/other" + u16(std::to_string(round)), u"text/plain", "x");
+    s.package.close();
+  }
+}
+
+TEST_F(PackageTest, PartNameConflictsAreRefused) {
+  makeBasePackage();
+  Session s(path, OpenMode::Modify);
+  const struct {
+    const char16_t* name;
+    const char* message;
+  } cases[] = {
+      {u"/docs/a.xml", "exists"},
+      {u"/DOCS/A.xml", "exists"},
+      {u"/docs", "prefix segment"},
+      {u"/docs/a.xml/b", "extends the name"},
+      {u"/_rels/x.rels", "relationships parts"},
+      {u"/docs/_rels/a.xml.rels", "relationships parts"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.name));
+    try {
+      addPart(s.package, c.name, kXml, "");
+      ADD_FAILURE() << "created";
+    } catch (const Exception& e) {
+      EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
+    }
+  }
+  // After its only part below is gone, a name may become a part itself.
+  s.package.deletePart(PartName(u"/bin/data.bin"));
+  EXPECT_NO_THROW(addPart(s.package, u"/bin", kXml, ""));
+}
+
+TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {
+  Session s(path, OpenMode::Create);
+  auto part = addPart(s.package, u"/p.bin", u"application/octet-stream", "first");
+  auto older = part->getOutputStream();
+  EXPECT_EQ(part->getSize(), 0u);
+  const std::string big = patternBytes(3u << 20, 7);  // beyond the in-memory limit
+  auto newer = part->getOutputStream();
+  EXPECT_THROW(writeAll(*older, "stale"), Exception);
+  for (std::size_t offset = 0; offset < big.size(); offset += 100000) {
+    writeAll(*newer, big.substr(offset, 100000));
+  }
+  EXPECT_EQ(part->getSize(), big.size());
+  EXPECT_EQ(readAll(*part->getInputStream()), big);
+  s.package.close();
+  EXPECT_TRUE(part->isDetached());
+  EXPECT_THROW((void)part->getInputStream(), Exception);
+  EXPECT_THROW(writeAll(*newer, "after close"), Exception);
+  EXPECT_EQ(part->getPartName(), PartName(u"/p.bin"));  // a detached handle still knows its name
+  Session r(path, OpenMode::Read);
+  EXPECT_EQ(partBytes(r.package, u"/p.bin"), big);
+}
+
+TEST_F(PackageTest, FileContentIsReadWhenThePackageIsWritten) {
+  const std::string source = dir.file("source.txt");
+  writeFile(source, "old");
+  {
+    Session s(path, OpenMode::Create);
+    auto part = s.package.createPart(PartName(u"/f.txt"), ContentType(u"text/plain"), StandardPartInfo());
+    part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(source)));
+    writeFile(source, "new and longer");
+    EXPECT_EQ(readAll(*part->getInputStream()), "new and longer");
+    s.package.close();
+  }
+  Session s(path, OpenMode::Read);
+  EXPECT_EQ(partBytes(s.package, u"/f.txt"), "new and longer");
+  EXPECT_THROW(kqservices::FileContentSource(dir.ufile("missing.txt")), Exception);
+  EXPECT_THROW(kqservices::FileContentSource(u16(dir.path().string())), Exception);
+}
+
+TEST_F(PackageTest, OpenAndCloseStatesAreChecked) {
+  {
+    zippackage::ZipPhysicalPackage physical(path, false);
+    Package package(physical);
+    EXPECT_THROW(package.open(OpenMode::Read), PackageNotFound);
+    EXPECT_THROW(package.open(OpenMode::Modify), PackageNotFound);
+    EXPECT_THROW(package.close(), Exception);
+    EXPECT_NO_THROW(package.revert());
+    EXPECT_THROW((void)package.getParts(), Exception);
+  }
+  {
+    zippackage::ZipPhysicalPackage physical(dir.ufile("no/such/folder/p.zip"), false);
+    Package package(physical);
+    EXPECT_THROW(package.open(OpenMode::Create), Exception);
+  }
+  Session s(path, OpenMode::Create);
+  EXPECT_THROW(s.package.open(OpenMode::Create), Exception);
+  s.package.close();
+  Session r(path, OpenMode::Read);  // an empty package is still a package
+  EXPECT_EQ(r.package.getPartCount(), 0u);
+  EXPECT_TRUE(r.package.getRelationships().empty());
+}
+
+}  // namespace
+}  // namespace opc::model

@@ -1,0 +1,154 @@
+#include "opc/model/part_name.h"
+
+#include <gtest/gtest.h>
+
+#include "opc/exception.h"
+#include "opc_test_support.h"
+
+namespace opc::model {
+namespace {
+
+using test::u8;
+
+struct GrammarCase {
+  const char16_t* name;
+  const char* violation;  // substring of the message, or nullptr when valid
+};
+
+TEST(PartNameTest, GrammarRules) {
+  const GrammarCase cases[] = {
+      {u"/a/b.xml", nullptr},
+      {u"/a", nullptr},
+      {u"/_rels/.rels", nullptr},
+      {u"/a/%D1%86.xml", nullptr},
+      {u"/a%20b/c%23d%25e.xml", nullptr},
+      {u"/!$&'()*+,;=:@.x", nullptr},
+      {u"/a/-_~", nullptr},
+      {u"", "empty"},
+      {u"a/b.xml", "does not start with '/'"},
+      {u"/", "ends with '/'"},
+      {u"/a/", "ends with '/'"},
+      {u"//a", "empty segment"},
+      {u"/a//b", "empty segment"},
+      {u"/a/.", "ends with '.'"},
+      {u"/a/../b", "ends with '.'"},
+      {u"/a./b", "ends with '.'"},
+      {u"/a/b.", "ends with '.'"},
+      {u"/a%2Fb", "percent-encoded '/'"},
+      {u"/a%2fb", "percent-encoded '/'"},
+      {u"/a%5Cb", "percent-encoded '/' or '\\'"},
+      {u"/%41.xml", "unreserved"},
+      {u"/a%2E", "unreserved"},
+      {u"/a%7e", "unreserved"},
+      {u"/a%", "two hex digits"},
+      {u"/a%4", "two hex digits"},
+      {u"/a%G1", "two hex digits"},
+      {u"/a b", "cannot hold unencoded"},
+      {u"/a#b", "cannot hold unencoded"},
+      {u"/a?b", "cannot hold unencoded"},
+      {u"/a\\b", "cannot hold unencoded"},
+      {u"/[Content_Types].xml", "cannot hold unencoded"},
+      {u"/a\u0001", "cannot hold unencoded"},
+      {u"/a\xD800", "unpaired surrogate"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.name));
+    if (c.violation == nullptr) {
+      EXPECT_NO_THROW(PartName{c.name});
+    } else {
+      try {
+        PartName name{c.name};
+        ADD_FAILURE() << "accepted";
+      } catch (const Exception& e) {
+        EXPECT_NE(std::string(e.what()).find(c.violation), std::string::npos) << e.what();
+      }
+    }
+  }
+}
+
+TEST(PartNameTest, EquivalenceIgnoresAsciiCaseOnly) {
+  const struct {
+    const char16_t* a;
+    const char16_t* b;
+    bool equivalent;
+  } cases[] = {
+      {u"/a/B.xml", u"/A/b.XML", true},
+      {u"/a/%d1%86.xml", u"/a/%D1%86.xml", true},
+      {u"/a/\u0446.xml", u"/a/%D1%86.xml", true},
+      {u"/a/\u00e9.xml", u"/a/\u00c9.xml", false},  // non-ASCII case is not folded
+      {u"/a.xml", u"/a.xm", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.a) + " vs " + u8(c.b));
+    EXPECT_EQ(PartName(c.a) == PartName(c.b), c.equivalent);
+    EXPECT_EQ(PartNameHash{}(PartName(c.a)) == PartNameHash{}(PartName(c.b)), c.equivalent);
+  }
+}
+
+TEST(PartNameTest, NonAsciiIsHeldPercentEncoded) {
+  const PartName name(u"/\u00e9t\u00e9/\u4e2d\U0001F600.txt");
+  EXPECT_EQ(name.getName(), u"/%C3%A9t%C3%A9/%E4%B8%AD%F0%9F%98%80.txt");
+  EXPECT_EQ(name.getZipItemName(), "%C3%A9t%C3%A9/%E4%B8%AD%F0%9F%98%80.txt");
+  EXPECT_EQ(name.getURI().toString(), name.getName());
+}
+
+TEST(PartNameTest, ZipItemNamesMapBothWays) {
+  const struct {
+    const char* item;
+    const char16_t* part;
+  } cases[] = {
+      {"word/document.xml", u"/word/document.xml"},
+      {"a/%D1%86.xml", u"/a/%D1%86.xml"},
+      {"a/\xd1\x86.xml", u"/a/%D1%86.xml"},  // UTF-8 item name written by another tool
+      {"_rels/.rels", u"/_rels/.rels"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.item);
+    const PartName name = PartName::fromZipItemName(c.item);
+    EXPECT_EQ(name.getName(), c.part);
+    EXPECT_EQ(PartName::fromZipItemName(name.getZipItemName()), name);
+  }
+  EXPECT_THROW(PartName::fromZipItemName("a/\xff.xml"), Exception);
+  EXPECT_THROW(PartName::fromZipItemName("/abs.xml"), Exception);
+  EXPECT_THROW(PartName::fromZipItemName("a b.xml"), Exception);
+}
+
+TEST(PartNameTest, AnyTextRoundTripsThroughSegmentEncoding) {
+  const char16_t* texts[] = {
+      u"plain.txt",     u"with space.txt", u"hash#1.txt",    u"100%.txt",       u"caf\u00e9.m",
+      u"\u4e2d\u6587.txt", u"smile\U0001F600.png", u"a:b@c+d=e;f", u"q?x&y.txt", u"[brackets]{braces}",
+  };
+  for (const char16_t* text : texts) {
+    SCOPED_TRACE(u8(text));
+    const ustring segment = PartName::encodeSegment(text);
+    const PartName name(u"/dir/" + segment);  // the encoded text is always a valid segment here
+    EXPECT_EQ(name.getName(), u"/dir/" + segment);
+    EXPECT_EQ(PartName::decodeSegment(segment), text);
+  }
+  EXPECT_EQ(PartName::encodeSegment(u"a b#%"), u"a%20b%23%25");
+  EXPECT_THROW(PartName::decodeSegment(u"%FF"), Exception);
+}
+
+TEST(PartNameTest, ExtensionAndRelationshipsNames) {
+  const struct {
+    const char16_t* name;
+    const char16_t* extension;
+    bool relationships;
+  } cases[] = {
+      {u"/a/b.xml", u"xml", false},
+      {u"/a.b/c", u"", false},
+      {u"/_rels/.rels", u"rels", true},
+      {u"/a/_rels/b.xml.rels", u"rels", true},
+      {u"/a/_RELS/b.xml.RELS", u"RELS", true},
+      {u"/a/rels/b.rels", u"rels", false},
+      {u"/_rels", u"", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.name));
+    EXPECT_EQ(PartName(c.name).getExtension(), c.extension);
+    EXPECT_EQ(PartName(c.name).isRelationshipsPartName(), c.relationships);
+  }
+}
+
+}  // namespace
+}  // namespace opc::model
