@@ -178,6 +178,21 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTrip) {
   }
 }
 
+TEST_F(XmlHelperTest, MixedContentIsWrittenAsItStands) {
+  WriterPtr writer = XercesHelper::createWriter();
+  const std::string mixed = "<r><k>a, b<v>c</v> <v>d</v>e</k><plain>x</plain></r>";
+  DocumentPtr document = parse(mixed);
+  BytesOutput out;
+  XercesHelper::writeDocumentToStream(writer, document, out);
+  EXPECT_THAT(out.bytes, HasSubstr(mixed));
+
+  // The writer indents again for the next document that has no mixed content.
+  DocumentPtr plain = parse("<r><a>x</a><b>y</b></r>");
+  BytesOutput indented;
+  XercesHelper::writeDocumentToStream(writer, plain, indented);
+  EXPECT_THAT(indented.bytes, HasSubstr("<r>\n  <a>x</a>\n  <b>y</b>\n</r>"));
+}
+
 TEST_F(XmlHelperTest, WriterEmitsUtf8WithDeclaration) {
   for (bool standalone : {true, false}) {
     SCOPED_TRACE(standalone);

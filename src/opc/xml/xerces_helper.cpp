@@ -18,6 +18,7 @@
 #include <xercesc/util/BinInputStream.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLChar.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xercesc/util/XMLUri.hpp>
@@ -357,6 +358,34 @@ class StreamFormatTarget : public XMLFormatTarget {
   std::exception_ptr error_;
 };
 
+// Whether some element holds both child elements and text that is not only whitespace: indenting
+// would change such content, so it is written as it stands.
+bool hasMixedContent(const DOMNode* root) {
+  std::vector<const DOMNode*> pending{root};
+  while (!pending.empty()) {
+    const DOMNode* node = pending.back();
+    pending.pop_back();
+    bool elements = false;
+    bool text = false;
+    for (const DOMNode* child = node->getFirstChild(); child != nullptr; child = child->getNextSibling()) {
+      switch (child->getNodeType()) {
+        case DOMNode::ELEMENT_NODE:
+          elements = true;
+          pending.push_back(child);
+          break;
+        case DOMNode::TEXT_NODE:
+        case DOMNode::CDATA_SECTION_NODE:
+          text = text || !XMLChar1_0::isAllSpaces(child->getNodeValue(), XMLString::stringLen(child->getNodeValue()));
+          break;
+        default:
+          break;
+      }
+    }
+    if (elements && text && node->getNodeType() == DOMNode::ELEMENT_NODE) return true;
+  }
+  return false;
+}
+
 class WriteErrorHandler : public DOMErrorHandler {
  public:
   bool handleError(const DOMError& error) override {
@@ -682,6 +711,17 @@ void XercesHelper::writeDocumentToStream(DOMLSSerializer* writer, const DOMDocum
   output->setByteStream(&target);
 
   DOMConfiguration* config = writer->getDomConfig();
+  const bool indent = config->getParameter(XMLUni::fgDOMWRTFormatPrettyPrint) != nullptr;
+  const bool keepLayout = indent && hasMixedContent(document);
+  struct Restore {
+    DOMConfiguration* config;
+    bool indent;
+    ~Restore() {
+      config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
+      config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, indent);
+    }
+  } restore{config, indent};
+  if (keepLayout) config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, false);
   config->setParameter(XMLUni::fgDOMErrorHandler, &errors);
   bool written = false;
   std::string thrown;
@@ -694,10 +734,8 @@ void XercesHelper::writeDocumentToStream(DOMLSSerializer* writer, const DOMDocum
   } catch (const DOMException& e) {
     thrown = narrow(e.getMessage());
   } catch (const OutOfMemoryException&) {
-    config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
     throw std::bad_alloc();
   }
-  config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
   target.finish();
   if (!thrown.empty()) throw opc::Exception("XML serializer failed: " + thrown);
   if (!written) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include <xercesc/dom/DOMDocument.hpp>
@@ -56,6 +57,12 @@ class XercesString {
       view_ = owned_;
     }
   }
+  // Any other pointer is copied; null gives the empty string. (A template, so that for a literal the
+  // array overload above is the better match.)
+  template <class P>
+    requires std::is_same_v<P, const XMLCh*> || std::is_same_v<P, XMLCh*>
+  XercesString(P text)  // NOLINT
+      : XercesString(toUString(text)) {}
   // A copy of Xerces' text; null gives the empty string.
   [[nodiscard]] static XercesString copyOf(const XMLCh* text);
 
