@@ -200,26 +200,27 @@ class Converter {
     for (const auto& [key, value] : j.front().items()) names.push_back(key);
     std::vector<const Json*> elements;
     for (const Json& e : j) elements.push_back(&e);
-    return structElements(qxSTRUCT_CLASS, "", 2, dims, names, elements, at, depth);
+    return structElements(qxSTRUCT_CLASS, "", 2, dims, names, at / std::size_t{0}, elements, at, depth);
   }
 
   unique_qxarray_ptr plainStruct(const Json& j, const Path& at, int depth) {
     std::vector<std::string> names;
     for (const auto& [key, value] : j.items()) names.push_back(key);
     const qxSize dims[] = {1, 1};
-    return structElements(qxSTRUCT_CLASS, "", 2, dims, names, {&j}, at, depth, /*single=*/true);
+    return structElements(qxSTRUCT_CLASS, "", 2, dims, names, at, {&j}, at, depth, /*single=*/true);
   }
 
   // Builds a structure or object from one JSON object per element, each holding exactly the fields in
-  // names. The elements stand at at/0, at/1, ...; single: the one element stands at `at` itself.
+  // names (which come from namesAt). The elements stand at at/0, at/1, ...; single: the one element
+  // stands at `at` itself.
   unique_qxarray_ptr structElements(qxClassID classID, const std::string& className, qxSize ndim,
                                     const qxSize* dims, const std::vector<std::string>& names,
-                                    const std::vector<const Json*>& elements, const Path& at, int depth,
-                                    bool single = false) {
+                                    const Path& namesAt, const std::vector<const Json*>& elements,
+                                    const Path& at, int depth, bool single = false) {
     std::unordered_set<std::string_view> seen;
     for (const std::string& name : names) {
-      if (!isIdentifier(name)) fail(at, "\"" + name + "\" is not a valid field name");
-      if (!seen.insert(name).second) fail(at, "duplicate field name \"" + name + "\"");
+      if (!isIdentifier(name)) fail(namesAt, "\"" + name + "\" is not a valid field name");
+      if (!seen.insert(name).second) fail(namesAt, "duplicate field name \"" + name + "\"");
     }
     std::vector<const char*> cnames;
     for (const std::string& name : names) cnames.push_back(name.c_str());
@@ -307,6 +308,7 @@ class Converter {
         objectClass = name->get<std::string>();
       }
       std::vector<std::string> names;
+      const bool explicitFields = j.contains("$fields");
       if (const auto fields = j.find("$fields"); fields != j.end()) {
         if (!fields->is_array()) fail(at / "$fields", "expected an array of field names");
         for (std::size_t k = 0; k < fields->size(); ++k) {
@@ -319,7 +321,8 @@ class Converter {
       std::vector<const Json*> elements;
       for (const Json& e : values) elements.push_back(&e);
       return structElements(className == "object" ? qxOBJECT_CLASS : qxSTRUCT_CLASS, objectClass, dims.size(),
-                            dims.data(), names, elements, dataAt, depth);
+                            dims.data(), names, explicitFields ? at / "$fields" : dataAt / std::size_t{0}, elements,
+                            dataAt, depth);
     }
     fail(at / "$class", "unknown class \"" + className + "\"");
   }
