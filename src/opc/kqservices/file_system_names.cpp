@@ -32,6 +32,13 @@ std::size_t utf8Length(const ustring& text) {
   return bytes;
 }
 
+// The path for a message: a NUL would cut the message short.
+std::string display(const ustring& path) {
+  std::string out = narrow(path);
+  for (std::size_t i = out.find('\0'); i != std::string::npos; i = out.find('\0', i)) out.replace(i, 1, "\\0");
+  return out;
+}
+
 }  // namespace
 
 const char* componentDefect(const ustring& component) {
@@ -57,7 +64,7 @@ std::vector<ustring> splitPath(const ustring& path) {
     const std::size_t slash = path.find(u'/', start);
     components.push_back(path.substr(start, slash == ustring::npos ? ustring::npos : slash - start));
     if (const char* defect = componentDefect(components.back())) {
-      throw Exception("invalid path in the add-on '" + narrow(path) + "': " + defect);
+      throw Exception("invalid path in the add-on '" + display(path) + "': " + defect);
     }
     if (slash == ustring::npos) break;
     start = slash + 1;
