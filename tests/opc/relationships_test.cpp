@@ -1,0 +1,156 @@
+#include "opc/model/relationship.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <variant>
+
+#include "opc/exception.h"
+#include "opc/model/package_helper.h"
+#include "opc_test_support.h"
+
+namespace opc::model {
+namespace {
+
+using test::u8;
+
+constexpr char16_t kType[] = u"http://example.com/rel";
+
+// One step of a script: create with an id ("" = assign) and expect the id stored, or delete an id.
+struct Create {
+  const char16_t* id;
+  const char16_t* expected;
+};
+struct Delete {
+  const char16_t* id;
+};
+using Step = std::variant<Create, Delete>;
+
+TEST(RelationshipsTest, AssignedIdsNeverCollide) {
+  const struct {
+    const char* name;
+    std::vector<Step> steps;
+  } scripts[] = {
+      {"sequential", {Create{u"", u"rId1"}, Create{u"", u"rId2"}, Create{u"", u"rId3"}}},
+      {"explicit rId100 is skipped later",
+       {Create{u"rId100", u"rId100"}, Create{u"", u"rId1"}, Create{u"rId2", u"rId2"}, Create{u"", u"rId3"}}},
+      {"explicit ids ahead of the counter",
+       {Create{u"rId1", u"rId1"}, Create{u"rId2", u"rId2"}, Create{u"", u"rId3"}}},
+      {"deleted ids are not reused in a session",
+       {Create{u"", u"rId1"}, Create{u"", u"rId2"}, Delete{u"rId1"}, Create{u"", u"rId3"}}},
+      {"foreign ids", {Create{u"rId_IS_setup.xml", u"rId_IS_setup.xml"}, Create{u"", u"rId1"}}},
+  };
+  for (const auto& script : scripts) {
+    SCOPED_TRACE(script.name);
+    Relationships rels(PackageHelper::getPackageRootURI());
+    for (const auto& step : script.steps) {
+      if (const auto* c = std::get_if<Create>(&step)) {
+        EXPECT_EQ(rels.createRelationship(URI(u"/a.xml"), kType, c->id).getId(), c->expected);
+      } else {
+        EXPECT_TRUE(rels.deleteRelationship(std::get<Delete>(step).id));
+      }
+    }
+    std::set<ustring> ids;
+    for (const auto& r : rels.getRelationships()) EXPECT_TRUE(ids.insert(r.getId()).second) << u8(r.getId());
+  }
+}
+
+TEST(RelationshipsTest, LookupsKeepDocumentOrder) {
+  Relationships rels(URI(u"/dir/src.xml"));
+  rels.createRelationship(URI(u"one.xml"), u"t1");
+  rels.createRelationship(URI(u"two.xml"), u"t2");
+  rels.createRelationship(URI(u"three.xml"), u"t1", u"x3");
+  rels.createRelationship(URI(u"http://example.com/"), u"t1", u"", TargetMode::External);
+  const auto t1 = rels.getRelationshipsByType(u"t1");
+  ASSERT_EQ(t1.size(), 3u);
+  EXPECT_EQ(t1[0].getTargetURI().toString(), u"one.xml");
+  EXPECT_EQ(t1[1].getId(), u"x3");
+  EXPECT_EQ(t1[2].getTargetMode(), TargetMode::External);
+  EXPECT_TRUE(rels.getRelationshipsByType(u"T1").empty());  // types are case-sensitive
+  EXPECT_EQ(rels.getRelationship(u"x3").getSourceURI().toString(), u"/dir/src.xml");
+  EXPECT_TRUE(rels.deleteRelationship(u"rId2"));
+  EXPECT_FALSE(rels.deleteRelationship(u"rId2"));
+  EXPECT_FALSE(rels.hasRelationship(u"rId2"));
+  EXPECT_THROW((void)rels.getRelationship(u"rId2"), Exception);
+  EXPECT_EQ(rels.getRelationship(u"x3").getTargetURI().toString(), u"three.xml");  // index kept right
+  EXPECT_EQ(rels.size(), 3u);
+}
+
+TEST(RelationshipsTest, TargetsResolveAgainstTheSource) {
+  const struct {
+    const char16_t* source;
+    const char16_t* target;
+    const char16_t* part;  // nullptr: refused
+  } cases[] = {
+      {u"/", u"a.xml", u"/a.xml"},
+      {u"/", u"/a/b.xml", u"/a/b.xml"},
+      {u"/", u"./a/../b.xml", u"/b.xml"},
+      {u"/dir/src.xml", u"b.xml", u"/dir/b.xml"},
+      {u"/dir/src.xml", u"../b.xml", u"/b.xml"},
+      {u"/dir/src.xml", u"../../../b.xml", u"/b.xml"},
+      {u"/dir/src.xml", u"sub/c.xml", u"/dir/sub/c.xml"},
+      {u"/dir/src.xml", u"caf\u00e9.xml", u"/dir/caf%C3%A9.xml"},
+      {u"/", u"http://example.com/a.xml", nullptr},
+      {u"/", u"a.xml#frag", nullptr},
+      {u"/", u"dir/", nullptr},
+      {u"/dir/src.xml", u"..", nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.source) + " + " + u8(c.target));
+    Relationships rels{URI(c.source)};
+    if (c.part == nullptr) {
+      EXPECT_THROW(rels.createRelationship(URI(c.target), kType), Exception);
+      EXPECT_TRUE(rels.empty());
+    } else {
+      EXPECT_EQ(rels.createRelationship(URI(c.target), kType).getTargetPartName(), PartName(c.part));
+    }
+  }
+}
+
+TEST(RelationshipsTest, InvalidRelationshipsAreRefused) {
+  const struct {
+    const char* name;
+    const char16_t* id;
+    const char16_t* type;
+    const char16_t* target;
+  } cases[] = {
+      {"id with space", u"r Id", kType, u"a.xml"},
+      {"id with colon", u"r:1", kType, u"a.xml"},
+      {"id starting with a digit", u"1r", kType, u"a.xml"},
+      {"duplicate id", u"rId1", kType, u"a.xml"},
+      {"empty type", u"", u"", u"a.xml"},
+      {"empty target", u"", kType, u""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Relationships rels(PackageHelper::getPackageRootURI());
+    rels.createRelationship(URI(u"x.xml"), kType, u"rId1");
+    EXPECT_THROW(rels.createRelationship(URI(c.target), c.type, c.id), Exception);
+    EXPECT_EQ(rels.size(), 1u);
+  }
+  Relationships rels(PackageHelper::getPackageRootURI());
+  EXPECT_NO_THROW(rels.createRelationship(URI(u"mailto:a@example.com"), kType, u"", TargetMode::External));
+}
+
+TEST(RelationshipsTest, RelationshipsPartNamesMapToTheirSources) {
+  const struct {
+    const char16_t* source;
+    const char16_t* part;
+  } cases[] = {
+      {u"/", u"/_rels/.rels"},
+      {u"/a.xml", u"/_rels/a.xml.rels"},
+      {u"/dir/sub/b", u"/dir/sub/_rels/b.rels"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.source));
+    const PartName name = PackageHelper::getRelationshipsPartName(URI(c.source));
+    EXPECT_EQ(name.getName(), c.part);
+    EXPECT_EQ(PackageHelper::getSourceURI(name).toString(), c.source);
+  }
+  EXPECT_THROW(PackageHelper::getSourceURI(PartName(u"/a/_rels/.rels")), Exception);
+  EXPECT_THROW(PackageHelper::getSourceURI(PartName(u"/_rels/_rels/a.rels.rels")), Exception);
+  EXPECT_THROW(PackageHelper::getSourceURI(PartName(u"/a.xml")), Exception);
+}
+
+}  // namespace
+}  // namespace opc::model

@@ -1,0 +1,100 @@
+#include <gtest/gtest.h>
+
+#include "opc/exception.h"
+#include "opc/model/content_type.h"
+#include "opc/model/uri.h"
+#include "opc_test_support.h"
+
+namespace opc::model {
+namespace {
+
+using test::u8;
+
+TEST(URITest, ResolvesReferencesAsRfc3986Does) {
+  // RFC 3986 section 5.4 examples against its base, plus package paths.
+  const struct {
+    const char16_t* base;
+    const char16_t* reference;
+    const char16_t* expected;
+  } cases[] = {
+      {u"http://a/b/c/d;p?q", u"g", u"http://a/b/c/g"},
+      {u"http://a/b/c/d;p?q", u"./g", u"http://a/b/c/g"},
+      {u"http://a/b/c/d;p?q", u"g/", u"http://a/b/c/g/"},
+      {u"http://a/b/c/d;p?q", u"/g", u"http://a/g"},
+      {u"http://a/b/c/d;p?q", u"//g", u"http://g"},
+      {u"http://a/b/c/d;p?q", u"?y", u"http://a/b/c/d;p?y"},
+      {u"http://a/b/c/d;p?q", u"g#s", u"http://a/b/c/g#s"},
+      {u"http://a/b/c/d;p?q", u"", u"http://a/b/c/d;p?q"},
+      {u"http://a/b/c/d;p?q", u"..", u"http://a/b/"},
+      {u"http://a/b/c/d;p?q", u"../..", u"http://a/"},
+      {u"http://a/b/c/d;p?q", u"../../../g", u"http://a/g"},
+      {u"http://a/b/c/d;p?q", u"g;x=1/../y", u"http://a/b/c/y"},
+      {u"http://a/b/c/d;p?q", u"g:h", u"g:h"},
+      {u"/", u"word/document.xml", u"/word/document.xml"},
+      {u"/word/document.xml", u"media/image1.png", u"/word/media/image1.png"},
+      {u"/word/document.xml", u"../customXml/item1.xml", u"/customXml/item1.xml"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.base) + " + " + u8(c.reference));
+    EXPECT_EQ(URI(c.base).resolve(URI(c.reference)).toString(), c.expected);
+  }
+}
+
+TEST(URITest, IrisBecomeUrisAndBadCharactersAreRefused) {
+  EXPECT_EQ(URI(u"/a/\u0446.xml").toString(), u"/a/%D1%86.xml");
+  EXPECT_EQ(URI(u"/a/%d1%86.xml"), URI(u"/a/%D1%86.xml"));
+  EXPECT_EQ(URI(u"/\U0001F600").toString(), u"/%F0%9F%98%80");
+  for (const char16_t* bad : {u"a b", u"a\"b", u"a<b", u"a\\b", u"a{b", u"a|b", u"a%", u"a%zz", u"a\u0007"}) {
+    SCOPED_TRACE(u8(bad));
+    EXPECT_THROW(URI{bad}, Exception);
+  }
+  EXPECT_TRUE(URI(u"http://example.com/").isAbsolute());
+  EXPECT_FALSE(URI(u"/a:b").isAbsolute());
+  EXPECT_FALSE(URI(u"a/b:c").isAbsolute());
+}
+
+TEST(ContentTypeTest, MediaTypeGrammar) {
+  const struct {
+    const char16_t* text;
+    bool valid;
+  } cases[] = {
+      {u"application/xml", true},
+      {u"application/vnd.openxmlformats-package.relationships+xml", true},
+      {u"text/plain;charset=utf-8", true},
+      {u"text/plain; charset=utf-8", true},
+      {u"text/plain;a=\"quoted; value\"", true},
+      {u"", false},
+      {u"application", false},
+      {u"application/", false},
+      {u"/xml", false},
+      {u"application / xml", false},
+      {u" application/xml", false},
+      {u"application/xml ", false},
+      {u"text/plain;charset = utf-8", false},
+      {u"text/plain;charset=", false},
+      {u"text/plain;=x", false},
+      {u"text/plain;a=\"open", false},
+      {u"text/pl\u00e4in", false},
+      {u"text/plain/x", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.text));
+    if (c.valid) {
+      EXPECT_NO_THROW(ContentType{c.text});
+    } else {
+      EXPECT_THROW(ContentType{c.text}, Exception);
+    }
+  }
+}
+
+TEST(ContentTypeTest, EqualityIgnoresCaseExceptInParameterValues) {
+  EXPECT_EQ(ContentType(u"Application/XML"), ContentType(u"application/xml"));
+  EXPECT_EQ(ContentType(u"text/plain;Charset=x"), ContentType(u"text/plain; charset=x"));
+  EXPECT_FALSE(ContentType(u"text/plain;charset=X") == ContentType(u"text/plain;charset=x"));
+  EXPECT_FALSE(ContentType(u"text/plain") == ContentType(u"text/plain;charset=x"));
+  EXPECT_EQ(ContentType(u"Image/PNG").toString(), u"Image/PNG");  // spelled as given
+  EXPECT_EQ(ContentType(u"Image/PNG;q=1").getSubType(), u"png");
+}
+
+}  // namespace
+}  // namespace opc::model
