@@ -1,0 +1,79 @@
+#include "package/addon_package.h"
+
+#include <ctime>
+#include <stdexcept>
+
+#include <boost/date_time/posix_time/conversion.hpp>
+
+#include "foundation/clock.h"
+#include "metadata/addon_properties.h"
+
+namespace addon::packaging {
+namespace {
+
+constexpr int kToolboxType = 0;
+constexpr int kUnknownType = 1;
+constexpr char16_t kToolboxName[] = u"ZORVAN Toolbox";
+constexpr char16_t kToolboxContentType[] = u"application/vnd.kestrelon.zorvan.toolbox";
+
+boost::posix_time::ptime currentTimeUtc() {
+  const std::time_t now = foundation::clock::now();
+  std::tm utc{};
+  if (gmtime_r(&now, &utc) == nullptr) throw std::runtime_error("could not convert calendar time to UTC time");
+  return boost::posix_time::ptime_from_tm(utc);
+}
+
+}  // namespace
+
+AddonPackage::AddonPackage(const ustring& path)
+    : physical_(path, true),
+      package_(physical_),
+      coreProperties_(package_, opc::kqservices::DeterministicMode::Off),
+      fileSystem_(package_, opc::FileSystemOpsSelector()),
+      signatures_(package_) {}
+
+AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPackage(path) {
+  if (getAddonTypeFromString(properties.type) != kToolboxType) return;
+  package_.open(static_cast<opc::interfaces::OpenMode>(1));
+  opc::kqservices::CoreProperties core(kToolboxContentType, kToolboxName,
+                                       opc::kqservices::CoreProperties::getCurrentZORVANReleaseInfo());
+  core.setTitle(properties.name);
+  core.setDescription(properties.summary);
+  core.setVersion(properties.version);
+  core.setCreator(properties.authorName);
+  const boost::posix_time::ptime now = currentTimeUtc();
+  core.setLastModified(now);
+  core.setCreated(now);
+  coreProperties_.setCoreProperties(core);
+  addXMLPart(properties);
+}
+
+AddonPackage::~AddonPackage() { package_.revert(); }
+
+int AddonPackage::getAddonTypeFromString(const ustring& type) {
+  return type == kToolboxName ? kToolboxType : kUnknownType;
+}
+
+void AddonPackage::setAddonProperties(AddonProperties& properties) {
+  opc::kqservices::CoreProperties core = coreProperties_.getCoreProperties();
+  core.setTitle(properties.name);
+  core.setDescription(properties.summary);
+  core.setVersion(properties.version);
+  core.setCreator(properties.authorName);
+  coreProperties_.setCoreProperties(core);
+  addXMLPart(properties);
+}
+
+void AddonPackage::getAddonProperties(AddonProperties& properties) {
+  const opc::kqservices::CoreProperties core = coreProperties_.getCoreProperties();
+  properties.type = core.getContentTypeFriendlyName().value_or(ustring());
+  properties.release = core.getZORVANRelease();
+  if (core.getCreator()) properties.authorName = *core.getCreator();
+  if (core.getVersion()) properties.version = *core.getVersion();
+  if (core.getTitle()) properties.name = *core.getTitle();
+  if (core.getDescription()) properties.summary = *core.getDescription();
+  properties.lastModified = core.getLastModified();
+  getXMLPart(properties);
+}
+
+}  // namespace addon::packaging

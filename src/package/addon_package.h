@@ -1,0 +1,95 @@
+#pragma once
+// One add-on package file held open in the OPC model for a single gateway call.
+#include <cstdint>
+#include <vector>
+
+#include "foundation/ustring.h"
+#include "opc/kqservices/core_properties.h"
+#include "opc/kqservices/file_system_manager.h"
+#include "opc/model/package.h"
+#include "opc/signature/digital_signature_manager.h"
+#include "opc/xml/xerces_helper.h"
+#include "opc/zippackage/zip_physical_package.h"
+#include "package/xml_part_type.h"
+
+namespace addon::packaging {
+
+class AddonProperties;
+class AddonLicense;
+class AddonSystemRequirements;
+
+// Owns the physical package and every manager built on it, constructed in declaration order and
+// destroyed in reverse; not copyable. The caller opens the package (or the creating constructor does)
+// and calls getPackage().close() after the one operation that succeeded.
+// Errors: OPC failures propagate as opc::Exception (a missing file as opc::model::PackageNotFound).
+// Destruction reverts whatever was not closed, so a failed call leaves the file byte for byte as it was.
+class ZV_API AddonPackage {
+ public:
+  // Creates a new package at `path` and leaves it open: core properties (content type, friendly
+  // name, this host's release, creation and modification time) and the properties part. For a type
+  // other than "ZORVAN Toolbox" nothing is opened or made; closing it then fails.
+  AddonPackage(ustring& path, AddonProperties& properties);
+  // Builds the members on `path`; opens nothing.
+  explicit AddonPackage(const ustring& path);
+  ~AddonPackage();
+  AddonPackage(const AddonPackage&) = delete;
+  AddonPackage& operator=(const AddonPackage&) = delete;
+
+  // 0 for exactly "ZORVAN Toolbox", otherwise 1 (unknown).
+  [[nodiscard]] static int getAddonTypeFromString(const ustring& type);
+
+  // Core properties (title, description, version, creator) and the properties part; the
+  // modification time is left as it was.
+  void setAddonProperties(AddonProperties& properties);
+  void getAddonProperties(AddonProperties& properties);
+  void setLicense(AddonLicense& license);
+  void getLicense(AddonLicense& license);
+  void setSystemRequirements(AddonSystemRequirements& requirements);
+
+  // Stores the record as its part, replacing an earlier one; the root relationship is made only when
+  // the part is new.
+  void addXMLPart(XMLPartType& record);
+  // Fills the record from the one part the root relates to by the record's type; with none, or more
+  // than one, the record is left untouched.
+  void getXMLPart(XMLPartType& record);
+  // The bytes of the one part the root relates to by `relationshipType`, or nothing.
+  [[nodiscard]] std::vector<std::uint8_t> getBinaryPart(const ustring& relationshipType);
+
+  // Content files (first: files on disk; second: their paths inside the add-on).
+  void addFiles(const std::vector<ustring>& first, const std::vector<ustring>& second);
+  void addFolders(const std::vector<ustring>& folders);
+  [[nodiscard]] std::vector<ustring> getFileList();
+  void addFilesFromFolder(const opc::kqservices::FileSystemEntry& folder, std::vector<ustring>& list);
+  void extractAllFiles(const ustring& destination);
+
+  // Signs the system-requirements part and its root relationship; opens and closes the package.
+  void signAddonRequirements();
+  // True when unsigned or when every signature over the requirements part verifies; opens the
+  // package for reading itself.
+  [[nodiscard]] bool verifyAddonRequirements();
+  // Masks or unmasks stored key bytes (its own inverse).
+  [[nodiscard]] static std::vector<std::uint8_t> customObfuscation(const std::vector<std::uint8_t>& bytes);
+
+  // The primary screenshot, also related as the package thumbnail.
+  void setScreenshot(const ustring& imagePath);
+  [[nodiscard]] std::vector<std::uint8_t> getScreenshot();
+  [[nodiscard]] static ustring getContentTypeFromImageExtension(const ustring& extension);
+
+  void addInstructionSets(const std::vector<ustring>& files);
+  [[nodiscard]] bool hasInstructionSets();
+
+  [[nodiscard]] opc::model::Package& getPackage() { return package_; }
+  [[nodiscard]] opc::kqservices::CorePropertiesManager& getCorePropertiesManager() { return coreProperties_; }
+  [[nodiscard]] opc::kqservices::FileSystemManager& getFileSystemManager() { return fileSystem_; }
+  [[nodiscard]] opc::model::DigitalSignatureManager& getDigitalSignatureManager() { return signatures_; }
+
+ private:
+  opc::zippackage::ZipPhysicalPackage physical_;
+  opc::model::Package package_;
+  opc::kqservices::CorePropertiesManager coreProperties_;
+  opc::kqservices::FileSystemManager fileSystem_;
+  opc::model::XercesGuard xerces_;
+  opc::model::DigitalSignatureManager signatures_;
+};
+
+}  // namespace addon::packaging

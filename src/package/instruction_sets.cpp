@@ -1,0 +1,38 @@
+#include "opc/file_system_ops.h"
+#include "package/addon_package.h"
+#include "package/part_io.h"
+
+namespace addon::packaging {
+namespace {
+
+constexpr char16_t kPartPrefix[] = u"/metadata/InstructionSets/";
+constexpr char16_t kIdPrefix[] = u"rId_IS_";
+constexpr char16_t kContentType[] = u"application/vnd.kestrelon.zorvan.addon.instructionSet+xml";
+
+const ustring& instructionSetRelationshipType() {
+  static const ustring type = schemaURI(u"/zorvan/addon/2014/relationships/instructionSets");
+  return type;
+}
+
+}  // namespace
+
+// A second file of the same name fails in createPart; the caller's revert discards the first.
+void AddonPackage::addInstructionSets(const std::vector<ustring>& files) {
+  if (files.empty()) return;
+  const opc::LocalFileSystemOps fileSystem;
+  for (const ustring& path : files) {
+    const ustring fileName = fileSystem.getFilename(path);
+    const opc::model::PartName name(kPartPrefix + fileName);
+    const opc::model::PartPtr part =
+        package_.createPart(name, opc::model::ContentType(kContentType), opc::model::StandardPartInfo(1, 0));
+    package_.createRelationship(name.getURI(), instructionSetRelationshipType(), kIdPrefix + fileName,
+                                opc::model::TargetMode::Internal);
+    copyFileIntoPart(*part, path);
+  }
+}
+
+bool AddonPackage::hasInstructionSets() {
+  return !package_.getRelationshipsByType(instructionSetRelationshipType()).empty();
+}
+
+}  // namespace addon::packaging

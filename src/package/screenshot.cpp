@@ -1,0 +1,55 @@
+#include <locale>
+
+#include "opc/file_system_ops.h"
+#include "opc/model/package_helper.h"
+#include "package/addon_package.h"
+#include "package/part_io.h"
+
+namespace addon::packaging {
+namespace {
+
+constexpr char16_t kScreenshotPrefix[] = u"/metadata/primaryScreenShot.";
+constexpr char16_t kScreenshotId[] = u"rId100";
+constexpr char16_t kThumbnailId[] = u"rId101";
+constexpr char16_t kJpeg[] = u"image/jpeg";
+
+const ustring& screenshotRelationshipType() {
+  static const ustring type = schemaURI(u"/zorvan/addon/2014/relationships/primaryScreenShot");
+  return type;
+}
+
+}  // namespace
+
+ustring AddonPackage::getContentTypeFromImageExtension(const ustring& extension) {
+  // Non-ASCII characters cannot match any known extension; they stay as they are.
+  std::string lowered;
+  const auto& facet = std::use_facet<std::ctype<char>>(std::locale());
+  for (char16_t c : extension) lowered.push_back(c < 0x80 ? facet.tolower(static_cast<char>(c)) : '\x80');
+  if (lowered == "png") return u"image/png";
+  if (lowered == "tiff") return u"image/tiff";
+  if (lowered == "gif") return u"image/gif";
+  if (lowered == "bmp") return u"image/bmp";
+  return kJpeg;
+}
+
+void AddonPackage::setScreenshot(const ustring& imagePath) {
+  if (package_.hasRelationship(kScreenshotId)) {
+    const opc::model::PartName old = package_.getRelationship(kScreenshotId).getTargetPartName();
+    package_.deletePart(old);
+    package_.deleteRelationship(kScreenshotId);
+    package_.deleteRelationship(kThumbnailId);
+  }
+  const ustring extension = opc::LocalFileSystemOps().getExtension(imagePath);
+  const ustring contentType = getContentTypeFromImageExtension(extension);
+  const opc::model::PartName name(kScreenshotPrefix + (contentType == kJpeg ? ustring(u"jpg") : extension));
+  const opc::model::PartPtr part =
+      package_.createPart(name, opc::model::ContentType(contentType), opc::model::StandardPartInfo(1, 0));
+  package_.createRelationship(name.getURI(), screenshotRelationshipType(), kScreenshotId, opc::model::TargetMode::Internal);
+  package_.createRelationship(name.getURI(), opc::model::PackageHelper::getThumbnailRelationshipType(), kThumbnailId,
+                              opc::model::TargetMode::Internal);
+  copyFileIntoPart(*part, imagePath);
+}
+
+std::vector<std::uint8_t> AddonPackage::getScreenshot() { return getBinaryPart(screenshotRelationshipType()); }
+
+}  // namespace addon::packaging

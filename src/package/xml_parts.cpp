@@ -1,0 +1,73 @@
+#include "opc/kqservices/file_content_source.h"
+#include "opc/model/package_helper.h"
+#include "package/addon_package.h"
+#include "package/part_io.h"
+
+namespace addon::packaging {
+namespace {
+
+constexpr int kDeflate = 1;
+
+// The part of the one root relationship of `type`, or nothing when there are none or several.
+std::optional<opc::model::PartName> uniqueTarget(const opc::model::Package& package, const ustring& type) {
+  const std::vector<opc::model::Relationship> found = package.getRelationshipsByType(type);
+  if (found.size() != 1) return std::nullopt;
+  return found.front().getTargetPartName();
+}
+
+}  // namespace
+
+void copyFileIntoPart(opc::model::Part& part, const ustring& path) {
+  const opc::kqservices::FileContentSource source(path);
+  const std::unique_ptr<opc::InputStream> input = source.getInputStream();
+  const std::unique_ptr<opc::OutputStream> output = part.getOutputStream();
+  opc::StreamHelper::copyStreamToStream(*input, *output);
+  output->flush();
+}
+
+void AddonPackage::addXMLPart(XMLPartType& record) {
+  const opc::model::PartName name(record.getPartName());
+  const bool existed = package_.partExists(name);
+  if (existed) package_.deletePart(name);
+  opc::model::PartPtr part =
+      package_.createPart(name, opc::model::ContentType(record.getContentType()), opc::model::StandardPartInfo(kDeflate, 0));
+  if (!existed) {
+    package_.createRelationship(name.getURI(), record.getRelationshipType(), ustring(), opc::model::TargetMode::Internal);
+  }
+  const opc::model::WriterPtr writer = opc::model::XercesHelper::createWriter();
+  opc::model::DocumentPtr document = createRecordDocument();
+  record.buildDOM(document);
+  const std::unique_ptr<opc::OutputStream> stream = part->getOutputStream();
+  opc::model::XercesHelper::writeDocumentToStream(writer, document, *stream);
+  stream->flush();
+}
+
+void AddonPackage::getXMLPart(XMLPartType& record) {
+  const std::optional<opc::model::PartName> name = uniqueTarget(package_, record.getRelationshipType());
+  if (!name) return;
+  const opc::model::PartPtr part = package_.getPart(*name);
+  const opc::model::ParserPtr parser = opc::model::XercesHelper::createParser();
+  const std::unique_ptr<opc::InputStream> stream = part->getInputStream();
+  const opc::model::DocumentPtr document =
+      opc::model::XercesHelper::readDocumentFromStream(parser, *stream, false, ustring(), record.getNamespace());
+  record.populateFromDOM(document.get());
+}
+
+std::vector<std::uint8_t> AddonPackage::getBinaryPart(const ustring& relationshipType) {
+  std::vector<std::uint8_t> bytes;
+  const std::optional<opc::model::PartName> name = uniqueTarget(package_, relationshipType);
+  if (!name) return bytes;
+  const std::unique_ptr<opc::InputStream> stream = package_.getPart(*name)->getInputStream();
+  constexpr std::size_t kChunk = 8192;
+  std::size_t used = 0;
+  for (;;) {
+    bytes.resize(used + kChunk);
+    const std::size_t got = stream->read(bytes.data() + used, kChunk);
+    if (got == 0) break;
+    used += got;
+  }
+  bytes.resize(used);
+  return bytes;
+}
+
+}  // namespace addon::packaging
