@@ -1,0 +1,130 @@
+#pragma once
+// The system-requirements record: what an add-on needs in order to be installed (host products,
+// support packages, other add-ons, platforms, a range of host releases), held as a host structure
+// and as the part "/metadata/systemRequirements.xml". It is the part the package signature covers.
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include <xercesc/dom/DOMDocument.hpp>
+
+#include "foundation/ustring.h"
+#include "host/matrix.h"
+#include "host/qx.h"
+#include "package/xml_part_type.h"
+
+namespace addon::packaging {
+
+// One required host product or support package. A copyable value; nothing is validated.
+class ZV_API ProductDependency {
+ public:
+  ProductDependency() = default;
+  // Reads "name", "version", "identifier" of element 0. A missing or non-text field raises the host's
+  // conversion error.
+  explicit ProductDependency(const qxArray* element);
+  ProductDependency(const ProductDependency&) = default;
+  ProductDependency(ProductDependency&&) = default;
+  ProductDependency& operator=(const ProductDependency&) = default;
+  ProductDependency& operator=(ProductDependency&&) = default;
+  virtual ~ProductDependency();
+
+  // An empty structure array of `count` elements with this class's three fields; the caller owns it.
+  [[nodiscard]] static matrix::unique_qxarray_ptr createStructArray(std::uint64_t count);
+  // Fills element `index` (0-based) of an array made by createStructArray.
+  void addRow(qxArray* array, qxIndex index) const;
+
+  ustring name;
+  ustring version;
+  ustring identifier;
+};
+
+// One required add-on. A copyable value; nothing is validated.
+class ZV_API AddonDependency {
+ public:
+  AddonDependency() = default;
+  // Reads the seven fields of element 0 in declaration order. A missing or non-text field raises
+  // the host's conversion error.
+  explicit AddonDependency(const qxArray* element);
+  AddonDependency(const AddonDependency&) = default;
+  AddonDependency(AddonDependency&&) = default;
+  AddonDependency& operator=(const AddonDependency&) = default;
+  AddonDependency& operator=(AddonDependency&&) = default;
+  virtual ~AddonDependency();
+
+  // An empty structure array of `count` elements with this class's seven fields; the caller owns it.
+  [[nodiscard]] static matrix::unique_qxarray_ptr createStructArray(std::uint64_t count);
+  // Fills element `index` (0-based) of an array made by createStructArray.
+  void addRow(qxArray* array, qxIndex index) const;
+
+  ustring name;
+  ustring identifier;
+  ustring earliestVersion;
+  ustring latestVersion;
+  ustring downloadURL;
+  ustring checksum;
+  ustring checksumVersion;
+};
+
+// Lists keep input order, duplicates included. The platform flags are text, kept as given ("false",
+// "yes", anything). A release range with only one end counts as no range: it is neither written to
+// XML nor returned to the host.
+// Errors: host conversion errors from the structure constructor, host errors from getStructArray,
+// opc::Exception from the XML operations; a failed constructor or getStructArray leaks nothing.
+class ZV_API AddonSystemRequirements : public XMLPartType {
+ public:
+  // No dependencies, no release range, every platform "true".
+  AddonSystemRequirements();
+  // From element 0 of a host structure (or an empty array, which reads as the defaults). An absent
+  // or empty "platformCompatibility" or "releaseCompatibility" gives the defaults; one that is
+  // present must carry all its fields as text.
+  explicit AddonSystemRequirements(const qxArray* requirements);
+  ~AddonSystemRequirements() override;
+
+  // A new 1-by-1 structure; the caller owns it. Lists and the release range are left unset when
+  // there is nothing to say.
+  [[nodiscard]] qxArray* getStructArray() const;
+
+  void buildDOM(opc::model::DocumentPtr& document) override;
+  // Empties the lists first. Without a root element nothing more happens; otherwise an absent
+  // platform or release element resets that group to its defaults.
+  void populateFromDOM(xercesc::DOMDocument* document) override;
+
+  // True when both ends of the release range are set.
+  [[nodiscard]] bool hasReleaseEndPoints() const;
+  void setReleaseDefaults();
+  void setPlatformDefaults();
+
+  [[nodiscard]] const std::vector<ProductDependency>& getProducts() const { return products_; }
+  [[nodiscard]] const std::vector<ProductDependency>& getSupportPackages() const { return supportPackages_; }
+  [[nodiscard]] const std::vector<AddonDependency>& getAddons() const { return addons_; }
+  [[nodiscard]] const ustring& getReleaseStart() const { return releaseStart_; }
+  [[nodiscard]] const ustring& getReleaseEnd() const { return releaseEnd_; }
+  [[nodiscard]] const ustring& getPlatformWin() const { return platformWin_; }
+  [[nodiscard]] const ustring& getPlatformLinux() const { return platformLinux_; }
+  [[nodiscard]] const ustring& getPlatformMac() const { return platformMac_; }
+  [[nodiscard]] const ustring& getPlatformOnline() const { return platformOnline_; }
+
+ private:
+  void setIdentifiers();
+  // The four flags and the two release ends, in the order of their names; const when `self` is.
+  template <class Self>
+  static auto platformFlags(Self& self) {
+    return std::array{&self.platformWin_, &self.platformLinux_, &self.platformMac_, &self.platformOnline_};
+  }
+  template <class Self>
+  static auto releaseEnds(Self& self) {
+    return std::array{&self.releaseStart_, &self.releaseEnd_};
+  }
+
+  std::vector<ProductDependency> products_;
+  std::vector<ProductDependency> supportPackages_;
+  std::vector<AddonDependency> addons_;
+  ustring releaseStart_;
+  ustring releaseEnd_;
+  ustring platformWin_;
+  ustring platformLinux_;
+  ustring platformMac_;
+  ustring platformOnline_;
+};
+
+}  // namespace addon::packaging
