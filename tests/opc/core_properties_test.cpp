@@ -105,17 +105,6 @@ class CorePropertiesTest : public ::testing::Test {
 
 // ---- values -----------------------------------------------------------------------------------------
 
-TEST_F(CorePropertiesTest, ConstructorSetsPackageFieldsAndLeavesTheRestAbsent) {
-  CoreProperties p(u"application/x-type", u"Friendly", {"R2030a", "30.1"});
-  EXPECT_EQ(p.getContentType(), u"application/x-type");
-  EXPECT_EQ(p.getContentTypeFriendlyName(), u"Friendly");
-  EXPECT_EQ(p.getZORVANRelease(), u"R2030a");
-  EXPECT_EQ(p.getZORVANReleaseInfo()->version, "30.1");
-  EXPECT_FALSE(p.getTitle() || p.getDescription() || p.getVersion() || p.getCreator() || p.getCreated() ||
-               p.getLastModified());
-  EXPECT_EQ(CoreProperties().getZORVANRelease(), u"");
-}
-
 TEST_F(CorePropertiesTest, DatesAreWholeSecondsAndReal) {
   CoreProperties p;
   p.setCreated(at("2026-01-01 10:00:00.999999"));
@@ -508,14 +497,6 @@ TEST_F(CorePropertiesTest, WritingInReadModeFailsAndChangesNothing) {
   changed.setTitle(u"changed");
   EXPECT_THROW(manager.setCoreProperties(changed), opc::Exception);
   EXPECT_TRUE(manager.getCoreProperties() == everything());
-}
-
-TEST_F(CorePropertiesTest, CurrentReleaseComesFromTheHost) {
-  const auto host = foundation::release_info::getCurrentReleaseInfo();
-  const auto reported = CoreProperties::getCurrentZORVANReleaseInfo();
-  EXPECT_EQ(reported.release, host.release);
-  EXPECT_EQ(reported.version, host.version);
-  EXPECT_FALSE(reported.release.empty());
 }
 
 }  // namespace

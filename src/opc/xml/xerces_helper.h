@@ -164,7 +164,8 @@ class XercesHelper {
                                     const XercesString& localName, ustring& value);
 
   // A serializer that writes UTF-8 with an XML declaration (standalone="yes" when the document
-  // says so), LF line ends, indented elements.
+  // says so), LF line ends, and indented elements, except in a document with mixed content
+  // (text beside child elements), which writeDocumentToStream writes unindented so it keeps its text.
   [[nodiscard]] static WriterPtr createWriter();
   // A namespace-aware parser that refuses any DOCTYPE, loads nothing external and expands no entity.
   [[nodiscard]] static ParserPtr createParser();

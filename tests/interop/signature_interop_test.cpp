@@ -1,0 +1,173 @@
+// Our package signatures checked by an XML-DSig engine we did not write (the XML Security Library,
+// through signature_xmlsec_check.c, built on first use), and signed packages opened by the
+// independent OPC readers.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "opc/signature_test_support.h"
+
+namespace opc {
+namespace {
+
+using foundation::crypto::utils::DigestMethod;
+using foundation::crypto::utils::SignatureMethod;
+using test::OpenMode;
+using test::Session;
+using test::testKeys;
+
+struct CommandRun {
+  int status = -1;
+  std::string output;
+};
+
+CommandRun run(const std::string& command) {
+  CommandRun result;
+  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return result;
+  char buffer[4096];
+  while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) result.output += buffer;
+  const int status = ::pclose(pipe);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+std::string shellQuoted(const std::string& text) { return "'" + text + "'"; }
+
+class SignatureInteropTest : public ::testing::Test {
+ protected:
+  // The checker, compiled once per build folder (aside and renamed, so parallel runs never see half
+  // a binary).
+  static void SetUpTestSuite() {
+    const std::string source = std::string(ZV_SOURCE_DIR) + "/tests/interop/signature_xmlsec_check.c";
+    checker_ = std::string(ZV_BINARY_DIR) + "/tests/interop/signature_xmlsec_check";
+    if (std::filesystem::exists(checker_) &&
+        std::filesystem::last_write_time(checker_) >= std::filesystem::last_write_time(source)) {
+      return;
+    }
+    const std::string scratch = checker_ + "." + std::to_string(::getpid());
+    const CommandRun build = run("cc -O1 -o " + shellQuoted(scratch) + " " + shellQuoted(source) +
+                          " $(pkg-config --cflags --libs xmlsec1-openssl)");
+    ASSERT_EQ(build.status, 0) << "building the xmlsec checker failed (libxmlsec1-dev missing?):\n" << build.output;
+    std::filesystem::rename(scratch, checker_);
+  }
+
+  void SetUp() override {
+    package_ = dir_.file("signed.zvaddon");
+    keyFile_ = dir_.file("verification.der");
+    test::makeSignablePackage(test::u16(package_));
+  }
+
+  void sign(const model::SignatureParams& params) {
+    Session s(test::u16(package_), OpenMode::Modify);
+    (void)model::DigitalSignatureManager(s.package)
+        .sign({model::PartName(test::kRequirementsPart)}, test::requirementsSelectors(), testKeys(0).signing,
+              testKeys(0).verification, params);
+    s.package.close();
+  }
+
+  // Unzips the package afresh and runs the checker on its one signature with `key`.
+  CommandRun check(const test::Bytes& key) {
+    std::string signaturePart;
+    {
+      Session s(test::u16(package_), OpenMode::Read);
+      signaturePart = test::u8(
+          model::DigitalSignatureManager(s.package).getSignatures().at(0).getSignaturePartName().getName());
+    }
+    test::writeFile(keyFile_, std::string(key.begin(), key.end()));
+    const std::string folder = dir_.file("unzipped");
+    std::filesystem::remove_all(folder);
+    const CommandRun unzip = run("unzip -q -o " + shellQuoted(package_) + " -d " + shellQuoted(folder));
+    EXPECT_EQ(unzip.status, 0) << unzip.output;
+    return run(shellQuoted(checker_) + " " + shellQuoted(folder) + " " + shellQuoted(signaturePart) + " " + shellQuoted(keyFile_));
+  }
+
+  static inline std::string checker_;
+  test::ScratchDir dir_;
+  std::string package_;
+  std::string keyFile_;
+};
+
+TEST_F(SignatureInteropTest, XmlSecurityLibraryVerifiesOurSignatures) {
+  const struct {
+    const char* name;
+    model::SignatureParams params;
+  } cases[] = {
+      {"Sha256", model::SignatureParams(DigestMethod::SHA256, SignatureMethod::RSA_SHA256)},
+      {"Sha384Digests", model::SignatureParams(DigestMethod::SHA384, SignatureMethod::RSA_SHA256)},
+      {"Sha512", model::SignatureParams(DigestMethod::SHA512, SignatureMethod::RSA_SHA512)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::makeSignablePackage(test::u16(package_));
+    sign(c.params);
+    const CommandRun result = check(testKeys(0).verification);
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_NE(result.output.find("reference ok /metadata/systemRequirements.xml?ContentType="), std::string::npos)
+        << result.output;
+    EXPECT_NE(result.output.find("reference ok /_rels/.rels?ContentType="), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("signature ok"), std::string::npos) << result.output;
+  }
+}
+
+// The engine is not a rubber stamp: what it can see changed, it refuses.
+TEST_F(SignatureInteropTest, XmlSecurityLibraryRefusesTamperedPackages) {
+  const struct {
+    const char* name;
+    std::function<void(model::Package&)> change;
+    test::Bytes key;
+  } cases[] = {
+      {"ChangedRequirements",
+       [](model::Package& p) { test::replacePartContent(p, test::kRequirementsPart, "<systemRequirements/>"); },
+       testKeys(0).verification},
+      {"RetargetedRelationship",
+       [](model::Package& p) {
+         const ustring id = p.getRelationshipsByType(test::kRequirementsType).at(0).getId();
+         p.deleteRelationship(id);
+         p.createRelationship(model::URI(u"metadata/other.xml"), test::kRequirementsType, id);
+       },
+       testKeys(0).verification},
+      {"AnotherKey", [](model::Package&) {}, testKeys(1).verification},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::makeSignablePackage(test::u16(package_));
+    sign(test::defaultParams());
+    {
+      Session s(test::u16(package_), OpenMode::Modify);
+      c.change(s.package);
+      s.package.close();
+    }
+    const CommandRun result = check(c.key);
+    EXPECT_EQ(result.status, 1) << result.output;
+  }
+}
+
+TEST_F(SignatureInteropTest, SignedPackagesOpenInIndependentReaders) {
+  sign(test::defaultParams());
+  sign(test::defaultParams());  // re-signed: the replaced signature part must be gone cleanly
+  const CommandRun result = run("/usr/bin/python3 " + shellQuoted(ZV_INTEROP_DRIVER) + " --reader both --zip-test --java-classes " +
+                         shellQuoted(ZV_INTEROP_JAVA_CLASSES) + " " + shellQuoted(package_));
+  ASSERT_EQ(result.status, 0) << result.output;
+  const nlohmann::json seen = nlohmann::json::parse(result.output);
+
+  Session s(test::u16(package_), OpenMode::Read);
+  nlohmann::json parts = nlohmann::json::array();
+  for (const auto& part : s.package.getParts()) {
+    parts.push_back({test::u8(part->getPartName().getName()), test::u8(part->getContentType().toString())});
+  }
+  std::sort(parts.begin(), parts.end());
+  EXPECT_EQ(seen["parts"], parts);
+  std::size_t signatureRelationships = 0;
+  for (const auto& r : seen["relationships"]) {
+    if (r[2] == test::u8(model::PackageHelper::getDigitalSignatureRelationshipType())) ++signatureRelationships;
+  }
+  EXPECT_EQ(signatureRelationships, 1u);
+}
+
+}  // namespace
+}  // namespace opc
