@@ -1,0 +1,463 @@
+#include "opc/signature/digital_signature_manager.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "opc/detail/text.h"
+#include "opc/exception.h"
+#include "opc/model/content_type.h"
+#include "opc/model/package.h"
+#include "opc/model/package_helper.h"
+#include "opc/model/part.h"
+#include "opc/signature/canonical_xml.h"
+#include "opc/signature/signature_crypto.h"
+#include "opc/signature/signature_xml.h"
+#include "opc/streams.h"
+#include "opc/xml/xerces_helper.h"
+
+namespace opc::model {
+
+using foundation::crypto::utils::DigestMethod;
+using foundation::crypto::utils::SignatureMethod;
+using opc::detail::narrow;
+using Status = DigitalSignatureVerificationStatus;
+
+RelationshipSelector::RelationshipSelector(const URI& source, RelationshipSelectorType type, ustring value)
+    : source_(source), type_(type), value_(std::move(value)) {}
+
+SignatureParams::SignatureParams(DigestMethod digest, std::optional<SignatureMethod> signature)
+    : digest_(digest), signature_(signature) {}
+
+SignatureMethod SignatureParams::getSignatureMethod() const {
+  return signature_.value_or(SignatureMethod::RSA_SHA256);
+}
+
+DigitalSignature::DigitalSignature(PartName signaturePart, std::vector<PartName> signedParts,
+                                   std::vector<RelationshipSelector> selectors, ustring signingTime)
+    : signaturePart_(std::move(signaturePart)),
+      signedParts_(std::move(signedParts)),
+      selectors_(std::move(selectors)),
+      signingTime_(std::move(signingTime)) {}
+
+DigitalSignatureVerificationStatus::DigitalSignatureVerificationStatus(Result result, std::string detail)
+    : result_(result), detail_(std::move(detail)) {}
+
+namespace {
+
+constexpr char16_t kOriginPart[] = u"/_xmlsignatures/origin.sigs";
+constexpr char16_t kOriginTarget[] = u"_xmlsignatures/origin.sigs";
+
+struct SignatureEntry {
+  ustring relationshipId;  // from the origin part
+  PartName part;
+};
+
+// The package's signature layout as it stands: the origin part (if any) and the signature parts it
+// relates to, in relationship order. Targets that name no part of the package are left out.
+struct SignatureLayout {
+  std::optional<ustring> originRelationshipId;
+  PartPtr origin;
+  std::vector<SignatureEntry> signatures;
+
+  [[nodiscard]] bool isInfrastructure(const PartName& name) const {
+    if (origin && origin->getPartName() == name) return true;
+    if (name == PartName(kOriginPart)) return true;
+    return std::any_of(signatures.begin(), signatures.end(), [&](const auto& s) { return s.part == name; });
+  }
+};
+
+// The part an internal relationship targets; nothing for an external one or a target that names no
+// valid part (such a relationship is simply not part of the signature layout).
+std::optional<PartName> internalTarget(const Relationship& r) {
+  if (r.getTargetMode() != TargetMode::Internal) return std::nullopt;
+  try {
+    return r.getTargetPartName();
+  } catch (const opc::Exception&) {
+    return std::nullopt;
+  }
+}
+
+SignatureLayout readLayout(const Package& package) {
+  SignatureLayout layout;
+  for (const Relationship& r :
+       package.getRelationshipsByType(PackageHelper::getDigitalSignatureOriginRelationshipType())) {
+    const std::optional<PartName> name = internalTarget(r);
+    if (!name || !package.partExists(*name)) continue;
+    layout.originRelationshipId = r.getId();
+    layout.origin = package.getPart(*name);
+    break;
+  }
+  if (!layout.origin) return layout;
+  for (const Relationship& r : layout.origin->getRelationships().getRelationshipsByType(
+           PackageHelper::getDigitalSignatureRelationshipType())) {
+    const std::optional<PartName> name = internalTarget(r);
+    if (name && package.partExists(*name)) layout.signatures.push_back({r.getId(), *name});
+  }
+  return layout;
+}
+
+// The relationships of `source` ("/" or a part), with the part that owns them kept alive.
+struct SourceRelationships {
+  PartPtr owner;
+  const Relationships* relationships = nullptr;
+};
+
+std::optional<SourceRelationships> findSource(const Package& package, const URI& source) {
+  if (source == PackageHelper::getPackageRootURI()) return SourceRelationships{nullptr, &package.getRelationships()};
+  const PartName name(source.toString());
+  if (!package.partExists(name)) return std::nullopt;
+  SourceRelationships found{package.getPart(name), nullptr};
+  found.relationships = &found.owner->getRelationships();
+  return found;
+}
+
+std::vector<PartName> signedPartsOf(const signature::SignatureContent& content) {
+  std::vector<PartName> parts;
+  for (const auto& ref : content.references) {
+    if (!ref.relationshipsTransform) parts.push_back(ref.part);
+  }
+  return parts;
+}
+
+std::vector<RelationshipSelector> selectorsOf(const signature::SignatureContent& content) {
+  std::vector<RelationshipSelector> selectors;
+  for (const auto& ref : content.references) {
+    if (!ref.relationshipsTransform) continue;
+    URI source;
+    try {
+      source = PackageHelper::getSourceURI(ref.part);
+    } catch (const opc::Exception&) {
+      continue;
+    }
+    for (const ustring& type : ref.sourceTypes) selectors.emplace_back(source, RelationshipSelectorType::SelectByType, type);
+    for (const ustring& id : ref.sourceIds) selectors.emplace_back(source, RelationshipSelectorType::SelectById, id);
+  }
+  return selectors;
+}
+
+// Every check of one parsed signature against the package as it is now; the signature's own claims
+// are only what to compare, never the values compared against.
+Status checkSignature(const Package& package, const SignatureLayout& layout, const signature::ParsedSignature& parsed,
+                      EVP_PKEY* key) {
+  const auto& content = parsed.content;
+  if (!signature::verifyValue(key, content.signatureMethod, parsed.canonicalSignedInfo, parsed.signatureValue)) {
+    return {Status::Result::SignatureMismatch, "the signature value does not match the verification key"};
+  }
+  if (signature::digestBytes(content.objectDigestMethod, parsed.canonicalObject) != parsed.objectDigest) {
+    return {Status::Result::DigestMismatch, "the package object changed"};
+  }
+  for (const auto& ref : content.references) {
+    const std::string name = narrow(ref.part.getName());
+    const ContentType claimed(ref.contentType);
+    if (!ref.relationshipsTransform) {
+      if (layout.isInfrastructure(ref.part)) return {Status::Result::MalformedSignature, "signs signature part " + name};
+      if (!package.partExists(ref.part)) return {Status::Result::PartMissing, "part " + name + " is missing"};
+      const PartPtr part = package.getPart(ref.part);
+      if (!(part->getContentType() == claimed)) {
+        return {Status::Result::ContentTypeMismatch, "part " + name + " has content type " +
+                                                         narrow(part->getContentType().toString()) + ", signed as " +
+                                                         narrow(ref.contentType)};
+      }
+      const auto input = part->getInputStream();
+      if (signature::digestStream(ref.digestMethod, *input) != ref.digestValue) {
+        return {Status::Result::DigestMismatch, "part " + name + " changed"};
+      }
+      continue;
+    }
+    URI sourceUri;
+    try {
+      sourceUri = PackageHelper::getSourceURI(ref.part);
+    } catch (const opc::Exception& error) {
+      return {Status::Result::MalformedSignature, error.what()};
+    }
+    if (sourceUri != PackageHelper::getPackageRootURI() && layout.isInfrastructure(PartName(sourceUri.toString()))) {
+      return {Status::Result::MalformedSignature, "signs relationships of signature part " + name};
+    }
+    if (!(claimed == ContentType(PackageHelper::getRelationshipsContentType()))) {
+      return {Status::Result::ContentTypeMismatch, "relationships part " + name + " signed as " + narrow(ref.contentType)};
+    }
+    const auto source = findSource(package, sourceUri);
+    if (!source) return {Status::Result::PartMissing, "the source of " + name + " is missing"};
+    const auto transformed = signature::transformRelationships(*source->relationships, ref.sourceIds, ref.sourceTypes);
+    if (signature::digestBytes(ref.digestMethod, transformed) != ref.digestValue) {
+      return {Status::Result::DigestMismatch, "the signed relationships of " + name + " changed"};
+    }
+  }
+  return {Status::Result::Valid, {}};
+}
+
+class BytesInputStream : public opc::InputStream {
+ public:
+  explicit BytesInputStream(const signature::Bytes& bytes) : bytes_(bytes) {}
+  std::size_t read(std::uint8_t* buffer, std::size_t size) override {
+    const std::size_t n = std::min(size, bytes_.size() - position_);
+    std::copy_n(bytes_.data() + position_, n, buffer);
+    position_ += n;
+    return n;
+  }
+
+ private:
+  const signature::Bytes& bytes_;
+  std::size_t position_ = 0;
+};
+
+void requireOpen(const Package& package) {
+  if (!package.isOpen()) throw opc::Exception("the package is not open");
+}
+
+}  // namespace
+
+DigitalSignatureManager::DigitalSignatureManager(Package& package) : package_(package) {}
+
+bool DigitalSignatureManager::isPackageSigned() const {
+  requireOpen(package_);
+  return !readLayout(package_).signatures.empty();
+}
+
+std::vector<DigitalSignature> DigitalSignatureManager::getSignatures() const {
+  requireOpen(package_);
+  XercesGuard xerces;
+  std::vector<DigitalSignature> result;
+  for (const SignatureEntry& entry : readLayout(package_).signatures) {
+    const auto input = package_.getPart(entry.part)->getInputStream();
+    signature::SignatureContent content;
+    try {
+      content = signature::readSignatureScope(*input);
+    } catch (const opc::Exception& error) {
+      throw opc::Exception("signature part " + narrow(entry.part.getName()) + ": " + error.what());
+    }
+    result.emplace_back(entry.part, signedPartsOf(content), selectorsOf(content), content.signingTime);
+  }
+  return result;
+}
+
+DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(
+    const DigitalSignature& signature, const std::vector<std::uint8_t>& verificationKey) const {
+  requireOpen(package_);
+  XercesGuard xerces;
+  signature::PkeyPtr key;
+  try {
+    key = signature::loadPublicKey(verificationKey);
+  } catch (const opc::Exception& error) {
+    return {Status::Result::BadKey, error.what()};
+  }
+  const SignatureLayout layout = readLayout(package_);
+  const PartName& partName = signature.getSignaturePartName();
+  const bool listed =
+      std::any_of(layout.signatures.begin(), layout.signatures.end(), [&](const auto& s) { return s.part == partName; });
+  if (!listed) return {Status::Result::PartMissing, "no signature part " + narrow(partName.getName())};
+  const PartPtr part = package_.getPart(partName);
+  if (!(part->getContentType() == ContentType(PackageHelper::getDigitalSignatureXMLSignatureContentType()))) {
+    return {Status::Result::MalformedSignature, "part " + narrow(partName.getName()) + " is not an XML signature"};
+  }
+  signature::ParsedSignature parsed;
+  try {
+    const auto input = part->getInputStream();
+    parsed = signature::readSignature(*input);
+  } catch (const signature::MalformedSignature& error) {
+    return {Status::Result::MalformedSignature, error.what()};
+  }
+  if (signedPartsOf(parsed.content) != signature.getSignedPartNames()) {
+    return {Status::Result::MalformedSignature, "the signed parts differ from those the signature was read with"};
+  }
+  try {
+    return checkSignature(package_, layout, parsed, key.get());
+  } catch (const signature::MalformedSignature& error) {
+    return {Status::Result::MalformedSignature, error.what()};
+  }
+}
+
+DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& parts,
+                                               const std::vector<RelationshipSelector>& selectors,
+                                               const std::vector<std::uint8_t>& signingKey,
+                                               const std::vector<std::uint8_t>& verificationKey,
+                                               const SignatureParams& params) {
+  requireOpen(package_);
+  if (package_.getOpenMode() == interfaces::OpenMode::Read) throw opc::Exception("cannot sign: the package is read only");
+  XercesGuard xerces;
+  const SignatureLayout layout = readLayout(package_);
+
+  if (parts.empty()) throw opc::Exception("cannot sign: no part to sign");
+  signature::SignatureContent content;
+  content.signatureMethod = params.getSignatureMethod();
+  content.objectDigestMethod = params.getDigestMethod();
+  for (const PartName& name : parts) {
+    const std::string text = narrow(name.getName());
+    if (name.isRelationshipsPartName()) throw opc::Exception("cannot sign relationships part " + text + " as a part");
+    if (layout.isInfrastructure(name)) throw opc::Exception("cannot sign signature part " + text);
+    if (!package_.partExists(name)) throw opc::Exception("cannot sign: there is no part " + text);
+    for (const auto& ref : content.references) {
+      if (ref.part == name) throw opc::Exception("cannot sign part " + text + " twice");
+    }
+    const PartPtr part = package_.getPart(name);
+    const auto input = part->getInputStream();
+    signature::ManifestReference& ref = content.references.emplace_back(name, part->getContentType().toString());
+    ref.digestMethod = params.getDigestMethod();
+    ref.digestValue = signature::digestStream(params.getDigestMethod(), *input);
+  }
+
+  // One reference per source, in the order the sources first appear.
+  std::vector<URI> sources;
+  for (const auto& s : selectors) {
+    if (std::find(sources.begin(), sources.end(), s.getSourceURI()) == sources.end()) sources.push_back(s.getSourceURI());
+  }
+  for (const URI& sourceUri : sources) {
+    const std::string text = narrow(sourceUri.toString());
+    const PartName relsPart = PackageHelper::getRelationshipsPartName(sourceUri);
+    if (sourceUri != PackageHelper::getPackageRootURI() && layout.isInfrastructure(PartName(sourceUri.toString()))) {
+      throw opc::Exception("cannot sign the relationships of signature part " + text);
+    }
+    const auto source = findSource(package_, sourceUri);
+    if (!source) throw opc::Exception("cannot sign relationships of " + text + ": there is no such part");
+    signature::ManifestReference ref(relsPart, PackageHelper::getRelationshipsContentType());
+    ref.relationshipsTransform = true;
+    std::vector<ustring> pinned;
+    for (const auto& s : selectors) {
+      if (s.getSourceURI() != sourceUri) continue;
+      std::vector<ustring> matched;
+      for (const Relationship& r : source->relationships->getRelationships()) {
+        const bool hit = s.getType() == RelationshipSelectorType::SelectById ? r.getId() == s.getValue()
+                                                                              : r.getType() == s.getValue();
+        if (hit) matched.push_back(r.getId());
+      }
+      if (matched.empty()) {
+        throw opc::Exception("cannot sign: no relationship of " + text + " has " +
+                             (s.getType() == RelationshipSelectorType::SelectById ? "id " : "type ") +
+                             narrow(s.getValue()));
+      }
+      if (s.getType() == RelationshipSelectorType::SelectByType) {
+        if (std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.getValue()) == ref.sourceTypes.end()) {
+          ref.sourceTypes.push_back(s.getValue());
+        }
+      }
+      // A type selector also names the ids it selects now, so that engines which select by id only
+      // check the same relationships; selecting by type as well still catches one added later.
+      for (ustring& id : matched) {
+        if (std::find(pinned.begin(), pinned.end(), id) == pinned.end()) pinned.push_back(std::move(id));
+      }
+    }
+    for (const Relationship& r : source->relationships->getRelationships()) {
+      if (std::find(pinned.begin(), pinned.end(), r.getId()) != pinned.end() &&
+          r.getType() == PackageHelper::getDigitalSignatureOriginRelationshipType()) {
+        throw opc::Exception("cannot sign the digital-signature origin relationship");
+      }
+    }
+    ref.sourceIds = std::move(pinned);
+    ref.digestMethod = params.getDigestMethod();
+    ref.digestValue = signature::digestBytes(
+        params.getDigestMethod(), signature::transformRelationships(*source->relationships, ref.sourceIds, ref.sourceTypes));
+    content.references.push_back(std::move(ref));
+  }
+  content.signingTime = signature::currentSigningTime();
+
+  const signature::PkeyPtr privateKey = signature::loadPrivateKey(signingKey);
+  const signature::PkeyPtr publicKey = signature::loadPublicKey(verificationKey);
+  if (!signature::samePublicKey(privateKey.get(), publicKey.get())) {
+    throw opc::Exception("the verification key does not belong to the signing key");
+  }
+  const signature::Bytes bytes =
+      signature::writeSignature(content, signature::rsaPublicComponents(publicKey.get()),
+                                [&](std::span<const std::uint8_t> data) {
+                                  return signature::signValue(privateKey.get(), content.signatureMethod, data);
+                                });
+  // What was written must read back and verify before the package is touched.
+  {
+    BytesInputStream input(bytes);
+    const signature::ParsedSignature parsed = signature::readSignature(input);
+    const Status status = checkSignature(package_, layout, parsed, publicKey.get());
+    if (!status.isProperlyCodesigned()) throw opc::Exception("the new signature does not verify: " + status.getDetail());
+  }
+
+  // Earlier signatures over the same parts are superseded.
+  const std::vector<PartName> signedParts = signedPartsOf(content);
+  std::vector<PartName> superseded;
+  for (const SignatureEntry& entry : layout.signatures) {
+    try {
+      const auto input = package_.getPart(entry.part)->getInputStream();
+      if (signedPartsOf(signature::readSignatureScope(*input)) == signedParts) superseded.push_back(entry.part);
+    } catch (const signature::MalformedSignature&) {
+      // unreadable: not of this scope, left alone
+    }
+  }
+
+  // Changes from here on are undone if any step fails, so the model is left as it was.
+  std::optional<ustring> createdOriginRelationship;
+  bool createdOrigin = false;
+  std::optional<PartName> createdSignature;
+  PartPtr origin = layout.origin;
+  try {
+    if (!origin) {
+      const PartName originName(kOriginPart);
+      if (package_.partExists(originName)) {
+        origin = package_.getPart(originName);
+        if (!(origin->getContentType() == ContentType(PackageHelper::getDigitalSignatureOriginContentType()))) {
+          throw opc::Exception("cannot sign: part " + narrow(originName.getName()) + " is not a signature origin");
+        }
+      } else {
+        origin = package_.createPart(originName, ContentType(PackageHelper::getDigitalSignatureOriginContentType()),
+                                     StandardPartInfo());
+        createdOrigin = true;
+      }
+      createdOriginRelationship =
+          package_.createRelationship(URI(kOriginTarget), PackageHelper::getDigitalSignatureOriginRelationshipType())
+              .getId();
+    }
+    std::size_t n = 1;
+    while (package_.partExists(PartName(u"/_xmlsignatures/sig" + opc::detail::widenAscii(std::to_string(n)) + u".xml"))) ++n;
+    const ustring file = u"sig" + opc::detail::widenAscii(std::to_string(n)) + u".xml";
+    const PartName signatureName(u"/_xmlsignatures/" + file);
+    const PartPtr part = package_.createPart(
+        signatureName, ContentType(PackageHelper::getDigitalSignatureXMLSignatureContentType()), StandardPartInfo());
+    createdSignature = signatureName;
+    {
+      const auto out = part->getOutputStream();
+      out->write(bytes.data(), bytes.size());
+      out->flush();
+    }
+    origin->getRelationships().createRelationship(URI(file), PackageHelper::getDigitalSignatureRelationshipType());
+    for (const PartName& old : superseded) {
+      removeSignature(DigitalSignature(old, {}, {}, {}));
+    }
+    return DigitalSignature(signatureName, signedParts, selectorsOf(content), content.signingTime);
+  } catch (...) {
+    if (createdSignature) {
+      if (origin) {
+        for (const Relationship& r : origin->getRelationships().getRelationships()) {
+          if (internalTarget(r) == *createdSignature) {
+            origin->getRelationships().deleteRelationship(ustring(r.getId()));
+            break;
+          }
+        }
+      }
+      if (package_.partExists(*createdSignature)) package_.deletePart(*createdSignature);
+    }
+    if (createdOriginRelationship) package_.deleteRelationship(*createdOriginRelationship);
+    if (createdOrigin) package_.deletePart(PartName(kOriginPart));
+    throw;
+  }
+}
+
+void DigitalSignatureManager::removeSignature(const DigitalSignature& signature) {
+  requireOpen(package_);
+  if (package_.getOpenMode() == interfaces::OpenMode::Read) {
+    throw opc::Exception("cannot remove a signature: the package is read only");
+  }
+  const SignatureLayout layout = readLayout(package_);
+  const PartName& name = signature.getSignaturePartName();
+  const auto entry =
+      std::find_if(layout.signatures.begin(), layout.signatures.end(), [&](const auto& s) { return s.part == name; });
+  if (entry == layout.signatures.end()) throw opc::Exception("there is no signature part " + narrow(name.getName()));
+  // Every relationship of the origin to this part goes, not just the first.
+  std::vector<ustring> ids;
+  for (const Relationship& r : layout.origin->getRelationships().getRelationships()) {
+    if (internalTarget(r) == name) ids.push_back(r.getId());
+  }
+  for (const ustring& id : ids) layout.origin->getRelationships().deleteRelationship(id);
+  package_.deletePart(name);
+  if (layout.signatures.size() == 1) {
+    package_.deletePart(layout.origin->getPartName());
+    package_.deleteRelationship(*layout.originRelationshipId);
+  }
+}
+
+}  // namespace opc::model

@@ -1,0 +1,536 @@
+#include "opc/signature/digital_signature_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <regex>
+
+#include "opc/exception.h"
+#include "signature_test_support.h"
+
+namespace opc::model {
+namespace {
+
+using Result = DigitalSignatureVerificationStatus::Result;
+using test::KeyPair;
+using test::kOtherPart;
+using test::kOtherType;
+using test::kRequirementsPart;
+using test::kRequirementsType;
+using test::OpenMode;
+using test::Session;
+using test::testKeys;
+using test::u8;
+
+const char* resultName(Result r) {
+  switch (r) {
+    case Result::Valid: return "Valid";
+    case Result::MalformedSignature: return "MalformedSignature";
+    case Result::PartMissing: return "PartMissing";
+    case Result::ContentTypeMismatch: return "ContentTypeMismatch";
+    case Result::DigestMismatch: return "DigestMismatch";
+    case Result::SignatureMismatch: return "SignatureMismatch";
+    case Result::BadKey: return "BadKey";
+  }
+  return "?";
+}
+
+// The first match of `pattern` in `text`; throws when there is none, so an edit never silently does nothing.
+std::string firstMatch(const std::string& text, const std::string& pattern) {
+  std::smatch m;
+  if (!std::regex_search(text, m, std::regex(pattern))) throw std::runtime_error("no match for " + pattern);
+  return m.str();
+}
+
+ustring requirementsRelationshipId(const Package& package) {
+  return package.getRelationshipsByType(kRequirementsType).at(0).getId();
+}
+
+class SignatureTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path_ = dir_.ufile("signed.zip");
+    test::makeSignablePackage(path_);
+  }
+
+  // Runs `edit` on the package in a modifying session and closes it.
+  void edit(const std::function<void(Package&)>& change) {
+    Session s(path_, OpenMode::Modify);
+    change(s.package);
+    s.package.close();
+  }
+
+  test::ScratchDir dir_;
+  ustring path_;
+};
+
+TEST_F(SignatureTest, SignedPackageReadsBackWhatWasSigned) {
+  test::signRequirements(path_);
+  Session s(path_, OpenMode::Read);
+  DigitalSignatureManager manager(s.package);
+  ASSERT_TRUE(manager.isPackageSigned());
+  const auto signatures = manager.getSignatures();
+  ASSERT_EQ(signatures.size(), 1u);
+  EXPECT_EQ(signatures[0].getSignedPartNames(), std::vector<PartName>{PartName(kRequirementsPart)});
+  const std::vector<RelationshipSelector> expected{
+      RelationshipSelector(PackageHelper::getPackageRootURI(), RelationshipSelectorType::SelectByType,
+                           kRequirementsType),
+      RelationshipSelector(PackageHelper::getPackageRootURI(), RelationshipSelectorType::SelectById,
+                           requirementsRelationshipId(s.package))};
+  EXPECT_EQ(signatures[0].getRelationshipSelectors(), expected);
+  EXPECT_TRUE(std::regex_match(u8(signatures[0].getSigningTime()),
+                               std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")))
+      << u8(signatures[0].getSigningTime());
+  const auto status = manager.verifySignature(signatures[0], testKeys(0).verification);
+  EXPECT_TRUE(status.isProperlyCodesigned()) << status.getDetail();
+
+  // The origin relationship and [Content_Types].xml stay outside what was signed.
+  const std::string xml = test::signaturePartText(s.package);
+  EXPECT_EQ(xml.find("digital-signature/origin"), std::string::npos);
+  EXPECT_EQ(xml.find("Content_Types"), std::string::npos);
+}
+
+TEST_F(SignatureTest, UnsignedPackageHasNoSignatures) {
+  Session s(path_, OpenMode::Read);
+  DigitalSignatureManager manager(s.package);
+  EXPECT_FALSE(manager.isPackageSigned());
+  EXPECT_TRUE(manager.getSignatures().empty());
+}
+
+// Every change to what was signed is caught, each with the failure that names it.
+TEST_F(SignatureTest, TamperingIsCaught) {
+  // A signature value made by another key over the same content.
+  std::string foreignValue;
+  {
+    const ustring other = dir_.ufile("other.zip");
+    test::makeSignablePackage(other);
+    test::signRequirements(other, testKeys(1));
+    Session s(other, OpenMode::Read);
+    std::smatch m;
+    const std::string xml = test::signaturePartText(s.package);
+    ASSERT_TRUE(std::regex_search(xml, m, std::regex("<SignatureValue>([^<]+)</SignatureValue>")));
+    foreignValue = m[1];
+  }
+  const struct {
+    const char* name;
+    std::function<void(Package&)> change;
+    Result expected;
+  } cases[] = {
+      {"ChangedByteInRequirements",
+       [](Package& p) {
+         std::string bytes = test::partBytes(p, kRequirementsPart);
+         bytes[bytes.find("mac=\"false\"") + 5] = 't';
+         test::replacePartContent(p, kRequirementsPart, bytes);
+       },
+       Result::DigestMismatch},
+      {"ChangedContentTypeOfRequirements",
+       [](Package& p) {
+         const std::string bytes = test::partBytes(p, kRequirementsPart);
+         p.deletePart(PartName(kRequirementsPart));
+         test::addPart(p, kRequirementsPart, u"application/xml", bytes);
+       },
+       Result::ContentTypeMismatch},
+      {"RequirementsPartRemoved", [](Package& p) { p.deletePart(PartName(kRequirementsPart)); }, Result::PartMissing},
+      {"RequirementsRelationshipRemoved",
+       [](Package& p) { p.deleteRelationship(requirementsRelationshipId(p)); }, Result::DigestMismatch},
+      {"RequirementsRelationshipRetargeted",
+       [](Package& p) {
+         const ustring id = requirementsRelationshipId(p);
+         p.deleteRelationship(id);
+         p.createRelationship(URI(u"metadata/other.xml"), kRequirementsType, id);
+       },
+       Result::DigestMismatch},
+      {"SecondRequirementsRelationshipAdded",
+       [](Package& p) { p.createRelationship(URI(u"metadata/other.xml"), kRequirementsType); },
+       Result::DigestMismatch},
+      {"IdsSwappedWithAnotherRelationship",
+       [](Package& p) {
+         const ustring requirementsId = requirementsRelationshipId(p);
+         const ustring otherId = p.getRelationshipsByType(kOtherType).at(0).getId();
+         p.deleteRelationship(requirementsId);
+         p.deleteRelationship(otherId);
+         p.createRelationship(URI(u"metadata/systemRequirements.xml"), kRequirementsType, otherId);
+         p.createRelationship(URI(u"metadata/other.xml"), kOtherType, requirementsId);
+       },
+       Result::DigestMismatch},
+      {"SignatureValueSwapped",
+       [&](Package& p) {
+         std::string xml = test::signaturePartText(p);
+         xml = std::regex_replace(xml, std::regex("<SignatureValue>[^<]+</SignatureValue>"),
+                                  "<SignatureValue>" + foreignValue + "</SignatureValue>");
+         test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(),
+                                  xml);
+       },
+       Result::SignatureMismatch},
+      {"SecondPackageObjectAppended",
+       [](Package& p) {
+         std::string xml = test::signaturePartText(p);
+         test::replaceOnce(xml, "</Signature>", "<Object Id=\"idPackageObject\"></Object></Signature>");
+         test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(),
+                                  xml);
+       },
+       Result::MalformedSignature},
+      {"ManifestEdited",
+       [](Package& p) {
+         std::string xml = test::signaturePartText(p);
+         test::replaceOnce(xml, "?ContentType=application/vnd.kestrelon.zorvan.addon.systemRequirements+xml",
+                           "?ContentType=application/xml");
+         test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(),
+                                  xml);
+       },
+       Result::DigestMismatch},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::makeSignablePackage(path_);
+    test::signRequirements(path_);
+    edit(c.change);
+    const auto statuses = test::verifyAll(path_);
+    ASSERT_EQ(statuses.size(), 1u);
+    EXPECT_EQ(resultName(statuses[0].getResult()), std::string(resultName(c.expected))) << statuses[0].getDetail();
+    EXPECT_FALSE(statuses[0].isProperlyCodesigned());
+  }
+}
+
+// Changes outside what was signed keep the signature valid.
+TEST_F(SignatureTest, ChangesOutsideTheSignedScopeKeepItValid) {
+  const struct {
+    const char* name;
+    std::function<void(Package&)> change;
+  } cases[] = {
+      {"PartAdded", [](Package& p) { test::addPart(p, u"/content/readme.txt", u"text/plain", "hello"); }},
+      {"UnsignedPartChanged", [](Package& p) { test::replacePartContent(p, kOtherPart, "<other changed=\"1\"/>"); }},
+      {"UnrelatedRelationshipAdded",
+       [](Package& p) { p.createRelationship(URI(u"metadata/other.xml"), u"https://schemas.test/unrelated"); }},
+      {"RelationshipsReordered",
+       [](Package& p) {
+         const ustring id = requirementsRelationshipId(p);
+         p.deleteRelationship(id);
+         p.createRelationship(URI(u"metadata/systemRequirements.xml"), kRequirementsType, id);
+       }},
+      {"OtherPartRelationshipsAdded",
+       [](Package& p) {
+         p.getPart(PartName(kOtherPart))->getRelationships().createRelationship(URI(u"systemRequirements.xml"),
+                                                                                kOtherType);
+       }},
+      {"SecondSignatureOverAnotherPart",
+       [](Package& p) {
+         DigitalSignatureManager manager(p);
+         (void)manager.sign({PartName(kOtherPart)}, {}, testKeys(1).signing, testKeys(1).verification,
+                            test::defaultParams());
+       }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::makeSignablePackage(path_);
+    test::signRequirements(path_);
+    edit(c.change);
+    Session s(path_, OpenMode::Read);
+    DigitalSignatureManager manager(s.package);
+    for (const auto& signature : manager.getSignatures()) {
+      const bool requirements = signature.getSignedPartNames().at(0) == PartName(kRequirementsPart);
+      const auto status = manager.verifySignature(signature, testKeys(requirements ? 0 : 1).verification);
+      EXPECT_TRUE(status.isProperlyCodesigned()) << u8(signature.getSignaturePartName().getName()) << ": "
+                                                 << status.getDetail();
+    }
+  }
+}
+
+// Signatures that are cryptographically sound but not of the one accepted layout do not verify.
+TEST_F(SignatureTest, OnlyTheStandardStructureVerifies) {
+  const std::string partRef =
+      "<Reference URI=\"/metadata/systemRequirements.xml?ContentType=application/vnd.kestrelon.zorvan.addon."
+      "systemRequirements+xml\">";
+  const std::string c14nTransform = "<Transform Algorithm=\"http://www.w3.org/TR/2001/REC-xml-c14n-20010315\"></Transform>";
+  const std::string excC14n = "http://www.w3.org/2001/10/xml-exc-c14n#";
+  const struct {
+    const char* name;
+    std::function<void(std::string&)> change;
+    Result expected;
+  } cases[] = {
+      {"UneditedAfterResigning", [](std::string&) {}, Result::Valid},
+      {"SecondPackageObject",
+       [](std::string& x) { test::replaceOnce(x, "</Signature>", "<Object Id=\"idPackageObject\"></Object></Signature>"); },
+       Result::MalformedSignature},
+      {"PackageObjectIdOnKeyInfo", [](std::string& x) { test::replaceOnce(x, "<KeyInfo>", "<KeyInfo Id=\"idPackageObject\">"); },
+       Result::MalformedSignature},
+      {"ExtraReferenceInSignedInfo",
+       [](std::string& x) {
+         test::replaceOnce(x, "</SignedInfo>", firstMatch(x, "<Reference [^>]*URI=\"#idPackageObject\".*?</Reference>") +
+                                                   "</SignedInfo>");
+       },
+       Result::MalformedSignature},
+      {"SignedInfoReferenceNotAFragment",
+       [](std::string& x) { test::replaceOnce(x, "URI=\"#idPackageObject\"", "URI=\"/metadata/systemRequirements.xml\""); },
+       Result::MalformedSignature},
+      {"ManifestReferenceIsAFragment",
+       [&](std::string& x) { test::replaceOnce(x, partRef, "<Reference URI=\"#idPackageObject\">"); },
+       Result::MalformedSignature},
+      {"TransformOnAPlainPart",
+       [&](std::string& x) { test::replaceOnce(x, partRef, partRef + "<Transforms>" + c14nTransform + "</Transforms>"); },
+       Result::MalformedSignature},
+      {"RelationshipTransformWithoutCanonicalization",
+       [&](std::string& x) { test::replaceOnce(x, c14nTransform, ""); }, Result::MalformedSignature},
+      {"ExclusiveCanonicalizationAfterRelationshipTransform",
+       [&](std::string& x) {
+         test::replaceOnce(x, c14nTransform, "<Transform Algorithm=\"" + excC14n + "\"></Transform>");
+       },
+       Result::MalformedSignature},
+      {"ExclusiveCanonicalizationOfSignedInfo",
+       [&](std::string& x) {
+         test::replaceOnce(x, "<CanonicalizationMethod Algorithm=\"http://www.w3.org/TR/2001/REC-xml-c14n-20010315\">",
+                           "<CanonicalizationMethod Algorithm=\"" + excC14n + "\">");
+       },
+       Result::MalformedSignature},
+      {"ContentTypeQueryDiffersFromThePart",
+       [](std::string& x) {
+         test::replaceOnce(x, "?ContentType=application/vnd.kestrelon.zorvan.addon.systemRequirements+xml",
+                           "?ContentType=application/xml");
+       },
+       Result::ContentTypeMismatch},
+      {"PartNamedTwice",
+       [&](std::string& x) {
+         const std::string escaped = std::regex_replace(partRef, std::regex(R"([.?+])"), R"(\$&)");
+         test::replaceOnce(x, "</Manifest>", firstMatch(x, escaped + ".*?</Reference>") + "</Manifest>");
+       },
+       Result::MalformedSignature},
+      {"RelationshipsPartWithoutTransform",
+       [](std::string& x) {
+         x = std::regex_replace(x, std::regex("<Transforms>.*?</Transforms>"), "");
+       },
+       Result::MalformedSignature},
+      {"ExtraElementInSignature",
+       [](std::string& x) { test::replaceOnce(x, "</Signature>", "<Extra></Extra></Signature>"); },
+       Result::MalformedSignature},
+      {"UnknownSelectorInRelationshipTransform",
+       [](std::string& x) {
+         test::replaceOnce(x, "<mdssi:RelationshipReference",
+                           "<mdssi:Other xmlns:mdssi=\"http://schemas.openxmlformats.org/package/2006/digital-signature\">"
+                           "</mdssi:Other><mdssi:RelationshipReference");
+       },
+       Result::MalformedSignature},
+      {"Sha1Digest",
+       [](std::string& x) {
+         x = std::regex_replace(x, std::regex("http://www.w3.org/2001/04/xmlenc#sha256"),
+                                "http://www.w3.org/2000/09/xmldsig#sha1");
+       },
+       Result::MalformedSignature},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::makeSignablePackage(path_);
+    test::signRequirements(path_);
+    edit([&](Package& p) {
+      std::string xml = test::signaturePartText(p);
+      c.change(xml);
+      test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(),
+                               test::resign(xml));
+    });
+    const auto statuses = test::verifyAll(path_);
+    ASSERT_EQ(statuses.size(), 1u);
+    EXPECT_EQ(resultName(statuses[0].getResult()), std::string(resultName(c.expected))) << statuses[0].getDetail();
+  }
+}
+
+TEST_F(SignatureTest, VerificationTrustsOnlyTheGivenKey) {
+  test::signRequirements(path_);
+  const struct {
+    const char* name;
+    test::Bytes key;
+    Result expected;
+  } cases[] = {
+      {"SigningKeysPartner", testKeys(0).verification, Result::Valid},
+      {"AnotherKey", testKeys(1).verification, Result::SignatureMismatch},
+      {"NotAKey", {0x30, 0x03, 0x02, 0x01, 0x01}, Result::BadKey},
+      {"PrivateKeyInsteadOfPublic", testKeys(0).signing, Result::BadKey},
+      {"Empty", {}, Result::BadKey},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto statuses = test::verifyAll(path_, c.key);
+    ASSERT_EQ(statuses.size(), 1u);
+    EXPECT_EQ(resultName(statuses[0].getResult()), std::string(resultName(c.expected))) << statuses[0].getDetail();
+  }
+}
+
+TEST_F(SignatureTest, SignatureIsCheckedForWhatTheCallerWasTold) {
+  test::signRequirements(path_);
+  Session s(path_, OpenMode::Read);
+  DigitalSignatureManager manager(s.package);
+  const DigitalSignature real = manager.getSignatures().at(0);
+  const struct {
+    const char* name;
+    DigitalSignature claimed;
+    Result expected;
+  } cases[] = {
+      {"OtherSignedParts", DigitalSignature(real.getSignaturePartName(), {PartName(kOtherPart)}, {}, {}),
+       Result::MalformedSignature},
+      {"NotASignaturePart", DigitalSignature(PartName(kRequirementsPart), real.getSignedPartNames(), {}, {}),
+       Result::PartMissing},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto status = manager.verifySignature(c.claimed, testKeys(0).verification);
+    EXPECT_EQ(resultName(status.getResult()), std::string(resultName(c.expected))) << status.getDetail();
+  }
+}
+
+// A failed sign throws and leaves the package model as it was.
+TEST_F(SignatureTest, SignRefusesWhatItCannotSignAndChangesNothing) {
+  const KeyPair small = test::makeKeyPair(1024);
+  const URI root = PackageHelper::getPackageRootURI();
+  const struct {
+    const char* name;
+    std::vector<PartName> parts;
+    std::vector<RelationshipSelector> selectors;
+    test::Bytes signing;
+    test::Bytes verification;
+  } cases[] = {
+      {"NoPart", {}, test::requirementsSelectors(), testKeys(0).signing, testKeys(0).verification},
+      {"MissingPart", {PartName(u"/metadata/absent.xml")}, {}, testKeys(0).signing, testKeys(0).verification},
+      {"RelationshipsPartAsAPart", {PartName(u"/_rels/.rels")}, {}, testKeys(0).signing, testKeys(0).verification},
+      {"PartTwice", {PartName(kRequirementsPart), PartName(kRequirementsPart)}, {}, testKeys(0).signing,
+       testKeys(0).verification},
+      {"SelectorSelectsNothing",
+       {PartName(kRequirementsPart)},
+       {RelationshipSelector(root, RelationshipSelectorType::SelectByType, u"urn:none")},
+       testKeys(0).signing,
+       testKeys(0).verification},
+      {"SelectorIdUnknown",
+       {PartName(kRequirementsPart)},
+       {RelationshipSelector(root, RelationshipSelectorType::SelectById, u"rId999")},
+       testKeys(0).signing,
+       testKeys(0).verification},
+      {"SelectorSourceMissing",
+       {PartName(kRequirementsPart)},
+       {RelationshipSelector(URI(u"/metadata/absent.xml"), RelationshipSelectorType::SelectByType, kOtherType)},
+       testKeys(0).signing,
+       testKeys(0).verification},
+      {"SelectsTheOriginRelationship",
+       {PartName(kRequirementsPart)},
+       {RelationshipSelector(root, RelationshipSelectorType::SelectByType,
+                             PackageHelper::getDigitalSignatureOriginRelationshipType())},
+       testKeys(0).signing,
+       testKeys(0).verification},
+      {"KeysOfDifferentPairs", {PartName(kRequirementsPart)}, {}, testKeys(0).signing, testKeys(1).verification},
+      {"SigningKeyNotDer", {PartName(kRequirementsPart)}, {}, {1, 2, 3}, testKeys(0).verification},
+      {"KeysSwapped", {PartName(kRequirementsPart)}, {}, testKeys(0).verification, testKeys(0).signing},
+      {"KeyTooShort", {PartName(kRequirementsPart)}, {}, small.signing, small.verification},
+  };
+  // Signed once already, so that the origin exists and a failure must not disturb it either.
+  test::signRequirements(path_, testKeys(1));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Session s(path_, OpenMode::Modify);
+    DigitalSignatureManager manager(s.package);
+    const std::size_t parts = s.package.getPartCount();
+    const std::size_t relationships = s.package.getRelationships().size();
+    EXPECT_THROW((void)manager.sign(c.parts, c.selectors, c.signing, c.verification, test::defaultParams()),
+                 opc::Exception);
+    EXPECT_EQ(s.package.getPartCount(), parts);
+    EXPECT_EQ(s.package.getRelationships().size(), relationships);
+    EXPECT_EQ(manager.getSignatures().size(), 1u);
+  }
+}
+
+TEST_F(SignatureTest, SignNeedsAWritablePackage) {
+  Session s(path_, OpenMode::Read);
+  DigitalSignatureManager manager(s.package);
+  EXPECT_THROW((void)manager.sign({PartName(kRequirementsPart)}, test::requirementsSelectors(), testKeys(0).signing,
+                                  testKeys(0).verification, test::defaultParams()),
+               opc::Exception);
+}
+
+// Signing the same scope again replaces the earlier signature, so re-signing after an edit repairs
+// the package; signatures of other scopes stay beside it.
+TEST_F(SignatureTest, SigningTheSameScopeAgainReplacesTheEarlierSignature) {
+  test::signRequirements(path_);
+  edit([](Package& p) { test::replacePartContent(p, kRequirementsPart, "<systemRequirements/>"); });
+  ASSERT_FALSE(test::verifyAll(path_).at(0).isProperlyCodesigned());
+  edit([](Package& p) {
+    (void)DigitalSignatureManager(p).sign({PartName(kOtherPart)}, {}, testKeys(0).signing, testKeys(0).verification,
+                                          test::defaultParams());
+  });
+  test::signRequirements(path_);
+
+  Session s(path_, OpenMode::Read);
+  DigitalSignatureManager manager(s.package);
+  const auto signatures = manager.getSignatures();
+  ASSERT_EQ(signatures.size(), 2u);
+  std::vector<PartName> firstParts;
+  for (const auto& signature : signatures) {
+    firstParts.push_back(signature.getSignedPartNames().at(0));
+    const auto status = manager.verifySignature(signature, testKeys(0).verification);
+    EXPECT_TRUE(status.isProperlyCodesigned()) << status.getDetail();
+  }
+  EXPECT_EQ(firstParts, (std::vector<PartName>{PartName(kOtherPart), PartName(kRequirementsPart)}));
+  std::size_t signatureParts = 0;
+  for (const auto& part : s.package.getParts()) {
+    if (part->getContentType() == ContentType(PackageHelper::getDigitalSignatureXMLSignatureContentType())) {
+      ++signatureParts;
+    }
+  }
+  EXPECT_EQ(signatureParts, 2u);
+}
+
+TEST_F(SignatureTest, RemovingTheLastSignatureRemovesTheOrigin) {
+  test::signRequirements(path_);
+  edit([](Package& p) {
+    DigitalSignatureManager manager(p);
+    manager.removeSignature(manager.getSignatures().at(0));
+    EXPECT_THROW(manager.removeSignature(DigitalSignature(PartName(u"/_xmlsignatures/sig1.xml"), {}, {}, {})),
+                 opc::Exception);
+  });
+  Session s(path_, OpenMode::Read);
+  EXPECT_FALSE(DigitalSignatureManager(s.package).isPackageSigned());
+  EXPECT_TRUE(s.package.getRelationshipsByType(PackageHelper::getDigitalSignatureOriginRelationshipType()).empty());
+  for (const auto& part : s.package.getParts()) {
+    EXPECT_NE(u8(part->getPartName().getName()).rfind("/_xmlsignatures/", 0), 0u) << u8(part->getPartName().getName());
+  }
+}
+
+TEST_F(SignatureTest, OperationsNeedAnOpenPackage) {
+  zippackage::ZipPhysicalPackage physical(path_, false);
+  Package package(physical);
+  DigitalSignatureManager manager(package);
+  EXPECT_THROW((void)manager.isPackageSigned(), opc::Exception);
+  EXPECT_THROW((void)manager.getSignatures(), opc::Exception);
+}
+
+TEST_F(SignatureTest, SignatureMethodsMapToModernAlgorithms) {
+  using foundation::crypto::utils::DigestMethod;
+  using foundation::crypto::utils::SignatureMethod;
+  const struct {
+    SignatureParams params;
+    const char* digestUri;
+    const char* signatureUri;
+  } cases[] = {
+      {SignatureParams(DigestMethod::SHA256, SignatureMethod::RSA_SHA256), "http://www.w3.org/2001/04/xmlenc#sha256",
+       "http://www.w3.org/2001/04/xmldsig-more#rsa-sha256"},
+      {SignatureParams(DigestMethod::SHA256), "http://www.w3.org/2001/04/xmlenc#sha256",
+       "http://www.w3.org/2001/04/xmldsig-more#rsa-sha256"},
+      {SignatureParams(DigestMethod::SHA512, SignatureMethod::RSA_SHA512), "http://www.w3.org/2001/04/xmlenc#sha512",
+       "http://www.w3.org/2001/04/xmldsig-more#rsa-sha512"},
+      {SignatureParams(DigestMethod::SHA384, SignatureMethod::RSA_SHA256),
+       "http://www.w3.org/2001/04/xmldsig-more#sha384", "http://www.w3.org/2001/04/xmldsig-more#rsa-sha256"},
+  };
+  EXPECT_EQ(static_cast<int>(DigestMethod::SHA256), 5);
+  EXPECT_EQ(static_cast<int>(SignatureMethod::RSA_SHA256), 1);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.digestUri);
+    test::makeSignablePackage(path_);
+    edit([&](Package& p) {
+      (void)DigitalSignatureManager(p).sign({PartName(kRequirementsPart)}, test::requirementsSelectors(),
+                                            testKeys(0).signing, testKeys(0).verification, c.params);
+    });
+    Session s(path_, OpenMode::Read);
+    const std::string xml = test::signaturePartText(s.package);
+    EXPECT_NE(xml.find(std::string("<DigestMethod Algorithm=\"") + c.digestUri + "\">"), std::string::npos);
+    EXPECT_NE(xml.find(std::string("<SignatureMethod Algorithm=\"") + c.signatureUri + "\">"), std::string::npos);
+    DigitalSignatureManager manager(s.package);
+    EXPECT_TRUE(manager.verifySignature(manager.getSignatures().at(0), testKeys(0).verification).isProperlyCodesigned());
+  }
+}
+
+}  // namespace
+}  // namespace opc::model

@@ -1,0 +1,154 @@
+#pragma once
+// Keys, a small signable package and signature-part surgery for the signature tests.
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "opc/model/package.h"
+#include "opc/model/package_helper.h"
+#include "opc/signature/canonical_xml.h"
+#include "opc/signature/digital_signature_manager.h"
+#include "opc/signature/signature_crypto.h"
+#include "opc/xml/xerces_helper.h"
+#include "package_test_support.h"
+
+namespace opc::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct KeyPair {
+  Bytes signing;       // DER PKCS#8
+  Bytes verification;  // DER SubjectPublicKeyInfo
+};
+
+inline KeyPair makeKeyPair(unsigned bits) {
+  EVP_PKEY* key = EVP_RSA_gen(bits);
+  if (key == nullptr) throw std::runtime_error("EVP_RSA_gen failed");
+  KeyPair pair;
+  PKCS8_PRIV_KEY_INFO* info = EVP_PKEY2PKCS8(key);
+  unsigned char* der = nullptr;
+  int n = i2d_PKCS8_PRIV_KEY_INFO(info, &der);
+  pair.signing.assign(der, der + n);
+  OPENSSL_free(der);
+  PKCS8_PRIV_KEY_INFO_free(info);
+  der = nullptr;
+  n = i2d_PUBKEY(key, &der);
+  pair.verification.assign(der, der + n);
+  OPENSSL_free(der);
+  EVP_PKEY_free(key);
+  return pair;
+}
+
+// Two RSA-2048 pairs made once per test program (generation takes a noticeable fraction of a second).
+inline const KeyPair& testKeys(std::size_t which) {
+  static const std::array<KeyPair, 2> pairs{makeKeyPair(2048), makeKeyPair(2048)};
+  return pairs.at(which);
+}
+
+inline constexpr char16_t kRequirementsPart[] = u"/metadata/systemRequirements.xml";
+inline constexpr char16_t kRequirementsContentType[] = u"application/vnd.kestrelon.zorvan.addon.systemRequirements+xml";
+inline constexpr char16_t kRequirementsType[] = u"https://schemas.test/relationships/systemRequirements";
+inline constexpr char16_t kOtherPart[] = u"/metadata/other.xml";
+inline constexpr char16_t kOtherType[] = u"https://schemas.test/relationships/other";
+inline constexpr char kRequirementsXml[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<systemRequirements xmlns=\"https://schemas.test/req\">"
+    "<platformCompatibility win=\"true\" linux=\"true\" mac=\"false\" ZORVANOnline=\"true\"/></systemRequirements>";
+
+// A package with the requirements part and another part, each related from the root.
+inline void makeSignablePackage(const ustring& path) {
+  Session s(path, OpenMode::Create);
+  addPart(s.package, kRequirementsPart, kRequirementsContentType, kRequirementsXml);
+  s.package.createRelationship(model::URI(u"metadata/systemRequirements.xml"), kRequirementsType);
+  addPart(s.package, kOtherPart, u"application/xml", "<other/>");
+  s.package.createRelationship(model::URI(u"metadata/other.xml"), kOtherType);
+  s.package.close();
+}
+
+inline model::SignatureParams defaultParams() {
+  return model::SignatureParams(foundation::crypto::utils::DigestMethod::SHA256,
+                                foundation::crypto::utils::SignatureMethod::RSA_SHA256);
+}
+
+inline std::vector<model::RelationshipSelector> requirementsSelectors() {
+  return {model::RelationshipSelector(model::PackageHelper::getPackageRootURI(),
+                                      model::RelationshipSelectorType::SelectByType, kRequirementsType)};
+}
+
+// Signs the requirements part and its root relationship in its own session.
+inline void signRequirements(const ustring& path, const KeyPair& keys = testKeys(0)) {
+  Session s(path, OpenMode::Modify);
+  model::DigitalSignatureManager manager(s.package);
+  (void)manager.sign({model::PartName(kRequirementsPart)}, requirementsSelectors(), keys.signing, keys.verification,
+                     defaultParams());
+  s.package.close();
+}
+
+// The verdict on every signature of the package, in order.
+inline std::vector<model::DigitalSignatureVerificationStatus> verifyAll(const ustring& path,
+                                                                      const Bytes& key = testKeys(0).verification) {
+  Session s(path, OpenMode::Read);
+  model::DigitalSignatureManager manager(s.package);
+  std::vector<model::DigitalSignatureVerificationStatus> out;
+  for (const auto& signature : manager.getSignatures()) out.push_back(manager.verifySignature(signature, key));
+  return out;
+}
+
+inline std::string signaturePartText(const model::Package& package) {
+  model::DigitalSignatureManager manager(const_cast<model::Package&>(package));
+  return partBytes(package, manager.getSignatures().at(0).getSignaturePartName().getName());
+}
+
+inline void replacePartContent(model::Package& package, const ustring& name, const std::string& bytes) {
+  auto out = package.getPart(model::PartName(name))->getOutputStream();
+  writeAll(*out, bytes);
+}
+
+inline void replaceOnce(std::string& text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  if (at == std::string::npos) throw std::runtime_error("test edit: '" + from + "' not found");
+  text.replace(at, from.size(), to);
+}
+
+// Recomputes the package object digest and the signature value of an edited signature part with
+// `keys`, so that only its structure can make it fail. The digest goes into the first Reference of
+// SignedInfo, computed over the first Object child of the root.
+inline std::string resign(const std::string& xml, const KeyPair& keys = testKeys(0)) {
+  using model::XercesHelper;
+  model::XercesGuard guard;
+  struct StringInput : InputStream {
+    explicit StringInput(const std::string& s) : text(s) {}
+    std::size_t read(std::uint8_t* buffer, std::size_t size) override {
+      const std::size_t n = std::min(size, text.size() - at);
+      std::copy_n(text.data() + at, n, buffer);
+      at += n;
+      return n;
+    }
+    const std::string& text;
+    std::size_t at = 0;
+  } input(xml);
+  auto parser = XercesHelper::createParser();
+  auto doc = XercesHelper::readDocumentFromStream(parser, input, false, u"", u"");
+  const ustring dsig = u"http://www.w3.org/2000/09/xmldsig#";
+  xercesc::DOMElement* root = doc->getDocumentElement();
+  xercesc::DOMElement* signedInfo = XercesHelper::getElementNS(root, dsig, u"SignedInfo");
+  xercesc::DOMElement* object = XercesHelper::getElementNS(root, dsig, u"Object");
+  xercesc::DOMElement* reference = XercesHelper::getElementNS(signedInfo, dsig, u"Reference");
+  const Bytes objectDigest = model::signature::digestBytes(foundation::crypto::utils::DigestMethod::SHA256,
+                                                           model::signature::canonicalize(doc.get(), object));
+  XercesHelper::setElementText(XercesHelper::getElementNS(reference, dsig, u"DigestValue"),
+                               foundation::crypto::utils::base64Encode(objectDigest));
+  const auto key = model::signature::loadPrivateKey(keys.signing);
+  const Bytes value = model::signature::signValue(key.get(), foundation::crypto::utils::SignatureMethod::RSA_SHA256,
+                                                  model::signature::canonicalize(doc.get(), signedInfo));
+  XercesHelper::setElementText(XercesHelper::getElementNS(root, dsig, u"SignatureValue"),
+                               foundation::crypto::utils::base64Encode(value));
+  const Bytes out = model::signature::canonicalize(doc.get(), doc.get());
+  return std::string(out.begin(), out.end());
+}
+
+}  // namespace opc::test
