@@ -108,6 +108,10 @@ int main(int argc, char** argv) {
     const int ok = reference->status == xmlSecDSigStatusSucceeded;
     failures += !ok;
     printf("reference %s %s\n", ok ? "ok" : "bad", reference->uri != NULL ? (const char*)reference->uri : "");
+    xmlSecBufferPtr digested = xmlSecDSigReferenceCtxGetPreDigestBuffer(reference);
+    if (!ok && digested != NULL) {
+      printf("  digested: %.*s\n", (int)xmlSecBufferGetSize(digested), (const char*)xmlSecBufferGetData(digested));
+    }
   }
   if (references == 0) {
     printf("no manifest reference was checked\n");
