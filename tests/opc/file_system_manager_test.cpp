@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <functional>
 #include <set>
+#include <string_view>
 
 #include "file_system_test_support.h"
 #include "opc/exception.h"
@@ -23,8 +24,23 @@ using namespace opc::test;
 const std::vector<std::string> kAwkwardNames = {
     "plain.m", "with space.txt", "#hash", "100%", "percent%41", "[bracket]", "a&b;c=d", "trailing.", "...",
     "_rels", "x.rels", "caf\xC3\xA9", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt", "\xF0\x9F\x98\x80",
-    "ab:c", "quote'and\"double", "tilde~", "question?", "colon:", "!",
+    "ab:c", "quote'and\"double", "tilde~", "question?", "colon:", "!", "nb\xC2\xA0sp", "ideo\xE3\x80\x80space",
+    "tab\there", "ctl\x01", "line\xE2\x80\xA8sep", "c1\xC2\x85", "ends with space ",
 };
+
+// After percent-decoding (as some readers do before parsing a URI), a character a URI path cannot
+// hold would make such readers refuse the package.
+bool uriSafeOnceDecoded(const ustring& segment) {
+  for (const char16_t c : model::PartName::decodeSegment(segment)) {
+    const bool ascii = c < 0x80;
+    if (ascii && !(std::isalnum(c) || std::string_view("-._~!$&'()*+,;=:@").find(static_cast<char>(c)) !=
+                                          std::string_view::npos)) {
+      return false;
+    }
+    if (!ascii && (c <= 0x9F || c == 0xA0 || c == 0x3000 || c == 0x2028 || c == 0x1680)) return false;
+  }
+  return true;
+}
 
 TEST(FileSystemNamesTest, EveryNameRoundTripsThroughAValidSegment) {
   std::set<ustring> segments;
@@ -35,6 +51,7 @@ TEST(FileSystemNamesTest, EveryNameRoundTripsThroughAValidSegment) {
     EXPECT_NO_THROW(model::PartName(u"/fsroot/" + segment));
     EXPECT_FALSE(model::PartName(u"/fsroot/a/" + segment).isRelationshipsPartName());
     EXPECT_EQ(u8(FileSystemManager::decodeName(segment)), name);
+    EXPECT_TRUE(uriSafeOnceDecoded(segment)) << u8(segment);
     EXPECT_TRUE(segments.insert(segment).second) << "two names share the segment " << u8(segment);
   }
 }
@@ -222,14 +239,14 @@ TEST_F(FileSystemManagerTest, EmptyFolderIsOnePartThatGivesWayToContent) {
     (void)s->manager.createFolder(u"a/b c");
     (void)s->manager.createFolder(u"a/b c/d.");
     (void)s->manager.createFolder(u"x");
-    EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b%20c/d.:", "/fsroot/x"}));
+    EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b:20c/d.:", "/fsroot/x"}));
     s->session.package.close();
   }
   {
     auto s = open(interfaces::OpenMode::Modify);
     EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/a/", "/a/b c/", "/a/b c/d./", "/x/"}));
     (void)s->manager.addFile(dir.ufile("one.txt"), u"x/f.txt", TransformMode::Encode);
-    EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b%20c/d.:"}));
+    EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b:20c/d.:"}));
     s->session.package.close();
   }
   auto s = open(interfaces::OpenMode::Read);
@@ -287,7 +304,7 @@ TEST_F(FileSystemManagerTest, ExtractionModes) {
        nullptr},
       {"RawNames", RestoreMode::None, TransformMode::None, ReplaceMode::Never, [] {},
        [&] {
-         EXPECT_EQ(readFile(file("bin/run%20me")), "#!/bin/sh\n");
+         EXPECT_EQ(readFile(file("bin/run:20me")), "#!/bin/sh\n");
          EXPECT_EQ(readFile(file("data.:")), "dot");
        },
        nullptr},
@@ -393,6 +410,8 @@ TEST_F(HostileExtractionTest, CorpusIsRefusedWithNothingWritten) {
       {"absolute-path.zip", "/tmp/evil.txt"},
       {"backslash-raw.zip", "evil.txt"},
       {"backslash-percent.zip", "'\\'"},
+      {"traversal-colon-slash.zip", "'/fsroot/..:2F..:2Fevil.txt': a component holds '/'"},
+      {"backslash-colon.zip", "'/fsroot/..:5C..:5Cevil.txt': a component holds '\\'"},
       {"drive-letter-percent.zip", "'/fsroot/C%3A'"},
       {"nul-percent.zip", "'/fsroot/evil%00.txt'"},
       {"decoded-collision.zip", "'a!.txt'"},

@@ -35,9 +35,9 @@ enum class TransformMode : int {
   // otherwise opc::Exception. extractAll: files are written under their part-name segments,
   // percent-encodings and escapes kept.
   None = 0,
-  // addFile: each component is percent-encoded as UTF-8 where a part name cannot hold the character
-  // (space, "#", "%", "[", non-ASCII...); a component ending in "." (or made of dots) gets a ":"
-  // appended, a character the encoding never leaves bare, so the mapping is reversible.
+  // addFile: each component is encoded reversibly into a valid part-name segment: characters that
+  // a URI cannot hold are escaped (":20" for a space, "%C3%A9" for an accented letter; see
+  // encodeName), and a name ending in "." or equal to "_rels" gets a ":" appended.
   // extractAll: the inverse, so files get back the names they were added under.
   Encode = 1,
 };
@@ -140,8 +140,12 @@ class FileSystemManager {
   void extractAll(const ustring& destination, RestoreMode restore, TransformMode transform,
                   ReplaceMode replace);
 
-  // The encoding of one component (TransformMode::Encode) and its inverse; decodeName throws
-  // opc::Exception for a percent-encoding that is not UTF-8.
+  // The encoding of one component (TransformMode::Encode) and its inverse. ASCII characters outside
+  // a URI's path characters (space, '#', '%', '[', ...) and Unicode control and space characters
+  // are written ":XX" per UTF-8 byte rather than "%XX": readers that decode a part name before
+  // parsing it as a URI would otherwise meet a space and refuse the whole package. Other non-ASCII
+  // characters and ':' are percent-encoded. decodeName throws opc::Exception for bytes that are not
+  // UTF-8.
   [[nodiscard]] static ustring encodeName(const ustring& name);
   [[nodiscard]] static ustring decodeName(const ustring& segment);
 

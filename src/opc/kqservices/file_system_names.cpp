@@ -2,15 +2,22 @@
 
 #include "opc/detail/text.h"
 #include "opc/exception.h"
-#include "opc/model/part_name.h"
 
 namespace opc::kqservices::detail {
 
 namespace {
 
+using opc::detail::appendPercentEncodedUtf8;
 using opc::detail::equalsIgnoreAsciiCase;
+using opc::detail::fromUtf8;
+using opc::detail::hexValue;
 using opc::detail::isAlpha;
+using opc::detail::isHexDigit;
+using opc::detail::isSubDelim;
+using opc::detail::isUnreserved;
 using opc::detail::narrow;
+using opc::detail::nextCodePoint;
+using opc::detail::toUtf8;
 
 constexpr std::size_t kMaxNameBytes = 255;
 
@@ -82,9 +89,39 @@ ustring joinPath(const std::vector<ustring>& components) {
   return out;
 }
 
+// Characters a URI parser rejects in a path once decoded: ASCII outside pchar (space, '#', '%', '[',
+// controls...), and outside ASCII the control and space characters. Some OPC readers decode a part
+// name before parsing it as a URI, so these are escaped as ":XX" per UTF-8 byte, which no reader
+// decodes; other non-ASCII characters are percent-encoded as IRIs map them, and ':' as "%3A".
+bool needsColonEscape(char32_t cp) {
+  if (cp < 0x80) {
+    const auto c = static_cast<char16_t>(cp);
+    return !(isUnreserved(c) || isSubDelim(c) || c == u'@' || c == u':');
+  }
+  return cp <= 0x9F || cp == 0xA0 || cp == 0x1680 || (cp >= 0x2000 && cp <= 0x200A) || cp == 0x2028 ||
+         cp == 0x2029 || cp == 0x202F || cp == 0x205F || cp == 0x3000;
+}
+
 ustring encodeComponent(const ustring& name) {
-  ustring segment = model::PartName::encodeSegment(name);
-  // encodeSegment never leaves ':' bare, so a bare trailing ':' is ours alone and decoding is exact.
+  ustring segment;
+  segment.reserve(name.size());
+  for (std::size_t i = 0; i < name.size();) {
+    const char32_t cp = nextCodePoint(name, i, "file name");
+    if (needsColonEscape(cp)) {
+      ustring percent;
+      appendPercentEncodedUtf8(percent, cp);
+      for (char16_t& c : percent) {
+        if (c == u'%') c = u':';
+      }
+      segment += percent;
+    } else if (cp >= 0x80 || cp == u':') {
+      appendPercentEncodedUtf8(segment, cp);
+    } else {
+      segment += static_cast<char16_t>(cp);
+    }
+  }
+  // A bare ':' at the end is never an escape (those carry two hex digits), so it can mark a segment
+  // that a part name could not hold or would misread: one ending in '.', and "_rels".
   if (!segment.empty() && (segment.back() == u'.' || equalsIgnoreAsciiCase(segment, u"_rels"))) {
     segment += u':';
   }
@@ -92,10 +129,29 @@ ustring encodeComponent(const ustring& name) {
 }
 
 ustring decodeComponent(const ustring& segment) {
-  if (!segment.empty() && segment.back() == u':') {
-    return model::PartName::decodeSegment(ustring_view(segment).substr(0, segment.size() - 1));
+  std::string bytes;
+  bytes.reserve(segment.size());
+  for (std::size_t i = 0; i < segment.size(); ++i) {
+    const char16_t c = segment[i];
+    if ((c == u'%' || c == u':') && i + 2 < segment.size() && isHexDigit(segment[i + 1]) &&
+        isHexDigit(segment[i + 2])) {
+      bytes += static_cast<char>(hexValue(segment[i + 1]) * 16 + hexValue(segment[i + 2]));
+      i += 2;
+    } else if (c == u':' && i + 1 == segment.size()) {
+      break;
+    } else if (c == u'%') {
+      throw Exception("cannot decode '" + narrow(segment) + "': '%' not followed by two hex digits");
+    } else if (c >= 0x80) {
+      // Part names hold non-ASCII characters percent-encoded; one read raw from elsewhere passes.
+      std::size_t next = i;
+      (void)nextCodePoint(segment, next, "segment");
+      bytes += toUtf8(ustring_view(segment).substr(i, next - i), "segment");
+      i = next - 1;
+    } else {
+      bytes += static_cast<char>(c);
+    }
   }
-  return model::PartName::decodeSegment(segment);
+  return fromUtf8(bytes, "decoded segment '" + narrow(segment) + "'");
 }
 
 }  // namespace opc::kqservices::detail

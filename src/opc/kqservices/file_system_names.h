@@ -20,11 +20,16 @@ namespace opc::kqservices::detail {
 // "/" followed by the components joined with '/'; "/" for none.
 [[nodiscard]] ustring joinPath(const std::vector<ustring>& components);
 
-// Percent-encoding, then a ':' appended to a segment that a part name could not hold or would
-// misread: one ending in '.', and "_rels" (which would make a relationships part name).
+// The segment of a part name for a file name: unreserved characters, sub-delimiters and '@' as they
+// are; ASCII characters a URI cannot hold, and control and space characters beyond ASCII, as ":XX"
+// per UTF-8 byte; ':' and every other character beyond ASCII percent-encoded as UTF-8; then a bare
+// ':' appended to a segment that a part name could not hold or would misread (one ending in '.', and
+// "_rels", which would make a relationships part name). Throws opc::Exception for an unpaired
+// surrogate.
 [[nodiscard]] ustring encodeComponent(const ustring& name);
-// Removes one trailing ':' and percent-decodes. Throws opc::Exception for an encoding that is
-// not UTF-8.
+// The inverse: "%XX" and ":XX" are bytes, a bare ':' at the end is dropped. Lenient with forms the
+// encoding does not produce; throws opc::Exception when the bytes are not UTF-8 or a '%' is not
+// followed by two hex digits.
 [[nodiscard]] ustring decodeComponent(const ustring& segment);
 
 }  // namespace opc::kqservices::detail

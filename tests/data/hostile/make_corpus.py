@@ -71,6 +71,8 @@ write("traversal-escaped-dotdot.zip", build([GOOD, ("fsroot/..:/..:/evil.txt", E
 write("absolute-path.zip", build([GOOD, ("/tmp/evil.txt", EVIL)]))
 write("backslash-raw.zip", build([GOOD, ("fsroot/..\\..\\evil.txt", EVIL)]))
 write("backslash-percent.zip", build([GOOD, ("fsroot/..%5C..%5Cevil.txt", EVIL)]))
+write("traversal-colon-slash.zip", build([GOOD, ("fsroot/..:2F..:2Fevil.txt", EVIL)]))
+write("backslash-colon.zip", build([GOOD, ("fsroot/..:5C..:5Cevil.txt", EVIL)]))
 write("drive-letter-percent.zip", build([GOOD, ("fsroot/C%3A/evil.txt", EVIL)]))
 write("nul-percent.zip", build([GOOD, ("fsroot/evil%00.txt", EVIL)]))
 # Two parts that decode to one file name.
