@@ -1,0 +1,58 @@
+#pragma once
+// The applications record: the apps an add-on installs, held as a host structure array and as the
+// part "/metadata/applications.xml".
+#include <vector>
+
+#include <xercesc/dom/DOMDocument.hpp>
+
+#include "foundation/ustring.h"
+#include "host/qx.h"
+#include "package/xml_part_type.h"
+
+namespace addon::packaging {
+
+// One app. A copyable value; the GUID is text whose form is not checked.
+class ZV_API AddonAppInstall {
+ public:
+  AddonAppInstall() = default;
+  AddonAppInstall(const AddonAppInstall&) = default;
+  AddonAppInstall(AddonAppInstall&&) = default;
+  AddonAppInstall& operator=(const AddonAppInstall&) = default;
+  AddonAppInstall& operator=(AddonAppInstall&&) = default;
+  virtual ~AddonAppInstall();
+
+  ustring name;
+  ustring guid;
+  ustring relativePath;
+  bool installByDefault = false;
+};
+
+// Apps keep input order; two apps of one GUID stay two.
+// "installByDefault" crosses both boundaries as the text "true" or "false", read leniently one way
+// and strictly the other, on purpose: from the host only exactly "false" is false, from XML only
+// exactly "true" is true.
+// Errors: host conversion errors from the structure constructor, host errors from getStructArray,
+// opc::Exception from the XML operations; a failed constructor or getStructArray leaks nothing.
+class ZV_API AddonAppInstallList : public XMLPartType {
+ public:
+  AddonAppInstallList();
+  // One app per element of the host structure array, each needing text "name", "guid",
+  // "relativePath" and "installByDefault"; an array without elements gives none.
+  explicit AddonAppInstallList(const qxArray* apps);
+
+  // A new structure array ("name", "guid", "relativePath", "installByDefault"), one element per app.
+  // The caller owns it.
+  [[nodiscard]] qxArray* getStructArray() const;
+
+  void buildDOM(opc::model::DocumentPtr& document) override;
+  // Replaces the apps with the document's "application" elements. Absent attributes and a missing
+  // "file" child read as empty (installByDefault as false); a document without a root gives none.
+  void populateFromDOM(xercesc::DOMDocument* document) override;
+
+  std::vector<AddonAppInstall> apps;
+
+ private:
+  void setIdentifiers();
+};
+
+}  // namespace addon::packaging
