@@ -141,7 +141,7 @@ void Package::open(interfaces::OpenMode mode) {
   const bool readOnly = mode == interfaces::OpenMode::Read;
   relationships_.readOnly_ = readOnly;
   for (const auto& part : parts_) {
-    if (part) part->relationships_.readOnly_ = readOnly;
+    if (part && part->relationships_) part->relationships_->readOnly_ = readOnly;
   }
 }
 
@@ -228,7 +228,7 @@ void Package::load() {
       const auto it = byKey_.find(PartName(source.toString()).getKey());
       if (it == byKey_.end()) throw Exception(where + ": its source part does not exist");
       sourcePart = parts_[it->second].get();
-      target = &sourcePart->relationships_;
+      target = &sourcePart->relationships();
     }
     auto stream = physical_.openEntry(entry->index);
     readRelationships(*stream, *target, where);
@@ -363,7 +363,7 @@ bool Package::deleteRelationship(const ustring& id) {
 bool Package::isModified() const {
   if (structureChanged_ || relationships_.isModified()) return true;
   for (const auto& p : parts_) {
-    if (p && (p->contentChanged_ || p->attributesChanged_ || p->relationships_.isModified())) return true;
+    if (p && (p->contentChanged_ || p->attributesChanged_ || (p->relationships_ && p->relationships_->isModified()))) return true;
   }
   return false;
 }
@@ -408,7 +408,7 @@ void Package::write() {
   for (const auto& p : parts_) {
     if (!p) continue;
     types.emplace_back(&p->getPartName(), &p->getContentType());
-    if (!p->relationships_.empty()) {
+    if (p->hasRelationships()) {
       relationshipNames.push_back(PackageHelper::getRelationshipsPartName(p->getURI()));
       types.emplace_back(&relationshipNames.back(), &relationshipsType);
     }
@@ -452,8 +452,8 @@ void Package::write() {
                                                                                  : Compression::Deflated,
                        attributes);
     }
-    if (!p->relationships_.empty()) {
-      writeRelationships(p->relationships_, p->relationshipsEntry_, relationshipNames[relationshipIndex++]);
+    if (p->hasRelationships()) {
+      writeRelationships(*p->relationships_, p->relationshipsEntry_, relationshipNames[relationshipIndex++]);
     }
   }
   writer->commit();

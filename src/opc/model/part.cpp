@@ -56,8 +56,7 @@ Part::Part(Package* owner, PartName name, ContentType contentType, StandardPartI
     : owner_(owner),
       name_(std::move(name)),
       contentType_(std::move(contentType)),
-      info_(info),
-      relationships_(name_.getURI()) {}
+      info_(info) {}
 
 Part::~Part() = default;
 
@@ -138,14 +137,22 @@ void Part::setUnixMode(std::uint32_t mode) {
   attributesChanged_ = true;
 }
 
+Relationships& Part::relationships() const {
+  if (!relationships_) {
+    relationships_ = std::make_unique<Relationships>(name_.getURI());
+    relationships_->readOnly_ = owner_ != nullptr && owner_->mode_ == interfaces::OpenMode::Read;
+  }
+  return *relationships_;
+}
+
 Relationships& Part::getRelationships() {
   owner();
-  return relationships_;
+  return relationships();
 }
 
 const Relationships& Part::getRelationships() const {
   owner();
-  return relationships_;
+  return relationships();
 }
 
 }  // namespace opc::model

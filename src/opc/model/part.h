@@ -67,6 +67,8 @@ class Part : public std::enable_shared_from_this<Part> {
   Package& owner() const;       // throws when detached
   Package& writableOwner();     // throws when detached or read only
   void contentChanged();
+  Relationships& relationships() const;
+  [[nodiscard]] bool hasRelationships() const { return relationships_ && !relationships_->empty(); }
 
   Package* owner_;
   PartName name_;
@@ -80,7 +82,7 @@ class Part : public std::enable_shared_from_this<Part> {
   std::optional<std::uint32_t> unixMode_;
   bool contentChanged_ = false;                    // content differs from the file's entry
   bool attributesChanged_ = false;                 // time or mode differ from the file's entry
-  Relationships relationships_;
+  mutable std::unique_ptr<Relationships> relationships_;  // made on first use: most parts have none
   std::optional<std::uint64_t> relationshipsEntry_;  // its relationships part, when unchanged
 };
 

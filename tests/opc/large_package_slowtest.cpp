@@ -1,0 +1,89 @@
+// Packages beyond the classic ZIP limits: more than 65,535 items and a part over 4 GiB, both of which
+// need ZIP64. Slow (seconds to a minute); labelled "slow" in ctest.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "opc/kqservices/file_content_source.h"
+#include "package_test_support.h"
+
+namespace opc::model {
+namespace {
+
+using namespace opc::test;
+
+ustring manyName(std::size_t i) {
+  return u16("/content/d" + std::to_string(i / 1000) + "/file" + std::to_string(i) + ".m");
+}
+
+TEST(LargePackageTest, SeventyThousandPartsRoundTrip) {
+  ScratchDir dir;
+  const ustring path = dir.ufile("many.zip");
+  constexpr std::size_t kParts = 70000;
+  {
+    Session s(path, OpenMode::Create);
+    for (std::size_t i = 0; i < kParts; ++i) addPart(s.package, manyName(i), u"text/plain", std::to_string(i));
+    s.package.close();
+  }
+  {
+    Session s(path, OpenMode::Read);
+    const auto parts = s.package.getParts();
+    ASSERT_EQ(parts.size(), kParts);
+    for (std::size_t i = 0; i < kParts; i += 6997) {
+      EXPECT_EQ(parts[i]->getPartName().getName(), manyName(i));
+      EXPECT_EQ(readAll(*parts[i]->getInputStream()), std::to_string(i));
+    }
+    EXPECT_EQ(partBytes(s.package, manyName(kParts - 1)), std::to_string(kParts - 1));
+  }
+  // Deleting half of them and adding one still gives a consistent package.
+  {
+    Session s(path, OpenMode::Modify);
+    for (std::size_t i = 0; i < kParts; i += 2) s.package.deletePart(PartName(manyName(i)));
+    addPart(s.package, u"/content/last.m", u"text/plain", "last");
+    s.package.close();
+  }
+  Session s(path, OpenMode::Read);
+  EXPECT_EQ(s.package.getPartCount(), kParts / 2 + 1);
+  EXPECT_FALSE(s.package.partExists(PartName(manyName(0))));
+  EXPECT_EQ(partBytes(s.package, manyName(1)), "1");
+}
+
+TEST(LargePackageTest, PartOverFourGibibytesRoundTrip) {
+  ScratchDir dir;
+  const std::string source = dir.file("big.bin");
+  constexpr std::uint64_t kSize = (4ull << 30) + 12345;
+  {
+    // Sparse: costs no disk, reads back as zeros, with a marker at the end to check the tail.
+    const int fd = ::open(source.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::ftruncate(fd, static_cast<off_t>(kSize)), 0);
+    ASSERT_EQ(::pwrite(fd, "TAIL", 4, static_cast<off_t>(kSize - 4)), 4);
+    ::close(fd);
+  }
+  const ustring path = dir.ufile("big.zip");
+  {
+    Session s(path, OpenMode::Create);
+    auto part = s.package.createPart(PartName(u"/big.bin"), ContentType(u"application/octet-stream"), StandardPartInfo());
+    part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(source)));
+    addPart(s.package, u"/after.xml", u"application/xml", "<after/>");
+    s.package.close();
+  }
+  Session s(path, OpenMode::Read);
+  auto part = s.package.getPart(PartName(u"/big.bin"));
+  EXPECT_EQ(part->getSize(), kSize);
+  auto in = part->getInputStream();
+  std::vector<std::uint8_t> buffer(1 << 20);
+  std::uint64_t total = 0;
+  std::string tail;
+  while (const std::size_t n = in->read(buffer.data(), buffer.size())) {
+    total += n;
+    tail.append(reinterpret_cast<const char*>(buffer.data()), n);
+    if (tail.size() > 8) tail.erase(0, tail.size() - 8);
+  }
+  EXPECT_EQ(total, kSize);  // the whole stream inflated and its CRC matched
+  EXPECT_EQ(tail.substr(4), "TAIL");
+  EXPECT_EQ(partBytes(s.package, u"/after.xml"), "<after/>");
+}
+
+}  // namespace
+}  // namespace opc::model
