@@ -361,6 +361,8 @@ TEST_F(PackageTest, PartNameConflictsAreRefused) {
       {u"/docs/a.xml/b", "extends the name"},
       {u"/_rels/x.rels", "relationships parts"},
       {u"/docs/_rels/a.xml.rels", "relationships parts"},
+      {u"/_rels", "reserved"},
+      {u"/docs/_RELS", "reserved"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(u8(c.name));

@@ -10,6 +10,7 @@
 #include "opc/model/package_helper.h"
 #include "opc/zippackage/zip_physical_package.h"
 #include "opc/detail/xml_text.h"
+#include "opc/xml/xerces_helper.h"
 
 namespace opc::model {
 
@@ -146,6 +147,7 @@ void Package::open(interfaces::OpenMode mode) {
 }
 
 void Package::load() {
+  const XercesGuard xml;  // one initialisation for all the XML items read below
   const std::string& path = physical_.getNarrowPath();
   const auto& entries = physical_.getEntries();
   const ZipEntry* contentTypesEntry = nullptr;
@@ -287,6 +289,11 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
     throw Exception("cannot create part '" + narrow(name.getName()) +
                     "': relationships parts are made through relationships");
   }
+  // A part named like the folder of relationships parts would clash with them when written.
+  const ustring& key = name.getKey();
+  if (key.size() >= 6 && key.compare(key.size() - 6, 6, u"/_rels") == 0) {
+    throw Exception("cannot create part '" + narrow(name.getName()) + "': the segment '_rels' is reserved");
+  }
   PartPtr part(new Part(this, name, contentType, info));
   part->contentChanged_ = true;
   insertPart(part);
@@ -394,6 +401,7 @@ void Package::release() noexcept {
 }
 
 void Package::write() {
+  const XercesGuard xml;
   using zippackage::Compression;
   using zippackage::EntryAttributes;
   auto writer = physical_.createWriter();
@@ -440,6 +448,8 @@ void Package::write() {
   std::size_t relationshipIndex = 0;
   for (const auto& p : parts_) {
     if (!p) continue;
+    // The seam for compressing content in parallel: deflate these sources beforehand and hand them
+    // to addPrecompressedEntry; libzip then copies them as it copies unchanged entries.
     const EntryAttributes attributes{p->lastModified_, p->unixMode_};
     const std::string itemName = p->getPartName().getZipItemName();
     if (!p->contentChanged_ && p->sourceEntry_) {
