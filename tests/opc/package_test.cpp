@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <functional>
 #include <sstream>
@@ -177,6 +178,20 @@ TEST_F(PackageTest, ModifyWithoutChangesKeepsTheFile) {
   struct stat after {};
   ::stat(file.c_str(), &after);
   EXPECT_EQ(after.st_ino, before.st_ino);
+}
+
+TEST_F(PackageTest, ModifyingThroughASymbolicLinkReplacesItsTarget) {
+  makeBasePackage();
+  const std::string link = dir.file("link.zip");
+  ASSERT_EQ(::symlink("pkg.zip", link.c_str()), 0);
+  {
+    Session s(u16(link), OpenMode::Modify);
+    addPart(s.package, u"/via-link.xml", kXml, "<l/>");
+    s.package.close();
+  }
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  Session s(path, OpenMode::Read);
+  EXPECT_EQ(partBytes(s.package, u"/via-link.xml"), "<l/>");
 }
 
 TEST_F(PackageTest, UnchangedPartsAreCopiedAsTheirCompressedBytes) {

@@ -14,7 +14,8 @@
 namespace opc::detail {
 
 // Builds a UTF-8 document in memory: an XML declaration (standalone), then elements. Attribute
-// values and names are escaped by Xerces. Throws opc::Exception for text XML cannot carry.
+// values are escaped by Xerces; element and attribute names are the caller's constants, written as
+// they are. Throws opc::Exception for a value XML cannot carry.
 class XmlTextWriter {
  public:
   XmlTextWriter();

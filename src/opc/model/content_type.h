@@ -14,6 +14,7 @@ class ContentType {
   explicit ContentType(const ustring& text);
 
   [[nodiscard]] const ustring& toString() const { return text_; }
+  // Lower-cased.
   [[nodiscard]] ustring getType() const;
   [[nodiscard]] ustring getSubType() const;
   [[nodiscard]] bool operator==(const ContentType& other) const { return key_ == other.key_; }

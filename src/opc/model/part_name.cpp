@@ -126,18 +126,18 @@ ustring PartName::encodeSegment(ustring_view text) {
 ustring PartName::decodeSegment(ustring_view text) {
   std::string bytes;
   bytes.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char16_t c = text[i];
-    if (c == u'%' && i + 2 < text.size() && isHexDigit(text[i + 1]) && isHexDigit(text[i + 2])) {
+  for (std::size_t i = 0; i < text.size();) {
+    if (text[i] == u'%') {
+      if (i + 2 >= text.size() || !isHexDigit(text[i + 1]) || !isHexDigit(text[i + 2])) {
+        throw Exception("cannot decode '" + narrow(text) + "': '%' not followed by two hex digits");
+      }
       bytes += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
-      i += 2;
-    } else if (c == u'%') {
-      throw Exception("cannot decode '" + narrow(text) + "': '%' not followed by two hex digits");
+      i += 3;
     } else {
-      // Non-ASCII text passes through as UTF-8 so that a partly decoded IRI still decodes.
-      const std::string piece = narrow(ustring_view(&text[i], 1 + ((c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size()) ? 1 : 0)));
-      if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size()) ++i;
-      bytes += piece;
+      // Characters outside ASCII pass through as UTF-8, so a partly decoded IRI decodes too.
+      const std::size_t start = i;
+      (void)nextCodePoint(text, i, "segment text");
+      bytes += narrow(text.substr(start, i - start));
     }
   }
   return fromUtf8(bytes, "decoded segment '" + narrow(text) + "'");

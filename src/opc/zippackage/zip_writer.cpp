@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
@@ -346,7 +347,12 @@ struct ZipWriter::Impl {
 
 ZipWriter::ZipWriter(ZipPhysicalPackage& package) : impl_(std::make_unique<Impl>(package)) {
   auto* target = new WriteTarget();
+  // Through a symbolic link the file it names is replaced, and the link stays.
   target->finalPath = package.getNarrowPath();
+  if (char* resolved = ::realpath(target->finalPath.c_str(), nullptr)) {
+    target->finalPath = resolved;
+    std::free(resolved);
+  }
   target->folder = folderOf(target->finalPath);
   target->durable = package.isDurable();
   target->failures = impl_->failures;
