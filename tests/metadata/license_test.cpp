@@ -15,6 +15,18 @@ std::string shape(AddonLicense& record) {
   return std::regex_replace(outline(record), declaration, "");
 }
 
+// Reads `xml` ("NS" for the namespace; "" for a document without root) into `record` twice: the
+// second reading must give the same record, adding nothing to it.
+void readTwice(AddonLicense& record, const std::string& xml) {
+  for (int pass = 0; pass < 2; ++pass) {
+    if (xml.empty()) {
+      record.populateFromDOM(createRecordDocument().get());
+    } else {
+      record.populateFromXML(inRecordNamespace<AddonLicense>(xml));
+    }
+  }
+}
+
 struct Case {
   const char* name;
   std::string input;     // host value as JSON, or XML text with "NS" for the namespace
@@ -67,6 +79,7 @@ TEST(AddonLicenseTest, XmlReadingRules) {
       {"FirstElementWins",
        R"(<license xmlns="NS"><licenseText type="a">1</licenseText><licenseText type="b">2</licenseText></license>)",
        license(R"("a")", R"("1")")},
+      {"NoRootReadsEmpty", "", license(R"("")", R"("")")},
       {"ForeignElementIgnored",
        R"(<license xmlns="NS"><licenseText xmlns="urn:x" type="a">1</licenseText></license>)",
        license(R"("")", R"("")")},
@@ -74,16 +87,9 @@ TEST(AddonLicenseTest, XmlReadingRules) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     AddonLicense record(host(license(R"("held")", R"("held")")).get());
-    record.populateFromXML(inRecordNamespace<AddonLicense>(c.input));
+    readTwice(record, c.input);
     EXPECT_TRUE(sameArray(Owned(record.getStructArray()).get(), Json::parse(c.expected)));
   }
-}
-
-TEST(AddonLicenseTest, DocumentWithoutRootReadsEmpty) {
-  AddonLicense record(host(license(R"("held")", R"("held")")).get());
-  opc::model::DocumentPtr empty = createRecordDocument();
-  record.populateFromDOM(empty.get());
-  EXPECT_TRUE(sameArray(Owned(record.getStructArray()).get(), Json::parse(license(R"("")", R"("")"))));
 }
 
 TEST(AddonLicenseTest, WrongHostInputRaisesHostError) {
@@ -97,14 +103,6 @@ TEST(AddonLicenseTest, WrongHostInputRaisesHostError) {
     SCOPED_TRACE(c.name);
     const Owned input = host(c.input);
     EXPECT_EQ(hostErrorOf([&] { AddonLicense record(input.get()); }), zvhost::reference::errors::notString);
-  }
-}
-
-TEST(AddonLicenseTest, SchemaRejectsWhatRecordsNeverWrite) {
-  for (const char* xml :
-       {R"(<license xmlns="NS"/>)", R"(<license xmlns="NS"><licenseText>t</licenseText></license>)",
-        R"(<license xmlns="NS"><licenseText type="a"><b/></licenseText></license>)"}) {
-    EXPECT_FALSE(schemaAccepts("license.xsd", inRecordNamespace<AddonLicense>(xml))) << xml;
   }
 }
 
