@@ -175,6 +175,7 @@ TEST_F(FileSystemManagerTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
       {"FolderOverFileDiffersInCase", {{true, u"docs"}}, false, u"Docs", Kind::Other, "differs"},
       {"EmptyFolderDiffersInCase", {{false, u"Empty"}}, false, u"empty/x", Kind::Other, "/Empty"},
       {"FileInsideAFile", {{true, u"a.m"}}, true, u"a.m/b.m", Kind::Other, "is a file"},
+      {"FolderOverAFile", {{true, u"a.m"}}, false, u"a.m", Kind::Other, "is a file"},
       {"FolderInsideAFile", {{true, u"a.m"}}, false, u"a.m/b", Kind::Other, "is a file"},
       {"DotDot", {}, true, u"a/../b.m", Kind::Other, "'..'"},
       {"Dot", {}, false, u"./b", Kind::Other, "'.'"},

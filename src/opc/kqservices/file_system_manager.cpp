@@ -184,14 +184,17 @@ ustring joinSegments(const std::vector<ustring>& segments, std::size_t count) {
 }
 
 // Walks the existing part of the path. Throws for a name equal but for case, for a file in the way,
-// and (when the whole path exists) FileSystemEntryAlreadyExists.
-Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>& segments) {
+// and (when the whole path exists) FileSystemEntryAlreadyExists, except that a folder wanted where a
+// file is stays a plain error: adding folders ignores the first, and must not ignore the second.
+Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>& segments, bool folderWanted) {
   TreeNode* folder = &root;
   for (std::size_t i = 0; i < segments.size(); ++i) {
     TreeNode* next = folder->child(segments[i]);
     if (next == nullptr) return {folder, i};
     if (next->segment != segments[i]) caseConflict(path, *next);
-    if (i + 1 == segments.size()) throw FileSystemEntryAlreadyExists(next->pathName());
+    if (i + 1 == segments.size() && !(folderWanted && next->file)) {
+      throw FileSystemEntryAlreadyExists(next->pathName());
+    }
     if (next->file) {
       throw Exception("cannot add '" + narrow(path) + "': '" + narrow(next->pathName()) + "' is a file");
     }
@@ -220,7 +223,7 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
   if (tree.mode == interfaces::OpenMode::Read) throw Exception("cannot add files: the package is open for reading");
   const std::vector<ustring> components = detail::splitPath(pathInAddon);
   const std::vector<ustring> segments = encodePath(pathInAddon, components, mode);
-  const Placement at = place(tree.root, pathInAddon, segments);
+  const Placement at = place(tree.root, pathInAddon, segments, false);
   const model::PartName name = partNameOf(joinSegments(segments, segments.size()));
   auto source = std::make_shared<FileContentSource>(sourcePath, ops_);
   const FileStatus& status = source->getStatus();
@@ -264,7 +267,7 @@ FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
   if (tree.mode == interfaces::OpenMode::Read) throw Exception("cannot add folders: the package is open for reading");
   const std::vector<ustring> components = detail::splitPath(pathInAddon);
   const std::vector<ustring> segments = encodePath(pathInAddon, components, TransformMode::Encode);
-  const Placement at = place(tree.root, pathInAddon, segments);
+  const Placement at = place(tree.root, pathInAddon, segments, true);
   const model::PartName name = partNameOf(joinSegments(segments, segments.size()));
 
   TreeNode* const emptied = at.folder->placeholder ? at.folder : nullptr;
