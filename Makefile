@@ -1,9 +1,9 @@
-# make demo | make test | make build   (each installs what is missing first)
+# make demo | make test | make build | make octave   (each installs what is missing first)
 BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: setup configure build test demo clean
+.PHONY: setup configure build test demo octave clean
 
 setup:
 	@scripts/setup
@@ -19,6 +19,10 @@ test: build
 
 demo: build
 	@scripts/demo $(BUILD_DIR)
+
+# The Octave binding: $(BUILD_DIR)/octave holds zvAddon*.mex and the libraries they load; addpath it.
+octave: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target zvaddon_octave
 
 clean:
 	rm -rf $(BUILD_DIR)

@@ -1,0 +1,25 @@
+#pragma once
+// Helpers shared by the sources of the binding's array functions.
+#include <vector>
+
+#include "host/octave/octave_api.h"
+
+namespace zvhost::octave::detail {
+
+// The contract's dimensions as Octave takes them: padded to two with 1, trailing 1s beyond the second
+// dropped. Raises the binding's out-of-memory error when a dimension or the element count is beyond what
+// Octave can index.
+[[nodiscard]] std::vector<mwSize> octaveDims(qxSize ndim, const qxSize* dims);
+
+// Octave's class id for a contract class that holds data; mxUNKNOWN_CLASS for the others.
+[[nodiscard]] mxClassID toOctave(qxClassID classID);
+[[nodiscard]] bool isNumericClass(qxClassID classID);
+// Bytes per element as Octave stores the class (char is one byte of UTF-8); 0 for containers.
+[[nodiscard]] qxSize elementSize(qxClassID classID);
+[[nodiscard]] bool isIdentifier(const char* name);
+
+// Structure storage of a (whose fields are read): a itself for a structure, its view for an object,
+// null for anything else.
+[[nodiscard]] const mxArray* fieldStore(const qxArray* a);
+
+}  // namespace zvhost::octave::detail
