@@ -1,0 +1,209 @@
+// Requirements signing at the level of AddonPackage: the built-in keys, signing, and the rule by
+// which verifyAddonRequirements judges a package's signatures.
+#include <gtest/gtest.h>
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <functional>
+#include <random>
+
+#include "metadata/addon_properties.h"
+#include "metadata/license.h"
+#include "metadata/system_requirements.h"
+#include "opc/exception.h"
+#include "opc/signature_test_support.h"
+#include "package/addon_package.h"
+#include "package/signing.h"
+
+namespace addon::packaging {
+namespace {
+
+using opc::model::DigitalSignatureManager;
+using opc::model::PartName;
+using opc::test::OpenMode;
+using opc::test::testKeys;
+
+constexpr char16_t kRequirements[] = u"/metadata/systemRequirements.xml";
+
+// A new package with its properties and, unless told otherwise, the default requirements record.
+void createPackage(ustring path, bool withRequirements = true) {
+  AddonProperties properties;
+  properties.type = u"ZORVAN Toolbox";
+  properties.name = u"Signal Tools";
+  AddonPackage package(path, properties);
+  if (withRequirements) {
+    AddonSystemRequirements requirements;
+    package.setSystemRequirements(requirements);
+  }
+  package.getPackage().close();
+}
+
+bool verify(const ustring& path) { return AddonPackage(path).verifyAddonRequirements(); }
+void sign(const ustring& path) { AddonPackage(path).signAddonRequirements(); }
+
+// Runs `change` on the open package and closes it.
+void modify(const ustring& path, const std::function<void(AddonPackage&)>& change) {
+  AddonPackage package(path);
+  package.getPackage().open(OpenMode::Modify);
+  change(package);
+  package.getPackage().close();
+}
+
+// A signature with a test key (not the built-in one) over `parts`, beside whatever is there.
+void signWithForeignKey(AddonPackage& package, const std::vector<PartName>& parts) {
+  (void)package.getDigitalSignatureManager().sign(parts, {}, testKeys(0).signing, testKeys(0).verification,
+                                                  opc::test::defaultParams());
+}
+
+class SigningTest : public ::testing::Test {
+ protected:
+  opc::test::ScratchDir dir_;
+  ustring path_ = dir_.ufile("addon.zvaddon");
+};
+
+TEST(CustomObfuscationTest, IsOneByteMaskAndItsOwnInverse) {
+  std::mt19937 random(7);
+  const std::vector<std::vector<std::uint8_t>> inputs{
+      {}, {0x00}, {0xFF, 0x00, 0x5A}, std::vector<std::uint8_t>(1216, 0x30), [&] {
+        std::vector<std::uint8_t> bytes(294);
+        for (auto& b : bytes) b = static_cast<std::uint8_t>(random());
+        return bytes;
+      }()};
+  std::optional<std::uint8_t> mask;
+  for (const auto& input : inputs) {
+    SCOPED_TRACE(input.size());
+    const auto masked = AddonPackage::customObfuscation(input);
+    ASSERT_EQ(masked.size(), input.size());
+    EXPECT_EQ(AddonPackage::customObfuscation(masked), input);
+    for (std::size_t i = 0; i < input.size(); ++i) {
+      const auto m = static_cast<std::uint8_t>(masked[i] ^ input[i]);
+      if (!mask) mask = m;
+      EXPECT_EQ(m, *mask) << "position " << i;
+    }
+  }
+  ASSERT_TRUE(mask.has_value());
+  EXPECT_NE(*mask, 0) << "a zero mask would store the keys in the clear";
+}
+
+TEST(BuiltInKeyTest, VerificationKeyIsAnRsa2048PublicKeyWithItsPem) {
+  const std::vector<std::uint8_t> key = getVerificationKey();
+  ASSERT_EQ(key.size(), 294u);
+  const unsigned char* p = key.data();
+  EVP_PKEY* decoded = d2i_PUBKEY(nullptr, &p, static_cast<long>(key.size()));
+  ASSERT_NE(decoded, nullptr);
+  EXPECT_EQ(EVP_PKEY_get_base_id(decoded), EVP_PKEY_RSA);
+  EXPECT_EQ(EVP_PKEY_get_bits(decoded), 2048);
+  EVP_PKEY_free(decoded);
+  const std::string pem = getVerificationKeyPem();
+  EXPECT_EQ(pem.rfind("-----BEGIN PUBLIC KEY-----\n", 0), 0u) << pem;
+  EXPECT_NE(pem.find("-----END PUBLIC KEY-----"), std::string::npos);
+}
+
+TEST_F(SigningTest, SignedRequirementsVerifyWithTheBuiltInKey) {
+  createPackage(path_);
+  sign(path_);
+  EXPECT_TRUE(verify(path_));
+  opc::test::Session s(path_, OpenMode::Read);
+  DigitalSignatureManager manager(s.package);
+  const auto signatures = manager.getSignatures();
+  ASSERT_EQ(signatures.size(), 1u);
+  EXPECT_EQ(signatures[0].getSignedPartNames(), std::vector<PartName>{PartName(kRequirements)});
+  EXPECT_EQ(signatures[0].getRelationshipSelectors().at(0).getValue(),
+            schemaURI(u"/zorvan/addon/2014/relationships/systemRequirements"));
+  EXPECT_TRUE(manager.verifySignature(signatures[0], getVerificationKey()).isProperlyCodesigned());
+  EXPECT_FALSE(manager.verifySignature(signatures[0], testKeys(0).verification).isProperlyCodesigned());
+}
+
+TEST_F(SigningTest, UnsignedPackageVerifies) {
+  createPackage(path_);
+  EXPECT_TRUE(verify(path_));
+  createPackage(path_, false);
+  EXPECT_TRUE(verify(path_));
+}
+
+TEST_F(SigningTest, VerificationAfterLaterChanges) {
+  const struct {
+    const char* name;
+    std::function<void(AddonPackage&)> change;
+    bool verifies;
+  } cases[] = {
+      {"RequirementsRewrittenUnchanged",
+       [](AddonPackage& p) {
+         AddonSystemRequirements same;
+         p.setSystemRequirements(same);
+       },
+       true},
+      {"RequirementsEdited",
+       [](AddonPackage& p) {
+         std::string xml = opc::test::partBytes(p.getPackage(), kRequirements);
+         opc::test::replaceOnce(xml, "mac=\"true\"", "mac=\"false\"");
+         opc::test::replacePartContent(p.getPackage(), kRequirements, xml);
+       },
+       false},
+      {"LicenseSet",
+       [](AddonPackage& p) {
+         AddonLicense license;
+         p.setLicense(license);
+       },
+       true},
+      {"PartAdded",
+       [](AddonPackage& p) { opc::test::addPart(p.getPackage(), u"/fsroot/readme.txt", u"text/plain", "hello"); },
+       true},
+      {"RequirementsRelationshipRemoved",
+       [](AddonPackage& p) {
+         const auto type = schemaURI(u"/zorvan/addon/2014/relationships/systemRequirements");
+         p.getPackage().deleteRelationship(p.getPackage().getRelationshipsByType(type).at(0).getId());
+       },
+       false},
+      {"ForeignSignatureOverAnotherPartIgnored",
+       [](AddonPackage& p) { signWithForeignKey(p, {PartName(u"/metadata/addonProperties.xml")}); }, true},
+      {"ForeignSignatureLeadingWithRequirementsFails",
+       [](AddonPackage& p) {
+         signWithForeignKey(p, {PartName(kRequirements), PartName(u"/metadata/addonProperties.xml")});
+       },
+       false},
+      {"ForeignSignatureWithRequirementsSecondIgnored",
+       [](AddonPackage& p) {
+         signWithForeignKey(p, {PartName(u"/metadata/addonProperties.xml"), PartName(kRequirements)});
+       },
+       true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    createPackage(path_);
+    sign(path_);
+    modify(path_, c.change);
+    EXPECT_EQ(verify(path_), c.verifies);
+  }
+}
+
+// Signing again replaces the requirements signature, so an edited package can be re-signed.
+TEST_F(SigningTest, SigningAgainAfterAnEditRepairsThePackage) {
+  createPackage(path_);
+  sign(path_);
+  modify(path_, [](AddonPackage& p) {
+    opc::test::replacePartContent(p.getPackage(), kRequirements, "<systemRequirements/>");
+  });
+  ASSERT_FALSE(verify(path_));
+  sign(path_);
+  EXPECT_TRUE(verify(path_));
+  opc::test::Session s(path_, OpenMode::Read);
+  EXPECT_EQ(DigitalSignatureManager(s.package).getSignatures().size(), 1u);
+}
+
+TEST_F(SigningTest, PackageWithoutRequirementsIsNotSignedAndStaysAsItWas) {
+  createPackage(path_, false);
+  const std::string before = opc::test::readFile(opc::test::u8(path_));
+  EXPECT_THROW(sign(path_), opc::Exception);
+  EXPECT_EQ(opc::test::readFile(opc::test::u8(path_)), before);
+  EXPECT_TRUE(verify(path_));
+}
+
+TEST_F(SigningTest, MissingPackageIsNotFound) {
+  EXPECT_THROW(sign(dir_.ufile("absent.zvaddon")), opc::model::PackageNotFound);
+  EXPECT_THROW((void)verify(dir_.ufile("absent.zvaddon")), opc::model::PackageNotFound);
+}
+
+}  // namespace
+}  // namespace addon::packaging
