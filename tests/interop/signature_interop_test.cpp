@@ -1,14 +1,12 @@
 // Our package signatures checked by an XML-DSig engine we did not write (the XML Security Library,
-// through signature_xmlsec_check.c, built on first use), and signed packages opened by the
-// independent OPC readers.
+// through signature_xmlsec_check.c), and signed packages opened by the independent OPC readers.
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <string>
 
+#include "interop/signature_checker.h"
 #include "opc/signature_test_support.h"
 
 namespace opc {
@@ -20,45 +18,13 @@ using test::OpenMode;
 using test::Session;
 using test::testKeys;
 
-struct CommandRun {
-  int status = -1;
-  std::string output;
-};
-
-CommandRun run(const std::string& command) {
-  CommandRun result;
-  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return result;
-  char buffer[4096];
-  while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) result.output += buffer;
-  const int status = ::pclose(pipe);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return result;
-}
-
-std::string shellQuoted(const std::string& text) { return "'" + text + "'"; }
+using zvtest::signature::CommandRun;
+using zvtest::signature::shellQuoted;
 
 class SignatureInteropTest : public ::testing::Test {
  protected:
-  // The checker, compiled once per build folder (aside and renamed, so parallel runs never see half
-  // a binary).
-  static void SetUpTestSuite() {
-    const std::string source = std::string(ZV_SOURCE_DIR) + "/tests/interop/signature_xmlsec_check.c";
-    checker_ = std::string(ZV_BINARY_DIR) + "/tests/interop/signature_xmlsec_check";
-    if (std::filesystem::exists(checker_) &&
-        std::filesystem::last_write_time(checker_) >= std::filesystem::last_write_time(source)) {
-      return;
-    }
-    const std::string scratch = checker_ + "." + std::to_string(::getpid());
-    const CommandRun build = run("cc -O1 -o " + shellQuoted(scratch) + " " + shellQuoted(source) +
-                          " $(pkg-config --cflags --libs xmlsec1-openssl)");
-    ASSERT_EQ(build.status, 0) << "building the xmlsec checker failed (libxmlsec1-dev missing?):\n" << build.output;
-    std::filesystem::rename(scratch, checker_);
-  }
-
   void SetUp() override {
     package_ = dir_.file("signed.zvaddon");
-    keyFile_ = dir_.file("verification.der");
     test::makeSignablePackage(test::u16(package_));
   }
 
@@ -70,7 +36,7 @@ class SignatureInteropTest : public ::testing::Test {
     s.package.close();
   }
 
-  // Unzips the package afresh and runs the checker on its one signature with `key`.
+  // The checker's verdict on the package's one signature with `key`.
   CommandRun check(const test::Bytes& key) {
     std::string signaturePart;
     {
@@ -78,18 +44,11 @@ class SignatureInteropTest : public ::testing::Test {
       signaturePart = test::u8(
           model::DigitalSignatureManager(s.package).getSignatures().at(0).getSignaturePartName().getName());
     }
-    test::writeFile(keyFile_, std::string(key.begin(), key.end()));
-    const std::string folder = dir_.file("unzipped");
-    std::filesystem::remove_all(folder);
-    const CommandRun unzip = run("unzip -q -o " + shellQuoted(package_) + " -d " + shellQuoted(folder));
-    EXPECT_EQ(unzip.status, 0) << unzip.output;
-    return run(shellQuoted(checker_) + " " + shellQuoted(folder) + " " + shellQuoted(signaturePart) + " " + shellQuoted(keyFile_));
+    return zvtest::signature::checkSignature(package_, signaturePart, key, dir_.path());
   }
 
-  static inline std::string checker_;
   test::ScratchDir dir_;
   std::string package_;
-  std::string keyFile_;
 };
 
 TEST_F(SignatureInteropTest, XmlSecurityLibraryVerifiesOurSignatures) {
@@ -150,7 +109,7 @@ TEST_F(SignatureInteropTest, XmlSecurityLibraryRefusesTamperedPackages) {
 TEST_F(SignatureInteropTest, SignedPackagesOpenInIndependentReaders) {
   sign(test::defaultParams());
   sign(test::defaultParams());  // re-signed: the replaced signature part must be gone cleanly
-  const CommandRun result = run("/usr/bin/python3 " + shellQuoted(ZV_INTEROP_DRIVER) + " --reader both --zip-test --java-classes " +
+  const CommandRun result = zvtest::signature::runCommand("/usr/bin/python3 " + shellQuoted(ZV_INTEROP_DRIVER) + " --reader both --zip-test --java-classes " +
                          shellQuoted(ZV_INTEROP_JAVA_CLASSES) + " " + shellQuoted(package_));
   ASSERT_EQ(result.status, 0) << result.output;
   const nlohmann::json seen = nlohmann::json::parse(result.output);

@@ -1,0 +1,77 @@
+#pragma once
+// Running the independent signature checker (signature_xmlsec_check.c over the XML Security
+// Library) on a package file. Needs ZV_SOURCE_DIR and ZV_BINARY_DIR, as every layer's tests have.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace zvtest::signature {
+
+struct CommandRun {
+  int status = -1;  // exit status; -1 when the command could not run or was killed
+  std::string output;
+};
+
+// Runs `command` through the shell, stdout and stderr together.
+inline CommandRun runCommand(const std::string& command) {
+  CommandRun result;
+  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return result;
+  char buffer[4096];
+  while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) result.output += buffer;
+  const int status = ::pclose(pipe);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+inline std::string shellQuoted(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+// The checker's path, compiled when missing or older than its source (aside and renamed, so that
+// parallel test programs never run half a binary). Throws std::runtime_error with the compiler's
+// output when it cannot be built.
+inline std::string checkerPath() {
+  const std::string source = std::string(ZV_SOURCE_DIR) + "/tests/interop/signature_xmlsec_check.c";
+  const std::string binary = std::string(ZV_BINARY_DIR) + "/tests/signature_xmlsec_check";
+  if (std::filesystem::exists(binary) &&
+      std::filesystem::last_write_time(binary) >= std::filesystem::last_write_time(source)) {
+    return binary;
+  }
+  const std::string scratch = binary + "." + std::to_string(::getpid());
+  const CommandRun build = runCommand("cc -O1 -o " + shellQuoted(scratch) + " " + shellQuoted(source) +
+                                      " $(pkg-config --cflags --libs xmlsec1-openssl)");
+  if (build.status != 0) {
+    throw std::runtime_error("building the xmlsec checker failed (libxmlsec1-dev missing?):\n" + build.output);
+  }
+  std::filesystem::rename(scratch, binary);
+  return binary;
+}
+
+// Unzips `package` into `scratch`/unzipped and checks its signature part `signaturePart` with the
+// DER public key `key`. Exit status 0: verified; 1: refused; 2: the checker could not run.
+inline CommandRun checkSignature(const std::string& package, const std::string& signaturePart,
+                                 const std::vector<std::uint8_t>& key, const std::filesystem::path& scratch) {
+  const std::filesystem::path folder = scratch / "unzipped";
+  const std::filesystem::path keyFile = scratch / "verification.der";
+  std::filesystem::remove_all(folder);
+  {
+    std::ofstream out(keyFile, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(key.data()), static_cast<std::streamsize>(key.size()));
+  }
+  const CommandRun unzip = runCommand("unzip -q -o " + shellQuoted(package) + " -d " + shellQuoted(folder.string()));
+  if (unzip.status != 0) return {2, "unzip failed:\n" + unzip.output};
+  return runCommand(shellQuoted(checkerPath()) + " " + shellQuoted(folder.string()) + " " +
+                    shellQuoted(signaturePart) + " " + shellQuoted(keyFile.string()));
+}
+
+}  // namespace zvtest::signature
