@@ -1,7 +1,6 @@
 #include "opc/kqservices/core_properties.h"
 
 #include <array>
-#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -162,14 +161,9 @@ std::optional<pt::ptime> parseW3cdtf(ustring_view text) {
   }
 }
 
+// Dates hold whole seconds (the setters see to it), so the ISO form has no fraction.
 ustring formatW3cdtf(const pt::ptime& time) {
-  const boost::gregorian::date date = time.date();
-  const pt::time_duration clock = time.time_of_day();
-  char buffer[32];
-  std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02dZ", static_cast<int>(date.year()),
-                static_cast<int>(date.month()), static_cast<int>(date.day()), static_cast<int>(clock.hours()),
-                static_cast<int>(clock.minutes()), static_cast<int>(clock.seconds()));
-  return fl::i18n::from_utf8(buffer);
+  return fl::i18n::from_utf8(pt::to_iso_extended_string(time) + "Z");
 }
 
 pt::ptime wholeSecondsUtc(const pt::ptime& time, const char* what) {
