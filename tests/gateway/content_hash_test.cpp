@@ -1,0 +1,58 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "gateway/zvaddon.h"
+#include "support/gateway_call.h"
+
+namespace {
+
+using zvtest::call;
+using zvtest::callOk;
+
+std::string opensslDigest(const std::string& path) {
+  std::string out;
+  FILE* pipe = popen(("openssl dgst -sha512 -binary '" + path + "' | base64 -w0").c_str(), "r");
+  char buffer[256];
+  while (pipe && std::fgets(buffer, sizeof buffer, pipe)) out += buffer;
+  if (pipe) pclose(pipe);
+  return out;
+}
+
+TEST(ContentHash, AgreesWithOpensslForEverySize) {
+  zvtest::TempDir dir;
+  const struct {
+    const char* name;
+    std::string bytes;
+  } cases[] = {
+      {"empty", ""},
+      {"one byte", "x"},
+      {"d\xC3\xA9j\xC3\xA0 \xF0\x9F\x98\x80.bin", std::string(3 << 20, 'q') + "tail"},
+  };
+  for (const auto& c : cases) {
+    const std::string path = dir.file(c.name);
+    zvtest::writeBytes(path, c.bytes);
+    const std::string ours = callOk(zvAddonComputeHash, {path}, 1).get<std::string>();
+    EXPECT_EQ(ours.size(), 88u) << c.name;
+    EXPECT_EQ(ours, opensslDigest(path)) << c.name;
+  }
+}
+
+TEST(ContentHash, SameBytesSameTextAndFoldersPass) {
+  zvtest::TempDir dir;
+  zvtest::writeBytes(dir.file("a"), "same");
+  std::filesystem::create_directory(dir.path() / "sub");
+  zvtest::writeBytes(dir.file("sub/b"), "same");
+  EXPECT_EQ(callOk(zvAddonComputeHash, {dir.file("a")}, 1), callOk(zvAddonComputeHash, {dir.file("sub/b")}, 1));
+  EXPECT_TRUE(call(zvAddonComputeHash, {dir.file("sub")}, 1).ok());
+}
+
+TEST(ContentHash, MissingFileCarriesNarrowUtf8Path) {
+  const std::string path = "/nonexistent/\xC3\xA9t\xC3\xA9.bin";
+  const auto r = call(zvAddonComputeHash, {path}, 1);
+  ASSERT_EQ(r.key(), "ZVADDON_BUILTINS_FILE_NONEXISTENT");
+  ASSERT_EQ(r.error->arguments().size(), 1u);
+  EXPECT_EQ(std::get<std::string>(r.error->arguments()[0]), path);
+}
+
+}  // namespace
