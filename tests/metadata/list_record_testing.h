@@ -1,6 +1,6 @@
 #pragma once
-// Helpers for the tests of the list records (examples, revision history, applications): host values
-// written as JSON, the host -> XML -> host trip, an outline of written XML, schema validation.
+// Helpers for the metadata record tests: host values written as JSON, the host -> XML -> host trip,
+// an outline of written XML, schema validation.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
