@@ -139,20 +139,6 @@ TEST_F(FileSystemManagerTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits
   EXPECT_EQ(snapshot(destination), original);
 }
 
-TEST_F(FileSystemManagerTest, ChildrenComeSortedAndFoldersAreEntries) {
-  auto s = open(interfaces::OpenMode::Modify);
-  for (const char16_t* path : {u"b/x.m", u"a.m", u"c/y.m", u"B.m", u"b/a/z.m"}) {
-    (void)s->manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
-  }
-  (void)s->manager.createFolder(u"/d/e");
-  EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/B.m", "/a.m", "/b/", "/b/a/", "/b/a/z.m", "/b/x.m", "/c/",
-                                                        "/c/y.m", "/d/", "/d/e/"}));
-  EXPECT_TRUE(s->manager.exists(u"b/a"));
-  EXPECT_TRUE(s->manager.exists(u"/b/a/z.m"));
-  EXPECT_FALSE(s->manager.exists(u"/B/a"));
-  EXPECT_TRUE(s->manager.getChildren(s->manager.getChildren(s->manager.getRoot())[0]).empty());
-}
-
 // Each case: what is in the add-on first, then one operation that must fail with the given error and
 // change nothing.
 TEST_F(FileSystemManagerTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
@@ -176,11 +162,8 @@ TEST_F(FileSystemManagerTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
       {"EmptyFolderDiffersInCase", {{false, u"Empty"}}, false, u"empty/x", Kind::Other, "/Empty"},
       {"FileInsideAFile", {{true, u"a.m"}}, true, u"a.m/b.m", Kind::Other, "is a file"},
       {"FolderOverAFile", {{true, u"a.m"}}, false, u"a.m", Kind::Other, "is a file"},
-      {"FolderInsideAFile", {{true, u"a.m"}}, false, u"a.m/b", Kind::Other, "is a file"},
       {"DotDot", {}, true, u"a/../b.m", Kind::Other, "'..'"},
-      {"Dot", {}, false, u"./b", Kind::Other, "'.'"},
       {"EmptyComponent", {}, true, u"a//b.m", Kind::Other, "empty component"},
-      {"TrailingSlash", {}, false, u"a/", Kind::Other, "empty component"},
       {"EmptyPath", {}, true, u"", Kind::Other, "empty"},
       {"RootOnly", {}, false, u"/", Kind::Other, "empty"},
       {"Backslash", {}, true, u"a\\b.m", Kind::Other, "'\\'"},
@@ -214,11 +197,9 @@ TEST_F(FileSystemManagerTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
         (void)s->manager.createFolder(c.path);
       }
       ADD_FAILURE() << "no error";
-    } catch (const FileSystemEntryAlreadyExists& e) {
-      EXPECT_EQ(c.kind, Kind::AlreadyExists) << e.what();
-      EXPECT_NE(std::string(e.what()).find(c.fragment), std::string::npos) << e.what();
     } catch (const Exception& e) {
-      EXPECT_EQ(c.kind, Kind::Other) << e.what();
+      const bool alreadyExists = dynamic_cast<const FileSystemEntryAlreadyExists*>(&e) != nullptr;
+      EXPECT_EQ(alreadyExists, c.kind == Kind::AlreadyExists) << e.what();
       EXPECT_NE(std::string(e.what()).find(c.fragment), std::string::npos) << e.what();
     }
     EXPECT_EQ(walk(s->manager), before);
@@ -226,6 +207,7 @@ TEST_F(FileSystemManagerTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
   }
 }
 
+// An empty folder is a part of its own until something goes into it, and comes back when that fails.
 TEST_F(FileSystemManagerTest, EmptyFolderIsOnePartThatGivesWayToContent) {
   const model::ContentType folderType(FileSystemManager::getFolderContentType());
   auto folderParts = [&](const model::Package& p) {
@@ -246,31 +228,15 @@ TEST_F(FileSystemManagerTest, EmptyFolderIsOnePartThatGivesWayToContent) {
   {
     auto s = open(interfaces::OpenMode::Modify);
     EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/a/", "/a/b c/", "/a/b c/d./", "/x/"}));
+    EXPECT_THROW((void)s->manager.addFile(dir.ufile("missing"), u"x/f.txt", TransformMode::Encode), Exception);
+    EXPECT_THROW((void)s->manager.addFile(dir.ufile("one.txt"), u"x/f g", TransformMode::None), Exception);
+    EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b:20c/d.:", "/fsroot/x"}));
     (void)s->manager.addFile(dir.ufile("one.txt"), u"x/f.txt", TransformMode::Encode);
     EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b:20c/d.:"}));
     s->session.package.close();
   }
   auto s = open(interfaces::OpenMode::Read);
   EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/a/", "/a/b c/", "/a/b c/d./", "/x/", "/x/f.txt"}));
-}
-
-TEST_F(FileSystemManagerTest, FailedAddLeavesTheEmptyFolderAndTheTree) {
-  auto s = open(interfaces::OpenMode::Modify);
-  (void)s->manager.createFolder(u"empty");
-  EXPECT_THROW((void)s->manager.addFile(dir.ufile("missing.txt"), u"empty/f.txt", TransformMode::Encode),
-               Exception);
-  EXPECT_THROW((void)s->manager.addFile(dir.ufile("one.txt"), u"empty/with space", TransformMode::None), Exception);
-  EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/empty/"}));
-  EXPECT_TRUE(s->session.package.partExists(model::PartName(u"/fsroot/empty")));
-  EXPECT_THROW((void)s->manager.createFolder(u"/"), Exception);
-  EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/empty/"}));
-}
-
-TEST_F(FileSystemManagerTest, ReadModeRefusesChanges) {
-  auto s = open(interfaces::OpenMode::Read);
-  EXPECT_THROW((void)s->manager.addFile(dir.ufile("one.txt"), u"a.txt", TransformMode::Encode), Exception);
-  EXPECT_THROW((void)s->manager.createFolder(u"a"), Exception);
-  EXPECT_TRUE(walk(s->manager).empty());
 }
 
 // The modes of extractAll, each on the same small tree.
@@ -293,8 +259,6 @@ TEST_F(FileSystemManagerTest, ExtractionModes) {
   };
   const auto file = [&](const char* relative) { return (destination / relative).string(); };
   const std::vector<Case> cases = {
-      {"RestoreAttributes", RestoreMode::Attributes, TransformMode::Encode, ReplaceMode::Never, [] {},
-       [&] { EXPECT_EQ(snapshot(destination), snapshot(source)); }, nullptr},
       {"RestoreNothing", RestoreMode::None, TransformMode::Encode, ReplaceMode::Never, [] {},
        [&] {
          struct stat st {};
@@ -346,34 +310,6 @@ TEST_F(FileSystemManagerTest, ExtractionModes) {
     }
     c.check();
   }
-}
-
-// DOS times are local; the recorded time must not move with the time zone of either side.
-TEST_F(FileSystemManagerTest, TimeZoneOfAddAndExtractDoesNotShiftTimes) {
-  const char* old = std::getenv("TZ");
-  const std::string saved = old == nullptr ? "" : old;
-  plantFile(source, "t.txt", TreeFile{"t", 1234567890, 0, false});
-  ::setenv("TZ", "XST-9", 1);
-  ::tzset();
-  {
-    auto s = open(interfaces::OpenMode::Modify);
-    addTree(s->manager, source, snapshot(source));
-    s->session.package.close();
-  }
-  ::setenv("TZ", "YST+7", 1);
-  ::tzset();
-  {
-    auto s = open(interfaces::OpenMode::Read);
-    s->manager.extractAll(u16(destination.string()), RestoreMode::Attributes, TransformMode::Encode,
-                          ReplaceMode::Never);
-  }
-  if (old == nullptr) {
-    ::unsetenv("TZ");
-  } else {
-    ::setenv("TZ", saved.c_str(), 1);
-  }
-  ::tzset();
-  EXPECT_EQ(snapshot(destination).files.at("t.txt").seconds, 1234567890);
 }
 
 // ---- hostile packages ----------------------------------------------------------------------------

@@ -1,57 +1,49 @@
-// AddonPackage's content-file operations through its C++ API.
+// The content-file gateway functions, called as the host calls them, over AddonPackage.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "gateway/zvaddon.h"
-#include "opc/exception.h"
-#include "opc/kqservices/file_system_manager.h"
-#include "package/addon_package.h"
 #include "support/gateway_call.h"
 
 namespace {
 
-using addon::packaging::AddonPackage;
-using opc::interfaces::OpenMode;
+using zvtest::call;
+using zvtest::callOk;
+using zvtest::Json;
 
-ustring u16(const std::string& text) {
-  ustring out;
-  for (unsigned char c : text) out += static_cast<char16_t>(c);  // the tests' names are ASCII
-  return out;
+// A 1-by-n cell array of texts as JSON (the empty one needs the typed form).
+Json cell(const std::vector<std::string>& texts) {
+  if (!texts.empty()) return Json(texts);
+  return Json{{"$class", "cell"}, {"$dims", {1, 0}}, {"$data", Json::array()}};
 }
 
 class ContentFilesTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    zvtest::callOk(zvAddonCreate, {package, zvtest::properties()});
+    callOk(zvAddonCreate, {package, zvtest::properties()});
     zvtest::writeBytes(source, "content");
   }
-
-  // A package holding the entries (a trailing '/' makes an empty folder), then `check` on it.
-  void withEntries(const std::vector<std::string>& entries, const std::function<void(AddonPackage&)>& check) {
-    AddonPackage addon(u16(package));
-    addon.getPackage().open(OpenMode::Modify);
-    for (const std::string& entry : entries) {
-      if (entry.back() == '/') {
-        addon.addFolders({u16(entry.substr(0, entry.size() - 1))});
+  Json fileList() { return callOk(zvAddonGetFileList, {package}, 1); }
+  // Each entry added on its own: a trailing '/' makes an empty folder.
+  void add(const std::vector<std::string>& entries) {
+    for (const std::string& e : entries) {
+      if (e.back() == '/') {
+        callOk(zvAddonAddFolders, {package, e.substr(0, e.size() - 1)});
       } else {
-        addon.addFiles({u16(source)}, {u16(entry)});
+        callOk(zvAddonAddFiles, {package, source, e});
       }
     }
-    check(addon);
-  }
-
-  static std::vector<std::string> narrow(const std::vector<ustring>& list) {
-    std::vector<std::string> out;
-    for (const ustring& s : list) out.emplace_back(s.begin(), s.end());
-    return out;
   }
 
   zvtest::TempDir dir;
-  std::string package = dir.file("c.zvaddon");
+  std::string package = dir.file("g.zvaddon");
   std::string source = dir.file("source.m");
+  std::string destination = dir.file("destination");
 };
 
-// Depth first, in name order, each folder's content where the folder stands; an empty folder listed
-// under its own path; nothing else.
+// Depth first, in name order, each folder's content where the folder stands among its siblings; an
+// empty folder listed under its own path.
 TEST_F(ContentFilesTest, FileListIsDepthFirstWithEmptyFoldersAsThemselves) {
   const struct {
     const char* name;
@@ -60,54 +52,160 @@ TEST_F(ContentFilesTest, FileListIsDepthFirstWithEmptyFoldersAsThemselves) {
   } cases[] = {
       {"NoContent", {}, {}},
       {"OneEmptyFolder", {"only/"}, {"/only"}},
-      {"FilesOnly", {"b.m", "a.m"}, {"/a.m", "/b.m"}},
       {"FolderAmongFiles", {"c.m", "b/x.m", "a.m", "b/y.m"}, {"/a.m", "/b/x.m", "/b/y.m", "/c.m"}},
-      {"NestedAndEmpty",
-       {"z.m", "m/empty/", "m/n/o.m", "m/a.m", "a/"},
-       {"/a", "/m/a.m", "/m/empty", "/m/n/o.m", "/z.m"}},
+      {"NestedAndEmpty", {"z.m", "m/empty/", "m/n/o.m", "m/a.m", "a/"}, {"/a", "/m/a.m", "/m/empty", "/m/n/o.m", "/z.m"}},
       {"EmptyFolderFilledLater", {"d/", "d/e.m"}, {"/d/e.m"}},
-      {"DeepChainOfEmptyFolders", {"p/q/r/"}, {"/p/q/r"}},
+      {"CodeUnitOrder", {"a.m", "B.m", "_.m", "\xC3\xA9.m"}, {"/B.m", "/_.m", "/a.m", "/\xC3\xA9.m"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     std::filesystem::remove(package);
-    zvtest::callOk(zvAddonCreate, {package, zvtest::properties()});
-    withEntries(c.entries, [&](AddonPackage& addon) { EXPECT_EQ(narrow(addon.getFileList()), c.expected); });
+    callOk(zvAddonCreate, {package, zvtest::properties()});
+    add(c.entries);
+    EXPECT_EQ(fileList(), cell(c.expected));
   }
 }
 
-TEST_F(ContentFilesTest, AddFoldersIgnoresOnlyFoldersAlreadyThere) {
-  withEntries({"a/x.m", "e/"}, [&](AddonPackage& addon) {
-    addon.addFolders({u"a", u"e", u"n", u"n"});
-    EXPECT_EQ(narrow(addon.getFileList()), (std::vector<std::string>{"/a/x.m", "/e", "/n"}));
-    // A file in the way is no "already there": the loop stops at it.
-    EXPECT_THROW(addon.addFolders({u"k", u"a/x.m", u"l"}), opc::Exception);
-    EXPECT_EQ(narrow(addon.getFileList()), (std::vector<std::string>{"/a/x.m", "/e", "/k", "/n"}));
-    EXPECT_THROW(addon.addFolders({u"A"}), opc::Exception);
-  });
+// The input rules, including the deliberate silences: nothing happens and nothing is raised.
+TEST_F(ContentFilesTest, InputRules) {
+  zvtest::writeBytes(dir.file("a.m"), "a");
+  zvtest::writeBytes(dir.file("b.m"), "b");
+  const std::string a = dir.file("a.m");
+  const std::string b = dir.file("b.m");
+  const std::string missing = dir.file("no-such.zvaddon");
+  const Json emptyCell = {{"$class", "cell"}, {"$dims", {0, 0}}, {"$data", Json::array()}};
+  const Json column = {{"$class", "cell"}, {"$dims", {2, 1}}, {"$data", {a, b}}};
+  const Json columnPaths = {{"$class", "cell"}, {"$dims", {2, 1}}, {"$data", {"c/a.m", "c/b.m"}}};
+  const struct {
+    const char* name;
+    qxFunction function;
+    std::vector<Json> inputs;
+    std::vector<std::string> listAfter;
+  } cases[] = {
+      {"TwoTexts", zvAddonAddFiles, {package, a, "x.m"}, {"/x.m"}},
+      {"TwoCells", zvAddonAddFiles, {package, Json{a, b}, Json{"p/a.m", "q.m"}}, {"/p/a.m", "/q.m"}},
+      {"CellsOfAnyShape", zvAddonAddFiles, {package, column, columnPaths}, {"/c/a.m", "/c/b.m"}},
+      {"CellAndText", zvAddonAddFiles, {package, Json{a}, "x.m"}, {}},
+      {"TextAndCell", zvAddonAddFiles, {package, a, Json{"x.m"}}, {}},
+      {"Numbers", zvAddonAddFiles, {package, 1, 2}, {}},
+      {"EmptyCellsMissingPackage", zvAddonAddFiles, {missing, emptyCell, emptyCell}, {}},
+      {"FolderText", zvAddonAddFolders, {package, "f g"}, {"/f g"}},
+      {"FolderCell", zvAddonAddFolders, {package, Json{"f", "g/h"}}, {"/f", "/g/h"}},
+      {"FolderNumber", zvAddonAddFolders, {missing, 3}, {}},
+      {"FolderEmptyCellMissingPackage", zvAddonAddFolders, {missing, emptyCell}, {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::filesystem::remove(package);
+    callOk(zvAddonCreate, {package, zvtest::properties()});
+    const std::string before = zvtest::readBytes(package);
+    callOk(c.function, c.inputs);
+    EXPECT_FALSE(std::filesystem::exists(missing));
+    if (c.listAfter.empty()) {
+      EXPECT_EQ(zvtest::readBytes(package), before);
+    }
+    EXPECT_EQ(fileList(), cell(c.listAfter));
+  }
 }
 
-TEST_F(ContentFilesTest, AddFilesTakesTheLengthOfTheFirstList) {
-  withEntries({}, [&](AddonPackage& addon) {
-    addon.addFiles({u16(source), u16(source)}, {u"one.m", u"two.m", u"ignored.m"});
-    EXPECT_EQ(narrow(addon.getFileList()), (std::vector<std::string>{"/one.m", "/two.m"}));
-    EXPECT_THROW(addon.addFiles({u16(source)}, {u"one.m"}), opc::kqservices::FileSystemEntryAlreadyExists);
-    EXPECT_THROW(addon.addFiles({u16(dir.file("missing"))}, {u"three.m"}), opc::Exception);
-    EXPECT_EQ(narrow(addon.getFileList()), (std::vector<std::string>{"/one.m", "/two.m"}));
-  });
+TEST_F(ContentFilesTest, AddingAFolderAgainChangesNothing) {
+  callOk(zvAddonAddFolders, {package, Json{"f", "g/h"}});
+  const std::string before = zvtest::readBytes(package);
+  callOk(zvAddonAddFolders, {package, Json{"g/h", "f"}});
+  callOk(zvAddonAddFolders, {package, "g"});
+  EXPECT_EQ(fileList(), (Json{"/f", "/g/h"}));
+  EXPECT_EQ(zvtest::readBytes(package), before);
 }
 
-TEST_F(ContentFilesTest, ExtractAllFilesRefusesToOverwrite) {
-  withEntries({"a/x.m", "e/"}, [&](AddonPackage& addon) { addon.getPackage().close(); });
-  AddonPackage addon(u16(package));
-  addon.getPackage().open(OpenMode::Read);
-  const std::string out = dir.file("out");
-  addon.extractAllFiles(u16(out));
-  EXPECT_EQ(zvtest::readBytes(out + "/a/x.m"), "content");
-  EXPECT_TRUE(std::filesystem::is_directory(out + "/e"));
-  zvtest::writeBytes(out + "/a/x.m", "mine");
-  EXPECT_THROW(addon.extractAllFiles(u16(out)), opc::Exception);
-  EXPECT_EQ(zvtest::readBytes(out + "/a/x.m"), "mine");
+TEST_F(ContentFilesTest, ErrorsCarryTheirKeyAndArguments) {
+  zvtest::writeBytes(dir.file("a.m"), "a");
+  const std::string a = dir.file("a.m");
+  const std::string missing = dir.file("none.zvaddon");
+  const std::string notZip = dir.file("not.zvaddon");
+  zvtest::writeBytes(notZip, "not a zip at all");
+  const std::string hostile = std::string(ZV_TEST_DATA_DIR) + "/hostile/traversal-escaped-dotdot.zip";
+  const struct {
+    const char* name;
+    qxFunction function;
+    std::vector<Json> inputs;
+    int nargout;
+    const char* key;
+    std::vector<std::string> leadingArguments;  // then the OPC message, when the key has one
+    const char* message;                        // a fragment of it
+  } cases[] = {
+      {"AddFilesMissingPackage", zvAddonAddFiles, {missing, a, "a.m"}, 0, "ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND",
+       {missing}, nullptr},
+      {"AddFoldersMissingPackage", zvAddonAddFolders, {missing, "f"}, 0, "ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND",
+       {missing}, nullptr},
+      {"ExtractMissingPackage", zvAddonExtractAllFiles, {missing, destination}, 0,
+       "ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND", {missing}, nullptr},
+      {"ListMissingPackage", zvAddonGetFileList, {missing}, 1, "ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND", {missing},
+       nullptr},
+      {"MissingSource", zvAddonAddFiles, {package, dir.file("nope.m"), "a.m"}, 0, "ZVADDON_BUILTINS_ERROR_ADD_FILES",
+       {package}, "nope.m"},
+      {"SamePathTwice", zvAddonAddFiles, {package, Json{a, a}, Json{"a.m", "a.m"}}, 0,
+       "ZVADDON_BUILTINS_ERROR_ADD_FILES", {package}, "/a.m"},
+      {"FolderWithDotDot", zvAddonAddFolders, {package, "a/../b"}, 0, "ZVADDON_BUILTINS_ERROR_ADD_FOLDERS", {package},
+       "'..'"},
+      {"HostileExtraction", zvAddonExtractAllFiles, {hostile, destination}, 0,
+       "ZVADDON_BUILTINS_ERROR_EXTRACT_ALL_FILES", {hostile, destination}, "/fsroot/..:"},
+      {"ListNotAZip", zvAddonGetFileList, {notZip}, 1, "ZVADDON_BUILTINS_ERROR_GET_FILE_LIST", {notZip}, "not.zvaddon"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const zvtest::CallResult r = call(c.function, c.inputs, c.nargout);
+    ASSERT_FALSE(r.ok());
+    EXPECT_EQ(r.key(), c.key) << r.error->message();
+    const auto& arguments = r.error->arguments();
+    ASSERT_EQ(arguments.size(), c.leadingArguments.size() + (c.message ? 1 : 0)) << r.error->message();
+    for (std::size_t i = 0; i < c.leadingArguments.size(); ++i) {
+      EXPECT_EQ(std::get<ustring>(arguments[i]), ustring(c.leadingArguments[i].begin(), c.leadingArguments[i].end()));
+    }
+    if (c.message != nullptr) {
+      EXPECT_NE(std::get<std::string>(arguments.back()).find(c.message), std::string::npos) << r.error->message();
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.path() / "evil.txt"));
+}
+
+// A source missing midway: the files before it were added in memory only, and the package file is
+// byte for byte what it was.
+TEST_F(ContentFilesTest, FailedAddLeavesThePackageAsItWas) {
+  zvtest::writeBytes(dir.file("a.m"), "a");
+  zvtest::writeBytes(dir.file("c.m"), "c");
+  callOk(zvAddonAddFiles, {package, dir.file("a.m"), "first.m"});
+  const std::string before = zvtest::readBytes(package);
+  const zvtest::CallResult r = call(zvAddonAddFiles, {package, Json{dir.file("c.m"), dir.file("gone.m"), dir.file("a.m")},
+                                                      Json{"c.m", "gone.m", "again.m"}});
+  EXPECT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_ADD_FILES");
+  EXPECT_EQ(zvtest::readBytes(package), before);
+  EXPECT_EQ(fileList(), (Json{"/first.m"}));
+}
+
+// Independent OPC readers open a package with awkward names and empty folders: POI's openxml4j
+// sees every content part, python-docx opens it, and the ZIP testers pass it.
+TEST_F(ContentFilesTest, IndependentReadersOpenPackagesWithContent) {
+  add({"with space.m", "#1/50%/[x].m", "a&b/ends./_rels/x.rels", "caf\xC3\xA9/\xE4\xB8\xAD.m", "nb\xC2\xA0sp", "e/", "f g/"});
+  const std::string driver = std::string(ZV_SOURCE_DIR) + "/tests/interop/opc_summary.py";
+  for (const char* reader : {"poi", "docx"}) {
+    SCOPED_TRACE(reader);
+    const std::string command =
+        "/usr/bin/python3 '" + driver + "' --reader " + reader + " --zip-test '" + package + "' 2>&1";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    std::string output;
+    char buffer[4096];
+    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) output += buffer;
+    ASSERT_EQ(::pclose(pipe), 0) << output;
+    if (std::string(reader) == "poi") {
+      std::size_t contentParts = 0;
+      const Json summary = Json::parse(output);
+      for (const auto& part : summary.at("parts")) {
+        if (part.at(0).get<std::string>().rfind("/fsroot/", 0) == 0) ++contentParts;
+      }
+      EXPECT_EQ(contentParts, 7u) << output;
+    }
+  }
 }
 
 }  // namespace
