@@ -28,6 +28,10 @@ struct TreeIndex;
 //
 // Names: ASCII letters compare without case in part names, so two names of one folder that differ
 // only in ASCII case cannot both be held; adding the second throws opc::Exception naming both.
+//
+// The tree is read from the package's parts on first use while it is open, then kept in step with
+// addFile and createFolder; it is read again when the package's part count differs from the one
+// it expects (parts created or deleted by others) or the package was reopened in another mode.
 
 // How names inside the add-on become part-name segments (addFile) and back (extractAll).
 enum class TransformMode : int {
@@ -45,8 +49,8 @@ enum class TransformMode : int {
 // What extractAll restores besides names and bytes.
 enum class RestoreMode : int {
   None = 0,        // files get the current time and default permissions (0666 less the umask)
-  Attributes = 1,  // the recorded modification time (exact, any year) and permission bits (0777,
-                   // less the umask), when recorded
+  Attributes = 1,  // the recorded modification time (any year, to the 100 ns the package holds)
+                   // and permission bits (0777, less the umask), when recorded
 };
 
 // What extractAll does with a file already at a target path.
@@ -68,7 +72,7 @@ class FileSystemEntry {
   [[nodiscard]] const ustring& getPathName() const { return pathName_; }
   // The last component of getPathName ("" for the root).
   [[nodiscard]] ustring getName() const;
-  // The encoded path below the tree prefix, "doc/read%20me.txt" ("" for the root).
+  // The encoded path below the tree prefix, "doc/read:20me.txt" ("" for the root).
   [[nodiscard]] const ustring& getEncodedPath() const { return encodedPath_; }
 
  private:
