@@ -107,7 +107,7 @@ bool isXmlWhiteSpace(const XMLCh* text) {
   return true;
 }
 
-void convert(const DOMElement* element, XmlElement& out, const std::string& what) {
+void convert(const DOMElement* element, XmlElement& out, const std::string& what, bool withChildren = true) {
   using opc::model::XercesString;
   out.ns = XercesString::toUString(element->getNamespaceURI());
   const XMLCh* local = element->getLocalName();
@@ -128,6 +128,7 @@ void convert(const DOMElement* element, XmlElement& out, const std::string& what
   for (const DOMNode* child = element->getFirstChild(); child != nullptr; child = child->getNextSibling()) {
     switch (child->getNodeType()) {
       case DOMNode::ELEMENT_NODE:
+        if (!withChildren) break;
         out.children.emplace_back();
         convert(static_cast<const DOMElement*>(child), out.children.back(), what);
         break;
@@ -146,7 +147,9 @@ void convert(const DOMElement* element, XmlElement& out, const std::string& what
 
 }  // namespace
 
-XmlElement readXmlDocument(InputStream& stream, const ustring& ns, const std::string& what, std::uint64_t maxBytes) {
+void readXmlDocument(InputStream& stream, const ustring& ns, const std::string& what, std::uint64_t maxBytes,
+                     const std::function<void(const XmlElement& root)>& onRoot,
+                     const std::function<void(const XmlElement& child)>& onChild) {
   using namespace opc::model;
   XercesGuard guard;
   auto parser = XercesHelper::createParser();
@@ -162,9 +165,15 @@ XmlElement readXmlDocument(InputStream& stream, const ustring& ns, const std::st
   }
   const DOMElement* root = document ? document->getDocumentElement() : nullptr;
   if (root == nullptr) throw Exception(what + ": no document element");
-  XmlElement out;
-  convert(root, out, what);
-  return out;
+  XmlElement rootElement;
+  convert(root, rootElement, what, false);
+  onRoot(rootElement);
+  for (const DOMElement* child = root->getFirstElementChild(); child != nullptr;
+       child = child->getNextElementSibling()) {
+    XmlElement element;
+    convert(child, element, what);
+    onChild(element);
+  }
 }
 
 }  // namespace opc::detail

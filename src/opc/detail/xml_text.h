@@ -3,6 +3,7 @@
 // parts). Writing goes through Xerces' formatter (escaping, UTF-8); reading through the hardened
 // parser of opc/xml.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -47,9 +48,12 @@ struct XmlElement {
   [[nodiscard]] const ustring* attribute(ustring_view name) const;
 };
 
-// Parses a whole document (well formed, no DOCTYPE, bounded in size) whose root must be in `ns`.
-// Non-white-space text anywhere is refused. `what` names the part in messages.
-[[nodiscard]] XmlElement readXmlDocument(InputStream& stream, const ustring& ns, const std::string& what,
-                                         std::uint64_t maxBytes);
+// Parses a whole document (well formed, no DOCTYPE, bounded in size) whose root must be in `ns`,
+// then hands over the document element (without its children) and each of its child elements in
+// turn, so that no second copy of a large document is ever held. Non-white-space text anywhere is
+// refused. `what` names the part in messages.
+void readXmlDocument(InputStream& stream, const ustring& ns, const std::string& what, std::uint64_t maxBytes,
+                     const std::function<void(const XmlElement& root)>& onRoot,
+                     const std::function<void(const XmlElement& child)>& onChild);
 
 }  // namespace opc::detail

@@ -66,44 +66,46 @@ bool isValidExtension(const ustring& extension) {
 }  // namespace
 
 ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what) {
-  const auto root = opc::detail::readXmlDocument(stream, PackageHelper::getContentTypesNamespace(), what,
-                                                 kMaxContentTypesBytes);
-  if (root.localName != u"Types") throw Exception(what + ": the document element is not 'Types'");
-  requireOnly(root, {}, what);
   ContentTypeMap map;
-  for (const auto& child : root.children) {
-    if (child.ns != PackageHelper::getContentTypesNamespace()) {
-      throw Exception(what + ": unexpected element '" + narrow(child.localName) + "' in namespace '" +
-                      narrow(child.ns) + "'");
-    }
-    if (!child.children.empty()) {
-      throw Exception(what + ": element '" + narrow(child.localName) + "' has unexpected content");
-    }
-    if (child.localName == u"Default") {
-      requireOnly(child, {u"Extension", u"ContentType"}, what);
-      const ustring& extension = required(child, u"Extension", what);
-      if (!isValidExtension(extension)) throw Exception(what + ": invalid extension '" + narrow(extension) + "'");
-      const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
-      if (!map.defaults_.emplace(opc::detail::asciiLower(extension), type).second) {
-        throw Exception(what + ": extension '" + narrow(extension) + "' has more than one Default");
-      }
-    } else if (child.localName == u"Override") {
-      requireOnly(child, {u"PartName", u"ContentType"}, what);
-      const ustring& text = required(child, u"PartName", what);
-      std::optional<PartName> name;
-      try {
-        name.emplace(text);
-      } catch (const Exception& e) {
-        throw Exception(what + ": Override: " + e.what());
-      }
-      const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
-      if (!map.overrides_.emplace(name->getKey(), type).second) {
-        throw Exception(what + ": part '" + narrow(text) + "' has more than one Override");
-      }
-    } else {
-      throw Exception(what + ": unexpected element '" + narrow(child.localName) + "'");
-    }
-  }
+  opc::detail::readXmlDocument(
+      stream, PackageHelper::getContentTypesNamespace(), what, kMaxContentTypesBytes,
+      [&](const opc::detail::XmlElement& root) {
+        if (root.localName != u"Types") throw Exception(what + ": the document element is not 'Types'");
+        requireOnly(root, {}, what);
+      },
+      [&](const opc::detail::XmlElement& child) {
+        if (child.ns != PackageHelper::getContentTypesNamespace()) {
+          throw Exception(what + ": unexpected element '" + narrow(child.localName) + "' in namespace '" +
+                          narrow(child.ns) + "'");
+        }
+        if (!child.children.empty()) {
+          throw Exception(what + ": element '" + narrow(child.localName) + "' has unexpected content");
+        }
+        if (child.localName == u"Default") {
+          requireOnly(child, {u"Extension", u"ContentType"}, what);
+          const ustring& extension = required(child, u"Extension", what);
+          if (!isValidExtension(extension)) throw Exception(what + ": invalid extension '" + narrow(extension) + "'");
+          const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
+          if (!map.defaults_.emplace(opc::detail::asciiLower(extension), type).second) {
+            throw Exception(what + ": extension '" + narrow(extension) + "' has more than one Default");
+          }
+        } else if (child.localName == u"Override") {
+          requireOnly(child, {u"PartName", u"ContentType"}, what);
+          const ustring& text = required(child, u"PartName", what);
+          std::optional<PartName> name;
+          try {
+            name.emplace(text);
+          } catch (const Exception& e) {
+            throw Exception(what + ": Override: " + e.what());
+          }
+          const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
+          if (!map.overrides_.emplace(name->getKey(), type).second) {
+            throw Exception(what + ": part '" + narrow(text) + "' has more than one Override");
+          }
+        } else {
+          throw Exception(what + ": unexpected element '" + narrow(child.localName) + "'");
+        }
+      });
   return map;
 }
 

@@ -42,50 +42,54 @@ void forEachPrefix(const ustring& key, Visit visit) {
 }
 
 void readRelationships(InputStream& stream, Relationships& target, const std::string& what) {
-  const auto root = opc::detail::readXmlDocument(stream, PackageHelper::getRelationshipsNamespace(), what,
-                                                 kMaxRelationshipsBytes);
-  if (root.localName != u"Relationships") throw Exception(what + ": the document element is not 'Relationships'");
-  if (!root.attributes.empty() || !root.qualifiedAttributes.empty()) {
-    throw Exception(what + ": element 'Relationships' has an unexpected attribute");
-  }
-  for (const auto& child : root.children) {
-    if (child.ns != PackageHelper::getRelationshipsNamespace() || child.localName != u"Relationship") {
-      throw Exception(what + ": unexpected element '" + narrow(child.localName) + "'");
-    }
-    if (!child.children.empty() || !child.qualifiedAttributes.empty()) {
-      throw Exception(what + ": element 'Relationship' has unexpected content");
-    }
-    const ustring* id = nullptr;
-    const ustring* type = nullptr;
-    const ustring* targetText = nullptr;
-    TargetMode mode = TargetMode::Internal;
-    for (const auto& [name, value] : child.attributes) {
-      if (name == u"Id") {
-        id = &value;
-      } else if (name == u"Type") {
-        type = &value;
-      } else if (name == u"Target") {
-        targetText = &value;
-      } else if (name == u"TargetMode") {
-        if (value == u"External") {
-          mode = TargetMode::External;
-        } else if (value != u"Internal") {
-          throw Exception(what + ": invalid TargetMode '" + narrow(value) + "'");
+  opc::detail::readXmlDocument(
+      stream, PackageHelper::getRelationshipsNamespace(), what, kMaxRelationshipsBytes,
+      [&](const opc::detail::XmlElement& root) {
+        if (root.localName != u"Relationships") {
+          throw Exception(what + ": the document element is not 'Relationships'");
         }
-      } else {
-        throw Exception(what + ": element 'Relationship' has an unexpected attribute '" + narrow(name) + "'");
-      }
-    }
-    if (id == nullptr || type == nullptr || targetText == nullptr) {
-      throw Exception(what + ": a Relationship lacks one of the attributes Id, Type and Target");
-    }
-    if (id->empty()) throw Exception(what + ": a Relationship has an empty Id");
-    try {
-      target.createRelationship(URI(*targetText), *type, *id, mode);
-    } catch (const Exception& e) {
-      throw Exception(what + ": " + e.what());
-    }
-  }
+        if (!root.attributes.empty() || !root.qualifiedAttributes.empty()) {
+          throw Exception(what + ": element 'Relationships' has an unexpected attribute");
+        }
+      },
+      [&](const opc::detail::XmlElement& child) {
+        if (child.ns != PackageHelper::getRelationshipsNamespace() || child.localName != u"Relationship") {
+          throw Exception(what + ": unexpected element '" + narrow(child.localName) + "'");
+        }
+        if (!child.children.empty() || !child.qualifiedAttributes.empty()) {
+          throw Exception(what + ": element 'Relationship' has unexpected content");
+        }
+        const ustring* id = nullptr;
+        const ustring* type = nullptr;
+        const ustring* targetText = nullptr;
+        TargetMode mode = TargetMode::Internal;
+        for (const auto& [name, value] : child.attributes) {
+          if (name == u"Id") {
+            id = &value;
+          } else if (name == u"Type") {
+            type = &value;
+          } else if (name == u"Target") {
+            targetText = &value;
+          } else if (name == u"TargetMode") {
+            if (value == u"External") {
+              mode = TargetMode::External;
+            } else if (value != u"Internal") {
+              throw Exception(what + ": invalid TargetMode '" + narrow(value) + "'");
+            }
+          } else {
+            throw Exception(what + ": element 'Relationship' has an unexpected attribute '" + narrow(name) + "'");
+          }
+        }
+        if (id == nullptr || type == nullptr || targetText == nullptr) {
+          throw Exception(what + ": a Relationship lacks one of the attributes Id, Type and Target");
+        }
+        if (id->empty()) throw Exception(what + ": a Relationship has an empty Id");
+        try {
+          target.createRelationship(URI(*targetText), *type, *id, mode);
+        } catch (const Exception& e) {
+          throw Exception(what + ": " + e.what());
+        }
+      });
   target.markSaved();
 }
 
