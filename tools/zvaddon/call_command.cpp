@@ -80,13 +80,45 @@ int runCall(const CallOptions& options) {
 
 }  // namespace
 
+// Arguments are taken as they stand: CLI11 would split a JSON list such as ["a","b"] at its commas.
 void addCallCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<CallOptions>();
   CLI::App* call = app.add_subcommand("call", "Call a gateway function as the host does (JSON in, JSON out)");
-  call->add_option("function", options->function, "Gateway function, e.g. zvAddonGetProperties")->required();
-  call->add_option("--nargout", options->nargout, "Number of outputs requested (default: the function's limit)");
-  call->add_option("args", options->arguments, "Inputs, each a JSON value");
-  call->callback([options, &exitStatus] { exitStatus = runCall(*options); });
+  call->prefix_command();
+  call->footer("Usage: zvaddon call FUNCTION [--nargout N] [--] ARG...\n"
+               "Each ARG is a JSON value (a path is a JSON string: '\"/tmp/a.zvaddon\"').\n"
+               "Prints the outputs as one JSON array; a host error as {\"error\": {...}} with exit status 1.");
+  call->callback([call, &exitStatus] {
+    CallOptions options;
+    bool optionsEnded = false;
+    const std::vector<std::string> words = call->remaining();
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      const std::string& word = words[i];
+      if (!optionsEnded && word == "--") {
+        optionsEnded = true;
+      } else if (!optionsEnded && (word == "--nargout" || word.rfind("--nargout=", 0) == 0)) {
+        const std::string value = word == "--nargout" ? (i + 1 < words.size() ? words[++i] : "") : word.substr(10);
+        try {
+          std::size_t used = 0;
+          options.nargout = std::stoi(value, &used);
+          if (used != value.size() || *options.nargout < 0) throw std::invalid_argument(value);
+        } catch (const std::exception&) {
+          std::cerr << "zvaddon call: --nargout takes a whole number of 0 or more, not '" << value << "'\n";
+          exitStatus = 2;
+          return;
+        }
+      } else if (options.function.empty()) {
+        options.function = word;
+      } else {
+        options.arguments.push_back(word);
+      }
+    }
+    if (options.function.empty()) {
+      std::cerr << "zvaddon call: name a gateway function, e.g. zvaddon call zvAddonGetProperties '\"a.zvaddon\"'\n";
+      exitStatus = 2;
+      return;
+    }
+    exitStatus = runCall(options);
+  });
 }
 
 }  // namespace zvaddon::tool
