@@ -2,7 +2,8 @@
 //
 // Usage: opc_many_parts [parts, default 70000] [folder, default the system temp folder]
 // Prints wall and CPU time of each stage; exits 1 when opening and listing take a second of CPU
-// time or more (CPU rather than wall time, so that a busy machine does not fail the check).
+// time or more (CPU rather than wall time, so that a busy machine does not fail the check). The
+// goal holds for optimised builds; an unoptimised one only reports.
 #include <sys/resource.h>
 
 #include <chrono>
@@ -71,8 +72,14 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "listed %zu parts, expected %ld\n", parts.size(), count);
       return 2;
     }
-    std::printf("%ld parts opened and listed in %.3f s of CPU time: %s\n", count, cpu, cpu < 1.0 ? "ok" : "TOO SLOW");
-    return cpu < 1.0 ? 0 : 1;
+#ifdef NDEBUG
+    const bool checked = true;
+#else
+    const bool checked = false;
+#endif
+    std::printf("%ld parts opened and listed in %.3f s of CPU time: %s\n", count, cpu,
+                !checked ? "not checked (unoptimised build)" : cpu < 1.0 ? "ok" : "TOO SLOW");
+    return !checked || cpu < 1.0 ? 0 : 1;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "failed: %s\n", e.what());
     return 2;
