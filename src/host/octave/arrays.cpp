@@ -1,8 +1,9 @@
 // Creation, copying, destruction and queries of host arrays over Octave's extension interface.
 //
 // Arrays made here are Octave's: Octave keeps a list of the arrays made during an extension call and
-// frees, when the call ends, every one that was neither returned nor stored in a container. A leaked
-// array therefore lives until the end of the call, never longer.
+// frees, when the call ends, every one that was neither returned nor stored in a container, so a
+// leaked array lives until the end of the call, never longer. Copies of objects are the exception
+// (see fromValue): their owner must free them, as the contract requires anyway.
 #include "host/octave/arrays.h"
 
 #include <cstdint>

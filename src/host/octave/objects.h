@@ -1,9 +1,9 @@
 #pragma once
 // Objects in Octave: old-style (@class folder) and classdef objects. Octave's extension interface
-// reports both with an unknown class id and offers no field access on them, and asking it for fields
-// of such a value can bring Octave down. The binding therefore recognises them through the value
-// itself, and reads their fields through a structure view: a plain structure holding the object's
-// fields (for classdef objects, its properties) made once per object and call.
+// reports both with an unknown class id and cannot give their fields (it fails converting them). The
+// binding therefore recognises them through the value itself, and reads their fields through a
+// structure view: a plain structure holding the object's fields (for classdef objects, all its
+// properties) made once per object and call.
 #include <memory>
 #include <vector>
 
