@@ -186,20 +186,6 @@ Status checkSignature(const Package& package, const SignatureLayout& layout, con
   return {Status::Result::Valid, {}};
 }
 
-class BytesInputStream : public opc::InputStream {
- public:
-  explicit BytesInputStream(const signature::Bytes& bytes) : bytes_(bytes) {}
-  std::size_t read(std::uint8_t* buffer, std::size_t size) override {
-    const std::size_t n = std::min(size, bytes_.size() - position_);
-    std::copy_n(bytes_.data() + position_, n, buffer);
-    position_ += n;
-    return n;
-  }
-
- private:
-  const signature::Bytes& bytes_;
-  std::size_t position_ = 0;
-};
 
 void requireOpen(const Package& package) {
   if (!package.isOpen()) throw opc::Exception("the package is not open");
@@ -362,7 +348,7 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
                                 });
   // What was written must read back and verify before the package is touched.
   {
-    BytesInputStream input(bytes);
+    signature::BytesInputStream input(bytes);
     const signature::ParsedSignature parsed = signature::readSignature(input);
     const Status status = checkSignature(package_, layout, parsed, publicKey.get());
     if (!status.isProperlyCodesigned()) throw opc::Exception("the new signature does not verify: " + status.getDetail());

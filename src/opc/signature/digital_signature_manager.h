@@ -65,6 +65,8 @@ class DigitalSignature {
   [[nodiscard]] const PartName& getSignaturePartName() const { return signaturePart_; }
   // The signed parts in the order of the signature's manifest (relationships parts not included).
   [[nodiscard]] const std::vector<PartName>& getSignedPartNames() const { return signedParts_; }
+  // As written: a type selector reads back as itself followed by one id selector per relationship
+  // it selected when signing (see DigitalSignatureManager::sign).
   [[nodiscard]] const std::vector<RelationshipSelector>& getRelationshipSelectors() const { return selectors_; }
   // The signing time as written in the signature ("YYYY-MM-DDThh:mm:ssZ"); may be empty.
   [[nodiscard]] const ustring& getSigningTime() const { return signingTime_; }
@@ -119,11 +121,16 @@ class DigitalSignatureManager {
   DigitalSignatureManager& operator=(const DigitalSignatureManager&) = delete;
 
   // Signs `parts` (by URI, with their content types) and the relationships chosen by `selectors`
-  // (each through the relationships transform). Writes a signature part and, when missing, the origin
-  // part and its relationships. Throws opc::Exception when the package is not writable, a part or a
-  // selected relationships source is missing, `parts` is empty or names a relationships part, the
-  // origin or a signature part; or when a key does not decode or does not belong to the other (the
-  // text of OpenSSL's error included). On failure the package model is left as it was.
+  // (each source's relationships part through the relationships transform, then canonical XML). A
+  // type selector is written with the ids it selects now as well, so that engines which select by id
+  // only check the same relationships, while selecting by type still catches one added later. Writes
+  // a signature part and, when missing, the origin part and its relationship, which is never signed.
+  // The new signature is read back and verified before the package is touched.
+  // Throws opc::Exception when the package is not writable; a part or a selector's source is missing;
+  // `parts` is empty, repeats a part or names a relationships, origin or signature part; a selector
+  // selects nothing or selects the origin relationship; a key does not decode, is not RSA of at least
+  // 2048 bits, or does not belong to the other (OpenSSL's text included). On failure the package
+  // model is left as it was.
   DigitalSignature sign(const std::vector<PartName>& parts, const std::vector<RelationshipSelector>& selectors,
                         const std::vector<std::uint8_t>& signingKey,
                         const std::vector<std::uint8_t>& verificationKey, const SignatureParams& params);

@@ -307,20 +307,6 @@ std::size_t countPackageObjects(const DOMElement* e) {
   return count;
 }
 
-class BufferInputStream : public opc::InputStream {
- public:
-  explicit BufferInputStream(const Bytes& bytes) : bytes_(bytes) {}
-  std::size_t read(std::uint8_t* buffer, std::size_t size) override {
-    const std::size_t n = std::min(size, bytes_.size() - position_);
-    std::copy_n(bytes_.data() + position_, n, buffer);
-    position_ += n;
-    return n;
-  }
-
- private:
-  const Bytes& bytes_;
-  std::size_t position_ = 0;
-};
 
 // Reads the whole part first, so that a parse error and an error of the stream stay apart.
 DocumentPtr parseSignatureDocument(opc::InputStream& input) {
@@ -331,7 +317,7 @@ DocumentPtr parseSignatureDocument(opc::InputStream& input) {
     if (bytes.size() > kMaxSignatureBytes) malformed("the signature part is too large");
   }
   try {
-    BufferInputStream stream(bytes);
+    BytesInputStream stream(bytes);
     ParserPtr parser = XercesHelper::createParser();
     return XercesHelper::readDocumentFromStream(parser, stream, false, u"", kDsigNs);
   } catch (const opc::Exception& error) {
@@ -350,6 +336,13 @@ const DOMElement* findPackageObject(const DOMElement* e) {
 }
 
 }  // namespace
+
+std::size_t BytesInputStream::read(std::uint8_t* buffer, std::size_t size) {
+  const std::size_t n = std::min(size, bytes_.size() - position_);
+  std::copy_n(bytes_.data() + position_, n, buffer);
+  position_ += n;
+  return n;
+}
 
 Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents& key,
                      const std::function<Bytes(std::span<const std::uint8_t>)>& sign) {

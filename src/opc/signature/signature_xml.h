@@ -28,11 +28,8 @@
 #include "opc/exception.h"
 #include "opc/model/part_name.h"
 #include "opc/signature/signature_crypto.h"
+#include "opc/streams.h"
 #include "opc/xml/xerces_helper.h"
-
-namespace opc {
-class InputStream;
-}
 
 namespace opc::model::signature {
 
@@ -70,6 +67,17 @@ struct ParsedSignature {
   Bytes signatureValue;        // as written
   Bytes canonicalSignedInfo;   // what the signature value covers
   Bytes canonicalObject;       // what the object digest covers
+};
+
+// Reads a byte vector that outlives it.
+class BytesInputStream : public opc::InputStream {
+ public:
+  explicit BytesInputStream(const Bytes& bytes) : bytes_(bytes) {}
+  [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override;
+
+ private:
+  const Bytes& bytes_;
+  std::size_t position_ = 0;
 };
 
 // Builds the signature: the object digest and the signature value are computed here, the latter by
