@@ -1,0 +1,234 @@
+// zvaddon build: an add-on folder and its manifest into a package, through the gateway functions.
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <set>
+
+#include "commands.h"
+#include "file_selection.h"
+#include "manifest.h"
+#include "progress.h"
+#include "tool_error.h"
+
+namespace zvaddon::tool {
+namespace fs = std::filesystem;
+namespace {
+
+struct BuildOptions {
+  std::string folder = ".";
+  std::string output;
+  std::string manifest;
+  bool sign = false;
+  bool quiet = false;
+};
+
+// The package is written under a temporary name beside its destination and renamed into place only
+// when every step succeeded, so a failed build leaves no half package and an earlier one untouched.
+class PendingFile {
+ public:
+  explicit PendingFile(const fs::path& destination)
+      : destination_(destination),
+        temporary_(destination.parent_path() /
+                   ("." + destination.filename().string() + "." + std::to_string(::getpid()) + ".partial")) {
+    std::error_code ec;
+    fs::remove(temporary_, ec);
+  }
+  ~PendingFile() {
+    if (committed_) return;
+    std::error_code ec;
+    fs::remove(temporary_, ec);
+  }
+  PendingFile(const PendingFile&) = delete;
+  PendingFile& operator=(const PendingFile&) = delete;
+
+  [[nodiscard]] const fs::path& path() const { return temporary_; }
+  void commit() {
+    std::error_code ec;
+    fs::rename(temporary_, destination_, ec);
+    if (ec) {
+      throw ToolError(ExitStatus::hostError, "cannot write '" + destination_.string() + "': " + ec.message());
+    }
+    committed_ = true;
+  }
+
+ private:
+  fs::path destination_;
+  fs::path temporary_;
+  bool committed_ = false;
+};
+
+// Adding files rewrites the package each call, copying what it already holds. Batches that grow with
+// what is already stored (half of it, past a floor) keep that copying to about twice the package
+// while the progress bar still moves several times on the way.
+struct Batch {
+  std::size_t first = 0, end = 0;
+  std::uint64_t bytes = 0;
+};
+
+std::vector<Batch> planBatches(const Selection& selection) {
+  constexpr std::size_t kFloorFiles = 1000;
+  constexpr std::uint64_t kFloorBytes = 32u << 20;
+  std::vector<Batch> batches;
+  Batch current;
+  std::uint64_t bytesBefore = 0;
+  for (std::size_t i = 0; i < selection.files.size(); ++i) {
+    current.end = i + 1;
+    current.bytes += selection.files[i].size;
+    const std::size_t files = current.end - current.first;
+    if (files >= std::max(kFloorFiles, current.first / 2) || current.bytes >= std::max(kFloorBytes, bytesBefore / 2)) {
+      bytesBefore += current.bytes;
+      batches.push_back(current);
+      current = Batch{i + 1, i + 1, 0};
+    }
+  }
+  if (current.end > current.first) batches.push_back(current);
+  return batches;
+}
+
+std::string normalised(std::string path) {
+  while (path.starts_with("./")) path.erase(0, 2);
+  while (path.starts_with("/")) path.erase(0, 1);
+  while (path.size() > 1 && path.ends_with("/")) path.pop_back();
+  return path;
+}
+
+// Paths the records name that the package will not hold: worth a warning, not a failure, since
+// authors may add those files later through `zvaddon set`.
+std::vector<std::string> missingReferences(const Manifest& manifest, const Selection& selection) {
+  std::set<std::string> files;
+  std::set<std::string> folders;
+  for (const SelectedFile& f : selection.files) {
+    files.insert(f.path);
+    for (std::size_t slash = f.path.find('/'); slash != std::string::npos; slash = f.path.find('/', slash + 1)) {
+      folders.insert(f.path.substr(0, slash));
+    }
+  }
+  for (const std::string& folder : selection.emptyFolders) folders.insert(folder);
+
+  std::vector<std::string> missing;
+  auto checkFile = [&](const Json& value, const std::string& pointer) {
+    if (!value.is_string() || value.get<std::string>().empty()) return;
+    if (!files.contains(normalised(value.get<std::string>()))) {
+      missing.push_back(pointer + ": '" + value.get<std::string>() + "' is not among the package's files");
+    }
+  };
+  auto checkFolder = [&](const Json& value, const std::string& pointer) {
+    if (!value.is_string()) return;
+    const std::string path = normalised(value.get<std::string>());
+    if (!path.empty() && path != "." && !folders.contains(path)) {
+      missing.push_back(pointer + ": '" + value.get<std::string>() + "' is not among the package's folders");
+    }
+  };
+  auto each = [](const Json& list, auto&& visit) {
+    if (!list.is_array()) return;
+    for (std::size_t i = 0; i < list.size(); ++i) visit(list[i], i);
+  };
+  for (const auto& [record, host] : manifest.records) {
+    const std::string base = childPointer("", recordInfo(record).name);
+    if (record == Record::configuration) {
+      each(host["zorvanPaths"], [&](const Json& v, std::size_t i) { checkFolder(v, base + "/zorvanPaths/" + std::to_string(i)); });
+      for (const char* key : {"infoXMLPath", "gettingStartedDocPath", "installMapPath"}) {
+        checkFile(host[key], childPointer(base, key));
+      }
+    } else if (record == Record::examples) {
+      each(host, [&](const Json& category, std::size_t c) {
+        each(category["examples"], [&](const Json& example, std::size_t e) {
+          const std::string at = base + "/" + std::to_string(c) + "/examples/" + std::to_string(e);
+          for (const char* key : {"source", "main", "thumbnail"}) checkFile(example[key], childPointer(at, key));
+          each(example["images"], [&](const Json& v, std::size_t i) { checkFile(v, at + "/images/" + std::to_string(i)); });
+        });
+      });
+    } else if (record == Record::apps) {
+      each(host, [&](const Json& app, std::size_t a) { checkFile(app["relativePath"], base + "/" + std::to_string(a) + "/relativePath"); });
+    }
+  }
+  return missing;
+}
+
+fs::path defaultOutput(const fs::path& folder, const Manifest& manifest) {
+  std::error_code ec;
+  fs::path name = fs::weakly_canonical(folder, ec).filename();
+  if (ec || name.empty()) name = "addon";
+  return name.string() + "-" + manifest.properties["version"].get<std::string>() + ".zvaddon";
+}
+
+void runBuild(const BuildOptions& options, int& exitStatus) {
+  const fs::path folder = fs::absolute(options.folder);
+  const fs::path manifestFile =
+      options.manifest.empty() ? fs::path(options.folder) / "zvaddon.json" : fs::path(options.manifest);
+  Manifest manifest = readManifest(manifestFile, folder);
+  const fs::path output = options.output.empty() ? defaultOutput(folder, manifest) : fs::path(options.output);
+
+  PendingFile pending(fs::absolute(output));
+  const Selection selection = selectFiles(folder, manifest.files, {output, pending.path(), manifestFile});
+  for (const std::string& warning : missingReferences(manifest, selection)) {
+    std::cerr << "zvaddon build: warning: " << manifestFile.string() << ": " << warning << "\n";
+  }
+
+  const std::string package = pending.path().string();
+  (void)callGateway("zvAddonCreate", {package, manifest.properties});
+  bool hasRequirements = false;
+  for (const auto& [record, host] : manifest.records) {
+    (void)callGateway(recordInfo(record).setFunction, {package, host});
+    hasRequirements = hasRequirements || record == Record::systemRequirements;
+  }
+  if (options.sign && !hasRequirements) {
+    // The signature covers the requirements part, so a signed package needs one: the defaults.
+    (void)callGateway("zvAddonSetSystemRequirements",
+                      {package, recordToHost(Record::systemRequirements, Json::object(), "")});
+  }
+  if (manifest.screenshot) (void)callGateway("zvAddonSetScreenshot", {package, manifest.screenshot->string()});
+  for (const fs::path& file : manifest.instructionSets) {
+    (void)callGateway("zvAddonAddInstructionSet", {package, file.string()});
+  }
+
+  Progress progress("build", selection.files.size(), selection.totalBytes, shouldShowProgress(options.quiet));
+  std::uint64_t filesDone = 0;
+  std::uint64_t bytesDone = 0;
+  for (const Batch& batch : planBatches(selection)) {
+    Json sources = Json::array();
+    Json targets = Json::array();
+    for (std::size_t i = batch.first; i < batch.end; ++i) {
+      sources.push_back((folder / selection.files[i].path).string());
+      targets.push_back(selection.files[i].path);
+    }
+    (void)callGateway("zvAddonAddFiles", {package, sources, targets});
+    filesDone += batch.end - batch.first;
+    bytesDone += batch.bytes;
+    progress.update(filesDone, bytesDone);
+  }
+  if (!selection.emptyFolders.empty()) {
+    Json folders = Json::array();
+    for (const std::string& f : selection.emptyFolders) folders.push_back(f);
+    (void)callGateway("zvAddonAddFolders", {package, folders});
+  }
+  progress.finish();
+  if (options.sign) (void)callGateway("zvAddonSign", {package});
+  pending.commit();
+
+  if (!options.quiet) {
+    std::cout << "built " << output.string() << ": " << selection.files.size() << " files ("
+              << formatBytes(selection.totalBytes) << ")";
+    if (!selection.emptyFolders.empty()) std::cout << ", " << selection.emptyFolders.size() << " empty folders";
+    std::cout << (options.sign ? ", signed" : "") << "\n";
+  }
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+}  // namespace
+
+void addBuildCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<BuildOptions>();
+  CLI::App* cmd = app.add_subcommand("build", "Package the add-on in DIR as its manifest zvaddon.json describes");
+  cmd->add_option("dir", options->folder, "Add-on folder (default: the current folder)");
+  cmd->add_option("-o,--output", options->output, "Package file (default: <folder>-<version>.zvaddon here)");
+  cmd->add_option("-m,--manifest", options->manifest, "Manifest (default: DIR/zvaddon.json)");
+  cmd->add_flag("--sign", options->sign, "Sign the system requirements");
+  cmd->add_flag("-q,--quiet", options->quiet, "No progress bar, no summary");
+  cmd->callback([options, &exitStatus] { runBuild(*options, exitStatus); });
+}
+
+}  // namespace zvaddon::tool

@@ -1,0 +1,93 @@
+// zvaddon init: a starting manifest for an add-on folder.
+#include <openssl/rand.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <set>
+
+#include "commands.h"
+#include "file_selection.h"
+#include "gateway.h"
+#include "progress.h"
+#include "tool_error.h"
+
+namespace zvaddon::tool {
+namespace fs = std::filesystem;
+namespace {
+
+struct InitOptions {
+  std::string folder = ".";
+  bool force = false;
+};
+
+// A random (version 4) UUID in its usual text form.
+std::string freshGuid() {
+  unsigned char bytes[16];
+  if (RAND_bytes(bytes, sizeof bytes) != 1) throw ToolError(ExitStatus::hostError, "cannot draw random bytes");
+  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0f) | 0x40);
+  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);
+  static constexpr char hex[] = "0123456789abcdef";
+  std::string text;
+  for (int i = 0; i < 16; ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += hex[bytes[i] >> 4];
+    text += hex[bytes[i] & 15];
+  }
+  return text;
+}
+
+void runInit(const InitOptions& options, int& exitStatus) {
+  const fs::path folder = options.folder;
+  const fs::path manifestFile = folder / "zvaddon.json";
+  std::error_code ec;
+  if (fs::exists(manifestFile, ec) && !options.force) {
+    throw ToolError(ExitStatus::hostError, "'" + manifestFile.string() + "' exists already (--force replaces it)");
+  }
+  const Selection selection = selectFiles(folder, FilePatterns{});
+
+  // The include list names the top-level entries that would go in, so files added below them later
+  // are taken too.
+  std::set<std::string> topLevel;
+  for (const SelectedFile& f : selection.files) {
+    const std::size_t slash = f.path.find('/');
+    topLevel.insert(slash == std::string::npos ? f.path : f.path.substr(0, slash) + "/");
+  }
+  for (const std::string& f : selection.emptyFolders) topLevel.insert(f.substr(0, f.find('/')) + "/");
+
+  fs::path name = fs::weakly_canonical(folder, ec).filename();
+  Json manifest = Json::object();
+  manifest["properties"] = {{"name", name.string()}, {"version", "1.0.0"}, {"GUID", freshGuid()},
+                            {"summary", ""}, {"description", ""}, {"authorName", ""},
+                            {"authorContact", ""}, {"authorOrganization", ""}};
+  for (const char* licence : {"LICENSE", "LICENSE.txt", "LICENSE.md", "LICENCE", "COPYING"}) {
+    if (fs::is_regular_file(folder / licence, ec)) {
+      manifest["license"] = {{"type", ""}, {"file", licence}};
+      break;
+    }
+  }
+  Json include = Json::array();
+  for (const std::string& entry : topLevel) include.push_back(entry);
+  manifest["files"] = {{"include", include}, {"exclude", Json::array()}};
+
+  std::ofstream out(manifestFile, std::ios::binary | std::ios::trunc);
+  out << manifest.dump(2) << "\n";
+  out.close();
+  if (!out) throw ToolError(ExitStatus::hostError, "cannot write '" + manifestFile.string() + "'");
+  std::cout << "wrote " << manifestFile.string() << ": " << selection.files.size() << " files ("
+            << formatBytes(selection.totalBytes) << ") would be included\n";
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+}  // namespace
+
+void addInitCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<InitOptions>();
+  CLI::App* cmd = app.add_subcommand("init", "Write a starting manifest zvaddon.json for the add-on in DIR");
+  cmd->add_option("dir", options->folder, "Add-on folder (default: the current folder)");
+  cmd->add_flag("-f,--force", options->force, "Replace an existing manifest");
+  cmd->callback([options, &exitStatus] { runInit(*options, exitStatus); });
+}
+
+}  // namespace zvaddon::tool

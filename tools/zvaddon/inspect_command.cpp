@@ -1,0 +1,190 @@
+// zvaddon inspect and zvaddon ls: what a package holds, for people and for machines.
+#include <iostream>
+#include <memory>
+
+#include "commands.h"
+#include "package_report.h"
+#include "progress.h"
+#include "tool_error.h"
+
+namespace zvaddon::tool {
+namespace {
+
+struct InspectOptions {
+  std::string package;
+  bool json = false;
+  bool noFiles = false;
+};
+
+struct ListOptions {
+  std::string package;
+  bool sizes = false;
+};
+
+std::string text(const Json& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
+
+// Non-empty texts of `keys` in `object`, joined.
+std::string joined(const Json& object, std::initializer_list<const char*> keys, const std::string& separator) {
+  std::string out;
+  for (const char* key : keys) {
+    const std::string value = text(object[key]);
+    if (value.empty()) continue;
+    out += (out.empty() ? "" : separator) + value;
+  }
+  return out;
+}
+
+void line(std::ostream& out, const std::string& label, const std::string& value, int indent = 0) {
+  const std::string head = std::string(indent, ' ') + label;
+  out << head << std::string(head.size() < 19 ? 20 - head.size() : 1, ' ') << value << "\n";
+}
+
+void printRequirements(std::ostream& out, const Json& r) {
+  out << "requirements\n";
+  std::string platforms;
+  for (const auto& [key, value] : r["platformCompatibility"].items()) {
+    platforms += (platforms.empty() ? "" : ", ") + key + (text(value) == "true" ? "" : "=" + text(value));
+  }
+  line(out, "platforms", platforms, 2);
+  const Json& releases = r["releaseCompatibility"];
+  line(out, "releases", releases.is_object() ? text(releases["start"]) + " to " + text(releases["end"]) : "any", 2);
+  for (const Json& p : r["productDependency"]) line(out, "product", joined(p, {"name", "version", "identifier"}, " "), 2);
+  for (const Json& p : r["supportPackageDependency"]) {
+    line(out, "support package", joined(p, {"name", "version", "identifier"}, " "), 2);
+  }
+  for (const Json& a : r["addonDependency"]) {
+    std::string range = joined(a, {"earliestVersion", "latestVersion"}, " to ");
+    line(out, "add-on", text(a["name"]) + (range.empty() ? "" : " " + range) + " [" + text(a["identifier"]) + "]", 2);
+  }
+}
+
+void printConfiguration(std::ostream& out, const Json& c) {
+  out << "configuration\n";
+  auto list = [](const Json& values) {
+    std::string s;
+    for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(v);
+    return s.empty() ? std::string("-") : s;
+  };
+  line(out, "search path", list(c["zorvanPaths"]), 2);
+  line(out, "class path", list(c["javaClassPaths"]), 2);
+  for (const auto& [label, key] : {std::pair{"info XML", "infoXMLPath"}, std::pair{"getting started", "gettingStartedDocPath"},
+                                   std::pair{"install map", "installMapPath"}}) {
+    if (!text(c[key]).empty()) line(out, label, text(c[key]), 2);
+  }
+}
+
+void printFiles(std::ostream& out, const Json& files) {
+  std::uint64_t total = 0;
+  for (const Json& f : files) total += f["bytes"].is_number() ? f["bytes"].get<std::uint64_t>() : 0;
+  out << "files (" << files.size() << ", " << formatBytes(total) << ")\n";
+  // Depth first as the package lists them: print each folder once, where its first file appears.
+  std::vector<std::string> open;
+  for (const Json& f : files) {
+    std::vector<std::string> parts;
+    const std::string path = text(f["path"]);
+    std::size_t start = path.starts_with("/") ? 1 : 0;
+    while (start <= path.size()) {
+      const std::size_t slash = path.find('/', start);
+      parts.push_back(path.substr(start, slash == std::string::npos ? std::string::npos : slash - start));
+      if (slash == std::string::npos) break;
+      start = slash + 1;
+    }
+    std::size_t same = 0;
+    while (same < open.size() && same + 1 < parts.size() && open[same] == parts[same]) ++same;
+    open.resize(same);
+    for (std::size_t k = same; k + 1 < parts.size(); ++k) {
+      out << std::string(2 * (k + 1), ' ') << parts[k] << "/\n";
+      open.push_back(parts[k]);
+    }
+    const std::string indent(2 * parts.size(), ' ');
+    out << indent << parts.back()
+        << (f["bytes"].is_number() ? "  " + formatBytes(f["bytes"].get<std::uint64_t>()) : std::string("  (folder)"))
+        << "\n";
+  }
+}
+
+void printReport(std::ostream& out, const Json& r, bool withFiles) {
+  const Json& p = r["properties"];
+  line(out, "package", text(r["package"]) + " (" + formatBytes(r["bytes"].get<std::uint64_t>()) + ")");
+  line(out, "name", text(p["name"]));
+  line(out, "version", text(p["version"]));
+  line(out, "type", text(p["type"]));
+  line(out, "release", text(p["ZORVANRelease"]));
+  line(out, "GUID", text(p["GUID"]));
+  line(out, "summary", text(p["summary"]));
+  line(out, "author", joined(p, {"authorName", "authorContact", "authorOrganization"}, ", "));
+  if (!text(p["description"]).empty()) line(out, "description", text(p["description"]));
+  line(out, "signature", text(r["signature"]));
+  line(out, "sha512", text(r["sha512"]));
+  printRequirements(out, r["systemRequirements"]);
+  printConfiguration(out, r["configuration"]);
+  const Json& licence = r["license"];
+  if (text(licence["type"]).empty() && text(licence["text"]).empty()) {
+    line(out, "license", "-");
+  } else {
+    line(out, "license", (text(licence["type"]).empty() ? "untyped" : text(licence["type"])) + ", " +
+                             std::to_string(text(licence["text"]).size()) + " bytes of text");
+  }
+  out << "examples\n";
+  for (const Json& category : r["examples"]) {
+    std::string names;
+    for (const Json& e : category["examples"]) names += (names.empty() ? "" : ", ") + text(e["name"]);
+    line(out, text(category["name"]), names.empty() ? "-" : names, 2);
+  }
+  out << "revisions\n";
+  for (const Json& v : r["revisionHistory"]) line(out, text(v["version"]), text(v["date"]) + "  " + text(v["description"]), 2);
+  out << "apps\n";
+  for (const Json& a : r["apps"]) {
+    line(out, text(a["name"]), text(a["relativePath"]) + (text(a["installByDefault"]) == "true" ? ", installed by default" : ""), 2);
+  }
+  const Json& shot = r["screenshot"];
+  line(out, "screenshot", shot.is_object() ? text(shot["part"]) + " (" + formatBytes(shot["bytes"].get<std::uint64_t>()) + ")" : "-");
+  std::string sets;
+  for (const Json& s : r["instructionSets"]) sets += (sets.empty() ? "" : ", ") + text(s);
+  line(out, "instruction sets", sets.empty() ? "-" : sets);
+  if (withFiles) printFiles(out, r["files"]);
+}
+
+void runInspect(const InspectOptions& options, int& exitStatus) {
+  const Json report = inspectPackage(options.package);
+  if (options.json) {
+    Json shown = report;
+    if (options.noFiles) shown.erase("files");
+    std::cout << shown.dump(2) << "\n";
+  } else {
+    printReport(std::cout, report, !options.noFiles);
+  }
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+void runList(const ListOptions& options, int& exitStatus) {
+  for (const Json& f : listFiles(options.package)) {
+    if (options.sizes) {
+      const std::string size = f["bytes"].is_number() ? std::to_string(f["bytes"].get<std::uint64_t>()) : "-";
+      std::cout << std::string(size.size() < 12 ? 12 - size.size() : 0, ' ') << size << "  ";
+    }
+    std::cout << text(f["path"]) << "\n";
+  }
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+}  // namespace
+
+void addInspectCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<InspectOptions>();
+  CLI::App* cmd = app.add_subcommand("inspect", "Show a package's properties, records, signature and files");
+  cmd->add_option("package", options->package, "Package file")->required();
+  cmd->add_flag("--json", options->json, "One JSON object, records in the form `set` takes");
+  cmd->add_flag("--no-files", options->noFiles, "Leave out the file tree");
+  cmd->callback([options, &exitStatus] { runInspect(*options, exitStatus); });
+}
+
+void addListCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<ListOptions>();
+  CLI::App* cmd = app.add_subcommand("ls", "List the content files of a package");
+  cmd->add_option("package", options->package, "Package file")->required();
+  cmd->add_flag("-l,--long", options->sizes, "Show each file's size in bytes");
+  cmd->callback([options, &exitStatus] { runList(*options, exitStatus); });
+}
+
+}  // namespace zvaddon::tool

@@ -1,0 +1,150 @@
+#include "manifest.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "tool_error.h"
+
+namespace zvaddon::tool {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr const char* kTopLevelKeys[] = {"properties", "systemRequirements", "configuration", "license",
+                                         "examples", "revisionHistory", "apps", "screenshot",
+                                         "instructionSets", "files"};
+
+[[noreturn]] void bad(const std::string& pointer, const std::string& what) {
+  throw ToolError(ExitStatus::badInput, pointer + ": " + what);
+}
+
+void requireKeys(const Json& object, const std::string& pointer, std::initializer_list<const char*> keys) {
+  for (const auto& [key, ignored] : object.items()) {
+    if (std::find_if(keys.begin(), keys.end(), [&](const char* k) { return key == k; }) != keys.end()) continue;
+    std::string expected;
+    for (const char* k : keys) expected += (expected.empty() ? "" : ", ") + std::string(k);
+    bad(childPointer(pointer, key), "unknown key; expected one of: " + expected);
+  }
+}
+
+fs::path existingFile(const fs::path& folder, const Json& value, const std::string& pointer) {
+  if (!value.is_string() || value.get<std::string>().empty()) {
+    bad(pointer, "expected a file path, found " + describeJsonType(value));
+  }
+  const fs::path path = folder / fs::path(value.get<std::string>());
+  std::error_code ec;
+  if (!fs::is_regular_file(path, ec)) bad(pointer, "no file '" + value.get<std::string>() + "' in the add-on folder");
+  return path;
+}
+
+std::vector<std::string> textList(const Json& value, const std::string& pointer) {
+  if (!value.is_array()) bad(pointer, "expected an array of texts, found " + describeJsonType(value));
+  std::vector<std::string> out;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (!value[i].is_string()) bad(childPointer(pointer, i), "expected text, found " + describeJsonType(value[i]));
+    out.push_back(value[i].get<std::string>());
+  }
+  return out;
+}
+
+FilePatterns filePatterns(const Json& value, const std::string& pointer) {
+  if (!value.is_object()) bad(pointer, "expected an object, found " + describeJsonType(value));
+  requireKeys(value, pointer, {"include", "exclude", "defaultExcludes"});
+  FilePatterns patterns;
+  if (const auto it = value.find("include"); it != value.end()) {
+    patterns.include = textList(*it, childPointer(pointer, "include"));
+  }
+  if (const auto it = value.find("exclude"); it != value.end()) {
+    patterns.exclude = textList(*it, childPointer(pointer, "exclude"));
+  }
+  if (const auto it = value.find("defaultExcludes"); it != value.end()) {
+    if (!it->is_boolean()) bad(childPointer(pointer, "defaultExcludes"), "expected true or false, found " + describeJsonType(*it));
+    patterns.defaultExcludes = it->get<bool>();
+  }
+  return patterns;
+}
+
+// The licence section with "file" replaced by the file's text.
+Json licenseSection(const Json& value, const fs::path& folder) {
+  if (!value.is_object() || !value.contains("file")) return value;
+  const std::string pointer = "/license";
+  if (value.contains("text")) bad(pointer, "give either \"text\" or \"file\", not both");
+  Json out = value;
+  out.erase("file");
+  out["text"] = readFileBytes(existingFile(folder, value["file"], childPointer(pointer, "file")));
+  return out;
+}
+
+}  // namespace
+
+std::string readFileBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  if (!in || in.bad()) throw ToolError(ExitStatus::hostError, "cannot read '" + path.string() + "'");
+  return bytes.str();
+}
+
+Manifest parseManifest(const Json& document, const fs::path& folder) {
+  if (!document.is_object()) bad("/", "expected an object, found " + describeJsonType(document));
+  for (const auto& [key, ignored] : document.items()) {
+    if (std::find(std::begin(kTopLevelKeys), std::end(kTopLevelKeys), key) != std::end(kTopLevelKeys)) continue;
+    std::string expected;
+    for (const char* k : kTopLevelKeys) expected += (expected.empty() ? "" : ", ") + std::string(k);
+    bad(childPointer("", key), "unknown key; expected one of: " + expected);
+  }
+
+  Manifest manifest;
+  const auto properties = document.find("properties");
+  if (properties == document.end()) bad("/properties", "required");
+  manifest.properties = recordToHost(Record::properties, *properties, "/properties");
+  for (const char* key : {"name", "version", "GUID"}) {
+    const Json& value = manifest.properties[key];
+    if (value.is_string() && value.get<std::string>().empty()) bad(childPointer("/properties", key), "required");
+  }
+
+  for (const RecordInfo& info : allRecords()) {
+    if (info.record == Record::properties) continue;
+    const auto it = document.find(info.name);
+    if (it == document.end()) continue;
+    const std::string pointer = childPointer("", info.name);
+    const Json section = info.record == Record::license ? licenseSection(*it, folder) : *it;
+    manifest.records.emplace_back(info.record, recordToHost(info.record, section, pointer));
+  }
+
+  if (const auto it = document.find("screenshot"); it != document.end() && !it->is_null()) {
+    manifest.screenshot = existingFile(folder, *it, "/screenshot");
+  }
+  if (const auto it = document.find("instructionSets"); it != document.end()) {
+    if (!it->is_array()) bad("/instructionSets", "expected an array of file paths, found " + describeJsonType(*it));
+    for (std::size_t i = 0; i < it->size(); ++i) {
+      manifest.instructionSets.push_back(existingFile(folder, (*it)[i], childPointer("/instructionSets", i)));
+    }
+  }
+  if (const auto it = document.find("files"); it != document.end()) {
+    manifest.files = filePatterns(*it, "/files");
+  }
+  return manifest;
+}
+
+Manifest readManifest(const fs::path& manifestFile, const fs::path& folder) {
+  std::error_code ec;
+  if (!fs::is_regular_file(manifestFile, ec)) {
+    throw ToolError(ExitStatus::hostError, "no manifest '" + manifestFile.string() +
+                                               "' (zvaddon init writes a starting one)");
+  }
+  Json document;
+  try {
+    document = Json::parse(readFileBytes(manifestFile));
+  } catch (const Json::exception& e) {
+    throw ToolError(ExitStatus::badInput, manifestFile.string() + ": not valid JSON: " + e.what());
+  }
+  try {
+    return parseManifest(document, folder);
+  } catch (const ToolError& e) {
+    throw ToolError(e.status(), manifestFile.string() + ": " + e.what());
+  }
+}
+
+}  // namespace zvaddon::tool

@@ -1,0 +1,38 @@
+#pragma once
+// The manifest `zvaddon.json` of an add-on folder: what `zvaddon build` puts into the package.
+//
+// Top-level keys: one per metadata record ("properties", "systemRequirements", "configuration",
+// "license", "examples", "revisionHistory", "apps", each in the form records.h describes), plus
+// "screenshot" (an image path), "instructionSets" (paths), "files" ({"include": [globs], "exclude":
+// [globs], "defaultExcludes": true}). "license" may name a "file" whose text becomes the licence
+// text. Paths are relative to the add-on folder. "properties" must give "name", "version", "GUID".
+#include <filesystem>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "file_selection.h"
+#include "records.h"
+
+namespace zvaddon::tool {
+
+struct Manifest {
+  Json properties;                             // host form, for zvAddonCreate
+  std::vector<std::pair<Record, Json>> records;  // the other records given, host form, in allRecords order
+  std::optional<std::filesystem::path> screenshot;
+  std::vector<std::filesystem::path> instructionSets;
+  FilePatterns files;
+};
+
+// Checks `document` and resolves its paths against `folder`. Throws ToolError(badInput) naming the
+// JSON pointer of an unknown key, a value of the wrong type, a missing required field or a path that
+// names no file.
+[[nodiscard]] Manifest parseManifest(const Json& document, const std::filesystem::path& folder);
+
+// Reads and parses the manifest file; messages begin with its path.
+[[nodiscard]] Manifest readManifest(const std::filesystem::path& manifestFile, const std::filesystem::path& folder);
+
+// The whole file as bytes; throws ToolError(hostError) naming the path when it cannot be read.
+[[nodiscard]] std::string readFileBytes(const std::filesystem::path& path);
+
+}  // namespace zvaddon::tool

@@ -1,0 +1,176 @@
+// zvaddon extract, sign, verify and hash: one gateway call each (verify: the exported C++ check).
+#include <atomic>
+#include <condition_variable>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "commands.h"
+#include "package_report.h"
+#include "progress.h"
+#include "tool_error.h"
+
+namespace zvaddon::tool {
+namespace fs = std::filesystem;
+namespace {
+
+struct PackageOptions {
+  std::string package;
+  std::string destination;
+  bool quiet = false;
+};
+
+// Extraction is one gateway call, so its progress is read from the destination folder while the call
+// runs: files and bytes that have appeared there since it began.
+class FolderWatch {
+ public:
+  FolderWatch(fs::path folder, Progress& progress) : folder_(std::move(folder)), progress_(progress) {
+    baseline_ = measure();
+    thread_ = std::thread([this] { run(); });
+  }
+  ~FolderWatch() {
+    {
+      std::lock_guard lock(mutex_);
+      stop_ = true;
+    }
+    wake_.notify_all();
+    thread_.join();
+  }
+  FolderWatch(const FolderWatch&) = delete;
+  FolderWatch& operator=(const FolderWatch&) = delete;
+
+ private:
+  struct Amount {
+    std::uint64_t files = 0, bytes = 0;
+  };
+
+  Amount measure() const {
+    Amount amount;
+    std::error_code ec;
+    for (fs::recursive_directory_iterator it(folder_, ec), end; !ec && it != end; it.increment(ec)) {
+      std::error_code e;
+      if (!it->is_regular_file(e)) continue;
+      ++amount.files;
+      amount.bytes += it->file_size(e);
+    }
+    return amount;
+  }
+
+  void run() {
+    std::unique_lock lock(mutex_);
+    while (!wake_.wait_for(lock, std::chrono::milliseconds(250), [this] { return stop_; })) {
+      lock.unlock();
+      const Amount now = measure();
+      progress_.update(now.files - std::min(now.files, baseline_.files), now.bytes - std::min(now.bytes, baseline_.bytes));
+      lock.lock();
+    }
+  }
+
+  fs::path folder_;
+  Progress& progress_;
+  Amount baseline_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  bool stop_ = false;
+  std::thread thread_;
+};
+
+void runExtract(const PackageOptions& options, int& exitStatus) {
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+  const Json list = listFiles(options.package);
+  for (const Json& f : list) {
+    if (!f["bytes"].is_number()) continue;
+    ++files;
+    bytes += f["bytes"].get<std::uint64_t>();
+  }
+  {
+    Progress progress("extract", files, bytes, shouldShowProgress(options.quiet));
+    std::optional<FolderWatch> watch;
+    if (progress.enabled()) watch.emplace(options.destination, progress);
+    (void)callGateway("zvAddonExtractAllFiles", {options.package, options.destination});
+    watch.reset();
+    progress.update(files, bytes);
+    progress.finish();
+  }
+  if (!options.quiet) {
+    std::cout << "extracted " << files << " files (" << formatBytes(bytes) << ") into " << options.destination
+              << "\n";
+  }
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+void runSign(const PackageOptions& options, int& exitStatus) {
+  (void)callGateway("zvAddonSign", {options.package});
+  if (!options.quiet) std::cout << "signed the system requirements of " << options.package << "\n";
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+void runVerify(const PackageOptions& options, int& exitStatus) {
+  const SignatureStatus status = checkSignature(options.package);
+  switch (status.state) {
+    case SignatureState::valid:
+      if (!options.quiet) std::cout << "valid: the requirements signature of " << options.package << " checks out\n";
+      exitStatus = static_cast<int>(ExitStatus::ok);
+      return;
+    case SignatureState::unsigned_:
+      if (!options.quiet) std::cout << "unsigned: " << options.package << " carries no signature\n";
+      exitStatus = static_cast<int>(ExitStatus::unsigned_);
+      return;
+    case SignatureState::invalid:
+      if (!options.quiet) {
+        std::cout << "invalid: the requirements signature of " << options.package << " does not check out"
+                  << (status.detail.empty() ? "" : " (" + status.detail + ")") << "\n";
+      }
+      exitStatus = static_cast<int>(ExitStatus::invalid);
+      return;
+  }
+}
+
+void runHash(const PackageOptions& options, int& exitStatus) {
+  std::cout << getFromGateway("zvAddonComputeHash", {options.package}).get<std::string>() << "\n";
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+CLI::App* packageCommand(CLI::App& app, const char* name, const char* description,
+                         const std::shared_ptr<PackageOptions>& options) {
+  CLI::App* cmd = app.add_subcommand(name, description);
+  cmd->add_option("package", options->package, "Package file")->required();
+  return cmd;
+}
+
+}  // namespace
+
+void addExtractCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<PackageOptions>();
+  CLI::App* cmd = packageCommand(app, "extract", "Unpack a package's content files into DIR", options);
+  cmd->add_option("dir", options->destination, "Destination folder")->required();
+  cmd->add_flag("-q,--quiet", options->quiet, "No progress bar, no summary");
+  cmd->callback([options, &exitStatus] { runExtract(*options, exitStatus); });
+}
+
+void addSignCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<PackageOptions>();
+  CLI::App* cmd = packageCommand(app, "sign", "Sign a package's system requirements", options);
+  cmd->add_flag("-q,--quiet", options->quiet, "Print nothing on success");
+  cmd->callback([options, &exitStatus] { runSign(*options, exitStatus); });
+}
+
+void addVerifyCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<PackageOptions>();
+  CLI::App* cmd = packageCommand(
+      app, "verify", "Check the requirements signature; exit 0 valid, 3 unsigned, 4 invalid", options);
+  cmd->add_flag("-q,--quiet", options->quiet, "Only the exit status");
+  cmd->callback([options, &exitStatus] { runVerify(*options, exitStatus); });
+}
+
+void addHashCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<PackageOptions>();
+  CLI::App* cmd = app.add_subcommand("hash", "Print the SHA-512 digest of a file, base64");
+  cmd->add_option("file", options->package, "Any file")->required();
+  cmd->callback([options, &exitStatus] { runHash(*options, exitStatus); });
+}
+
+}  // namespace zvaddon::tool

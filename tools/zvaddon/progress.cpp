@@ -1,0 +1,121 @@
+#include "progress.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+
+namespace zvaddon::tool {
+namespace {
+
+int terminalWidth() {
+  winsize size{};
+  if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  return 80;
+}
+
+// Rates need a little history before they mean anything.
+constexpr double kSettleSeconds = 0.5;
+
+}  // namespace
+
+std::string formatBytes(std::uint64_t bytes) {
+  static constexpr const char* units[] = {"B", "kB", "MB", "GB", "TB", "PB"};
+  double value = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  while (value >= 1000 && unit + 1 < std::size(units)) {
+    value /= 1000;
+    ++unit;
+  }
+  char text[32];
+  if (unit == 0) {
+    std::snprintf(text, sizeof text, "%llu B", static_cast<unsigned long long>(bytes));
+  } else {
+    std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
+  }
+  return text;
+}
+
+std::string formatDuration(double seconds) {
+  const auto total = static_cast<long long>(std::llround(std::max(0.0, seconds)));
+  char text[32];
+  if (total >= 3600) {
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", total / 3600, total / 60 % 60, total % 60);
+  } else {
+    std::snprintf(text, sizeof text, "%lld:%02lld", total / 60, total % 60);
+  }
+  return text;
+}
+
+std::string formatProgress(const std::string& label, const ProgressState& s, int width) {
+  const bool byBytes = s.totalBytes > 0;
+  const double done = byBytes ? static_cast<double>(s.bytes) : static_cast<double>(s.files);
+  const double total = byBytes ? static_cast<double>(s.totalBytes) : static_cast<double>(s.totalFiles);
+  const double fraction = total > 0 ? std::clamp(done / total, 0.0, 1.0) : 1.0;
+
+  std::string tail = " " + std::to_string(static_cast<int>(fraction * 100)) + "%  " + std::to_string(s.files) +
+                     "/" + std::to_string(s.totalFiles) + " files  " + formatBytes(s.bytes) + "/" +
+                     formatBytes(s.totalBytes);
+  if (s.elapsedSeconds >= kSettleSeconds && done > 0) {
+    const double rate = done / s.elapsedSeconds;
+    tail += "  " + (byBytes ? formatBytes(static_cast<std::uint64_t>(rate)) + "/s"
+                            : std::to_string(static_cast<long long>(rate)) + " files/s");
+    tail += fraction < 1.0 ? "  " + formatDuration((total - done) / rate) + " left"
+                           : "  " + formatDuration(s.elapsedSeconds);
+  }
+
+  // A bar of fixed width, so it does not stretch and shrink as the figures after it change length.
+  constexpr int kBarWidth = 24;
+  const std::string head = label + " [";
+  std::string line;
+  if (static_cast<int>(head.size() + kBarWidth + 1 + tail.size()) <= width) {
+    const int filled = static_cast<int>(fraction * kBarWidth);
+    line = head + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]" + tail;
+  } else {
+    line = label + tail;
+  }
+  if (static_cast<int>(line.size()) > width) line.resize(std::max(0, width));
+  return line;
+}
+
+Progress::Progress(std::string label, std::uint64_t totalFiles, std::uint64_t totalBytes, bool enabled)
+    : label_(std::move(label)), enabled_(enabled), start_(std::chrono::steady_clock::now()) {
+  state_.totalFiles = totalFiles;
+  state_.totalBytes = totalBytes;
+  if (enabled_) draw();
+}
+
+Progress::~Progress() {
+  if (enabled_ && !finished_) std::cerr << "\n" << std::flush;
+}
+
+void Progress::update(std::uint64_t files, std::uint64_t bytes) {
+  state_.files = files;
+  state_.bytes = bytes;
+  if (!enabled_ || finished_) return;
+  const auto now = std::chrono::steady_clock::now();
+  if (now - lastDraw_ >= std::chrono::milliseconds(100)) draw();
+}
+
+void Progress::finish() {
+  if (!enabled_ || finished_) return;
+  if (drawnFiles_ != state_.files || drawnBytes_ != state_.bytes) draw();
+  std::cerr << "\n" << std::flush;
+  finished_ = true;
+}
+
+void Progress::draw() {
+  lastDraw_ = std::chrono::steady_clock::now();
+  drawnFiles_ = state_.files;
+  drawnBytes_ = state_.bytes;
+  state_.elapsedSeconds = std::chrono::duration<double>(lastDraw_ - start_).count();
+  // One column short of the width: writing the last column makes some terminals wrap.
+  std::cerr << "\r" << formatProgress(label_, state_, terminalWidth() - 1) << "\x1b[K" << std::flush;
+}
+
+bool shouldShowProgress(bool quiet) { return !quiet && ::isatty(STDERR_FILENO) == 1; }
+
+}  // namespace zvaddon::tool

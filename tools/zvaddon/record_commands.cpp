@@ -1,0 +1,125 @@
+// zvaddon get, set and screenshot: one metadata record or the screenshot at a time.
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+
+#include "commands.h"
+#include "foundation/crypto.h"
+#include "manifest.h"
+#include "package_index.h"
+#include "progress.h"
+#include "records.h"
+#include "tool_error.h"
+
+namespace zvaddon::tool {
+namespace {
+
+struct RecordOptions {
+  std::string package;
+  std::string record;
+  std::string value;
+};
+
+struct ScreenshotOptions {
+  std::string package;
+  std::string set;
+  std::string get;
+};
+
+const RecordInfo& requireRecord(const std::string& name) {
+  if (const RecordInfo* info = findRecord(name)) return *info;
+  std::string known;
+  for (const RecordInfo& info : allRecords()) known += (known.empty() ? "" : ", ") + std::string(info.name);
+  throw ToolError(ExitStatus::usage, "no record named '" + name + "'; records: " + known);
+}
+
+// JSON text as given, "@path" for a file's content, "-" for standard input.
+Json readValue(const std::string& argument) {
+  std::string textValue;
+  std::string origin = "the record's JSON";
+  if (argument == "-") {
+    textValue.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    origin = "standard input";
+  } else if (argument.starts_with("@")) {
+    textValue = readFileBytes(argument.substr(1));
+    origin = argument.substr(1);
+  } else {
+    textValue = argument;
+  }
+  try {
+    return Json::parse(textValue);
+  } catch (const Json::exception& e) {
+    throw ToolError(ExitStatus::badInput, origin + ": not valid JSON: " + e.what());
+  }
+}
+
+void runGet(const RecordOptions& options, int& exitStatus) {
+  const RecordInfo& info = requireRecord(options.record);
+  std::cout << recordFromHost(info.record, getFromGateway(info.getFunction, {options.package})).dump(2) << "\n";
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+void runSet(const RecordOptions& options, int& exitStatus) {
+  const RecordInfo& info = requireRecord(options.record);
+  const Json host = recordToHost(info.record, readValue(options.value), "");
+  (void)callGateway(info.setFunction, {options.package, host});
+  exitStatus = static_cast<int>(ExitStatus::ok);
+}
+
+void runScreenshot(const ScreenshotOptions& options, int& exitStatus) {
+  exitStatus = static_cast<int>(ExitStatus::ok);
+  if (!options.set.empty()) {
+    (void)callGateway("zvAddonSetScreenshot", {options.package, options.set});
+    return;
+  }
+  const std::string encoded = getFromGateway("zvAddonGetScreenshot", {options.package}).get<std::string>();
+  if (options.get.empty()) {
+    const auto shot = PackageIndex::read(options.package).screenshot();
+    if (encoded.empty() || !shot) {
+      std::cout << "no screenshot\n";
+    } else {
+      std::cout << "/" << shot->name << " (" << formatBytes(shot->size) << ")\n";
+    }
+    return;
+  }
+  if (encoded.empty()) throw ToolError(ExitStatus::hostError, options.package + " has no screenshot");
+  const foundation::crypto::Bytes bytes = foundation::crypto::utils::base64Decode(encoded);
+  std::ofstream out(options.get, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.close();
+  if (!out) throw ToolError(ExitStatus::hostError, "cannot write '" + options.get + "'");
+}
+
+}  // namespace
+
+void addGetCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<RecordOptions>();
+  CLI::App* cmd = app.add_subcommand("get", "Print one metadata record as JSON");
+  cmd->add_option("package", options->package, "Package file")->required();
+  cmd->add_option("record", options->record,
+                  "properties, systemRequirements, configuration, license, examples, revisionHistory or apps")
+      ->required();
+  cmd->callback([options, &exitStatus] { runGet(*options, exitStatus); });
+}
+
+void addSetCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<RecordOptions>();
+  CLI::App* cmd = app.add_subcommand("set", "Replace one metadata record with JSON (as `get` prints it)");
+  cmd->add_option("package", options->package, "Package file")->required();
+  cmd->add_option("record", options->record, "Record name, as for get")->required();
+  cmd->add_option("json", options->value, "The record: JSON text, @FILE, or - for standard input")->required();
+  cmd->callback([options, &exitStatus] { runSet(*options, exitStatus); });
+}
+
+void addScreenshotCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<ScreenshotOptions>();
+  CLI::App* cmd = app.add_subcommand("screenshot", "Show, store (--set) or save (--get) the package's screenshot");
+  cmd->add_option("package", options->package, "Package file")->required();
+  CLI::Option* set = cmd->add_option("--set", options->set, "Store this image as the screenshot");
+  CLI::Option* get = cmd->add_option("--get", options->get, "Write the screenshot's bytes to this file");
+  set->excludes(get);
+  cmd->callback([options, &exitStatus] { runScreenshot(*options, exitStatus); });
+}
+
+}  // namespace zvaddon::tool

@@ -1,0 +1,308 @@
+#include "records.h"
+
+#include <algorithm>
+#include <span>
+
+#include "tool_error.h"
+
+namespace zvaddon::tool {
+namespace {
+
+// How one field travels. Flags are text on the host side ("true"/"false" or whatever was stored).
+enum class Kind { text, flag, textList, object, objectList };
+
+struct Shape;
+struct Field {
+  std::string_view key;
+  Kind kind;
+  const Shape* shape = nullptr;       // object and objectList
+  std::string_view fallback = {};     // text and flag: the value of a field left out
+};
+struct Shape {
+  std::span<const Field> fields;
+};
+
+constexpr std::string_view kTrue = "true";
+
+constexpr Field kPropertiesFields[] = {
+    {"type", Kind::text, nullptr, "ZORVAN Toolbox"}, {"name", Kind::text}, {"version", Kind::text},
+    {"ZORVANRelease", Kind::text}, {"summary", Kind::text}, {"authorName", Kind::text},
+    {"authorContact", Kind::text}, {"authorOrganization", Kind::text}, {"GUID", Kind::text},
+    {"description", Kind::text},
+};
+constexpr Field kProductFields[] = {{"name", Kind::text}, {"version", Kind::text}, {"identifier", Kind::text}};
+constexpr Field kAddonDependencyFields[] = {
+    {"name", Kind::text}, {"identifier", Kind::text}, {"earliestVersion", Kind::text},
+    {"latestVersion", Kind::text}, {"downloadURL", Kind::text}, {"checksum", Kind::text},
+    {"checksumVersion", Kind::text},
+};
+constexpr Field kPlatformFields[] = {{"win", Kind::flag, nullptr, kTrue}, {"linux", Kind::flag, nullptr, kTrue},
+                                     {"mac", Kind::flag, nullptr, kTrue}, {"ZORVANOnline", Kind::flag, nullptr, kTrue}};
+constexpr Field kReleaseFields[] = {{"start", Kind::text}, {"end", Kind::text}};
+constexpr Shape kProduct{kProductFields};
+constexpr Shape kAddonDependency{kAddonDependencyFields};
+constexpr Shape kPlatform{kPlatformFields};
+constexpr Shape kRelease{kReleaseFields};
+constexpr Field kRequirementsFields[] = {
+    {"productDependency", Kind::objectList, &kProduct}, {"supportPackageDependency", Kind::objectList, &kProduct},
+    {"platformCompatibility", Kind::object, &kPlatform}, {"releaseCompatibility", Kind::object, &kRelease},
+    {"addonDependency", Kind::objectList, &kAddonDependency},
+};
+constexpr Field kConfigurationFields[] = {
+    {"zorvanPaths", Kind::textList}, {"javaClassPaths", Kind::textList}, {"infoXMLPath", Kind::text},
+    {"gettingStartedDocPath", Kind::text}, {"installMapPath", Kind::text},
+};
+constexpr Field kLicenseFields[] = {{"type", Kind::text}, {"text", Kind::text}};
+constexpr Field kExampleFields[] = {
+    {"name", Kind::text}, {"type", Kind::text}, {"source", Kind::text}, {"main", Kind::text},
+    {"thumbnail", Kind::text}, {"images", Kind::textList},
+};
+constexpr Shape kExample{kExampleFields};
+constexpr Field kCategoryFields[] = {{"name", Kind::text}, {"examples", Kind::objectList, &kExample}};
+constexpr Field kRevisionFields[] = {{"date", Kind::text}, {"version", Kind::text}, {"description", Kind::text}};
+constexpr Field kAppFields[] = {{"name", Kind::text}, {"guid", Kind::text}, {"relativePath", Kind::text},
+                                {"installByDefault", Kind::flag, nullptr, kTrue}};
+
+constexpr Shape kProperties{kPropertiesFields};
+constexpr Shape kRequirements{kRequirementsFields};
+constexpr Shape kConfiguration{kConfigurationFields};
+constexpr Shape kLicense{kLicenseFields};
+constexpr Shape kCategory{kCategoryFields};
+constexpr Shape kRevision{kRevisionFields};
+constexpr Shape kApp{kAppFields};
+
+// The whole record as one field without a key: an object, or a list of entries.
+Field recordField(Record record) {
+  switch (record) {
+    case Record::properties: return {"", Kind::object, &kProperties};
+    case Record::systemRequirements: return {"", Kind::object, &kRequirements};
+    case Record::configuration: return {"", Kind::object, &kConfiguration};
+    case Record::license: return {"", Kind::object, &kLicense};
+    case Record::examples: return {"", Kind::objectList, &kCategory};
+    case Record::revisionHistory: return {"", Kind::objectList, &kRevision};
+    case Record::apps: return {"", Kind::objectList, &kApp};
+  }
+  throw std::logic_error("unknown record");
+}
+
+[[noreturn]] void wrongType(const std::string& pointer, std::string_view expected, const Json& found) {
+  throw ToolError(ExitStatus::badInput,
+                  (pointer.empty() ? "/" : pointer) + ": expected " + std::string(expected) + ", found " +
+                      describeJsonType(found));
+}
+
+bool isTyped(const Json& value, std::string_view cls) {
+  if (!value.is_object()) return false;
+  const auto it = value.find("$class");
+  return it != value.end() && it->is_string() && it->get<std::string>() == cls;
+}
+
+Json textToHost(const Json& value, const std::string& pointer) {
+  // A typed character array (text that is not one row, or has lone surrogates) passes as it is.
+  if (value.is_string() || isTyped(value, "char")) return value;
+  wrongType(pointer, "text", value);
+}
+
+Json objectToHost(const Shape& shape, const Json& value, const std::string& pointer);
+
+Json valueToHost(const Field& field, const Json* value, const std::string& pointer) {
+  const bool absent = value == nullptr || value->is_null();
+  switch (field.kind) {
+    case Kind::text:
+      return absent ? Json(std::string(field.fallback)) : textToHost(*value, pointer);
+    case Kind::flag:
+      if (absent) return std::string(field.fallback);
+      if (value->is_boolean()) return value->get<bool>() ? "true" : "false";
+      if (value->is_string()) return *value;
+      wrongType(pointer, "true, false or text", *value);
+    case Kind::textList: {
+      if (absent) return nullptr;
+      if (!value->is_array()) wrongType(pointer, "an array of texts", *value);
+      if (value->empty()) return nullptr;
+      Json out = Json::array();
+      for (std::size_t i = 0; i < value->size(); ++i) out.push_back(textToHost((*value)[i], childPointer(pointer, i)));
+      return out;
+    }
+    case Kind::object:
+      if (absent) return nullptr;
+      return objectToHost(*field.shape, *value, pointer);
+    case Kind::objectList: {
+      if (absent) return nullptr;
+      if (!value->is_array()) wrongType(pointer, "an array of objects", *value);
+      if (value->empty()) return nullptr;
+      Json out = Json::array();
+      for (std::size_t i = 0; i < value->size(); ++i) {
+        out.push_back(objectToHost(*field.shape, (*value)[i], childPointer(pointer, i)));
+      }
+      return out;
+    }
+  }
+  throw std::logic_error("unknown field kind");
+}
+
+Json objectToHost(const Shape& shape, const Json& value, const std::string& pointer) {
+  if (!value.is_object() || value.contains("$class")) wrongType(pointer, "an object", value);
+  for (const auto& [key, ignored] : value.items()) {
+    const bool known = std::any_of(shape.fields.begin(), shape.fields.end(),
+                                   [&](const Field& f) { return f.key == key; });
+    if (!known) {
+      std::string expected;
+      for (const Field& f : shape.fields) expected += (expected.empty() ? "" : ", ") + std::string(f.key);
+      throw ToolError(ExitStatus::badInput,
+                      childPointer(pointer, key) + ": unknown key; expected one of: " + expected);
+    }
+  }
+  // Every field is written, in the host structure's order, so that entries of a list share one set
+  // of fields (a structure array) and the records never meet a missing field.
+  Json out = Json::object();
+  for (const Field& f : shape.fields) {
+    const auto it = value.find(f.key);
+    out[std::string(f.key)] = valueToHost(f, it == value.end() ? nullptr : &*it, childPointer(pointer, f.key));
+  }
+  return out;
+}
+
+// Host values come as zvhost::json writes them: plain forms where they exist, typed otherwise
+// (structure arrays that are not one row, empty ones with fields).
+std::vector<const Json*> hostElements(const Json& value) {
+  std::vector<const Json*> out;
+  if (value.is_null()) return out;
+  if (value.is_array()) {
+    for (const Json& e : value) out.push_back(&e);
+  } else if (value.is_object() && value.contains("$class")) {
+    if (const auto data = value.find("$data"); data != value.end() && data->is_array()) {
+      for (const Json& e : *data) out.push_back(&e);
+    }
+  } else {
+    out.push_back(&value);
+  }
+  return out;
+}
+
+Json textFromHost(const Json* value) {
+  if (value == nullptr || value->is_null()) return "";
+  if (isTyped(*value, "char")) {
+    const auto data = value->find("$data");
+    if (data != value->end() && data->is_string()) return *data;
+  }
+  return *value;
+}
+
+Json objectFromHost(const Shape& shape, const Json& value);
+
+Json valueFromHost(const Field& field, const Json* value) {
+  switch (field.kind) {
+    case Kind::text:
+    case Kind::flag:
+      return textFromHost(value);
+    case Kind::textList: {
+      Json out = Json::array();
+      if (value != nullptr) {
+        for (const Json* e : hostElements(*value)) out.push_back(textFromHost(e));
+      }
+      return out;
+    }
+    case Kind::object: {
+      if (value == nullptr) return nullptr;
+      const std::vector<const Json*> elements = hostElements(*value);
+      return elements.empty() ? Json(nullptr) : objectFromHost(*field.shape, *elements.front());
+    }
+    case Kind::objectList: {
+      Json out = Json::array();
+      if (value != nullptr) {
+        for (const Json* e : hostElements(*value)) out.push_back(objectFromHost(*field.shape, *e));
+      }
+      return out;
+    }
+  }
+  throw std::logic_error("unknown field kind");
+}
+
+Json objectFromHost(const Shape& shape, const Json& value) {
+  Json out = Json::object();
+  for (const Field& f : shape.fields) {
+    const Json* found = nullptr;
+    if (value.is_object()) {
+      const auto it = value.find(f.key);
+      if (it != value.end()) found = &*it;
+    }
+    out[std::string(f.key)] = valueFromHost(f, found);
+  }
+  return out;
+}
+
+}  // namespace
+
+const std::vector<RecordInfo>& allRecords() {
+  static const std::vector<RecordInfo> records = {
+      {Record::properties, "properties", "zvAddonSetProperties", "zvAddonGetProperties"},
+      {Record::systemRequirements, "systemRequirements", "zvAddonSetSystemRequirements",
+       "zvAddonGetSystemRequirements"},
+      {Record::configuration, "configuration", "zvAddonSetConfiguration", "zvAddonGetConfiguration"},
+      {Record::license, "license", "zvAddonSetLicense", "zvAddonGetLicense"},
+      {Record::examples, "examples", "zvAddonSetExamples", "zvAddonGetExamples"},
+      {Record::revisionHistory, "revisionHistory", "zvAddonSetRevisionHistory", "zvAddonGetRevisionHistory"},
+      {Record::apps, "apps", "zvAddonSetAppInstallList", "zvAddonGetAppInstallList"},
+  };
+  return records;
+}
+
+const RecordInfo& recordInfo(Record record) {
+  for (const RecordInfo& info : allRecords()) {
+    if (info.record == record) return info;
+  }
+  throw std::logic_error("unknown record");
+}
+
+const RecordInfo* findRecord(std::string_view name) {
+  for (const RecordInfo& info : allRecords()) {
+    if (info.name == name) return &info;
+  }
+  return nullptr;
+}
+
+Json recordToHost(Record record, const Json& value, const std::string& pointer) {
+  const Field field = recordField(record);
+  if (field.kind == Kind::object && value.is_null()) wrongType(pointer, "an object", value);
+  if (field.kind == Kind::objectList && value.is_null()) wrongType(pointer, "an array of objects", value);
+  return valueToHost(field, &value, pointer);
+}
+
+Json recordFromHost(Record record, const Json& host) {
+  const Field field = recordField(record);
+  Json out = valueFromHost(field, &host);
+  // A record is never absent: a package without the part reads as the empty record.
+  return out.is_null() ? objectFromHost(*field.shape, Json::object()) : out;
+}
+
+std::string describeJsonType(const Json& value) {
+  switch (value.type()) {
+    case Json::value_t::null: return "null";
+    case Json::value_t::boolean: return value.get<bool>() ? "true" : "false";
+    case Json::value_t::string: return "text";
+    case Json::value_t::array: return "an array";
+    case Json::value_t::object: return "an object";
+    case Json::value_t::discarded: return "nothing";
+    default: return "a number";
+  }
+}
+
+std::string childPointer(const std::string& pointer, std::string_view key) {
+  std::string out = pointer + "/";
+  for (char c : key) {
+    if (c == '~') {
+      out += "~0";
+    } else if (c == '/') {
+      out += "~1";
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+std::string childPointer(const std::string& pointer, std::size_t index) {
+  return pointer + "/" + std::to_string(index);
+}
+
+}  // namespace zvaddon::tool
