@@ -44,60 +44,6 @@ TEST(FileSystemOpsTest, PathText) {
   }
 }
 
-TEST(FileSystemOpsTest, LocalOperations) {
-  ScratchDir dir;
-  const LocalFileSystemOps ops;
-  const ustring root = u16(dir.path().string());
-  const ustring nested = root + u"/x/\u00e9t\u00e9/z";
-  ops.createDirectories(nested);
-  ops.createDirectories(nested);  // existing: no error
-  EXPECT_TRUE(ops.isDirectory(nested));
-
-  const ustring file = nested + u"/f\U0001F600.txt";
-  writeAll(*ops.openOutputStream(file), "content");
-  EXPECT_EQ(readAll(*ops.openInputStream(file)), "content");
-  EXPECT_EQ(ops.getFileSize(file), 7u);
-  EXPECT_TRUE(ops.isRegularFile(file));
-
-  // Within 1901-2038: some file systems (ext4 with small inodes) hold no more.
-  for (const FileTime time : {FileTime{-315619200, 0}, FileTime{0, 1}, FileTime{1700000000, 123456789}}) {
-    ops.setLastWriteTime(file, time);
-    EXPECT_EQ(ops.getLastWriteTime(file), time);
-  }
-  ops.setPermissions(file, 0751);
-  EXPECT_EQ(ops.status(file).mode, 0751u);
-
-  writeAll(*ops.openOutputStream(nested + u"/b"), "");
-  writeAll(*ops.openOutputStream(nested + u"/A"), "");
-  EXPECT_EQ(ops.listDirectory(nested), (std::vector<ustring>{u"A", u"b", u"f\U0001F600.txt"}));
-
-  ::symlink("b", dir.file("x/\xc3\xa9t\xc3\xa9/z/link").c_str());
-  EXPECT_EQ(ops.status(nested + u"/link", false).type, FileType::Symlink);
-  EXPECT_EQ(ops.status(nested + u"/link").type, FileType::Regular);
-
-  ops.remove(file);
-  ops.remove(file);  // missing: no error
-  EXPECT_FALSE(ops.exists(file));
-  EXPECT_EQ(ops.status(root + u"/missing/deeper").type, FileType::NotFound);
-  const std::function<void()> failures[] = {
-      [&] { (void)ops.openInputStream(file); },
-      [&] { (void)ops.getFileSize(file); },
-      [&] { ops.setPermissions(file, 0600); },
-      [&] { (void)ops.listDirectory(file); },
-      [&] { ops.createDirectories(nested + u"/b/c"); },  // "b" is a file
-  };
-  for (const auto& f : failures) {
-    try {
-      f();
-      ADD_FAILURE() << "no error";
-    } catch (const Exception& e) {
-      EXPECT_NE(std::string(e.what()).find(dir.path().string()), std::string::npos) << e.what();
-    }
-  }
-  EXPECT_THROW(FileSystemOpsSelector(nullptr), Exception);
-  EXPECT_NE(FileSystemOpsSelector().get(), nullptr);
-}
-
 // Reads in short, uneven pieces, as a socket or a decompressor would.
 class TricklingStream : public InputStream {
  public:

@@ -166,20 +166,6 @@ TEST_F(PackageTest, ReadModeRefusesChangesAndWritesNothing) {
   EXPECT_EQ(readFile(file), bytes);
 }
 
-TEST_F(PackageTest, ModifyWithoutChangesKeepsTheFile) {
-  makeBasePackage();
-  struct stat before {};
-  ::stat(file.c_str(), &before);
-  {
-    Session s(path, OpenMode::Modify);
-    (void)partBytes(s.package, u"/docs/a.xml");
-    s.package.close();
-  }
-  struct stat after {};
-  ::stat(file.c_str(), &after);
-  EXPECT_EQ(after.st_ino, before.st_ino);
-}
-
 TEST_F(PackageTest, ModifyingThroughASymbolicLinkReplacesItsTarget) {
   makeBasePackage();
   const std::string link = dir.file("link.zip");

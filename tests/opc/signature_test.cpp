@@ -346,28 +346,6 @@ TEST_F(SignatureTest, VerificationTrustsOnlyTheGivenKey) {
   }
 }
 
-TEST_F(SignatureTest, SignatureIsCheckedForWhatTheCallerWasTold) {
-  test::signRequirements(path_);
-  Session s(path_, OpenMode::Read);
-  DigitalSignatureManager manager(s.package);
-  const DigitalSignature real = manager.getSignatures().at(0);
-  const struct {
-    const char* name;
-    DigitalSignature claimed;
-    Result expected;
-  } cases[] = {
-      {"OtherSignedParts", DigitalSignature(real.getSignaturePartName(), {PartName(kOtherPart)}, {}, {}),
-       Result::MalformedSignature},
-      {"NotASignaturePart", DigitalSignature(PartName(kRequirementsPart), real.getSignedPartNames(), {}, {}),
-       Result::PartMissing},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const auto status = manager.verifySignature(c.claimed, testKeys(0).verification);
-    EXPECT_EQ(resultName(status.getResult()), std::string(resultName(c.expected))) << status.getDetail();
-  }
-}
-
 // A failed sign throws and leaves the package model as it was.
 TEST_F(SignatureTest, SignRefusesWhatItCannotSignAndChangesNothing) {
   const KeyPair small = test::makeKeyPair(1024);
