@@ -193,28 +193,6 @@ using namespace zvhost::reference::detail;
 
 namespace {
 
-const char* builtinClassName(qxClassID classID) {
-  switch (classID) {
-    case qxCELL_CLASS: return "cell";
-    case qxSTRUCT_CLASS: return "struct";
-    case qxLOGICAL_CLASS: return "logical";
-    case qxCHAR_CLASS: return "char";
-    case qxVOID_CLASS: return "void";
-    case qxDOUBLE_CLASS: return "double";
-    case qxSINGLE_CLASS: return "single";
-    case qxINT8_CLASS: return "int8";
-    case qxUINT8_CLASS: return "uint8";
-    case qxINT16_CLASS: return "int16";
-    case qxUINT16_CLASS: return "uint16";
-    case qxINT32_CLASS: return "int32";
-    case qxUINT32_CLASS: return "uint32";
-    case qxINT64_CLASS: return "int64";
-    case qxUINT64_CLASS: return "uint64";
-    case qxFUNCTION_CLASS: return "function_handle";
-    default: return "unknown";
-  }
-}
-
 bool hasFields(const qxArray* a) {
   return a != nullptr && (a->classID == qxSTRUCT_CLASS || a->classID == qxOBJECT_CLASS);
 }
@@ -243,7 +221,7 @@ qxArray* qxCreateNumericMatrix(qxSize m, qxSize n, qxClassID classID, qxComplexi
 
 qxArray* qxCreateNumericArray(qxSize ndim, const qxSize* dims, qxClassID classID, qxComplexity complexity) {
   if (!isNumericClass(classID)) {
-    raise(errors::invalidClass, std::string("Not a numeric class: ") + builtinClassName(classID) + ".");
+    raise(errors::invalidClass, std::string("Not a numeric class: ") + zvhost::builtinClassName(classID) + ".");
   }
   return makeArray(classID, normalizeDims(ndim, dims), complexity == qxCOMPLEX).release();
 }
@@ -290,7 +268,7 @@ qxClassID qxGetClassID(const qxArray* a) { return a ? a->classID : qxUNKNOWN_CLA
 
 const char* qxGetClassName(const qxArray* a) {
   if (a != nullptr && a->classID == qxOBJECT_CLASS) return a->className.c_str();
-  return builtinClassName(qxGetClassID(a));
+  return zvhost::builtinClassName(qxGetClassID(a));
 }
 
 bool qxIsStruct(const qxArray* a) { return qxGetClassID(a) == qxSTRUCT_CLASS; }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "foundation/message.h"
+#include "host/common/host_common.h"
 #include "host/qx.h"
 
 namespace zvhost::reference {
@@ -32,24 +33,7 @@ class QX_API HostError : public std::exception {
   std::vector<foundation::core::msg::MessageArgument> arguments_;
 };
 
-// Identifiers of the host's own errors.
-namespace errors {
-inline constexpr const char* tooManyOutputs = "zvhost:tooManyOutputs";
-inline constexpr const char* tooManyInputs = "zvhost:tooManyInputs";
-inline constexpr const char* notEnoughInputs = "zvhost:notEnoughInputs";
-inline constexpr const char* notString = "zvhost:notString";
-inline constexpr const char* invalidText = "zvhost:invalidText";
-inline constexpr const char* invalidClass = "zvhost:invalidClass";
-inline constexpr const char* invalidFieldName = "zvhost:invalidFieldName";
-inline constexpr const char* noSuchField = "zvhost:noSuchField";
-inline constexpr const char* notContainer = "zvhost:notContainer";
-inline constexpr const char* alreadyHeld = "zvhost:alreadyHeld";
-inline constexpr const char* badSubscript = "zvhost:badSubscript";
-inline constexpr const char* indexOutOfBounds = "zvhost:indexOutOfBounds";
-inline constexpr const char* outOfMemory = "zvhost:outOfMemory";
-inline constexpr const char* outputNotAssigned = "zvhost:outputNotAssigned";
-inline constexpr const char* unexpectedException = "zvhost:unexpectedException";
-}  // namespace errors
+namespace errors = zvhost::errors;
 
 // Raises one of the host's own errors. message is the complete text.
 [[noreturn]] QX_API void raise(const char* identifier, std::string message,
