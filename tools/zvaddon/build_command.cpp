@@ -7,8 +7,10 @@
 #include <memory>
 #include <set>
 
+#include "batches.h"
 #include "commands.h"
 #include "file_selection.h"
+#include "host/reference/host_error.h"
 #include "manifest.h"
 #include "progress.h"
 #include "tool_error.h"
@@ -59,34 +61,6 @@ class PendingFile {
   fs::path temporary_;
   bool committed_ = false;
 };
-
-// Adding files rewrites the package each call, copying what it already holds. Batches that grow with
-// what is already stored (half of it, past a floor) keep that copying to about twice the package
-// while the progress bar still moves several times on the way.
-struct Batch {
-  std::size_t first = 0, end = 0;
-  std::uint64_t bytes = 0;
-};
-
-std::vector<Batch> planBatches(const Selection& selection) {
-  constexpr std::size_t kFloorFiles = 1000;
-  constexpr std::uint64_t kFloorBytes = 32u << 20;
-  std::vector<Batch> batches;
-  Batch current;
-  std::uint64_t bytesBefore = 0;
-  for (std::size_t i = 0; i < selection.files.size(); ++i) {
-    current.end = i + 1;
-    current.bytes += selection.files[i].size;
-    const std::size_t files = current.end - current.first;
-    if (files >= std::max(kFloorFiles, current.first / 2) || current.bytes >= std::max(kFloorBytes, bytesBefore / 2)) {
-      bytesBefore += current.bytes;
-      batches.push_back(current);
-      current = Batch{i + 1, i + 1, 0};
-    }
-  }
-  if (current.end > current.first) batches.push_back(current);
-  return batches;
-}
 
 std::string normalised(std::string path) {
   while (path.starts_with("./")) path.erase(0, 2);
@@ -155,20 +129,8 @@ fs::path defaultOutput(const fs::path& folder, const Manifest& manifest) {
   return name.string() + "-" + manifest.properties["version"].get<std::string>() + ".zvaddon";
 }
 
-void runBuild(const BuildOptions& options, int& exitStatus) {
-  const fs::path folder = fs::absolute(options.folder);
-  const fs::path manifestFile =
-      options.manifest.empty() ? fs::path(options.folder) / "zvaddon.json" : fs::path(options.manifest);
-  Manifest manifest = readManifest(manifestFile, folder);
-  const fs::path output = options.output.empty() ? defaultOutput(folder, manifest) : fs::path(options.output);
-
-  PendingFile pending(fs::absolute(output));
-  const Selection selection = selectFiles(folder, manifest.files, {output, pending.path(), manifestFile});
-  for (const std::string& warning : missingReferences(manifest, selection)) {
-    std::cerr << "zvaddon build: warning: " << manifestFile.string() << ": " << warning << "\n";
-  }
-
-  const std::string package = pending.path().string();
+void buildInto(const BuildOptions& options, const fs::path& folder, const Manifest& manifest,
+               const Selection& selection, const std::string& package) {
   (void)callGateway("zvAddonCreate", {package, manifest.properties});
   bool hasRequirements = false;
   for (const auto& [record, host] : manifest.records) {
@@ -188,7 +150,7 @@ void runBuild(const BuildOptions& options, int& exitStatus) {
   Progress progress("build", selection.files.size(), selection.totalBytes, shouldShowProgress(options.quiet));
   std::uint64_t filesDone = 0;
   std::uint64_t bytesDone = 0;
-  for (const Batch& batch : planBatches(selection)) {
+  for (const Batch& batch : planBatches(selection.files)) {
     Json sources = Json::array();
     Json targets = Json::array();
     for (std::size_t i = batch.first; i < batch.end; ++i) {
@@ -207,6 +169,33 @@ void runBuild(const BuildOptions& options, int& exitStatus) {
   }
   progress.finish();
   if (options.sign) (void)callGateway("zvAddonSign", {package});
+}
+
+void runBuild(const BuildOptions& options, int& exitStatus) {
+  const fs::path folder = fs::absolute(options.folder);
+  const fs::path manifestFile =
+      options.manifest.empty() ? fs::path(options.folder) / "zvaddon.json" : fs::path(options.manifest);
+  Manifest manifest = readManifest(manifestFile, folder);
+  const fs::path output = options.output.empty() ? defaultOutput(folder, manifest) : fs::path(options.output);
+
+  PendingFile pending(fs::absolute(output));
+  const Selection selection = selectFiles(folder, manifest.files, {output, pending.path()});
+  for (const std::string& warning : missingReferences(manifest, selection)) {
+    std::cerr << "zvaddon build: warning: " << manifestFile.string() << ": " << warning << "\n";
+  }
+
+  const std::string package = pending.path().string();
+  try {
+    buildInto(options, folder, manifest, selection, package);
+  } catch (const zvhost::reference::HostError& e) {
+    // People know the package by the name they asked for, not by its temporary one.
+    std::string message = e.message();
+    for (std::size_t at = message.find(package); at != std::string::npos; at = message.find(package, at)) {
+      message.replace(at, package.size(), output.string());
+      at += output.string().size();
+    }
+    throw zvhost::reference::HostError(e.identifier(), message, e.arguments());
+  }
   pending.commit();
 
   if (!options.quiet) {

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "foundation/i18n.h"
 #include "tool_error.h"
 
 namespace zvaddon::tool {
@@ -72,7 +73,13 @@ Json licenseSection(const Json& value, const fs::path& folder) {
   if (value.contains("text")) bad(pointer, "give either \"text\" or \"file\", not both");
   Json out = value;
   out.erase("file");
-  out["text"] = readFileBytes(existingFile(folder, value["file"], childPointer(pointer, "file")));
+  const std::string text = readFileBytes(existingFile(folder, value["file"], childPointer(pointer, "file")));
+  try {
+    (void)fl::i18n::from_utf8(text);
+  } catch (const fl::i18n::conversion_error&) {
+    bad(childPointer(pointer, "file"), "'" + value["file"].get<std::string>() + "' is not UTF-8 text");
+  }
+  out["text"] = text;
   return out;
 }
 

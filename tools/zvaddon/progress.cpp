@@ -50,32 +50,54 @@ std::string formatDuration(double seconds) {
   return text;
 }
 
-std::string formatProgress(const std::string& label, const ProgressState& s, int width) {
+namespace {
+
+struct Figures {
+  double fraction = 1;
+  std::string text;
+};
+
+// " 25% 5000/20000 files 4.0 MB/16.0 MB 2.0 MB/s 0:06 left"
+Figures figures(const ProgressState& s) {
   const bool byBytes = s.totalBytes > 0;
   const double done = byBytes ? static_cast<double>(s.bytes) : static_cast<double>(s.files);
   const double total = byBytes ? static_cast<double>(s.totalBytes) : static_cast<double>(s.totalFiles);
-  const double fraction = total > 0 ? std::clamp(done / total, 0.0, 1.0) : 1.0;
-
-  std::string tail = " " + std::to_string(static_cast<int>(fraction * 100)) + "%  " + std::to_string(s.files) +
-                     "/" + std::to_string(s.totalFiles) + " files  " + formatBytes(s.bytes) + "/" +
-                     formatBytes(s.totalBytes);
+  Figures f;
+  f.fraction = total > 0 ? std::clamp(done / total, 0.0, 1.0) : 1.0;
+  char percent[8];
+  std::snprintf(percent, sizeof percent, "%3d%%", static_cast<int>(f.fraction * 100));
+  f.text = std::string(" ") + percent + " " + std::to_string(s.files) + "/" + std::to_string(s.totalFiles) +
+           " files " + formatBytes(s.bytes) + "/" + formatBytes(s.totalBytes);
   if (s.elapsedSeconds >= kSettleSeconds && done > 0) {
     const double rate = done / s.elapsedSeconds;
-    tail += "  " + (byBytes ? formatBytes(static_cast<std::uint64_t>(rate)) + "/s"
-                            : std::to_string(static_cast<long long>(rate)) + " files/s");
-    tail += fraction < 1.0 ? "  " + formatDuration((total - done) / rate) + " left"
-                           : "  " + formatDuration(s.elapsedSeconds);
+    f.text += " " + (byBytes ? formatBytes(static_cast<std::uint64_t>(rate)) + "/s"
+                             : std::to_string(static_cast<long long>(rate)) + " files/s");
+    f.text += f.fraction < 1.0 ? " " + formatDuration((total - done) / rate) + " left"
+                               : " in " + formatDuration(s.elapsedSeconds);
   }
+  return f;
+}
 
-  // A bar of fixed width, so it does not stretch and shrink as the figures after it change length.
-  constexpr int kBarWidth = 24;
-  const std::string head = label + " [";
+}  // namespace
+
+std::string formatProgress(const std::string& label, const ProgressState& s, int width) {
+  const Figures now = figures(s);
+  // The bar's width is set by the longest figures the run can show, so it stays put while they
+  // change length.
+  ProgressState widest = s;
+  widest.files = s.totalFiles;
+  widest.bytes = s.totalBytes;
+  widest.elapsedSeconds = 0;
+  const std::size_t reserve = figures(widest).text.size() + std::string(" 999.9 MB/s 99:59 left").size();
+  constexpr int kMaxBar = 30;
+  constexpr int kMinBar = 8;
+  const int bar = std::min(kMaxBar, width - static_cast<int>(label.size() + 3 + reserve));
   std::string line;
-  if (static_cast<int>(head.size() + kBarWidth + 1 + tail.size()) <= width) {
-    const int filled = static_cast<int>(fraction * kBarWidth);
-    line = head + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]" + tail;
+  if (bar >= kMinBar) {
+    const int filled = static_cast<int>(now.fraction * bar);
+    line = label + " [" + std::string(filled, '#') + std::string(bar - filled, '-') + "]" + now.text;
   } else {
-    line = label + tail;
+    line = label + now.text;
   }
   if (static_cast<int>(line.size()) > width) line.resize(std::max(0, width));
   return line;

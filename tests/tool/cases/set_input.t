@@ -1,0 +1,69 @@
+set takes a record's JSON as text, from a file (@FILE) or from standard input (-); JSON that does
+not fit the record is refused with its JSON pointer and exit status 5, and the package is unchanged.
+
+  $ printf '{"properties": {"name": "S", "version": "1", "GUID": "g"}}' > zvaddon.json
+  $ mkdir a && zvaddon build -q -m zvaddon.json a -o s.zvaddon
+  $ echo '{"type": "MIT", "text": "from a file"}' > lic.json
+  $ zvaddon set s.zvaddon license @lic.json && zvaddon get s.zvaddon license
+  {
+    "type": "MIT",
+    "text": "from a file"
+  }
+  $ echo '[{"date": "2024-01-01", "version": "1.0", "description": "stdin"}]' | zvaddon set s.zvaddon revisionHistory - && zvaddon get s.zvaddon revisionHistory
+  [
+    {
+      "date": "2024-01-01",
+      "version": "1.0",
+      "description": "stdin"
+    }
+  ]
+  $ zvaddon set s.zvaddon configuration '{"zorvanPaths": ["a", "b"], "installMapPath": "m.xml"}' && zvaddon get s.zvaddon configuration
+  {
+    "zorvanPaths": [
+      "a",
+      "b"
+    ],
+    "javaClassPaths": [],
+    "infoXMLPath": "",
+    "gettingStartedDocPath": "",
+    "installMapPath": "m.xml"
+  }
+  $ zvaddon set s.zvaddon properties '{"name": "Renamed", "version": "1.1", "GUID": "g2", "summary": "s", "authorContact": "c"}' && zvaddon get s.zvaddon properties
+  {
+    "type": "ZORVAN Toolbox",
+    "name": "Renamed",
+    "version": "1.1",
+    "ZORVANRelease": "R2026b",
+    "summary": "s",
+    "authorName": "",
+    "authorContact": "c",
+    "authorOrganization": "",
+    "GUID": "g2",
+    "description": ""
+  }
+
+Refusals; afterwards the package is byte for byte as before.
+
+  $ cp s.zvaddon before.zvaddon
+  $ zvaddon set s.zvaddon license '{"type": "MIT", "txt": "x"}'
+  zvaddon set: /txt: unknown key; expected one of: type, text
+  [5]
+  $ zvaddon set s.zvaddon apps '{"name": "not a list"}'
+  zvaddon set: /: expected an array of objects, found an object
+  [5]
+  $ zvaddon set s.zvaddon apps '[{"name": "a", "installByDefault": 1}]'
+  zvaddon set: /0/installByDefault: expected true, false or text, found a number
+  [5]
+  $ zvaddon set s.zvaddon examples '[{"name": "c", "examples": [{"name": 5}]}]'
+  zvaddon set: /0/examples/0/name: expected text, found a number
+  [5]
+  $ zvaddon set s.zvaddon license null
+  zvaddon set: /: expected an object, found null
+  [5]
+  $ zvaddon set s.zvaddon license '{"type": '
+  zvaddon set: the record's JSON: not valid JSON: .* (re)
+  [5]
+  $ zvaddon set s.zvaddon license @missing.json
+  zvaddon set: cannot read 'missing.json'
+  [1]
+  $ cmp s.zvaddon before.zvaddon

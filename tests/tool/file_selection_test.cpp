@@ -1,0 +1,188 @@
+// Glob patterns and the walk that selects an add-on's files.
+#include "file_selection.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "batches.h"
+#include "support/gateway_call.h"
+#include "tool_error.h"
+
+namespace zvaddon::tool {
+namespace {
+namespace fs = std::filesystem;
+
+struct GlobCase {
+  const char* pattern;
+  const char* path;
+  bool isFolder;
+  bool matches;
+};
+
+TEST(GlobTest, MatchesThePatternRules) {
+  const GlobCase cases[] = {
+      // '*' stays within a name; '?' is one character; classes per name.
+      {"*.m", "f.m", false, true},
+      {"*.m", "src/deep/f.m", false, true},  // no '/': any depth
+      {"src/*.m", "src/f.m", false, true},
+      {"src/*.m", "src/deep/f.m", false, false},
+      {"src/*", "src/deep", true, true},
+      {"f?.m", "f1.m", false, true},
+      {"f?.m", "f12.m", false, false},
+      {"[ab].m", "b.m", false, true},
+      {"[ab].m", "c.m", false, false},
+      // "**" spans any number of folders, none included.
+      {"src/**/*.m", "src/f.m", false, true},
+      {"src/**/*.m", "src/a/b/c/f.m", false, true},
+      {"src/**/*.m", "lib/src/f.m", false, false},
+      {"**", "anything/at/all", false, true},
+      {"**/test", "a/b/test", true, true},
+      // Anchoring: a '/' anywhere, or a leading one, ties the pattern to the top.
+      {"/build", "build", true, true},
+      {"/build", "sub/build", true, false},
+      {"build", "sub/build", true, true},
+      {"./doc/x", "doc/x", false, true},
+      // A trailing '/' matches folders only.
+      {"build/", "build", true, true},
+      {"build/", "build", false, false},
+      {"build/", "data/build", false, false},
+      // Names are matched whole.
+      {"*.m", "f.mat", false, false},
+      {"doc", "docs", true, false},
+      {"", "x", false, false},
+      // Dots are ordinary characters: '*' takes dot files.
+      {"*", ".hidden", false, true},
+  };
+  for (const GlobCase& c : cases) {
+    EXPECT_EQ(globMatch(c.pattern, c.path, c.isFolder), c.matches)
+        << "pattern '" << c.pattern << "' path '" << c.path << "' folder " << c.isFolder;
+  }
+}
+
+TEST(GlobTest, APatternMatchingAFolderMatchesWhatIsBelowIt) {
+  EXPECT_TRUE(globMatchesOrContains("doc/", "doc/api/index.html", false));
+  EXPECT_TRUE(globMatchesOrContains(".git", "sub/.git/objects/1", false));
+  EXPECT_TRUE(globMatchesOrContains("/build", "build/out/x.o", false));
+  EXPECT_FALSE(globMatchesOrContains("/build", "src/build/x.o", false));
+  // The file itself is not a folder: a folders-only pattern does not take it.
+  EXPECT_FALSE(globMatchesOrContains("build/", "src/build", false));
+  EXPECT_FALSE(globMatchesOrContains("doc/", "docs/index.html", false));
+}
+
+class SelectionTest : public ::testing::Test {
+ protected:
+  void write(const std::string& relative, const std::string& bytes) {
+    const fs::path path = dir_.path() / relative;
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+  }
+  [[nodiscard]] std::vector<std::string> paths(const Selection& s) const {
+    std::vector<std::string> out;
+    for (const SelectedFile& f : s.files) out.push_back(f.path);
+    return out;
+  }
+  zvtest::TempDir dir_;
+};
+
+TEST_F(SelectionTest, SortsByPathCountsBytesAndKeepsEmptyFolders) {
+  write("b/z.m", "12345");
+  write("a.m", "1");
+  write("b/a.m", "123");
+  fs::create_directories(dir_.path() / "empty/inner");
+  const Selection s = selectFiles(dir_.path(), FilePatterns{});
+  EXPECT_EQ(paths(s), (std::vector<std::string>{"a.m", "b/a.m", "b/z.m"}));
+  EXPECT_EQ(s.totalBytes, 9u);
+  ASSERT_EQ(s.files.size(), 3u);
+  EXPECT_EQ(s.files[2].size, 5u);
+  // Only the innermost folder is empty; its parent holds it.
+  EXPECT_EQ(s.emptyFolders, std::vector<std::string>{"empty/inner"});
+}
+
+TEST_F(SelectionTest, DefaultExclusionsAndTheSkipListAreHonoured) {
+  write(".git/HEAD", "x");
+  write("src/.svn/entries", "x");
+  write("src/f.m", "x");
+  write("src/f.m~", "x");
+  write("zvaddon.json", "{}");
+  write("sub/zvaddon.json", "{}");
+  write("out.zvaddon", "x");
+  write("keep.txt", "x");
+  Selection s = selectFiles(dir_.path(), FilePatterns{}, {dir_.path() / "keep.txt"});
+  // Only the manifest at the top is the manifest; one further down is content.
+  EXPECT_EQ(paths(s), (std::vector<std::string>{"src/f.m", "sub/zvaddon.json"}));
+
+  FilePatterns all;
+  all.defaultExcludes = false;
+  s = selectFiles(dir_.path(), all, {dir_.path() / "keep.txt"});
+  EXPECT_EQ(s.files.size(), 7u);
+}
+
+TEST_F(SelectionTest, FollowsLinksToFilesButNotToFolders) {
+  write("real/f.m", "abc");
+  fs::create_symlink(dir_.path() / "real/f.m", dir_.path() / "link.m");
+  fs::create_directory_symlink(dir_.path() / "real", dir_.path() / "loop");
+  fs::create_symlink(dir_.path() / "nowhere", dir_.path() / "dangling.m");
+  const Selection s = selectFiles(dir_.path(), FilePatterns{});
+  EXPECT_EQ(paths(s), (std::vector<std::string>{"link.m", "real/f.m"}));
+  EXPECT_EQ(s.files[0].size, 3u);
+}
+
+TEST_F(SelectionTest, AnExcludedFolderIsNotEnteredAndIncludesNarrow) {
+  write("build/x.o", "x");
+  write("src/a.m", "x");
+  write("src/b.c", "x");
+  FilePatterns p;
+  p.include = {"src/*.m", "build/"};
+  p.exclude = {"build"};
+  EXPECT_EQ(paths(selectFiles(dir_.path(), p)), std::vector<std::string>{"src/a.m"});
+}
+
+TEST_F(SelectionTest, AMissingFolderIsAToolError) {
+  try {
+    (void)selectFiles(dir_.path() / "absent", FilePatterns{});
+    FAIL() << "no error";
+  } catch (const ToolError& e) {
+    EXPECT_EQ(e.status(), ExitStatus::hostError);
+    EXPECT_NE(std::string(e.what()).find("absent"), std::string::npos);
+  }
+}
+
+// Batching: every file once, in order; batches grow with what is stored, so their number stays
+// logarithmic in the file count while the floor keeps small trees to one call.
+TEST(BatchTest, CoversEveryFileOnceInOrderAndGrowsGeometrically) {
+  struct Case {
+    std::size_t files;
+    std::uint64_t fileSize;
+    std::size_t maxBatches;
+  };
+  const Case cases[] = {{0, 1, 0}, {1, 1, 1}, {999, 1, 1}, {1000, 1, 1}, {1001, 1, 2},
+                        {20000, 900, 9}, {200000, 10, 15}, {40, 10u << 20, 6}};
+  for (const Case& c : cases) {
+    std::vector<SelectedFile> files(c.files, SelectedFile{"f", c.fileSize});
+    const std::vector<Batch> batches = planBatches(files);
+    std::size_t next = 0;
+    std::uint64_t bytes = 0;
+    for (const Batch& b : batches) {
+      EXPECT_EQ(b.first, next);
+      EXPECT_GT(b.end, b.first);
+      EXPECT_EQ(b.bytes, (b.end - b.first) * c.fileSize);
+      next = b.end;
+      bytes += b.bytes;
+    }
+    EXPECT_EQ(next, c.files) << c.files << " files";
+    EXPECT_EQ(bytes, c.files * c.fileSize);
+    EXPECT_LE(batches.size(), c.maxBatches) << c.files << " files of " << c.fileSize << " bytes";
+  }
+}
+
+TEST(BatchTest, ABigFileClosesItsBatchAtOnce) {
+  const std::vector<SelectedFile> files = {{"a", 1}, {"big", 100u << 20}, {"b", 1}, {"c", 1}};
+  const std::vector<Batch> batches = planBatches(files);
+  ASSERT_EQ(batches.size(), 2u);
+  EXPECT_EQ(batches[0].end, 2u);
+  EXPECT_EQ(batches[1].first, 2u);
+}
+
+}  // namespace
+}  // namespace zvaddon::tool

@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# cmake --install into a scratch prefix, then use what was installed as an outsider would: every
+# public header compiles, a consumer finds the library through find_package(zvaddon) and through
+# pkg-config and runs, and the installed tool (with its own rpath) builds and verifies the example.
+# Usage: install_check.sh BUILD_DIR SOURCE_DIR SCRATCH
+set -euo pipefail
+build=$1
+source=$2
+scratch=$3
+rm -rf "$scratch"
+mkdir -p "$scratch"
+prefix="$scratch/prefix"
+fail() { echo "install_check: $*" >&2; exit 1; }
+
+cmake --install "$build" --prefix "$prefix" > "$scratch/install.log" || fail "cmake --install failed: $(tail -5 "$scratch/install.log")"
+found=$(cd "$prefix" && find . -name libzvaddon.so | head -1)
+[ -n "$found" ] || fail "no libzvaddon.so under $prefix"
+libdir=$(dirname "${found#./}")
+for f in bin/zvaddon "$libdir/libzvhost_reference.so" "$libdir/cmake/zvaddon/zvaddonConfig.cmake" \
+         "$libdir/cmake/zvaddon/zvaddonConfigVersion.cmake" "$libdir/pkgconfig/zvaddon.pc" \
+         include/zvaddon/package/addon_package.h include/zvaddon/gateway/zvaddon.h \
+         share/zvaddon/messages/zvaddon_builtins.json share/man/man1/zvaddon.1; do
+  [ -e "$prefix/$f" ] || fail "not installed: $f"
+done
+for xsd in "$source"/resources/schemas/*.xsd; do
+  [ -e "$prefix/share/zvaddon/schemas/$(basename "$xsd")" ] || fail "schema not installed: $(basename "$xsd")"
+done
+# Internal headers stay out.
+[ ! -e "$prefix/include/zvaddon/opc/detail" ] || fail "internal headers installed"
+
+# Every installed header, together: nothing they include is missing.
+(cd "$prefix/include/zvaddon" && find . -name '*.h' | sed 's|^\./|#include "|; s|$|"|') > "$scratch/all_headers.cpp"
+g++ -std=c++20 -fsyntax-only -I "$prefix/include/zvaddon" "$scratch/all_headers.cpp" 2> "$scratch/headers.log" \
+  || fail "installed headers do not compile: $(head -5 "$scratch/headers.log")"
+
+# A consumer: the C++ API and a gateway call through the reference host.
+mkdir -p "$scratch/consumer"
+cat > "$scratch/consumer/main.cpp" <<'CPP'
+#include <iostream>
+#include "gateway/zvaddon.h"
+#include "host/reference/call.h"
+#include "package/addon_package.h"
+int main(int argc, char** argv) {
+  const ustring type = addon::packaging::AddonPackage::getContentTypeFromImageExtension(u"PNG");
+  if (type != u"image/png") return 2;
+  qxArray* path = qxCreateString(argc > 1 ? argv[1] : "");
+  const auto out = zvhost::reference::call(zvAddonComputeHash, 1, {path});
+  qxDestroyArray(path);
+  std::cout << matrix::get_ustring(out.at(0).get()).size() << "\n";
+  return 0;
+}
+CPP
+cat > "$scratch/consumer/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(consumer CXX)
+find_package(zvaddon 0.1 CONFIG REQUIRED)
+add_executable(consumer main.cpp)
+target_link_libraries(consumer PRIVATE zvaddon::zvhost_reference zvaddon::zvaddon)
+CMAKE
+cmake -S "$scratch/consumer" -B "$scratch/consumer/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" > "$scratch/consumer.log" 2>&1 \
+  || fail "find_package(zvaddon) failed: $(tail -5 "$scratch/consumer.log")"
+cmake --build "$scratch/consumer/build" >> "$scratch/consumer.log" 2>&1 || fail "consumer does not build: $(tail -5 "$scratch/consumer.log")"
+[ "$("$scratch/consumer/build/consumer" "$source/README.md")" = "88" ] || fail "consumer (CMake) gave a wrong digest length"
+
+export PKG_CONFIG_PATH="$prefix/$libdir/pkgconfig"
+# shellcheck disable=SC2046
+g++ "$scratch/consumer/main.cpp" -o "$scratch/consumer/by-pkg-config" $(pkg-config --cflags --libs zvaddon) -lzvhost_reference \
+  2> "$scratch/pkg-config.log" || fail "consumer does not build with pkg-config: $(head -5 "$scratch/pkg-config.log")"
+[ "$(LD_LIBRARY_PATH="$prefix/$libdir" "$scratch/consumer/by-pkg-config" "$source/README.md")" = "88" ] \
+  || fail "consumer (pkg-config) gave a wrong digest length"
+
+# The installed tool loads the installed libraries, not the build tree's.
+loaded=$(ldd "$prefix/bin/zvaddon" | awk '$1 ~ /^libzvaddon\.so/ { print $3 }')
+[ "$(dirname "$(realpath "$loaded")")" = "$(realpath "$prefix/$libdir")" ] \
+  || fail "the installed tool loads $loaded, not the installed library"
+tool="$prefix/bin/zvaddon"
+"$tool" build -q --sign "$source/examples" -o "$scratch/example.zvaddon" || fail "installed tool cannot build the example"
+"$tool" verify -q "$scratch/example.zvaddon" || fail "installed tool: example does not verify"
+message=$(ZVADDON_MESSAGE_DIR="$prefix/share/zvaddon/messages" "$tool" ls "$scratch/none.zvaddon" 2>&1 || true)
+[ "$message" = "zvaddon ls: The add-on package '$scratch/none.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)" ] \
+  || fail "installed catalogue not used: $message"
+echo "install_check: $(find "$prefix" -type f | wc -l) files installed under $prefix; consumers build and run"

@@ -1,0 +1,83 @@
+// The progress line: figures, units, and a line that never outgrows the terminal.
+#include "progress.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace zvaddon::tool {
+namespace {
+
+TEST(ProgressFormatTest, BytesInDecimalUnits) {
+  const std::pair<std::uint64_t, const char*> cases[] = {
+      {0, "0 B"}, {999, "999 B"}, {1000, "1.0 kB"}, {1550, "1.6 kB"}, {18700000, "18.7 MB"},
+      {999949999, "999.9 MB"}, {1000000000, "1.0 GB"}, {5000000000000ull, "5.0 TB"}, {~0ull, "18446.7 PB"},
+  };
+  for (const auto& [bytes, text] : cases) EXPECT_EQ(formatBytes(bytes), text) << bytes;
+}
+
+TEST(ProgressFormatTest, DurationsInMinutesAndHours) {
+  const std::pair<double, const char*> cases[] = {
+      {0, "0:00"}, {-3, "0:00"}, {7.4, "0:07"}, {59.6, "1:00"}, {3599, "59:59"}, {3723, "1:02:03"}, {360000, "100:00:00"},
+  };
+  for (const auto& [seconds, text] : cases) EXPECT_EQ(formatDuration(seconds), text) << seconds;
+}
+
+TEST(ProgressFormatTest, ShowsFiguresAndRateOnceSettled) {
+  ProgressState s{5000, 20000, 4'000'000, 16'000'000, 0.1};
+  EXPECT_EQ(formatProgress("build", s, 120), "build [#######-----------------------]  25% 5000/20000 files 4.0 MB/16.0 MB");
+  s.elapsedSeconds = 2;  // 2 MB/s, 12 MB to go
+  EXPECT_EQ(formatProgress("build", s, 120),
+            "build [#######-----------------------]  25% 5000/20000 files 4.0 MB/16.0 MB 2.0 MB/s 0:06 left");
+  // Without bytes the rate and the fraction come from files.
+  ProgressState files{10, 40, 0, 0, 5};
+  EXPECT_EQ(formatProgress("x", files, 120), "x [#######-----------------------]  25% 10/40 files 0 B/0 B 2 files/s 0:15 left");
+  // Done: the time taken instead of the time left.
+  ProgressState done{40, 40, 100, 100, 4};
+  EXPECT_EQ(formatProgress("x", done, 120), "x [##############################] 100% 40/40 files 100 B/100 B 25 B/s in 0:04");
+}
+
+TEST(ProgressFormatTest, NeverWiderThanTheTerminal) {
+  const ProgressState states[] = {
+      {0, 0, 0, 0, 0}, {1, 3, 5, 9, 0.6}, {123456, 9999999, 123456789012, 999999999999, 12345}, {5, 5, 0, 0, 1},
+  };
+  for (const ProgressState& s : states) {
+    for (int width = 0; width <= 160; ++width) {
+      const std::string line = formatProgress("extract", s, width);
+      EXPECT_LE(static_cast<int>(line.size()), width) << width;
+    }
+  }
+  // A narrow terminal drops the bar before it drops figures.
+  const ProgressState s{1, 2, 3, 4, 0};
+  const std::string narrow = formatProgress("build", s, 50);
+  EXPECT_EQ(narrow.find('['), std::string::npos);
+  EXPECT_EQ(narrow, "build  75% 1/2 files 3 B/4 B");
+}
+
+// The bar keeps its place while the figures after it grow: it is sized for the longest of them.
+TEST(ProgressFormatTest, TheBarKeepsItsWidthThroughARun) {
+  for (int width : {80, 100, 200}) {
+    std::set<std::size_t> closes;
+    for (std::uint64_t done = 0; done <= 20000; done += 2500) {
+      const ProgressState s{done, 20000, done * 937, 20000ull * 937, done / 2000.0};
+      const std::string line = formatProgress("build", s, width - 1);
+      ASSERT_NE(line.find(']'), std::string::npos) << width << ": " << line;
+      closes.insert(line.find(']'));
+    }
+    EXPECT_EQ(closes.size(), 1u) << width;
+  }
+}
+
+TEST(ProgressTest, DisabledProgressDrawsNothing) {
+  testing::internal::CaptureStderr();
+  {
+    Progress p("build", 10, 10, false);
+    p.update(5, 5);
+    p.finish();
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_FALSE(shouldShowProgress(true));
+}
+
+}  // namespace
+}  // namespace zvaddon::tool
