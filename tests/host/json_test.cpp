@@ -318,8 +318,6 @@ TEST(JsonRefusedInput, ErrorsNameTheOffendingValue) {
   EXPECT_THROW((void)toOwnedArray(Json::array({Json(std::string("ok")), Json(std::string("\xC3"))})), std::invalid_argument);
 }
 
-TEST(JsonOutput, UnsetValueIsNull) { EXPECT_EQ(fromArray(nullptr), Json(nullptr)); }
-
 TEST(ArraysEqual, DetectsEveryKindOfDifference) {
   struct Case {
     const char* name;

@@ -92,27 +92,6 @@ TEST(CreateAndRelease, MakesARowOfExactlyTheGivenUnits) {
   EXPECT_EQ(hostErrorOf([] { (void)matrix::create(nullptr, 3); }), err::invalidText);
 }
 
-TEST(HostErrors, CountErrorsHaveTheirOwnIdentifiers) {
-  const struct {
-    void (*raise)();
-    const char* identifier;
-    const char* key;
-  } cases[] = {
-      {matrix::detail::error_maxlhs, err::tooManyOutputs, "tooManyOutputs"},
-      {matrix::detail::error_maxrhs, err::tooManyInputs, "tooManyInputs"},
-      {matrix::detail::error_minrhs, err::notEnoughInputs, "notEnoughInputs"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.identifier);
-    const HostError e = raised(c.raise);
-    EXPECT_EQ(e.identifier(), c.identifier);
-    EXPECT_EQ(e.key(), c.key);
-    EXPECT_TRUE(e.arguments().empty());
-    EXPECT_FALSE(e.message().empty());
-    EXPECT_STREQ(e.what(), e.message().c_str());
-  }
-}
-
 TEST(HostErrors, MessageKeyErrorsCarryIdentifierArgumentsAndFormattedText) {
   zvhost::reference::setMessageDirectory(std::string(ZV_TEST_DATA_DIR) + "/host/messages");
   struct Case {
