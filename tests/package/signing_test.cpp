@@ -112,28 +112,6 @@ TEST_F(SigningTest, VerificationAfterLaterChanges) {
          p.setSystemRequirements(same);
        },
        true},
-      {"RequirementsEdited",
-       [](AddonPackage& p) {
-         std::string xml = opc::test::partBytes(p.getPackage(), kRequirements);
-         opc::test::replaceOnce(xml, "mac=\"true\"", "mac=\"false\"");
-         opc::test::replacePartContent(p.getPackage(), kRequirements, xml);
-       },
-       false},
-      {"LicenseSet",
-       [](AddonPackage& p) {
-         AddonLicense license;
-         p.setLicense(license);
-       },
-       true},
-      {"PartAdded",
-       [](AddonPackage& p) { opc::test::addPart(p.getPackage(), u"/fsroot/readme.txt", u"text/plain", "hello"); },
-       true},
-      {"RequirementsRelationshipRemoved",
-       [](AddonPackage& p) {
-         const auto type = schemaURI(u"/zorvan/addon/2014/relationships/systemRequirements");
-         p.getPackage().deleteRelationship(p.getPackage().getRelationshipsByType(type).at(0).getId());
-       },
-       false},
       {"ForeignSignatureOverAnotherPartIgnored",
        [](AddonPackage& p) { signWithForeignKey(p, {PartName(u"/metadata/addonProperties.xml")}); }, true},
       {"ForeignSignatureLeadingWithRequirementsFails",
