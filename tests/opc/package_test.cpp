@@ -269,20 +269,15 @@ TEST_F(PackageTest, ContentTypesUseDefaultsByExtensionAndOverridesWhereNeeded) {
 }
 
 TEST_F(PackageTest, UnicodeNamesRoundTrip) {
-  const char16_t* names[] = {u"with space.txt", u"hash#1.txt", u"100%.txt", u"caf\u00e9.m",
-                             u"\u4e2d\u6587/\u6587\u4ef6.txt", u"smile\U0001F600.png", u"Stra\u00dfe (1).txt"};
+  const std::vector<std::vector<ustring>> names = {
+      {u"with space.txt"}, {u"hash#1.txt"}, {u"100%.txt"}, {u"caf\u00e9.m"}, {u"\u4e2d\u6587", u"\u6587\u4ef6.txt"},
+      {u"smile\U0001F600.png"}, {u"Stra\u00dfe (1).txt"}};
   {
     Session s(path, OpenMode::Create);
-    for (const char16_t* name : names) {
+    for (const auto& segments : names) {
       ustring partName = u"/content";
-      for (std::size_t start = 0; start <= std::char_traits<char16_t>::length(name);) {
-        const ustring rest(name + start);
-        const std::size_t slash = rest.find(u'/');
-        partName += u"/" + PartName::encodeSegment(rest.substr(0, slash));
-        if (slash == ustring::npos) break;
-        start += slash + 1;
-      }
-      addPart(s.package, partName, u"application/octet-stream", u8(name));
+      for (const ustring& segment : segments) partName += u"/" + PartName::encodeSegment(segment);
+      addPart(s.package, partName, u"application/octet-stream", u8(segments.back()));
     }
     s.package.close();
   }
@@ -291,20 +286,17 @@ TEST_F(PackageTest, UnicodeNamesRoundTrip) {
   }
   Session s(path, OpenMode::Read);
   const auto parts = s.package.getParts();
-  ASSERT_EQ(parts.size(), std::size(names));
+  ASSERT_EQ(parts.size(), names.size());
   for (std::size_t i = 0; i < parts.size(); ++i) {
-    ustring decoded;
+    std::vector<ustring> decoded;
     const ustring& name = parts[i]->getPartName().getName();
-    std::size_t start = std::char_traits<char16_t>::length(u"/content/");
-    for (;;) {
-      const std::size_t slash = name.find(u'/', start);
-      decoded += PartName::decodeSegment(name.substr(start, slash == ustring::npos ? ustring::npos : slash - start));
-      if (slash == ustring::npos) break;
-      decoded += u'/';
-      start = slash + 1;
+    for (std::size_t start = std::char_traits<char16_t>::length(u"/content/"); start <= name.size();) {
+      const std::size_t end = std::min(name.find(u'/', start), name.size());
+      decoded.push_back(PartName::decodeSegment(name.substr(start, end - start)));
+      start = end + 1;
     }
     EXPECT_EQ(decoded, names[i]);
-    EXPECT_EQ(readAll(*parts[i]->getInputStream()), u8(names[i]));
+    EXPECT_EQ(readAll(*parts[i]->getInputStream()), u8(names[i].back()));
   }
 }
 
