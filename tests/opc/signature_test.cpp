@@ -242,9 +242,6 @@ TEST_F(SignatureTest, OnlyTheStandardStructureVerifies) {
     Result expected;
   } cases[] = {
       {"UneditedAfterResigning", [](std::string&) {}, Result::Valid},
-      {"SecondPackageObject",
-       [](std::string& x) { test::replaceOnce(x, "</Signature>", "<Object Id=\"idPackageObject\"></Object></Signature>"); },
-       Result::MalformedSignature},
       {"PackageObjectIdOnKeyInfo", [](std::string& x) { test::replaceOnce(x, "<KeyInfo>", "<KeyInfo Id=\"idPackageObject\">"); },
        Result::MalformedSignature},
       {"ExtraReferenceInSignedInfo",

@@ -369,25 +369,29 @@ TEST_F(XmlHelperTest, RootNamespaceIsChecked) {
 // ---- schema validation ----------------------------------------------------------------------------
 
 TEST_F(XmlHelperTest, ValidationAgainstALocalSchema) {
-  const ustring schema = fl::i18n::from_utf8(ZV_TEST_DATA_DIR "/xml/record.xsd");
+  const std::string local = ZV_TEST_DATA_DIR "/xml/record.xsd";
   const struct {
     const char* label;
+    std::string schema;
     std::string xml;
     const char* error;  // null: valid
   } cases[] = {
-      {"valid", "<record xmlns='urn:zvaddon:test:record' id='3'><name>n</name><note/></record>", nullptr},
-      {"missing required element", "<record xmlns='urn:zvaddon:test:record' id='3'/>", "line 1"},
-      {"bad attribute type", "<record xmlns='urn:zvaddon:test:record' id='-1'><name/></record>", "line 1"},
-      {"unknown element", "<record xmlns='urn:zvaddon:test:record' id='1'><name/><x/></record>", "line 1"},
-      {"schema hint ignored",
+      {"valid", local, "<record xmlns='urn:zvaddon:test:record' id='3'><name>n</name><note/></record>", nullptr},
+      {"missing required element", local, "<record xmlns='urn:zvaddon:test:record' id='3'/>", "line 1"},
+      {"bad attribute type", local, "<record xmlns='urn:zvaddon:test:record' id='-1'><name/></record>", "line 1"},
+      {"unknown element", local, "<record xmlns='urn:zvaddon:test:record' id='1'><name/><x/></record>", "line 1"},
+      {"schema hint ignored", local,
        "<record xmlns='urn:zvaddon:test:record' xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' "
        "xsi:schemaLocation='urn:zvaddon:test:record http://127.0.0.1:9/x.xsd' id='1'><name/></record>",
        nullptr},
+      {"schema importing over the network", ZV_TEST_DATA_DIR "/xml/record-remote-import.xsd",
+       "<record xmlns='urn:zvaddon:test:record'>x</record>", "http://127.0.0.1:9/elsewhere.xsd"},
   };
   ParserPtr parser = XercesHelper::createParser();
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     BytesInput in(c.xml);
+    const ustring schema = fl::i18n::from_utf8(c.schema);
     if (c.error == nullptr) {
       EXPECT_NO_THROW((void)XercesHelper::readDocumentFromStream(parser, in, true, schema, kNs));
     } else {
@@ -402,17 +406,6 @@ TEST_F(XmlHelperTest, ValidationAgainstALocalSchema) {
   // Validation does not stick to the parser.
   BytesInput loose("<record xmlns='urn:zvaddon:test:record'/>");
   EXPECT_NO_THROW((void)XercesHelper::readDocumentFromStream(parser, loose, false, u"", kNs));
-}
-
-TEST_F(XmlHelperTest, SchemaImportsOverTheNetworkAreRefused) {
-  const ustring schema = fl::i18n::from_utf8(ZV_TEST_DATA_DIR "/xml/record-remote-import.xsd");
-  BytesInput in("<record xmlns='urn:zvaddon:test:record'>x</record>");
-  try {
-    (void)XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, true, schema, kNs);
-    ADD_FAILURE() << "remote import accepted";
-  } catch (const opc::Exception& e) {
-    EXPECT_THAT(e.what(), HasSubstr("http://127.0.0.1:9/elsewhere.xsd"));
-  }
 }
 
 }  // namespace
