@@ -1,6 +1,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <dirent.h>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -13,6 +16,7 @@
 #include "opc/detail/fd.h"
 #include "opc/exception.h"
 #include "opc/zippackage/extra_fields.h"
+#include "opc/zippackage/parallel_deflate.h"
 #include "opc/zippackage/zip_physical_package.h"
 #include "opc/zippackage/zip_support.h"
 
@@ -21,10 +25,6 @@ namespace opc::zippackage {
 namespace {
 
 using detail::UniqueFd;
-
-// zlib's own default: libzip maps "default" (0) to 9, which costs several times the time for a few
-// percent of size.
-constexpr zip_uint32_t kDeflateLevel = 6;
 
 std::string folderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -45,6 +45,27 @@ mode_t currentUmask() {
     if (line.rfind("Umask:", 0) == 0) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
   }
   return 022;
+}
+
+// Temporaries of this package are named ".<base>.<pid>.<token>.tmp". A writer killed between naming
+// its new file and the rename leaves one behind; once its process is gone, the next write removes it.
+void removeStaleTemporaries(const std::string& folder, const std::string& base) noexcept {
+  DIR* dir = ::opendir(folder.c_str());
+  if (dir == nullptr) return;
+  const std::string prefix = "." + base + ".";
+  while (const dirent* entry = ::readdir(dir)) {
+    const std::string_view name = entry->d_name;
+    if (!name.starts_with(prefix) || !name.ends_with(".tmp")) continue;
+    const std::string_view rest = name.substr(prefix.size(), name.size() - prefix.size() - 4);
+    const std::size_t dot = rest.find('.');
+    if (dot == std::string_view::npos || rest.find('.', dot + 1) != std::string_view::npos) continue;
+    pid_t pid = 0;
+    const auto [end, ec] = std::from_chars(rest.data(), rest.data() + dot, pid);
+    if (ec != std::errc() || end != rest.data() + dot || pid <= 0 || pid == ::getpid()) continue;
+    if (::kill(pid, 0) == 0 || errno != ESRCH) continue;  // alive, or not ours to judge
+    ::unlinkat(::dirfd(dir), entry->d_name, 0);
+  }
+  ::closedir(dir);
 }
 
 // First failure seen inside a libzip callback, where no exception may pass.
@@ -87,8 +108,8 @@ struct WriteTarget {
         failures->record(detail::osError("cannot create a temporary file in", folder, errno));
         return fail(&error, ZIP_ER_TMPOPEN, errno);
       }
-      std::string name = folder + "/." + baseOf(finalPath) + ".XXXXXX";
-      fd = UniqueFd(::mkostemp(name.data(), O_CLOEXEC));
+      std::string name = folder + "/." + baseOf(finalPath) + "." + std::to_string(::getpid()) + ".XXXXXX.tmp";
+      fd = UniqueFd(::mkostemps(name.data(), 4, O_CLOEXEC));
       if (!fd) {
         failures->record(detail::osError("cannot create a temporary file in", folder, errno));
         return fail(&error, ZIP_ER_TMPOPEN, errno);
@@ -141,6 +162,7 @@ struct WriteTarget {
       return fail(&error, ZIP_ER_RENAME, err);
     }
     tempName.clear();
+    removeStaleTemporaries(folder, baseOf(finalPath));
     const std::string closeError = fd.close();
     if (!closeError.empty()) {
       failures->record("closing the new package '" + finalPath + "': " + closeError);
@@ -203,7 +225,9 @@ zip_int64_t targetCallback(void* state, void* data, zip_uint64_t len, zip_source
   }
 }
 
-// The bytes of one entry, opened only while libzip copies them.
+// The bytes of one entry, opened only while libzip copies them. An entry deflated by the pipeline
+// gets its result at the first stat (libzip stats each entry just before writing it, in order) and
+// lets go of the bytes when libzip closes it.
 struct EntrySource {
   std::string name;
   std::shared_ptr<const ContentSource> content;
@@ -211,11 +235,35 @@ struct EntrySource {
   std::shared_ptr<Failures> failures;
   std::unique_ptr<InputStream> stream;
   zip_error_t error{};
+  DeflatePipeline* pipeline = nullptr;
+  std::size_t ticket = 0;
+
+  zip_int64_t takeDeflated() {
+    DeflatedEntry result = pipeline->take(ticket);
+    pipeline = nullptr;
+    if (!result.error.empty()) {
+      failures->record("entry '" + name + "': " + result.error);
+      return fail(&error, ZIP_ER_READ);
+    }
+    const std::uint64_t compressedSize = result.compressed.size();
+    content = std::make_shared<detail::MemoryContentSource>(std::move(result.compressed));
+    precompressed = PrecompressedContent{content, compressedSize, result.size, result.crc};
+    return 0;
+  }
+
+  void close() {
+    stream.reset();
+    if (precompressed) {
+      precompressed->compressed.reset();
+      content.reset();
+    }
+  }
 
   zip_int64_t stat(void* data, zip_uint64_t len) {
     auto* st = ZIP_SOURCE_GET_ARGS(zip_stat_t, data, len, &error);
     if (st == nullptr) return -1;
     zip_stat_init(st);
+    if (pipeline != nullptr && takeDeflated() != 0) return -1;
     if (precompressed) {
       st->size = precompressed->uncompressedSize;
       st->comp_size = precompressed->compressedSize;
@@ -269,7 +317,7 @@ zip_int64_t entryCallback(void* state, void* data, zip_uint64_t len, zip_source_
     case ZIP_SOURCE_READ:
       return s->read(data, len);
     case ZIP_SOURCE_CLOSE:
-      s->stream.reset();
+      s->close();
       return 0;
     case ZIP_SOURCE_ERROR:
       return zip_error_to_data(&s->error, data, len);
@@ -284,8 +332,18 @@ zip_int64_t entryCallback(void* state, void* data, zip_uint64_t len, zip_source_
 }  // namespace
 
 struct ZipWriter::Impl {
+  // A deflated entry whose compression commit() chooses: stored, deflated by the pipeline, or left
+  // to libzip.
+  struct Deferred {
+    EntrySource* state;  // owned by libzip's source, alive until the archive is closed or discarded
+    zip_uint64_t index;
+  };
+
   ZipPhysicalPackage& package;
   std::shared_ptr<Failures> failures = std::make_shared<Failures>();
+  std::vector<Deferred> deferred;
+  // Declared before the archive so that the workers outlive every source that refers to them.
+  std::unique_ptr<DeflatePipeline> pipeline;
   ZipArchivePtr archive;
   bool used = false;
   std::uint64_t entries = 0;
@@ -338,6 +396,37 @@ struct ZipWriter::Impl {
         raise("entry '" + name + "'");
       }
     }
+  }
+
+  void setCompression(const std::string& name, zip_uint64_t index, zip_int32_t method, zip_uint32_t level) {
+    if (zip_set_file_compression(archive.get(), index, method, level) != 0) raise("entry '" + name + "'");
+  }
+
+  // Already-compressed formats and data that does not shrink are stored; entries small enough to
+  // hold in memory go to the pipeline; larger ones libzip deflates as it writes them.
+  void planCompression() {
+    pipeline = std::make_unique<DeflatePipeline>(deflateThreads());
+    for (const Deferred& d : deferred) {
+      EntrySource& s = *d.state;
+      std::optional<std::uint64_t> size;
+      try {
+        size = s.content->size();
+        if (isCompressedFormat(s.name) || (size && *size > kWholeEntryLimit && !worthDeflating(*s.content))) {
+          setCompression(s.name, d.index, ZIP_CM_STORE, 0);
+          continue;
+        }
+      } catch (const Exception& e) {
+        failures->record("entry '" + s.name + "': " + e.what());
+        raise("entry '" + s.name + "'");
+      }
+      if (size && *size <= kWholeEntryLimit) {
+        s.ticket = pipeline->add(s.content);
+        s.pipeline = pipeline.get();
+        setCompression(s.name, d.index, ZIP_CM_DEFAULT, 0);
+      }
+    }
+    deferred.clear();
+    pipeline->start();
   }
 
   void requireUsable() const {
@@ -398,13 +487,11 @@ void ZipWriter::copyEntry(const std::string& name, std::uint64_t sourceIndex, co
 void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentSource> source,
                          Compression compression, const EntryAttributes& attributes) {
   impl_->requireUsable();
-  auto* state = new EntrySource{name, std::move(source), std::nullopt, impl_->failures, nullptr, {}};
+  auto* state = new EntrySource{name, std::move(source), std::nullopt, impl_->failures, nullptr, {}, nullptr, 0};
   const zip_uint64_t index = impl_->add(name, impl_->functionSource(state));
   const bool stored = compression == Compression::Stored;
-  if (zip_set_file_compression(impl_->archive.get(), index, stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE,
-                               stored ? 0 : kDeflateLevel) != 0) {
-    impl_->raise("entry '" + name + "'");
-  }
+  impl_->setCompression(name, index, stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, stored ? 0 : kDeflateLevel);
+  if (!stored) impl_->deferred.push_back({state, index});
   impl_->apply(name, index, attributes);
 }
 
@@ -412,7 +499,7 @@ void ZipWriter::addPrecompressedEntry(const std::string& name, PrecompressedCont
                                       const EntryAttributes& attributes) {
   impl_->requireUsable();
   auto compressed = content.compressed;
-  auto* state = new EntrySource{name, std::move(compressed), std::move(content), impl_->failures, nullptr, {}};
+  auto* state = new EntrySource{name, std::move(compressed), std::move(content), impl_->failures, nullptr, {}, nullptr, 0};
   const zip_uint64_t index = impl_->add(name, impl_->functionSource(state));
   impl_->apply(name, index, attributes);
 }
@@ -423,6 +510,12 @@ void ZipWriter::commit() {
   if (impl_->entries == 0) {
     impl_->archive.reset();
     throw Exception("cannot write package '" + impl_->package.getNarrowPath() + "': it has no entries");
+  }
+  try {
+    impl_->planCompression();
+  } catch (...) {
+    impl_->archive.reset();
+    throw;
   }
   if (zip_close(impl_->archive.get()) != 0) {
     std::string text = impl_->failures->first.empty() ? std::string(zip_strerror(impl_->archive.get()))

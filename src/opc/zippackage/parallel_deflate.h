@@ -1,0 +1,81 @@
+#pragma once
+// Deflating entries on every core ahead of libzip, which then copies the finished streams.
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "opc/content_source.h"
+
+namespace opc::zippackage {
+
+// The deflate level of every stream the writer makes: zlib's default, whose sizes people know.
+constexpr int kDeflateLevel = 6;
+
+// Entries up to this size are read whole and deflated in memory by one worker each.
+constexpr std::uint64_t kWholeEntryLimit = 4u << 20;
+
+// Worker threads to use: ZVADDON_THREADS when set (1 gives the sequential build, byte for byte the
+// same package), else the number of cores.
+[[nodiscard]] unsigned deflateThreads();
+
+// True when the name ends in the extension of a format that is already compressed (images, audio,
+// video, archives), so deflating it would cost time and gain nothing.
+[[nodiscard]] bool isCompressedFormat(std::string_view name);
+
+// True when deflating the first bytes of `source` at a fast level saves at least 8% of them.
+// Throws opc::Exception when the source cannot be read.
+[[nodiscard]] bool worthDeflating(const ContentSource& source);
+
+// One entry deflated whole: a raw deflate stream, the CRC-32 and size of the bytes it holds.
+struct DeflatedEntry {
+  std::string compressed;
+  std::uint64_t size = 0;
+  std::uint32_t crc = 0;
+  std::string error;  // non-empty when the source could not be read; nothing else is set then
+};
+
+// Deflates sources of at most kWholeEntryLimit bytes on worker threads, in the order they were
+// added, while the caller takes the results in that same order. Finished results not yet taken hold
+// at most about `window` bytes (at least one result is always allowed), so memory stays bounded
+// however many entries there are. Each source is used by one worker at a time and by nobody else
+// meanwhile. Destroying the pipeline stops and joins the workers.
+class DeflatePipeline {
+ public:
+  explicit DeflatePipeline(unsigned threads, std::uint64_t window = 24u << 20);
+  ~DeflatePipeline();
+  DeflatePipeline(const DeflatePipeline&) = delete;
+  DeflatePipeline& operator=(const DeflatePipeline&) = delete;
+
+  // Queues a source; returns its ticket (0, 1, 2, ... in order). Call before start().
+  std::size_t add(std::shared_ptr<const ContentSource> source);
+  void start();
+  // Waits for the result of `ticket`. Tickets must be taken in increasing order, each once.
+  [[nodiscard]] DeflatedEntry take(std::size_t ticket);
+
+ private:
+  struct Job {
+    std::shared_ptr<const ContentSource> source;
+    DeflatedEntry result;
+    bool done = false;
+  };
+  void work();
+
+  unsigned threads_;
+  std::uint64_t window_;
+  std::vector<Job> jobs_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::size_t next_ = 0;         // the first job no worker has taken
+  std::size_t taken_ = 0;        // the first job the caller has not taken
+  std::uint64_t held_ = 0;       // bytes of finished results not yet taken
+  bool stopping_ = false;
+  std::vector<std::thread> workers_;
+};
+
+}  // namespace opc::zippackage
