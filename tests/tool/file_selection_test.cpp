@@ -7,7 +7,6 @@
 
 #include "batches.h"
 #include "support/gateway_call.h"
-#include "tool_error.h"
 
 namespace zvaddon::tool {
 namespace {
@@ -99,25 +98,6 @@ TEST_F(SelectionTest, SortsByPathCountsBytesAndKeepsEmptyFolders) {
   EXPECT_EQ(s.emptyFolders, std::vector<std::string>{"empty/inner"});
 }
 
-TEST_F(SelectionTest, DefaultExclusionsAndTheSkipListAreHonoured) {
-  write(".git/HEAD", "x");
-  write("src/.svn/entries", "x");
-  write("src/f.m", "x");
-  write("src/f.m~", "x");
-  write("zvaddon.json", "{}");
-  write("sub/zvaddon.json", "{}");
-  write("out.zvaddon", "x");
-  write("keep.txt", "x");
-  Selection s = selectFiles(dir_.path(), FilePatterns{}, {dir_.path() / "keep.txt"});
-  // Only the manifest at the top is the manifest; one further down is content.
-  EXPECT_EQ(paths(s), (std::vector<std::string>{"src/f.m", "sub/zvaddon.json"}));
-
-  FilePatterns all;
-  all.defaultExcludes = false;
-  s = selectFiles(dir_.path(), all, {dir_.path() / "keep.txt"});
-  EXPECT_EQ(s.files.size(), 7u);
-}
-
 TEST_F(SelectionTest, FollowsLinksToFilesButNotToFolders) {
   write("real/f.m", "abc");
   fs::create_symlink(dir_.path() / "real/f.m", dir_.path() / "link.m");
@@ -126,26 +106,6 @@ TEST_F(SelectionTest, FollowsLinksToFilesButNotToFolders) {
   const Selection s = selectFiles(dir_.path(), FilePatterns{});
   EXPECT_EQ(paths(s), (std::vector<std::string>{"link.m", "real/f.m"}));
   EXPECT_EQ(s.files[0].size, 3u);
-}
-
-TEST_F(SelectionTest, AnExcludedFolderIsNotEnteredAndIncludesNarrow) {
-  write("build/x.o", "x");
-  write("src/a.m", "x");
-  write("src/b.c", "x");
-  FilePatterns p;
-  p.include = {"src/*.m", "build/"};
-  p.exclude = {"build"};
-  EXPECT_EQ(paths(selectFiles(dir_.path(), p)), std::vector<std::string>{"src/a.m"});
-}
-
-TEST_F(SelectionTest, AMissingFolderIsAToolError) {
-  try {
-    (void)selectFiles(dir_.path() / "absent", FilePatterns{});
-    FAIL() << "no error";
-  } catch (const ToolError& e) {
-    EXPECT_EQ(e.status(), ExitStatus::hostError);
-    EXPECT_NE(std::string(e.what()).find("absent"), std::string::npos);
-  }
 }
 
 // Batching: every file once, in order; batches grow with what is stored, so their number stays

@@ -9,7 +9,6 @@
 #include "gateway.h"
 #include "records.h"
 #include "support/gateway_call.h"
-#include "tool_error.h"
 
 namespace zvaddon::tool {
 namespace {
@@ -49,30 +48,6 @@ class PackageIndexTest : public ::testing::Test {
   std::string package_;
 };
 
-TEST_F(PackageIndexTest, SizesAreFoundForEveryNameTheFileListGives) {
-  const std::vector<std::pair<std::string, std::string>> files = {
-      {"a b/c#d/x%y.m", "1"}, {"[x]/_rels/.rels", "22"}, {"[x]/trailing.", "333"},
-      {"\xE6\x97\xA5\xE6\x9C\xAC/\xF0\x9F\x9A\x80 go&.txt", "4444"}, {"colon:name.m", "55555"},
-  };
-  Json sources = Json::array();
-  Json targets = Json::array();
-  for (const auto& [name, bytes] : files) {
-    sources.push_back(file(name, bytes));
-    targets.push_back(name);
-  }
-  (void)callGateway("zvAddonAddFiles", {package_, sources, targets});
-  const auto sizes = PackageIndex::read(package_).contentFileSizes();
-  const Json list = getFromGateway("zvAddonGetFileList", {package_});
-  ASSERT_EQ(list.size(), files.size());
-  for (const Json& name : list) {
-    const auto found = sizes.find(name.get<std::string>());
-    ASSERT_NE(found, sizes.end()) << name;
-    const auto source = std::find_if(files.begin(), files.end(), [&](const auto& f) { return "/" + f.first == name; });
-    ASSERT_NE(source, files.end()) << name;
-    EXPECT_EQ(found->second, source->second.size()) << name;
-  }
-}
-
 TEST_F(PackageIndexTest, ScreenshotInstructionSetsAndSignaturePartsAreSeen) {
   PackageIndex index = PackageIndex::read(package_);
   EXPECT_FALSE(index.screenshot().has_value());
@@ -92,17 +67,6 @@ TEST_F(PackageIndexTest, ScreenshotInstructionSetsAndSignaturePartsAreSeen) {
   EXPECT_TRUE(index.hasSignatureParts());
   // None of these are content files.
   EXPECT_TRUE(index.contentFileSizes().empty());
-}
-
-TEST_F(PackageIndexTest, AFileThatIsNoZipIsAToolError) {
-  const std::string junk = file("junk.zvaddon", "not a zip");
-  try {
-    (void)PackageIndex::read(junk);
-    FAIL() << "read";
-  } catch (const ToolError& e) {
-    EXPECT_EQ(e.status(), ExitStatus::hostError);
-    EXPECT_NE(std::string(e.what()).find(junk), std::string::npos);
-  }
 }
 
 }  // namespace

@@ -96,8 +96,17 @@ void runExtract(const PackageOptions& options, int& exitStatus) {
     progress.finish();
   }
   if (!options.quiet) {
-    std::cout << "extracted " << files << " files (" << formatBytes(bytes) << ") into " << options.destination
-              << "\n";
+    // The package does not say which entries are empty folders; the unpacked tree does.
+    std::uint64_t folders = 0;
+    for (const Json& f : list) {
+      std::error_code ec;
+      if (fs::is_directory(fs::path(options.destination) / fs::path(f["path"].get<std::string>()).relative_path(), ec)) {
+        ++folders;
+      }
+    }
+    std::cout << "extracted " << files - folders << " files (" << formatBytes(bytes) << ")";
+    if (folders > 0) std::cout << " and " << folders << " empty folders";
+    std::cout << " into " << options.destination << "\n";
   }
   exitStatus = static_cast<int>(ExitStatus::ok);
 }

@@ -43,3 +43,10 @@ The manifest builds; its default name is the folder's, with the version.
     "type": "",
     "text": "MIT\n"
   }
+
+Unpacked, the empty folder is a folder again and is counted as one.
+
+  $ zvaddon extract "my addon-1.0.0.zvaddon" out
+  extracted 4 files (23 B) and 1 empty folders into out
+  $ test -d out/emptydir && ls -A out/emptydir | wc -l
+  0

@@ -73,3 +73,11 @@ A folder without a manifest points at init.
   $ zvaddon build addon
   zvaddon build: no manifest 'addon/zvaddon.json' (zvaddon init writes a starting one)
   [1]
+
+A licence file must be UTF-8 text.
+
+  $ printf 'caf\351\n' > addon/LICENSE
+  $ printf '{"properties": {"name": "A", "version": "1", "GUID": "g"}, "license": {"file": "LICENSE"}}' > addon/zvaddon.json
+  $ zvaddon build -q addon -o out.zvaddon
+  zvaddon build: addon/zvaddon.json: /license/file: 'LICENSE' is not UTF-8 text
+  [5]
