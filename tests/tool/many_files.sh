@@ -50,6 +50,6 @@ diff -r "$work/tree" "$work/out" > /dev/null || fail "the extracted tree differs
 "$tool" build -m "$work/zvaddon.json" "$work/tree" -o "$work/quiet.zvaddon" > /dev/null 2> "$work/quiet.err"
 [ ! -s "$work/quiet.err" ] || fail "progress printed without a terminal: $(head -c 200 "$work/quiet.err")"
 
-awk -v c="$count" -v b="$(echo "$built - $start" | bc)" -v e="$(echo "$extracted - $start_extract" | bc)" \
+awk -v c="$count" -v b0="$start" -v b1="$built" -v e0="$start_extract" -v e1="$extracted" \
   -v s="$(stat -c %s "$work/many.zvaddon")" \
-  'BEGIN { printf "many_files: %d files: build %.1f s, extract %.1f s, package %.1f MB\n", c, b, e, s / 1e6 }'
+  'BEGIN { printf "many_files: %d files: build %.1f s, extract %.1f s, package %.1f MB\n", c, b1 - b0, e1 - e0, s / 1e6 }'
