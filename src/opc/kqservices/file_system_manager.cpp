@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "foundation/clock.h"
 #include "opc/detail/text.h"
 #include "opc/kqservices/file_content_source.h"
 #include "opc/kqservices/file_system_names.h"
@@ -18,6 +19,15 @@ namespace {
 
 using opc::detail::asciiLower;
 using opc::detail::narrow;
+
+// Reproducible builds: with SOURCE_DATE_EPOCH set, no file time written is later than that instant.
+FileTime clampedToSourceDateEpoch(FileTime time) {
+  if (const auto epoch = foundation::clock::sourceDateEpoch()) {
+    const FileTime limit{static_cast<std::int64_t>(*epoch), 0};
+    if (limit < time) return limit;
+  }
+  return time;
+}
 
 const ustring kPrefix = u"/fsroot/";
 const ustring kFolderContentType = u"application/x-zvaddon-folder";
@@ -235,7 +245,7 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
     model::PartPtr part = package_.createPart(name, model::ContentType(contentTypeFor(components.back())),
                                               model::StandardPartInfo(model::StandardPartInfo::Deflated, status.size));
     part->setContentSource(std::move(source));
-    part->setLastModifiedTime(status.lastWriteTime);
+    part->setLastModifiedTime(clampedToSourceDateEpoch(status.lastWriteTime));
     part->setUnixMode(status.mode & 0777);
   } catch (...) {
     try {

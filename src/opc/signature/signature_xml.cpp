@@ -10,6 +10,7 @@
 #include <xercesc/util/XMLUniDefs.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
+#include "foundation/clock.h"
 #include "opc/detail/text.h"
 #include "opc/model/content_type.h"
 #include "opc/signature/canonical_xml.h"
@@ -517,7 +518,7 @@ SignatureContent readSignatureScope(opc::InputStream& input) {
 }
 
 ustring currentSigningTime() {
-  const std::time_t now = std::time(nullptr);
+  const std::time_t now = foundation::clock::now();
   std::tm utc{};
   if (gmtime_r(&now, &utc) == nullptr) throw opc::Exception("could not convert calendar time to UTC time");
   char text[32];
