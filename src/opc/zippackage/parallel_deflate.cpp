@@ -1,11 +1,13 @@
 #include "opc/zippackage/parallel_deflate.h"
 
 #include <libdeflate.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 
 #include "opc/exception.h"
 
@@ -58,7 +60,100 @@ DeflatedEntry deflateWhole(libdeflate_compressor* compressor, const ContentSourc
   return entry;
 }
 
+// One piece of a large entry: zlib, because a piece must end in a sync flush so that the next one can
+// follow it inside the same stream, which libdeflate (whole buffers, always final) cannot do.
+std::string deflatePiece(const std::uint8_t* data, std::size_t size, const std::uint8_t* dictionary,
+                         std::size_t dictionarySize, bool last) {
+  z_stream z{};
+  if (deflateInit2(&z, kDeflateLevel, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+    throw Exception("cannot start deflate");
+  }
+  std::string out;
+  try {
+    if (dictionarySize > 0 &&
+        deflateSetDictionary(&z, dictionary, static_cast<uInt>(dictionarySize)) != Z_OK) {
+      throw Exception("cannot prime deflate");
+    }
+    out.resize(deflateBound(&z, size) + 64);
+    z.next_in = const_cast<std::uint8_t*>(data);
+    z.avail_in = static_cast<uInt>(size);
+    z.next_out = reinterpret_cast<std::uint8_t*>(out.data());
+    z.avail_out = static_cast<uInt>(out.size());
+    const int result = deflate(&z, last ? Z_FINISH : Z_SYNC_FLUSH);
+    if ((last && result != Z_STREAM_END) || (!last && (result != Z_OK || z.avail_out == 0 || z.avail_in != 0))) {
+      throw Exception("deflate of a piece failed");
+    }
+    out.resize(out.size() - z.avail_out);
+  } catch (...) {
+    deflateEnd(&z);
+    throw;
+  }
+  deflateEnd(&z);
+  return out;
+}
+
 }  // namespace
+
+PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, unsigned threads) {
+  constexpr std::size_t kDictionary = 32u << 10;
+  const std::optional<std::uint64_t> expected = source.size();
+  if (!expected) throw Exception("a source of unknown size cannot be deflated in pieces");
+  threads = std::max(1u, threads);
+  auto stream = source.openStream();
+  PieceStream result;
+  // Each round reads `threads` pieces after the 32 KiB that primes the first of them.
+  std::vector<std::uint8_t> buffer(kDictionary + threads * kPieceSize);
+  std::size_t primed = 0;  // bytes of the previous round's end at the front of the buffer
+  bool end = false;
+  while (!end) {
+    // Pieces start at multiples of kPieceSize whatever the thread count, so the stream does not
+    // depend on it.
+    const std::size_t want = primed + threads * kPieceSize;
+    std::size_t filled = primed;
+    while (filled < want) {
+      const std::size_t n = stream->read(buffer.data() + filled, want - filled);
+      if (n == 0) break;
+      filled += n;
+    }
+    const std::size_t fresh = filled - primed;
+    result.crc = libdeflate_crc32(result.crc, buffer.data() + primed, fresh);
+    result.size += fresh;
+    if (result.size > *expected) throw Exception("the content grew past the size it had when added");
+    end = result.size == *expected;
+    if (end) {
+      std::uint8_t probe;
+      if (stream->read(&probe, 1) != 0) throw Exception("the content grew past the size it had when added");
+    } else if (filled < want) {
+      throw Exception("the content shrank below the size it had when added");
+    }
+    const std::size_t pieces = std::max<std::size_t>(1, (fresh + kPieceSize - 1) / kPieceSize);
+    std::vector<std::string> outputs(pieces);
+    std::vector<std::string> failures(pieces);
+    auto run = [&](std::size_t i) {
+      try {
+        const std::size_t begin = primed + i * kPieceSize;
+        const std::size_t length = std::min(kPieceSize, filled - begin);
+        const std::size_t dictionary = std::min(kDictionary, begin);
+        outputs[i] = deflatePiece(buffer.data() + begin, length, buffer.data() + begin - dictionary, dictionary,
+                                  end && i + 1 == pieces);
+      } catch (const std::exception& e) {
+        failures[i] = e.what();
+      }
+    };
+    std::vector<std::thread> helpers;
+    for (std::size_t i = 1; i < pieces; ++i) helpers.emplace_back(run, i);
+    run(0);
+    for (auto& helper : helpers) helper.join();
+    for (std::size_t i = 0; i < pieces; ++i) {
+      if (!failures[i].empty()) throw Exception(failures[i]);
+      out.append(reinterpret_cast<const std::uint8_t*>(outputs[i].data()), outputs[i].size());
+      result.compressedSize += outputs[i].size();
+    }
+    primed = std::min(kDictionary, filled);
+    std::memmove(buffer.data(), buffer.data() + filled - primed, primed);
+  }
+  return result;
+}
 
 unsigned deflateThreads() {
   if (const char* text = std::getenv("ZVADDON_THREADS")) {

@@ -32,6 +32,31 @@ constexpr std::uint64_t kWholeEntryLimit = 4u << 20;
 // Throws opc::Exception when the source cannot be read.
 [[nodiscard]] bool worthDeflating(const ContentSource& source);
 
+// The size of the pieces a large entry is deflated in, each on its own thread.
+constexpr std::size_t kPieceSize = 1u << 20;
+
+// A raw deflate stream made by deflateInPieces.
+struct PieceStream {
+  std::uint64_t size = 0;  // bytes read from the source
+  std::uint32_t crc = 0;
+  std::uint64_t compressedSize = 0;
+};
+
+// Deflates `source` (whose size() must be known) in kPieceSize pieces, up to `threads` at a time:
+// each piece is primed with the 32 KiB before it and ends on a byte boundary with an empty stored
+// block, the last one with the final block, so the pieces join into one raw deflate stream. The
+// stream is appended to `out`; memory holds a few pieces at most. The output does not depend on
+// `threads`. Throws opc::Exception when the source cannot be read or holds another size than it
+// said.
+PieceStream deflateInPieces(const ContentSource& source, class OutputSink& out, unsigned threads);
+
+// Where deflateInPieces puts its output.
+class OutputSink {
+ public:
+  virtual ~OutputSink() = default;
+  virtual void append(const std::uint8_t* data, std::size_t size) = 0;
+};
+
 // One entry deflated whole: a raw deflate stream, the CRC-32 and size of the bytes it holds.
 struct DeflatedEntry {
   std::string compressed;

@@ -237,6 +237,27 @@ struct EntrySource {
   zip_error_t error{};
   DeflatePipeline* pipeline = nullptr;
   std::size_t ticket = 0;
+  std::string pieceSpoolFolder;  // non-empty: deflate in pieces at the first stat, spooled here
+
+  zip_int64_t deflatePieces() {
+    struct Sink : OutputSink {
+      detail::SpoolContent& spool;
+      explicit Sink(detail::SpoolContent& s) : spool(s) {}
+      void append(const std::uint8_t* data, std::size_t size) override { spool.append(data, size); }
+    };
+    try {
+      auto spool = std::make_shared<detail::SpoolContent>(pieceSpoolFolder);
+      Sink sink(*spool);
+      const PieceStream result = deflateInPieces(*content, sink, deflateThreads());
+      pieceSpoolFolder.clear();
+      content = spool;
+      precompressed = PrecompressedContent{spool, result.compressedSize, result.size, result.crc};
+      return 0;
+    } catch (const std::exception& e) {
+      failures->record("entry '" + name + "': " + e.what());
+      return fail(&error, ZIP_ER_READ);
+    }
+  }
 
   zip_int64_t takeDeflated() {
     DeflatedEntry result = pipeline->take(ticket);
@@ -264,6 +285,7 @@ struct EntrySource {
     if (st == nullptr) return -1;
     zip_stat_init(st);
     if (pipeline != nullptr && takeDeflated() != 0) return -1;
+    if (!pieceSpoolFolder.empty() && deflatePieces() != 0) return -1;
     if (precompressed) {
       st->size = precompressed->uncompressedSize;
       st->comp_size = precompressed->compressedSize;
@@ -403,7 +425,8 @@ struct ZipWriter::Impl {
   }
 
   // Already-compressed formats and data that does not shrink are stored; entries small enough to
-  // hold in memory go to the pipeline; larger ones libzip deflates as it writes them.
+  // hold in memory go to the pipeline; larger ones are deflated in pieces when libzip reaches them;
+  // those of unknown size libzip deflates itself.
   void planCompression() {
     pipeline = std::make_unique<DeflatePipeline>(deflateThreads());
     for (const Deferred& d : deferred) {
@@ -422,6 +445,9 @@ struct ZipWriter::Impl {
       if (size && *size <= kWholeEntryLimit) {
         s.ticket = pipeline->add(s.content);
         s.pipeline = pipeline.get();
+        setCompression(s.name, d.index, ZIP_CM_DEFAULT, 0);
+      } else if (size) {
+        s.pieceSpoolFolder = folderOf(package.getNarrowPath());
         setCompression(s.name, d.index, ZIP_CM_DEFAULT, 0);
       }
     }
@@ -487,7 +513,7 @@ void ZipWriter::copyEntry(const std::string& name, std::uint64_t sourceIndex, co
 void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentSource> source,
                          Compression compression, const EntryAttributes& attributes) {
   impl_->requireUsable();
-  auto* state = new EntrySource{name, std::move(source), std::nullopt, impl_->failures, nullptr, {}, nullptr, 0};
+  auto* state = new EntrySource{name, std::move(source), std::nullopt, impl_->failures, nullptr, {}, nullptr, 0, {}};
   const zip_uint64_t index = impl_->add(name, impl_->functionSource(state));
   const bool stored = compression == Compression::Stored;
   impl_->setCompression(name, index, stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, stored ? 0 : kDeflateLevel);
@@ -499,7 +525,7 @@ void ZipWriter::addPrecompressedEntry(const std::string& name, PrecompressedCont
                                       const EntryAttributes& attributes) {
   impl_->requireUsable();
   auto compressed = content.compressed;
-  auto* state = new EntrySource{name, std::move(compressed), std::move(content), impl_->failures, nullptr, {}, nullptr, 0};
+  auto* state = new EntrySource{name, std::move(compressed), std::move(content), impl_->failures, nullptr, {}, nullptr, 0, {}};
   const zip_uint64_t index = impl_->add(name, impl_->functionSource(state));
   impl_->apply(name, index, attributes);
 }
