@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <zip.h>
 
+#include "foundation/clock.h"
 #include "opc/detail/content_sources.h"
 #include "opc/detail/fd.h"
 #include "opc/exception.h"
@@ -411,6 +412,10 @@ struct ZipWriter::Impl {
           raise("entry '" + name + "'");
         }
       }
+    } else {
+      // Generated parts carry the system's clock, not libzip's, so SOURCE_DATE_EPOCH reaches them.
+      const FileTime now{foundation::clock::now(), 0};
+      if (zip_file_set_mtime(archive.get(), index, extra::clampToDosRange(now), 0) != 0) raise("entry '" + name + "'");
     }
     if (attributes.unixMode) {
       const zip_uint32_t external = (static_cast<zip_uint32_t>(S_IFREG) | (*attributes.unixMode & 07777)) << 16;
