@@ -18,7 +18,7 @@ namespace opc::zippackage {
 constexpr int kDeflateLevel = 6;
 
 // Entries up to this size are read whole and deflated in memory by one worker each.
-constexpr std::uint64_t kWholeEntryLimit = 4u << 20;
+constexpr std::uint64_t kWholeEntryLimit = 1u << 20;
 
 // Worker threads to use: ZVADDON_THREADS when set (1 gives the sequential build, byte for byte the
 // same package), else the number of cores.
@@ -72,7 +72,7 @@ struct DeflatedEntry {
 // meanwhile. Destroying the pipeline stops and joins the workers.
 class DeflatePipeline {
  public:
-  explicit DeflatePipeline(unsigned threads, std::uint64_t window = 24u << 20);
+  explicit DeflatePipeline(unsigned threads, std::uint64_t window = 8u << 20);
   ~DeflatePipeline();
   DeflatePipeline(const DeflatePipeline&) = delete;
   DeflatePipeline& operator=(const DeflatePipeline&) = delete;
