@@ -1,5 +1,7 @@
 #include "opc/model/content_types.h"
 
+#include <algorithm>
+
 #include "opc/detail/text.h"
 #include "opc/detail/xml_text.h"
 #include "opc/exception.h"
@@ -10,9 +12,6 @@ namespace opc::model::detail {
 namespace {
 
 using opc::detail::narrow;
-
-// Bounds what a hostile package can make us parse: about 2,000 bytes per part for a million parts.
-constexpr std::uint64_t kMaxContentTypesBytes = 1ull << 31;
 
 void requireOnly(const opc::detail::XmlElement& element, std::initializer_list<std::u16string_view> allowed,
                  const std::string& what) {
@@ -65,10 +64,10 @@ bool isValidExtension(const ustring& extension) {
 
 }  // namespace
 
-ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what) {
+ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what, std::uint64_t maxBytes) {
   ContentTypeMap map;
   opc::detail::readXmlDocument(
-      stream, PackageHelper::getContentTypesNamespace(), what, kMaxContentTypesBytes,
+      stream, PackageHelper::getContentTypesNamespace(), what, std::min(maxBytes, kMaxContentTypesBytes),
       [&](const opc::detail::XmlElement& root) {
         if (root.localName != u"Types") throw Exception(what + ": the document element is not 'Types'");
         requireOnly(root, {}, what);

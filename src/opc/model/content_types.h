@@ -14,13 +14,16 @@
 namespace opc::model::detail {
 
 inline constexpr char kContentTypesItemName[] = "[Content_Types].xml";
+// Bounds what a hostile package can make us parse: about 2,000 bytes per part for a million parts.
+inline constexpr std::uint64_t kMaxContentTypesBytes = 1ull << 31;
 
 class ContentTypeMap {
  public:
   // Throws opc::Exception for malformed XML, an unknown element or attribute, an invalid extension,
   // part name or content type, or a repeated extension (ignoring case) or part name (equivalence).
-  // `what` names the item in messages.
-  [[nodiscard]] static ContentTypeMap read(InputStream& stream, const std::string& what);
+  // `what` names the item in messages; more than `maxBytes` of XML is an error too.
+  [[nodiscard]] static ContentTypeMap read(InputStream& stream, const std::string& what,
+                                           std::uint64_t maxBytes = kMaxContentTypesBytes);
 
   // The Override for the part, else the Default for its extension (ignoring case).
   [[nodiscard]] const ContentType* lookup(const PartName& name) const;

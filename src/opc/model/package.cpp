@@ -1,5 +1,6 @@
 #include "opc/model/package.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <sys/stat.h>
 
@@ -21,6 +22,10 @@ using zippackage::ZipEntry;
 
 // A hostile relationships part cannot make us parse more than this.
 constexpr std::uint64_t kMaxRelationshipsBytes = 64u << 20;
+// Nor can all the XML that opening parses ([Content_Types].xml and every relationships part) exceed a
+// share per item: the DOM of a deflate bomb would otherwise take gigabytes from a small file.
+constexpr std::uint64_t kXmlBaseBytes = 16u << 20;
+constexpr std::uint64_t kXmlBytesPerItem = 4u << 10;
 
 std::string folderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -41,9 +46,9 @@ void forEachPrefix(const ustring& key, Visit visit) {
   }
 }
 
-void readRelationships(InputStream& stream, Relationships& target, const std::string& what) {
+void readRelationships(InputStream& stream, Relationships& target, const std::string& what, std::uint64_t maxBytes) {
   opc::detail::readXmlDocument(
-      stream, PackageHelper::getRelationshipsNamespace(), what, kMaxRelationshipsBytes,
+      stream, PackageHelper::getRelationshipsNamespace(), what, std::min(maxBytes, kMaxRelationshipsBytes),
       [&](const opc::detail::XmlElement& root) {
         if (root.localName != u"Relationships") {
           throw Exception(what + ": the document element is not 'Relationships'");
@@ -165,9 +170,22 @@ void Package::load() {
     throw Exception("package '" + path + "' is no OPC package: it has no [Content_Types].xml item");
   }
   if (contentTypesEntry->encrypted) throw Exception("package '" + path + "': [Content_Types].xml is encrypted");
+  std::uint64_t xmlBudget = kXmlBaseBytes + kXmlBytesPerItem * entries.size();
+  const auto spendXml = [&](const ZipEntry& entry, const std::string& where) {
+    if (entry.size > xmlBudget) {
+      throw Exception(where + ": the XML read on opening would exceed " +
+                      std::to_string(kXmlBaseBytes + kXmlBytesPerItem * entries.size()) + " bytes for " +
+                      std::to_string(entries.size()) + " items");
+    }
+    const std::uint64_t allowed = xmlBudget;
+    xmlBudget -= entry.size;
+    return allowed;
+  };
   const auto contentTypes = [&] {
+    const std::string where = "package '" + path + "': [Content_Types].xml";
+    const std::uint64_t maxBytes = spendXml(*contentTypesEntry, where);
     auto stream = physical_.openEntry(contentTypesEntry->index);
-    return detail::ContentTypeMap::read(*stream, "package '" + path + "': [Content_Types].xml");
+    return detail::ContentTypeMap::read(*stream, where, maxBytes);
   }();
 
   std::vector<std::pair<PartName, const ZipEntry*>> relationshipParts;
@@ -236,8 +254,9 @@ void Package::load() {
       sourcePart = parts_[it->second].get();
       target = &sourcePart->relationships();
     }
+    const std::uint64_t maxBytes = spendXml(*entry, where);
     auto stream = physical_.openEntry(entry->index);
-    readRelationships(*stream, *target, where);
+    readRelationships(*stream, *target, where, maxBytes);
     if (sourcePart != nullptr) {
       sourcePart->relationshipsEntry_ = entry->index;
     } else {

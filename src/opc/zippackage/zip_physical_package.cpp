@@ -15,6 +15,10 @@ namespace opc::zippackage {
 
 namespace {
 
+// More items than any real package holds. Each costs the model far more memory than its central
+// directory record costs the file, so a file of millions of tiny entries is refused up front.
+constexpr zip_int64_t kMaxEntries = 1'000'000;
+
 class EntryStream : public InputStream {
  public:
   EntryStream(zip_file_t* file, std::string description) : file_(file), description_(std::move(description)) {}
@@ -88,6 +92,10 @@ void ZipPhysicalPackage::openArchive() {
   }
   ZipArchivePtr owner(archive);
   const zip_int64_t count = zip_get_num_entries(archive, 0);
+  if (count > kMaxEntries) {
+    throw Exception("cannot open package '" + narrowPath_ + "': it has " + std::to_string(count) +
+                    " items, more than the " + std::to_string(kMaxEntries) + " a package may hold");
+  }
   std::vector<ZipEntry> entries;
   entries.reserve(static_cast<std::size_t>(count));
   for (zip_int64_t i = 0; i < count; ++i) {

@@ -1,0 +1,113 @@
+// A small hostile package cannot make reading take gigabytes: parts too many, XML too large or
+// nested too deep each fail with the call's key and a message naming the bound.
+#include <cstdlib>
+
+#include "hardening_support.h"
+
+namespace {
+
+using namespace zvtest::hardening;
+
+// The package with `entry` replaced by (or added as) `bytes`, deflated.
+void putEntry(const std::string& package, const std::string& entry, const std::string& bytes) {
+  int code = 0;
+  zip_t* zip = zip_open(package.c_str(), 0, &code);
+  ASSERT_NE(zip, nullptr);
+  zip_source_t* source = zip_source_buffer(zip, bytes.data(), bytes.size(), 0);
+  ASSERT_GE(zip_file_add(zip, entry.c_str(), source, ZIP_FL_OVERWRITE), 0);
+  ASSERT_EQ(zip_close(zip), 0) << zip_strerror(zip);
+}
+
+std::string entryBytes(const std::string& package, const std::string& entry) {
+  int code = 0;
+  zip_t* zip = zip_open(package.c_str(), ZIP_RDONLY, &code);
+  if (zip == nullptr) return {};
+  zip_stat_t st;
+  std::string bytes;
+  if (zip_stat(zip, entry.c_str(), 0, &st) == 0) {
+    bytes.resize(st.size);
+    zip_file_t* file = zip_fopen(zip, entry.c_str(), 0);
+    if (file == nullptr || zip_fread(file, bytes.data(), st.size) != static_cast<zip_int64_t>(st.size)) bytes.clear();
+    if (file != nullptr) zip_fclose(file);
+  }
+  zip_discard(zip);
+  return bytes;
+}
+
+// The document with `padding` bytes of white space before its end tag: still valid, only large.
+std::string padded(const std::string& xml, std::size_t padding) {
+  const std::size_t end = xml.rfind("</");
+  return xml.substr(0, end) + std::string(padding, ' ') + xml.substr(end);
+}
+
+std::string nested(int depth, const std::string& root) {
+  std::string xml = root;
+  for (int i = 0; i < depth; ++i) xml += "<a>";
+  for (int i = 0; i < depth; ++i) xml += "</a>";
+  return xml + "</" + root.substr(1, root.find(' ') - 1) + ">";
+}
+
+const std::string kLicense = R"(<license xmlns="https://schemas.zvaddon.org/zorvan/addon/2014/license">)";
+const std::string kRels = R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)";
+
+TEST(ReadLimitsTest, HostileXmlFailsWithTheBoundNamed) {
+  zvtest::TempDir dir;
+  const struct {
+    const char* name;
+    std::string entry;
+    std::function<std::string(const std::string& old)> bytes;
+    qxFunction read;
+    const char* key;
+    const char* message;
+  } cases[] = {
+      {"MetadataPartTooLarge", "metadata/license.xml", [](const std::string& old) { return padded(old, 17u << 20); },
+       zvAddonGetLicense, "ZVADDON_BUILTINS_ERROR_GET_LICENSE", "exceeds"},
+      {"MetadataPartTooDeep", "metadata/license.xml", [](const std::string&) { return nested(100000, kLicense); },
+       zvAddonGetLicense, "ZVADDON_BUILTINS_ERROR_GET_LICENSE", "nest deeper"},
+      {"CorePropertiesTooLarge", "docProps/core.xml", [](const std::string& old) { return padded(old, 17u << 20); },
+       zvAddonGetProperties, "ZVADDON_BUILTINS_ERROR_GET_PROPERTIES", "exceeds"},
+      {"RelationshipsTooDeep", "_rels/.rels", [](const std::string&) { return nested(1000, kRels); },
+       zvAddonGetProperties, "ZVADDON_BUILTINS_ERROR_GET_PROPERTIES", "nest deeper"},
+      // Opening parses content types and relationships up to a share per item, not 64 MiB each.
+      {"RelationshipsBeyondTheirShare", "_rels/.rels", [](const std::string& old) { return padded(old, 20u << 20); },
+       zvAddonGetProperties, "ZVADDON_BUILTINS_ERROR_GET_PROPERTIES", "exceed"},
+      {"ContentTypesBeyondTheirShare", "[Content_Types].xml",
+       [](const std::string& old) { return padded(old, 20u << 20); }, zvAddonGetFileList,
+       "ZVADDON_BUILTINS_ERROR_GET_FILE_LIST", "exceed"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string package = dir.file(std::string(c.name) + ".zvaddon");
+    zvtest::callOk(zvAddonCreate, {package, zvtest::properties()});
+    zvtest::callOk(zvAddonSetLicense, {package, {{"type", "MIT"}, {"text", "granted"}}});
+    putEntry(package, c.entry, c.bytes(entryBytes(package, c.entry)));
+    ASSERT_LT(std::filesystem::file_size(package), 1u << 20) << "not a small package";
+    const zvtest::CallResult r = zvtest::call(c.read, {package}, 1);
+    ASSERT_FALSE(r.ok());
+    EXPECT_EQ(r.key(), c.key);
+    EXPECT_NE(r.error->message().find(c.message), std::string::npos) << r.error->message();
+  }
+}
+
+// A million tiny entries make a file of about 100 MB; the slow-labelled run (ZV_SLOW=1) builds one.
+TEST(ReadLimitsTest, TooManyItemsFailWithTheBoundNamed) {
+  if (std::getenv("ZV_SLOW") == nullptr) GTEST_SKIP() << "set ZV_SLOW=1 (label slow) to build a package of 1,000,001 items";
+  zvtest::TempDir dir;
+  const std::string package = dir.file("many.zvaddon");
+  zvtest::callOk(zvAddonCreate, {package, zvtest::properties()});
+  {
+    int code = 0;
+    zip_t* zip = zip_open(package.c_str(), 0, &code);
+    ASSERT_NE(zip, nullptr);
+    for (int i = 0; zip_get_num_entries(zip, 0) <= 1'000'000; ++i) {
+      ASSERT_GE(zip_dir_add(zip, ("d/" + std::to_string(i)).c_str(), 0), 0);
+    }
+    ASSERT_EQ(zip_close(zip), 0) << zip_strerror(zip);
+  }
+  const zvtest::CallResult r = zvtest::call(zvAddonGetFileList, {package}, 1);
+  ASSERT_FALSE(r.ok());
+  EXPECT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_GET_FILE_LIST");
+  EXPECT_NE(r.error->message().find("1000000"), std::string::npos) << r.error->message();
+}
+
+}  // namespace
