@@ -1,9 +1,12 @@
 # make demo | make test | make build | make octave   (each installs what is missing first)
 BUILD_DIR ?= build
+# The same suite built with ASan and UBSan; the slow, benchmark, Octave, valgrind and install tests are left to
+# the plain build (valgrind cannot run sanitized binaries; Octave and an outside consumer cannot load them).
+ASAN_BUILD_DIR ?= build-asan
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: setup configure build test demo octave clean
+.PHONY: setup configure build test test-asan demo octave fuzz clean
 
 setup:
 	@scripts/setup
@@ -16,6 +19,13 @@ build: configure
 
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout 900
+	@$(MAKE) --no-print-directory test-asan
+
+test-asan: setup
+	@cmake -S . -B $(ASAN_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZV_SANITIZE=ON $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(ASAN_BUILD_DIR) -j $(JOBS)
+	@cd $(ASAN_BUILD_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j $(JOBS) --timeout 900 -LE 'slow|bench|octave|valgrind|install'
 
 demo: build
 	@scripts/demo $(BUILD_DIR)
@@ -24,5 +34,9 @@ demo: build
 octave: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS) --target zvaddon_octave
 
+# Each fuzz target for FUZZ_SECONDS (default 120) in build-fuzz, built with clang; see fuzz/run.
+fuzz: setup
+	@fuzz/run
+
 clean:
-	rm -rf $(BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) build-fuzz
