@@ -16,7 +16,7 @@ function filterExplorer()
     lo = lowpass(x, fc, fs);
     plot(ax1, t, x, t, lo, t, x - lo);
     legend(ax1, 'signal', sprintf('below %.0f Hz', fc), 'above');
-    [p, f] = spectrum(x, fs);
+    [p, f] = powerSpectrum(x, fs);
     semilogy(ax2, f, p);
     xlabel(ax2, 'frequency (Hz)');
   end

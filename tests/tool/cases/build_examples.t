@@ -48,22 +48,22 @@ The file list with sizes, depth first as the package holds it.
   $ zvaddon ls -l signal.zvaddon
           1488  /LICENSE.txt
            655  /README.md
-           960  /apps/filterExplorer.m
+           965  /apps/filterExplorer.m
            207  /apps/filterExplorer.zvapp
            286  /demos/bandSplitDemo.m
            287  /demos/smoothingDemo.m
-           262  /demos/spectrumDemo.m
+           267  /demos/tonesDemo.m
            435  /doc/gettingStarted.html
            886  /doc/images/screenshot.png
-           557  /doc/index.html
+           562  /doc/index.html
            227  /doc/info.xml
            347  /install/sigtoolSetup.xml
            268  /java/sigtool-helpers.jar
            384  /sigtool/highpass.m
            803  /sigtool/lowpass.m
            491  /sigtool/movingAverage.m
+           395  /sigtool/powerSpectrum.m
            491  /sigtool/private/validateSignal.m
-           380  /sigtool/spectrum.m
 
 Unpacked, the files are the folder's own, byte for byte.
 

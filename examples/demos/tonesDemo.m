@@ -3,6 +3,6 @@
 fs = 1000;
 t = (0:1 / fs:1)';
 x = sin(2 * pi * 50 * t) + 0.5 * sin(2 * pi * 180 * t) + 0.1 * randn(size(t));
-[p, f] = spectrum(x, fs);
+[p, f] = powerSpectrum(x, fs);
 semilogy(f, p);
 xlabel('frequency (Hz)');
