@@ -1,6 +1,8 @@
 #include "opc/zippackage/zip_physical_package.h"
 
 #include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <zip.h>
 
@@ -79,17 +81,36 @@ bool ZipPhysicalPackage::fileExists() const {
 
 void ZipPhysicalPackage::openArchive() {
   closeArchive();
-  struct stat st {};
-  if (::stat(narrowPath_.c_str(), &st) != 0) {
+  // One descriptor pins one file: a writer that renames a new package over this path between our
+  // size check and our reads must not hand us the old size and the new bytes.
+  detail::UniqueFd fd(::open(narrowPath_.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) {
     if (errno == ENOENT || errno == ENOTDIR) throw model::PackageNotFound(path_);
     throw Exception(detail::osError("cannot open package", narrowPath_, errno));
   }
+  struct stat st {};
+  if (::fstat(fd.get(), &st) != 0) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
   if (S_ISDIR(st.st_mode)) throw Exception("cannot open package '" + narrowPath_ + "': it is a folder");
-  int code = 0;
-  zip_t* archive = zip_open(narrowPath_.c_str(), ZIP_RDONLY, &code);
-  if (archive == nullptr) {
-    throw Exception("cannot open package '" + narrowPath_ + "': " + zipErrorText(code));
+  FILE* file = ::fdopen(fd.get(), "rb");
+  if (file == nullptr) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
+  fd.release();
+  zip_error_t error;
+  zip_error_init(&error);
+  ZipSourcePtr source(zip_source_filep_create(file, 0, -1, &error));
+  if (!source) {
+    ::fclose(file);
+    const std::string text = zipErrorText(&error);
+    zip_error_fini(&error);
+    throw Exception("cannot open package '" + narrowPath_ + "': " + text);
   }
+  zip_t* archive = zip_open_from_source(source.get(), ZIP_RDONLY, &error);
+  if (archive == nullptr) {
+    const std::string text = zipErrorText(&error);
+    zip_error_fini(&error);
+    throw Exception("cannot open package '" + narrowPath_ + "': " + text);
+  }
+  source.release();  // the archive owns it now
+  zip_error_fini(&error);
   ZipArchivePtr owner(archive);
   const zip_int64_t count = zip_get_num_entries(archive, 0);
   if (count > kMaxEntries) {
