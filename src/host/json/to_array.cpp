@@ -261,7 +261,10 @@ class Converter {
       if (__builtin_mul_overflow(count, d, &count)) fail(at / "$dims", "too many elements");
     }
     auto allow = [&](std::string_view key, bool allowed) {
-      if (!allowed && j.contains(key)) fail(at, "\"" + std::string(key) + "\" does not apply to class " + className);
+      if (allowed || !j.contains(key)) return;
+      std::string message(1, '"');
+      message.append(key).append("\" does not apply to class ").append(className);
+      fail(at, message);
     };
     const bool structLike = className == "struct" || className == "object";
     bool numeric = false;
