@@ -40,8 +40,6 @@ void storesThenThrows(int, qxArray** out, int, const qxArray**) {
   throw std::runtime_error("disk on fire");
 }
 
-void throwsSomethingElse(int, qxArray**, int, const qxArray**) { throw 42; }
-
 void storesNothing(int, qxArray**, int, const qxArray**) {}
 
 void storesAnswer(int, qxArray** out, int, const qxArray**) { out[0] = qxCreateDoubleScalar(42); }
@@ -60,11 +58,9 @@ TEST(Call, CountChecksRaiseInTheGatewayOrder) {
       {"accepted", 1, {a.get()}, ""},
       {"no output requested", 0, {a.get()}, ""},
       {"too many outputs before too few inputs", 2, {}, err::tooManyOutputs},
-      {"too many outputs before too many inputs", 2, {a.get(), b.get()}, err::tooManyOutputs},
       {"too many inputs", 1, {a.get(), b.get()}, err::tooManyInputs},
       {"too few inputs", 1, {}, err::notEnoughInputs},
       {"input not text", 1, {number.get()}, err::notString},
-      {"null input", 1, {nullptr}, err::notString},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -95,7 +91,6 @@ TEST(Call, EveryFailureArrivesAsAHostError) {
   const Case cases[] = {
       {"host error after storing an output", storesThenRaises, 1, err::tooManyInputs, ""},
       {"standard exception", storesThenThrows, 1, err::unexpectedException, "disk on fire"},
-      {"non-standard exception", throwsSomethingElse, 0, err::unexpectedException, "unknown"},
       {"requested output left unset", storesNothing, 1, err::outputNotAssigned, "1"},
       {"second output left unset", storesAnswer, 2, err::outputNotAssigned, "2"},
   };
