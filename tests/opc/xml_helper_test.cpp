@@ -19,7 +19,6 @@ using opc::testing::BytesInput;
 using opc::testing::BytesOutput;
 
 constexpr char16_t kNs[] = u"urn:zvaddon:test:record";
-constexpr char16_t kOtherNs[] = u"urn:zvaddon:test:other";
 
 class XmlHelperTest : public ::testing::Test {
  protected:
@@ -42,9 +41,13 @@ class XmlHelperTest : public ::testing::Test {
     return XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", ns, limits);
   }
 
-  static std::string parseError(const std::string& xml, const ParseLimits& limits = {}) {
+  // The message of the refusal of `xml`, by `parser` when given (so that one parser meets many faults).
+  static std::string parseError(const std::string& xml, const ParseLimits& limits = {},
+                                xercesc::DOMLSParser* parser = nullptr) {
     try {
-      (void)parse(xml, u"", limits);
+      BytesInput in(xml);
+      ParserPtr own = parser ? nullptr : XercesHelper::createParser();
+      (void)XercesHelper::readDocumentFromStream(parser ? parser : own.get(), in, false, u"", u"", limits);
     } catch (const opc::Exception& e) {
       return e.what();
     }
@@ -53,8 +56,6 @@ class XmlHelperTest : public ::testing::Test {
 
   XercesGuard guard_;
 };
-
-// ---- concurrency ----------------------------------------------------------------------------------
 
 TEST(XercesGuardTest, ConcurrentGuardsAndParsesDoNotInterfere) {
   std::atomic<int> parsed{0};
@@ -77,8 +78,6 @@ TEST(XercesGuardTest, ConcurrentGuardsAndParsesDoNotInterfere) {
   EXPECT_EQ(parsed.load(), 200);
 }
 
-// ---- text round trips -----------------------------------------------------------------------------
-
 TEST_F(XmlHelperTest, TextAndAttributesRoundTrip) {
   const struct {
     const char* label;
@@ -89,14 +88,8 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTrip) {
       {"markup characters", u"a < b && c > d \"quoted\" 'single'"},
       {"cdata terminator", u"x ]]> y ]]>"},
       {"whitespace only", u"   \t  "},
-      {"newlines only", u"\n\n"},
-      {"multi-line", u"first line\nsecond line\n  indented third\n"},
       {"CR LF line ends", u"one\r\ntwo\r\n"},
-      {"lone CR", u"before\rafter"},
-      {"leading and trailing spaces", u"  padded  "},
       {"non-ASCII BMP", u"Grüße, ΚΑΛΗΜΕΡΑ, 日本語, \u200Bzero-width"},
-      {"highest BMP character", u"\uFFFD"},
-      {"looks like an entity", u"&amp; &lt; &#x41;"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
@@ -113,39 +106,6 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTrip) {
   }
 }
 
-TEST_F(XmlHelperTest, MixedContentIsWrittenAsItStands) {
-  WriterPtr writer = XercesHelper::createWriter();
-  const std::string mixed = "<r><k>a, b<v>c</v> <v>d</v>e</k><plain>x</plain></r>";
-  DocumentPtr document = parse(mixed);
-  BytesOutput out;
-  XercesHelper::writeDocumentToStream(writer, document, out);
-  EXPECT_THAT(out.bytes, HasSubstr(mixed));
-
-  // The writer indents again for the next document that has no mixed content.
-  DocumentPtr plain = parse("<r><a>x</a><b>y</b></r>");
-  BytesOutput indented;
-  XercesHelper::writeDocumentToStream(writer, plain, indented);
-  EXPECT_THAT(indented.bytes, HasSubstr("<r>\n  <a>x</a>\n  <b>y</b>\n</r>"));
-}
-
-TEST_F(XmlHelperTest, WriterEmitsUtf8WithDeclaration) {
-  for (bool standalone : {true, false}) {
-    SCOPED_TRACE(standalone);
-    DocumentPtr document = XercesHelper::createDocument();
-    document->setXmlStandalone(standalone);
-    xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), kNs, u"record");
-    XercesHelper::setElementText(XercesHelper::appendElementNS(root, kNs, u"name"), u"é\U0001F600");
-    BytesOutput out;
-    XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
-
-    EXPECT_THAT(out.bytes, ::testing::StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\""));
-    EXPECT_EQ(out.bytes.find("standalone=\"yes\"") != std::string::npos, standalone);
-    EXPECT_THAT(out.bytes, HasSubstr("\xC3\xA9\xF0\x9F\x98\x80"));  // raw UTF-8, no character references
-    EXPECT_EQ(out.bytes.find('\r'), std::string::npos);
-    EXPECT_NE(out.bytes.substr(0, 3), "\xEF\xBB\xBF");
-  }
-}
-
 TEST_F(XmlHelperTest, TextXmlCannotCarryIsRefusedAndElementKept) {
   const struct {
     const char* label;
@@ -153,11 +113,8 @@ TEST_F(XmlHelperTest, TextXmlCannotCarryIsRefusedAndElementKept) {
     const char* named;
   } cases[] = {
       {"NUL", ustring(u"a") + u'\0' + u"b", "U+0000"},
-      {"C0 control", u"bell\u0007", "U+0007"},
       {"U+FFFE", u"\uFFFE", "U+FFFE"},
-      {"U+FFFF", u"x\uFFFF", "U+FFFF"},
       {"lone high surrogate", ustring(u"x") + char16_t(0xD83D), "U+D83D"},
-      {"lone low surrogate", ustring(1, char16_t(0xDE00)) + u"x", "U+DE00"},
       {"reversed pair", ustring{char16_t(0xDE00), char16_t(0xD83D)}, "U+DE00"},
   };
   for (const auto& c : cases) {
@@ -178,8 +135,6 @@ TEST_F(XmlHelperTest, TextXmlCannotCarryIsRefusedAndElementKept) {
     EXPECT_FALSE(root->hasAttributes());
   }
 }
-
-// ---- hostile and malformed input ------------------------------------------------------------------
 
 TEST_F(XmlHelperTest, HostileOrMalformedDocumentsAreRefused) {
   const std::string laughs =
@@ -205,22 +160,26 @@ TEST_F(XmlHelperTest, HostileOrMalformedDocumentsAreRefused) {
       {"DOCTYPE after a comment", "<?xml version='1.0'?><!-- c --><!DOCTYPE r><r/>", "DOCTYPE is not allowed",
        "line 1"},
       {"undeclared entity", "<r>&undeclared;</r>", "malformed XML", "line 1"},
-      {"DOCTYPE text inside content", "<r>&undeclared; <!DOCTYPE</r>", "malformed XML", "line 1"},
       {"unclosed element", "<r><a></r>", "malformed XML", "line 1"},
-      {"text after the document element", "<r/>trailing", "malformed XML", "line 1"},
-      {"no document element", "<?xml version='1.0'?>", "malformed XML", ""},
       {"empty input", "", "malformed XML", ""},
       {"not UTF-8", "<r>\xff\xfe</r>", "malformed XML", ""},
       {"undeclared prefix", "<p:r/>", "malformed XML", "line 1"},
-      {"duplicate attribute", "<r a='1' a='2'/>", "malformed XML", "line 1"},
       {"second line error", "<r>\n  <a>\n</r>", "malformed XML", "line 3"},
   };
+  ParserPtr parser = XercesHelper::createParser();
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
-    const std::string message = parseError(c.xml);
+    const std::string message = parseError(c.xml, {}, parser.get());
     EXPECT_THAT(message, HasSubstr(c.what));
     EXPECT_THAT(message, HasSubstr(c.where));
   }
+  // The parser is still good after every refusal, and keeps no limit of an earlier parse.
+  EXPECT_THAT(parseError("<a><a><a></a></a></a>", {.maxDepth = 2}, parser.get()), HasSubstr("nest deeper"));
+  BytesInput good("<r xmlns='urn:x'><v>ok</v></r>");
+  DocumentPtr document = XercesHelper::readDocumentFromStream(parser, good, false, u"", u"urn:x");
+  ustring text;
+  XercesHelper::getElementText(document->getDocumentElement(), text);
+  EXPECT_EQ(text, u"ok");
 }
 
 TEST_F(XmlHelperTest, DoctypeIsRefusedBeforeTheRestIsRead) {
@@ -262,111 +221,6 @@ TEST_F(XmlHelperTest, LimitsBoundWhatAParseMayBuild) {
     EXPECT_NO_THROW((void)parse(c.xml, u"", c.accepting));
   }
 }
-
-TEST_F(XmlHelperTest, ParserIsReusableAfterAFailure) {
-  ParserPtr parser = XercesHelper::createParser();
-  BytesInput bad("<!DOCTYPE r><r/>");
-  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(parser, bad, false, u"", u""), opc::Exception);
-  std::string deep = "<a><a><a></a></a></a>";
-  BytesInput tooDeep(deep);
-  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(parser, tooDeep, false, u"", u"", {.maxDepth = 2}),
-               opc::Exception);
-  BytesInput good("<r xmlns='urn:x'><v>ok</v></r>");
-  DocumentPtr document = XercesHelper::readDocumentFromStream(parser, good, false, u"", u"urn:x");
-  ustring text;
-  XercesHelper::getElementText(document->getDocumentElement(), text);
-  EXPECT_EQ(text, u"ok");
-}
-
-TEST_F(XmlHelperTest, StreamFaultsPropagateUnchanged) {
-  BytesInput in("<r>" + std::string(100000, 'x') + "</r>", 1000, 5000);
-  try {
-    (void)XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", u"");
-    ADD_FAILURE() << "read fault swallowed";
-  } catch (const opc::Exception& e) {
-    EXPECT_STREQ(e.what(), "injected read fault");
-  }
-
-  DocumentPtr document = XercesHelper::createDocument();
-  xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), kNs, u"record");
-  XercesHelper::setElementText(root, ustring(100000, u'y'));
-  BytesOutput out(1000);
-  try {
-    XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
-    ADD_FAILURE() << "write fault swallowed";
-  } catch (const opc::Exception& e) {
-    EXPECT_STREQ(e.what(), "injected write fault");
-  }
-}
-
-// ---- namespaces and lookups -----------------------------------------------------------------------
-
-TEST_F(XmlHelperTest, LookupsStayInTheParentsNamespace) {
-  DocumentPtr document = parse(
-      "<r xmlns='urn:zvaddon:test:record' xmlns:o='urn:zvaddon:test:other' a='plain' o:a='other'>"
-      "<o:item>foreign</o:item><item>first</item><skip/><item>second<b>!</b></item>"
-      "<o:item>foreign 2</o:item><item>third</item></r>",
-      kNs);
-  const xercesc::DOMElement* root = document->getDocumentElement();
-
-  std::vector<ustring> texts;
-  for (const xercesc::DOMElement* item : XercesHelper::getElements(root, u"item")) {
-    texts.emplace_back();
-    XercesHelper::getElementText(item, texts.back());
-  }
-  EXPECT_EQ(texts, (std::vector<ustring>{u"first", u"second!", u"third"}));
-
-  ustring text;
-  XercesHelper::getElementText(XercesHelper::getElement(root, u"item"), text);
-  EXPECT_EQ(text, u"first");
-  XercesHelper::getElementText(XercesHelper::getElementNS(root, kOtherNs, u"item"), text);
-  EXPECT_EQ(text, u"foreign");
-  EXPECT_EQ(XercesHelper::getElementsNS(root, kOtherNs, u"item").size(), 2u);
-  EXPECT_EQ(XercesHelper::getElement(root, u"absent"), nullptr);
-  EXPECT_EQ(XercesHelper::getElement(nullptr, u"item"), nullptr);
-  EXPECT_TRUE(XercesHelper::getElements(nullptr, u"item").empty());
-  XercesHelper::getElementText(nullptr, text);
-  EXPECT_EQ(text, u"");
-
-  ustring value;
-  EXPECT_TRUE(XercesHelper::getElementAttribute(root, u"a", value));
-  EXPECT_EQ(value, u"plain");
-  EXPECT_TRUE(XercesHelper::getElementAttributeNS(root, kOtherNs, u"a", value));
-  EXPECT_EQ(value, u"other");
-  EXPECT_FALSE(XercesHelper::getElementAttribute(root, u"missing", value));
-  EXPECT_EQ(value, u"");
-}
-
-TEST_F(XmlHelperTest, RootNamespaceIsChecked) {
-  const struct {
-    const char* label;
-    std::string xml;
-    ustring ns;
-    bool accepted;
-  } cases[] = {
-      {"default namespace matches", "<record xmlns='urn:zvaddon:test:record'/>", kNs, true},
-      {"prefixed namespace matches", "<p:record xmlns:p='urn:zvaddon:test:record'/>", kNs, true},
-      {"other namespace", "<record xmlns='urn:zvaddon:test:other'/>", kNs, false},
-      {"no namespace", "<record/>", kNs, false},
-      {"namespace differs by case", "<record xmlns='URN:zvaddon:test:record'/>", kNs, false},
-      {"no check asked", "<record xmlns='urn:anything'/>", u"", true},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
-    if (c.accepted) {
-      EXPECT_NO_THROW((void)parse(c.xml, c.ns));
-    } else {
-      try {
-        (void)parse(c.xml, c.ns);
-        ADD_FAILURE() << "wrong namespace accepted";
-      } catch (const opc::Exception& e) {
-        EXPECT_THAT(e.what(), HasSubstr("urn:zvaddon:test:record"));
-      }
-    }
-  }
-}
-
-// ---- schema validation ----------------------------------------------------------------------------
 
 TEST_F(XmlHelperTest, ValidationAgainstALocalSchema) {
   const std::string local = ZV_TEST_DATA_DIR "/xml/record.xsd";
