@@ -11,10 +11,7 @@
 
 #include "opc/model/package.h"
 #include "opc/model/package_helper.h"
-#include "opc/signature/canonical_xml.h"
 #include "opc/signature/digital_signature_manager.h"
-#include "opc/signature/signature_crypto.h"
-#include "opc/xml/xerces_helper.h"
 #include "package_test_support.h"
 
 namespace opc::test {
@@ -112,43 +109,6 @@ inline void replaceOnce(std::string& text, const std::string& from, const std::s
   const std::size_t at = text.find(from);
   if (at == std::string::npos) throw std::runtime_error("test edit: '" + from + "' not found");
   text.replace(at, from.size(), to);
-}
-
-// Recomputes the package object digest and the signature value of an edited signature part with
-// `keys`, so that only its structure can make it fail. The digest goes into the first Reference of
-// SignedInfo, computed over the first Object child of the root.
-inline std::string resign(const std::string& xml, const KeyPair& keys = testKeys(0)) {
-  using model::XercesHelper;
-  model::XercesGuard guard;
-  struct StringInput : InputStream {
-    explicit StringInput(const std::string& s) : text(s) {}
-    std::size_t read(std::uint8_t* buffer, std::size_t size) override {
-      const std::size_t n = std::min(size, text.size() - at);
-      std::copy_n(text.data() + at, n, buffer);
-      at += n;
-      return n;
-    }
-    const std::string& text;
-    std::size_t at = 0;
-  } input(xml);
-  auto parser = XercesHelper::createParser();
-  auto doc = XercesHelper::readDocumentFromStream(parser, input, false, u"", u"");
-  const ustring dsig = u"http://www.w3.org/2000/09/xmldsig#";
-  xercesc::DOMElement* root = doc->getDocumentElement();
-  xercesc::DOMElement* signedInfo = XercesHelper::getElementNS(root, dsig, u"SignedInfo");
-  xercesc::DOMElement* object = XercesHelper::getElementNS(root, dsig, u"Object");
-  xercesc::DOMElement* reference = XercesHelper::getElementNS(signedInfo, dsig, u"Reference");
-  const Bytes objectDigest = model::signature::digestBytes(foundation::crypto::utils::DigestMethod::SHA256,
-                                                           model::signature::canonicalize(doc.get(), object));
-  XercesHelper::setElementText(XercesHelper::getElementNS(reference, dsig, u"DigestValue"),
-                               foundation::crypto::utils::base64Encode(objectDigest));
-  const auto key = model::signature::loadPrivateKey(keys.signing);
-  const Bytes value = model::signature::signValue(key.get(), foundation::crypto::utils::SignatureMethod::RSA_SHA256,
-                                                  model::signature::canonicalize(doc.get(), signedInfo));
-  XercesHelper::setElementText(XercesHelper::getElementNS(root, dsig, u"SignatureValue"),
-                               foundation::crypto::utils::base64Encode(value));
-  const Bytes out = model::signature::canonicalize(doc.get(), doc.get());
-  return std::string(out.begin(), out.end());
 }
 
 }  // namespace opc::test

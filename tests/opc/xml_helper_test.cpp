@@ -1,7 +1,4 @@
-#include <atomic>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -56,27 +53,6 @@ class XmlHelperTest : public ::testing::Test {
 
   XercesGuard guard_;
 };
-
-TEST(XercesGuardTest, ConcurrentGuardsAndParsesDoNotInterfere) {
-  std::atomic<int> parsed{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&parsed, t] {
-      for (int i = 0; i < 50; ++i) {
-        XercesGuard guard;
-        const std::string value = std::to_string(t * 1000 + i);
-        BytesInput in("<r xmlns='urn:x'><v>" + value + "</v></r>");
-        DocumentPtr document =
-            XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", u"urn:x");
-        ustring text;
-        XercesHelper::getElementText(XercesHelper::getElement(document->getDocumentElement(), u"v"), text);
-        if (text == fl::i18n::from_utf8(value)) ++parsed;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(parsed.load(), 200);
-}
 
 TEST_F(XmlHelperTest, TextAndAttributesRoundTrip) {
   const struct {
