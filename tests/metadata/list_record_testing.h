@@ -5,8 +5,11 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
+#include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -19,6 +22,7 @@
 #include "host/reference/host_error.h"
 #include "opc/streams.h"
 #include "opc/xml/xerces_helper.h"
+#include "package/xml_part_type.h"
 
 namespace list_records {
 
@@ -120,6 +124,77 @@ std::string hostErrorOf(Body&& body) {
     return e.identifier();
   }
   return "";
+}
+
+
+struct Case {
+  Case(const char* name, std::string input, std::string expected, std::string viaXml = "")
+      : name(name), input(std::move(input)), expected(std::move(expected)), viaXml(std::move(viaXml)) {}
+  const char* name;
+  std::string input;     // host value as JSON ("" = a default record), or XML text with "NS" for the namespace
+  std::string expected;  // host value as JSON ("" = the input as records return it), or outline
+  std::string viaXml;    // host value after the XML trip, when it differs from `expected`
+};
+
+// Each rule of one record, as tables.
+struct RecordRules {
+  RecordRules(std::string schema, std::string held, bool feedBack = true)
+      : schema(std::move(schema)), held(std::move(held)), feedBack(feedBack) {}
+  std::string schema;
+  std::string held;                     // the record that the XML reading cases read over
+  std::vector<Case> roundTrips;         // host -> record -> host, and through XML
+  std::vector<Case> written;            // host -> outline of the written XML
+  std::vector<Case> reading;            // XML -> host, read twice ("" = a document without root)
+  std::vector<std::string> wrongInput;  // host values that raise the not-a-string host error
+  std::vector<std::string> schemaRejects;
+  bool feedBack = true;                 // a trip's output, fed back as input, comes back the same
+};
+
+template <class Record>
+std::unique_ptr<Record> make(const std::string& json) {
+  return json.empty() ? std::make_unique<Record>() : std::make_unique<Record>(host(json).get());
+}
+
+template <class Record>
+void checkRecord(const RecordRules& r) {
+  static const std::regex declaration(R"( xmlns(:\w+)?="[^"]*")");
+  for (const Case& c : r.roundTrips) {
+    SCOPED_TRACE(std::string("round trip ") + c.name);
+    const Owned input = host(c.input);
+    const Json want = asReturned(Json::parse(c.expected.empty() ? c.input : c.expected));
+    EXPECT_TRUE(sameArray(Owned(Record(input.get()).getStructArray()).get(), want));
+    const Owned trip = viaXml<Record>(input.get());
+    EXPECT_TRUE(sameArray(trip.get(), c.viaXml.empty() ? want : asReturned(Json::parse(c.viaXml))));
+    if (r.feedBack) {
+      EXPECT_TRUE(sameArray(viaXml<Record>(trip.get()).get(), want)) << "output fed back";
+    }
+    EXPECT_TRUE(schemaAccepts(r.schema, Record(input.get()).getAsXMLString()));
+  }
+  for (const Case& c : r.written) {
+    SCOPED_TRACE(std::string("written ") + c.name);
+    const auto record = make<Record>(c.input);
+    EXPECT_EQ(std::regex_replace(outline(*record), declaration, ""), c.expected);
+    EXPECT_TRUE(schemaAccepts(r.schema, record->getAsXMLString()));
+  }
+  for (const Case& c : r.reading) {
+    SCOPED_TRACE(std::string("reading ") + c.name);
+    const auto record = make<Record>(r.held);
+    for (int pass = 0; pass < 2; ++pass) {  // the second reading replaces, never accumulates
+      if (c.input.empty()) {
+        record->populateFromDOM(addon::packaging::createRecordDocument().get());
+      } else {
+        record->populateFromXML(inRecordNamespace<Record>(c.input));
+      }
+    }
+    EXPECT_TRUE(sameArray(Owned(record->getStructArray()).get(), asReturned(Json::parse(c.expected))));
+  }
+  for (const std::string& input : r.wrongInput) {
+    const Owned value = host(input);
+    EXPECT_EQ(hostErrorOf([&] { Record record(value.get()); }), zvhost::reference::errors::notString) << input;
+  }
+  for (const std::string& xml : r.schemaRejects) {
+    EXPECT_FALSE(schemaAccepts(r.schema, inRecordNamespace<Record>(xml))) << xml;
+  }
 }
 
 }  // namespace list_records
