@@ -1,7 +1,14 @@
 // FileSystemManager::extractAll: plan every target, check it all, then write through descriptors.
+// The reading thread opens every file and reads its stored bytes; worker threads inflate, check and
+// write them, so inflating and writing overlap with reading on every core.
 #include <cerrno>
+#include <condition_variable>
+#include <deque>
 #include <fcntl.h>
+#include <libdeflate.h>
+#include <mutex>
 #include <optional>
+#include <thread>
 #include <string>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -15,6 +22,7 @@
 #include "opc/kqservices/file_system_names.h"
 #include "opc/kqservices/file_system_tree.h"
 #include "opc/model/package.h"
+#include "opc/zippackage/parallel_deflate.h"
 #include "opc/zippackage/zip_physical_package.h"
 
 namespace opc::kqservices {
@@ -29,6 +37,11 @@ using detail::TreeNode;
 // Deflate cannot expand its input more than 1032 times; a ZIP entry that claims more is lying.
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
 constexpr std::size_t kCopyBuffer = 64 * 1024;
+// Entries up to this size are handed to a worker whole; larger ones stream through the reading
+// thread in kCopyBuffer pieces.
+constexpr std::uint64_t kWholeEntryLimit = 4u << 20;
+// Stored plus inflated bytes of the files queued or being written at one time.
+constexpr std::uint64_t kInFlightLimit = 24u << 20;
 
 // One file or folder to write.
 struct Target {
@@ -37,20 +50,185 @@ struct Target {
   ustring partName;  // for messages: the part (or, for a folder made by its files, the folder's name)
   bool file = false;
   model::PartPtr part;
+  const zippackage::ZipEntry* entry = nullptr;  // read from this entry's stored bytes by a worker
   std::uint64_t size = 0;
   std::optional<FileTime> time;
   std::optional<std::uint32_t> mode;
   std::vector<Target> children;
+  mutable bool made = false;  // created by this extraction (set and read by the reading thread only)
 };
 
 [[noreturn]] void refuse(const ustring& partName, const std::string& why) {
   throw Exception("refusing to extract '" + narrow(partName) + "': " + why);
 }
 
+// One file whose stored bytes are read: inflated, checked and written by a worker.
+struct Job {
+  const Target* target = nullptr;
+  UniqueFd fd;
+  std::vector<std::uint8_t> stored;
+  bool deflated = false;
+  std::uint32_t crc = 0;
+  std::uint64_t cost = 0;  // bytes held while queued and written
+  bool done = false;
+  std::string error;  // what() of the failure, empty on success
+};
+using JobPtr = std::shared_ptr<Job>;
+
+// Sets the recorded modification time and closes: the end of writing every file.
+void finishFile(const Target& target, UniqueFd& fd) {
+  if (target.time) {
+    const struct timespec times[2] = {{0, UTIME_OMIT},
+                                      {static_cast<time_t>(target.time->seconds),
+                                       static_cast<long>(target.time->nanoseconds)}};
+    if (::futimens(fd.get(), times) != 0) {
+      refuse(target.partName, osError("cannot set the modification time of", target.path, errno));
+    }
+  }
+  if (const std::string error = fd.close(); !error.empty()) {
+    refuse(target.partName, "cannot write '" + target.path + "': " + error);
+  }
+}
+
+void checkLength(const Target& target, std::uint64_t length) {
+  if (length > target.size) {
+    refuse(target.partName, "it inflates to more than its declared " + std::to_string(target.size) + " bytes");
+  }
+  if (length != target.size) {
+    refuse(target.partName, "it holds " + std::to_string(length) + " bytes, not its declared " +
+                                std::to_string(target.size));
+  }
+}
+
+// Inflates (into `scratch`, reused between jobs), checks length and CRC, writes and closes.
+void runJob(Job& job, libdeflate_decompressor* inflater, std::vector<std::uint8_t>& scratch) {
+  const Target& target = *job.target;
+  const std::uint8_t* data = job.stored.data();
+  std::size_t length = job.stored.size();
+  if (job.deflated) {
+    if (scratch.size() < target.size) scratch.resize(static_cast<std::size_t>(target.size));
+    std::size_t inflated = 0;
+    switch (libdeflate_deflate_decompress(inflater, job.stored.data(), job.stored.size(), scratch.data(),
+                                          static_cast<std::size_t>(target.size), &inflated)) {
+      case LIBDEFLATE_SUCCESS:
+        break;
+      case LIBDEFLATE_INSUFFICIENT_SPACE:
+        checkLength(target, target.size + 1);
+        break;
+      default:
+        refuse(target.partName, "its compressed data is corrupt");
+    }
+    data = scratch.data();
+    length = inflated;
+  }
+  checkLength(target, length);
+  if (libdeflate_crc32(0, data, length) != job.crc) {
+    refuse(target.partName, "CRC error: its bytes do not match the checksum recorded for them");
+  }
+  opc::detail::writeAll(job.fd.get(), data, length, target.path);
+  finishFile(target, job.fd);
+}
+
+// Worker threads that run jobs in the order given. The bytes held by queued and running jobs stay
+// under kInFlightLimit (one larger job may run alone). With no workers, jobs run on submit.
+class Workers {
+ public:
+  explicit Workers(unsigned count) {
+    for (unsigned i = 0; i < count; ++i) threads_.emplace_back([this] { work(); });
+  }
+  ~Workers() {
+    {
+      const std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    wake_.notify_all();
+    for (std::thread& thread : threads_) thread.join();
+  }
+  Workers(const Workers&) = delete;
+  Workers& operator=(const Workers&) = delete;
+
+  [[nodiscard]] std::uint64_t limit() const { return threads_.empty() ? 0 : kInFlightLimit; }
+
+  void submit(const JobPtr& job) {
+    if (threads_.empty()) {
+      run(*job);
+      job->done = true;
+      return;
+    }
+    std::unique_lock lock(mutex_);
+    room_.wait(lock, [&] { return held_ == 0 || held_ + job->cost <= kInFlightLimit; });
+    held_ += job->cost;
+    queue_.push_back(job);
+    wake_.notify_one();
+  }
+
+  // Waits for every job in `jobs` to finish. Returns the error of the first that failed, if any.
+  std::string wait(const std::vector<JobPtr>& jobs) {
+    std::unique_lock lock(mutex_);
+    for (const JobPtr& job : jobs) {
+      room_.wait(lock, [&] { return job->done; });
+    }
+    for (const JobPtr& job : jobs) {
+      if (!job->error.empty()) return job->error;
+    }
+    return {};
+  }
+
+ private:
+  static void run(Job& job) {
+    thread_local std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater(
+        libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
+    thread_local std::vector<std::uint8_t> scratch;
+    try {
+      if (!inflater) throw Exception("out of memory for an inflater");
+      runJob(job, inflater.get(), scratch);
+    } catch (const std::exception& e) {
+      job.error = e.what();
+      if (job.error.empty()) job.error = "unknown error";
+    }
+    if (scratch.size() > kWholeEntryLimit / 4) std::vector<std::uint8_t>().swap(scratch);
+    job.stored = {};
+    job.fd = UniqueFd();
+  }
+
+  void work() {
+    for (;;) {
+      JobPtr job;
+      {
+        std::unique_lock lock(mutex_);
+        wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+        if (queue_.empty()) return;
+        job = std::move(queue_.front());
+        queue_.pop_front();
+      }
+      const std::uint64_t cost = job->cost;
+      run(*job);
+      {
+        const std::lock_guard lock(mutex_);
+        held_ -= cost;
+        job->done = true;
+      }
+      room_.notify_all();
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable wake_;  // workers: a job was queued, or stop
+  std::condition_variable room_;  // the reader: a job finished
+  std::deque<JobPtr> queue_;
+  std::uint64_t held_ = 0;
+  bool stopping_ = false;
+  std::vector<std::thread> threads_;
+};
+
 class Extraction {
  public:
   Extraction(model::Package& package, RestoreMode restore, TransformMode transform, ReplaceMode replace)
-      : package_(package), restore_(restore), transform_(transform), replace_(replace) {
+      : package_(package),
+        restore_(restore),
+        transform_(transform),
+        replace_(replace),
+        workers_(zippackage::deflateThreads() > 1 ? zippackage::deflateThreads() : 0) {
     indexZipEntries();
   }
 
@@ -73,6 +251,7 @@ class Extraction {
         target.part = package_.getPart(model::PartName(target.partName));
         target.size = target.part->getSize();
         checkDeclaredSize(*target.part, target.size);
+        target.entry = wholeEntry(*target.part, target.size);
         total_ += target.size;
         if (restore_ == RestoreMode::Attributes) {
           target.time = target.part->getLastModifiedTime();
@@ -108,28 +287,33 @@ class Extraction {
     }
   }
 
-  // Writes the targets below `dirfd`. On failure removes what it created here (deeper levels have
-  // already cleaned up after themselves) and rethrows.
-  void write(int dirfd, const Target& folder) const {
-    std::vector<const Target*> created;
+  // Writes the targets below `dirfd`. On failure removes everything it created below `dirfd`,
+  // including the contents of folders already completed, and rethrows.
+  void write(int dirfd, const Target& folder) {
+    std::vector<JobPtr> jobs;
     try {
       for (const Target& target : folder.children) {
         if (target.file) {
-          writeFile(dirfd, target, created);
+          if (target.entry != nullptr) {
+            jobs.push_back(startFile(dirfd, target));
+          } else {
+            writeFile(dirfd, target);
+          }
           continue;
         }
         if (::mkdirat(dirfd, target.name.c_str(), 0777) == 0) {
-          created.push_back(&target);
+          target.made = true;
         } else if (errno != EEXIST) {
           refuse(target.partName, osError("cannot create the folder", target.path, errno));
         }
         const UniqueFd sub = openFolder(dirfd, target);
         write(sub.get(), target);
       }
+      // Waiting here, once per folder, lets a worker's failure be undone at this level.
+      if (std::string error = workers_.wait(jobs); !error.empty()) throw Exception(std::move(error));
     } catch (...) {
-      for (auto it = created.rbegin(); it != created.rend(); ++it) {
-        (void)::unlinkat(dirfd, (*it)->name.c_str(), (*it)->file ? 0 : AT_REMOVEDIR);
-      }
+      (void)workers_.wait(jobs);
+      undo(dirfd, folder);
       throw;
     }
   }
@@ -162,13 +346,36 @@ class Extraction {
     }
   }
 
-  static UniqueFd openFolder(int dirfd, const Target& target) {
-    UniqueFd fd(::openat(dirfd, target.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd) refuse(target.partName, osError("cannot open the folder", target.path, errno));
-    return fd;
+  // The ZIP entry of a part still stored as it was when the package was opened for reading, when
+  // it is small enough to be inflated whole, stored or deflated, and not encrypted.
+  [[nodiscard]] const zippackage::ZipEntry* wholeEntry(const model::Part& part, std::uint64_t size) const {
+    if (package_.getOpenMode() != interfaces::OpenMode::Read) return nullptr;
+    const auto it = zipEntries_.find(part.getPartName().getKey());
+    if (it == zipEntries_.end()) return nullptr;
+    const zippackage::ZipEntry& entry = *it->second;
+    if (entry.size != size || entry.encrypted || size > kWholeEntryLimit ||
+        entry.compressedSize > kWholeEntryLimit + kWholeEntryLimit / 8) {
+      return nullptr;
+    }
+    if (entry.compressionMethod != 0 && entry.compressionMethod != 8) return nullptr;
+    return &entry;
   }
 
-  void writeFile(int dirfd, const Target& target, std::vector<const Target*>& created) const {
+  // Removes what this extraction created below `dirfd`, deepest first; folders are entered without
+  // following links. Best effort: what cannot be removed stays.
+  static void undo(int dirfd, const Target& folder) noexcept {
+    for (auto it = folder.children.rbegin(); it != folder.children.rend(); ++it) {
+      const Target& target = *it;
+      if (!target.file) {
+        const UniqueFd sub(::openat(dirfd, target.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (sub) undo(sub.get(), target);
+      }
+      if (target.made) (void)::unlinkat(dirfd, target.name.c_str(), target.file ? 0 : AT_REMOVEDIR);
+      target.made = false;
+    }
+  }
+
+  UniqueFd createFile(int dirfd, const Target& target) const {
     if (replace_ == ReplaceMode::Replace && ::unlinkat(dirfd, target.name.c_str(), 0) != 0 && errno != ENOENT) {
       refuse(target.partName, osError("cannot replace", target.path, errno));
     }
@@ -176,7 +383,40 @@ class Extraction {
     // O_EXCL with O_NOFOLLOW: a link planted since the check makes this fail instead of being followed.
     UniqueFd fd(::openat(dirfd, target.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     if (!fd) refuse(target.partName, osError("cannot create", target.path, errno));
-    created.push_back(&target);
+    target.made = true;
+    return fd;
+  }
+
+  // Creates the file and reads its stored bytes, then leaves the rest to a worker.
+  JobPtr startFile(int dirfd, const Target& target) {
+    auto job = std::make_shared<Job>();
+    job->target = &target;
+    job->fd = createFile(dirfd, target);
+    const zippackage::ZipEntry& entry = *target.entry;
+    job->deflated = entry.compressionMethod == 8;
+    job->crc = entry.crc;
+    job->stored.resize(static_cast<std::size_t>(entry.compressedSize));
+    std::unique_ptr<InputStream> in = package_.getPhysicalPackage().openRawEntry(entry.index);
+    std::size_t filled = 0;
+    while (filled < job->stored.size()) {
+      const std::size_t n = in->read(job->stored.data() + filled, job->stored.size() - filled);
+      if (n == 0) break;
+      filled += n;
+    }
+    if (filled != job->stored.size()) refuse(target.partName, "its compressed data ends early");
+    job->cost = job->stored.size() + (job->deflated ? target.size : 0);
+    workers_.submit(job);
+    return job;
+  }
+
+  static UniqueFd openFolder(int dirfd, const Target& target) {
+    UniqueFd fd(::openat(dirfd, target.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) refuse(target.partName, osError("cannot open the folder", target.path, errno));
+    return fd;
+  }
+
+  void writeFile(int dirfd, const Target& target) const {
+    UniqueFd fd = createFile(dirfd, target);
 
     std::unique_ptr<InputStream> in = target.part->getInputStream();
     std::vector<std::uint8_t> buffer(kCopyBuffer);
@@ -190,21 +430,8 @@ class Extraction {
       }
       opc::detail::writeAll(fd.get(), buffer.data(), n, target.path);
     }
-    if (written != target.size) {
-      refuse(target.partName, "it holds " + std::to_string(written) + " bytes, not its declared " +
-                                  std::to_string(target.size));
-    }
-    if (target.time) {
-      const struct timespec times[2] = {{0, UTIME_OMIT},
-                                        {static_cast<time_t>(target.time->seconds),
-                                         static_cast<long>(target.time->nanoseconds)}};
-      if (::futimens(fd.get(), times) != 0) {
-        refuse(target.partName, osError("cannot set the modification time of", target.path, errno));
-      }
-    }
-    if (const std::string error = fd.close(); !error.empty()) {
-      refuse(target.partName, "cannot write '" + target.path + "': " + error);
-    }
+    checkLength(target, written);
+    finishFile(target, fd);
   }
 
   model::Package& package_;
@@ -213,6 +440,7 @@ class Extraction {
   ReplaceMode replace_;
   std::unordered_map<ustring, const zippackage::ZipEntry*> zipEntries_;
   std::uint64_t total_ = 0;
+  Workers workers_;
 };
 
 // The nearest folder of `path` that exists (the path itself when it does), for the free-space query.

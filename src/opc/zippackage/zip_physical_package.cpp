@@ -149,11 +149,19 @@ void ZipPhysicalPackage::closeArchive() noexcept {
 }
 
 std::unique_ptr<InputStream> ZipPhysicalPackage::openEntry(std::uint64_t index) const {
+  return open(index, 0);
+}
+
+std::unique_ptr<InputStream> ZipPhysicalPackage::openRawEntry(std::uint64_t index) const {
+  return open(index, ZIP_FL_COMPRESSED);
+}
+
+std::unique_ptr<InputStream> ZipPhysicalPackage::open(std::uint64_t index, unsigned flags) const {
   if (archive_ == nullptr) throw Exception("package '" + narrowPath_ + "' is not open");
   const std::string description = "entry " + std::to_string(index) +
                                   (index < entries_.size() ? " '" + entries_[index].name + "'" : std::string()) +
                                   " of '" + narrowPath_ + "'";
-  zip_file_t* file = zip_fopen_index(archive_, index, 0);
+  zip_file_t* file = zip_fopen_index(archive_, index, flags);
   if (file == nullptr) throw Exception("cannot open " + description + ": " + zip_strerror(archive_));
   return std::make_unique<EntryStream>(file, description);
 }

@@ -75,6 +75,9 @@ class ZipPhysicalPackage {
   // The decompressed bytes of an entry; the CRC is checked at the end. Throws opc::Exception naming
   // the entry. The stream must not outlive closeArchive().
   [[nodiscard]] std::unique_ptr<InputStream> openEntry(std::uint64_t index) const;
+  // The entry's data as stored in the file (the raw deflate stream of a deflated entry), neither
+  // inflated nor checked; the caller verifies sizes and CRC. Same errors and lifetime as openEntry.
+  [[nodiscard]] std::unique_ptr<InputStream> openRawEntry(std::uint64_t index) const;
 
   // A new archive that replaces this package's file on commit. The open archive (if any) stays
   // readable meanwhile and is the source of copyEntry.
@@ -82,6 +85,7 @@ class ZipPhysicalPackage {
 
  private:
   friend class ZipWriter;
+  [[nodiscard]] std::unique_ptr<InputStream> open(std::uint64_t index, unsigned flags) const;
   ustring path_;
   std::string narrowPath_;
   bool durable_;

@@ -1,0 +1,168 @@
+// Extraction with worker threads: the same tree as one thread writes, and every defect of an
+// entry's data caught in a worker undoes the whole extraction.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+#include <random>
+
+#include "file_system_test_support.h"
+#include "opc/exception.h"
+#include "opc/kqservices/file_system_manager.h"
+#include "package_test_support.h"
+
+namespace opc::test {
+namespace {
+
+using kqservices::FileSystemManager;
+using kqservices::ReplaceMode;
+using kqservices::RestoreMode;
+using kqservices::TransformMode;
+using interfaces::OpenMode;
+
+// Sets ZVADDON_THREADS for the scope, restoring what was there.
+class ThreadCount {
+ public:
+  explicit ThreadCount(const char* count) {
+    if (const char* old = std::getenv("ZVADDON_THREADS")) old_ = old;
+    ::setenv("ZVADDON_THREADS", count, 1);
+  }
+  ~ThreadCount() {
+    if (old_) {
+      ::setenv("ZVADDON_THREADS", old_->c_str(), 1);
+    } else {
+      ::unsetenv("ZVADDON_THREADS");
+    }
+  }
+  ThreadCount(const ThreadCount&) = delete;
+  ThreadCount& operator=(const ThreadCount&) = delete;
+
+ private:
+  std::optional<std::string> old_;
+};
+
+std::string randomBytes(std::size_t size, unsigned seed) {
+  std::mt19937 engine(seed);
+  std::string out(size, '\0');
+  for (char& c : out) c = static_cast<char>(engine() & 0xff);
+  return out;
+}
+
+class ParallelExtractTest : public ::testing::Test {
+ protected:
+  // Packs the tree below `source` into `package`.
+  static void pack(const std::filesystem::path& source, const ustring& package) {
+    Session s(package, OpenMode::Create);
+    FileSystemManager manager(s.package, {});
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(source)) {
+      if (!entry.is_regular_file()) continue;
+      (void)manager.addFile(u16(entry.path().string()), u16(std::filesystem::relative(entry.path(), source).string()),
+                            TransformMode::Encode);
+    }
+    s.package.close();
+  }
+
+  static std::string extract(const ustring& package, const std::filesystem::path& destination) {
+    try {
+      Session s(package, OpenMode::Read);
+      FileSystemManager manager(s.package, {});
+      manager.extractAll(u16(destination.string()), RestoreMode::Attributes, TransformMode::Encode,
+                         ReplaceMode::Never);
+      return {};
+    } catch (const Exception& e) {
+      return e.what();
+    }
+  }
+
+  // Flips one byte in the middle of the stored data of the entry named `name` (its local header is
+  // the first place the name occurs in the file).
+  static void corruptEntry(const std::string& package, const std::string& name) {
+    std::string bytes = readFile(package);
+    const std::size_t at = bytes.find(name);
+    ASSERT_NE(at, std::string::npos);
+    ASSERT_GE(at, 30U);
+    const auto u16At = [&](std::size_t i) {
+      return static_cast<std::size_t>(static_cast<unsigned char>(bytes[i])) |
+             static_cast<std::size_t>(static_cast<unsigned char>(bytes[i + 1])) << 8;
+    };
+    const std::size_t header = at - 30;
+    ASSERT_EQ(bytes.compare(header, 4, "PK\x03\x04"), 0);
+    const std::size_t compressed = u16At(header + 18) | u16At(header + 20) << 16;
+    ASSERT_GT(compressed, 16U);
+    const std::size_t data = at + u16At(header + 26) + u16At(header + 28);
+    bytes[data + compressed / 2] = static_cast<char>(bytes[data + compressed / 2] ^ 0x5a);
+    writeFile(package, bytes);
+  }
+
+  ScratchDir dir;
+};
+
+// Text, incompressible data, empty files, an entry above the whole-entry limit and many folders:
+// every thread count writes the same names, bytes, times and permission bits.
+TEST_F(ParallelExtractTest, EveryThreadCountWritesTheSameTree) {
+  const std::filesystem::path source = dir.path() / "source";
+  for (int i = 0; i < 120; ++i) {
+    const std::string folder = "d" + std::to_string(i % 9) + "/s" + std::to_string(i % 4) + "/";
+    const TreeFile file{i % 3 == 0 ? randomBytes(static_cast<std::size_t>(1000 + 97 * i), static_cast<unsigned>(i))
+                                   : patternBytes(static_cast<std::size_t>(i * 331), static_cast<unsigned>(i)),
+                        1'600'000'000 + i, static_cast<std::uint32_t>(i * 1000), i % 5 == 0};
+    plantFile(source, folder + "f " + std::to_string(i) + (i % 7 == 0 ? ".png" : ".txt"), file);
+  }
+  plantFile(source, "big/large.csv", TreeFile{patternBytes(9u << 20, 7), 1'500'000'000, 0, false});
+  plantFile(source, "big/noise.bin", TreeFile{randomBytes(5u << 20, 8), 1'500'000'001, 0, false});
+  plantFile(source, "empty", TreeFile{"", 1'400'000'000, 0, true});
+  const ustring package = dir.ufile("tree.zvaddon");
+  pack(source, package);
+
+  const TreeSnapshot expected = snapshot(source);
+  for (const char* threads : {"1", "2", "4"}) {
+    SCOPED_TRACE(threads);
+    const ThreadCount count(threads);
+    const std::filesystem::path destination = dir.path() / (std::string("out") + threads);
+    ASSERT_EQ(extract(package, destination), "");
+    EXPECT_EQ(snapshot(destination), expected);
+  }
+}
+
+// A defect found by a worker (after the file and others were created, and while later files are
+// being read) fails the extraction naming the part and leaves the destination as it was.
+TEST_F(ParallelExtractTest, DefectsFoundByWorkersUndoEverything) {
+  struct Case {
+    const char* name;
+    const char* entry;     // whose data is corrupted
+    const char* fragment;  // expected in the error
+  };
+  const std::vector<Case> cases = {
+      {"DeflatedDataBroken", "fsroot/m/deep/target.txt", "target.txt'"},
+      {"StoredDataFailsItsCrc", "fsroot/m/deep/picture.png", "CRC"},
+  };
+  for (const char* threads : {"1", "2"}) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(std::string(c.name) + " threads " + threads);
+      const ThreadCount count(threads);
+      const std::filesystem::path source = dir.path() / "source";
+      std::filesystem::remove_all(source);
+      for (int i = 0; i < 40; ++i) {
+        plantFile(source, "a" + std::to_string(i % 5) + "/f" + std::to_string(i) + ".txt",
+                  TreeFile{patternBytes(4000, static_cast<unsigned>(i)), 1'600'000'000, 0, false});
+      }
+      plantFile(source, "m/deep/target.txt", TreeFile{patternBytes(200'000, 99), 1'600'000'000, 0, false});
+      plantFile(source, "m/deep/picture.png", TreeFile{randomBytes(50'000, 98), 1'600'000'000, 0, false});
+      plantFile(source, "z/last.txt", TreeFile{patternBytes(4000, 97), 1'600'000'000, 0, false});
+      const ustring package = dir.ufile("bad.zvaddon");
+      pack(source, package);
+      corruptEntry(u8(package), c.entry);
+
+      const std::filesystem::path destination = dir.path() / "dest";
+      std::filesystem::remove_all(destination);
+      std::filesystem::create_directories(destination);
+      const std::string error = extract(package, destination);
+      EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+      EXPECT_NE(error.find("refusing to extract"), std::string::npos) << error;
+      EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace opc::test
