@@ -8,19 +8,15 @@
 namespace zvaddon::tool {
 namespace {
 
-TEST(ProgressFormatTest, BytesInDecimalUnits) {
+TEST(ProgressFormatTest, BytesInDecimalUnitsDurationsInMinutesAndHours) {
   const std::pair<std::uint64_t, const char*> cases[] = {
-      {0, "0 B"}, {999, "999 B"}, {1000, "1.0 kB"}, {1550, "1.6 kB"}, {18700000, "18.7 MB"},
-      {999949999, "999.9 MB"}, {1000000000, "1.0 GB"}, {5000000000000ull, "5.0 TB"}, {~0ull, "18446.7 PB"},
+      {999, "999 B"}, {1550, "1.6 kB"}, {999949999, "999.9 MB"}, {1000000000, "1.0 GB"}, {~0ull, "18446.7 PB"},
   };
   for (const auto& [bytes, text] : cases) EXPECT_EQ(formatBytes(bytes), text) << bytes;
-}
-
-TEST(ProgressFormatTest, DurationsInMinutesAndHours) {
-  const std::pair<double, const char*> cases[] = {
-      {0, "0:00"}, {-3, "0:00"}, {7.4, "0:07"}, {59.6, "1:00"}, {3599, "59:59"}, {3723, "1:02:03"}, {360000, "100:00:00"},
+  const std::pair<double, const char*> durations[] = {
+      {-3, "0:00"}, {59.6, "1:00"}, {3599, "59:59"}, {3723, "1:02:03"}, {360000, "100:00:00"},
   };
-  for (const auto& [seconds, text] : cases) EXPECT_EQ(formatDuration(seconds), text) << seconds;
+  for (const auto& [seconds, text] : durations) EXPECT_EQ(formatDuration(seconds), text) << seconds;
 }
 
 TEST(ProgressFormatTest, ShowsFiguresAndRateOnceSettled) {
@@ -66,17 +62,6 @@ TEST(ProgressFormatTest, TheBarKeepsItsWidthThroughARun) {
     }
     EXPECT_EQ(closes.size(), 1u) << width;
   }
-}
-
-TEST(ProgressTest, DisabledProgressDrawsNothing) {
-  testing::internal::CaptureStderr();
-  {
-    Progress p("build", 10, 10, false);
-    p.update(5, 5);
-    p.finish();
-  }
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_FALSE(shouldShowProgress(true));
 }
 
 }  // namespace

@@ -70,15 +70,6 @@ Unpacked, the files are the folder's own, byte for byte.
   $ zvaddon extract -q signal.zvaddon out
   $ for d in sigtool apps demos doc install java; do diff -r "$EXAMPLES/$d" "out/$d" || echo "differs: $d"; done
   $ cmp "$EXAMPLES/LICENSE.txt" out/LICENSE.txt
-  $ ls out
-  LICENSE.txt
-  README.md
-  apps
-  demos
-  doc
-  install
-  java
-  sigtool
 
 The screenshot is the image the manifest names.
 

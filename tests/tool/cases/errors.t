@@ -4,18 +4,6 @@ the exit status says what kind of failure it was (1 host error, 2 usage).
   $ zvaddon inspect missing.zvaddon
   zvaddon inspect: The add-on package 'missing.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)
   [1]
-  $ zvaddon ls missing.zvaddon
-  zvaddon ls: The add-on package 'missing.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)
-  [1]
-  $ zvaddon verify missing.zvaddon
-  zvaddon verify: The add-on package 'missing.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)
-  [1]
-  $ zvaddon get missing.zvaddon apps
-  zvaddon get: The add-on package 'missing.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)
-  [1]
-  $ zvaddon extract missing.zvaddon out
-  zvaddon extract: The add-on package 'missing.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)
-  [1]
   $ zvaddon hash missing.bin
   zvaddon hash: The file 'missing.bin' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_FILE_NONEXISTENT)
   [1]
@@ -34,10 +22,6 @@ Usage errors.
   [2]
   $ zvaddon frobnicate
   zvaddon: no command 'frobnicate' (zvaddon --help lists them)
-  [2]
-  $ zvaddon inspect > /dev/null 2>&1
-  [2]
-  $ zvaddon > /dev/null 2>&1
   [2]
   $ zvaddon --version
   zvaddon [0-9]+\.[0-9]+\.[0-9]+ (re)

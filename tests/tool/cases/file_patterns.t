@@ -32,16 +32,6 @@ A name pattern excludes at any depth; "build/" only the folder, not the file nam
   /src/f.m
   /src/g.m
 
-An anchored pattern excludes only at the top.
-
-  $ b '{"exclude": ["/build", "data/**"]}'
-  /README
-  /doc/api/index.html
-  /doc/api/old.bak
-  /empty
-  /src/deep/er/h.m
-  /src/f.m
-  /src/g.m
 
 Includes: a folder takes what is below it; "**" crosses folders; "?" and classes work per name.
 
@@ -66,5 +56,3 @@ package being written never does).
   /src/f.m
   /src/f.m~
   /src/g.m
-  $ b '{"defaultExcludes": false, "include": ["zvaddon.json"]}'
-  /zvaddon.json

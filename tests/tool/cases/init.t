@@ -32,12 +32,6 @@ The manifest builds; its default name is the folder's, with the version.
 
   $ zvaddon build "my addon"
   built my addon-1.0.0.zvaddon: 4 files (23 B), 1 empty folders
-  $ zvaddon ls "my addon-1.0.0.zvaddon"
-  /LICENSE
-  /code/f.m
-  /code/private/g.m
-  /doc/i.html
-  /emptydir
   $ zvaddon get "my addon-1.0.0.zvaddon" license
   {
     "type": "",

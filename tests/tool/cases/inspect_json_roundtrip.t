@@ -78,12 +78,3 @@ non-ASCII characters.
       "examples": []
     }
   ]
-  $ zvaddon set copy.zvaddon license '{"type": "custom", "text": "line one\nline two, ünïcödé\n"}'
-  $ zvaddon get copy.zvaddon license
-  {
-    "type": "custom",
-    "text": "line one\nline two, ünïcödé\n"
-  }
-  $ zvaddon set copy.zvaddon revisionHistory '[]'
-  $ zvaddon get copy.zvaddon revisionHistory
-  []

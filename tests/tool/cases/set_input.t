@@ -48,18 +48,6 @@ Refusals; afterwards the package is byte for byte as before.
   $ zvaddon set s.zvaddon license '{"type": "MIT", "txt": "x"}'
   zvaddon set: /txt: unknown key; expected one of: type, text
   [5]
-  $ zvaddon set s.zvaddon apps '{"name": "not a list"}'
-  zvaddon set: /: expected an array of objects, found an object
-  [5]
-  $ zvaddon set s.zvaddon apps '[{"name": "a", "installByDefault": 1}]'
-  zvaddon set: /0/installByDefault: expected true, false or text, found a number
-  [5]
-  $ zvaddon set s.zvaddon examples '[{"name": "c", "examples": [{"name": 5}]}]'
-  zvaddon set: /0/examples/0/name: expected text, found a number
-  [5]
-  $ zvaddon set s.zvaddon license null
-  zvaddon set: /: expected an object, found null
-  [5]
   $ zvaddon set s.zvaddon license '{"type": '
   zvaddon set: the record's JSON: not valid JSON: .* (re)
   [5]

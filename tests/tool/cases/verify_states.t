@@ -19,7 +19,6 @@ Without a requirements part there is nothing to sign; the host error says so.
   signed the system requirements of tiny.zvaddon
   $ zvaddon verify tiny.zvaddon
   valid: the requirements signature of tiny.zvaddon checks out
-  $ zvaddon verify -q tiny.zvaddon
   $ zvaddon set tiny.zvaddon systemRequirements '{"platformCompatibility": {"mac": false}}'
   $ zvaddon verify tiny.zvaddon
   invalid: the requirements signature of tiny.zvaddon does not check out
@@ -38,16 +37,3 @@ A build with --sign makes requirements of its own when the manifest has none.
   $ zvaddon build -q . -o signed.zvaddon --sign
   $ zvaddon verify signed.zvaddon
   valid: the requirements signature of signed.zvaddon checks out
-  $ zvaddon get signed.zvaddon systemRequirements
-  {
-    "productDependency": [],
-    "supportPackageDependency": [],
-    "platformCompatibility": {
-      "win": "true",
-      "linux": "true",
-      "mac": "true",
-      "ZORVANOnline": "true"
-    },
-    "releaseCompatibility": null,
-    "addonDependency": []
-  }
