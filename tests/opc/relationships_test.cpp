@@ -104,24 +104,5 @@ TEST(RelationshipsTest, InvalidRelationshipsAreRefused) {
   EXPECT_NO_THROW(rels.createRelationship(URI(u"mailto:a@example.com"), kType, u"", TargetMode::External));
 }
 
-TEST(RelationshipsTest, RelationshipsPartNamesMapToTheirSources) {
-  const struct {
-    const char16_t* source;
-    const char16_t* part;
-  } cases[] = {
-      {u"/", u"/_rels/.rels"},
-      {u"/a.xml", u"/_rels/a.xml.rels"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(u8(c.source));
-    const PartName name = PackageHelper::getRelationshipsPartName(URI(c.source));
-    EXPECT_EQ(name.getName(), c.part);
-    EXPECT_EQ(PackageHelper::getSourceURI(name).toString(), c.source);
-  }
-  EXPECT_THROW(PackageHelper::getSourceURI(PartName(u"/a/_rels/.rels")), Exception);
-  EXPECT_THROW(PackageHelper::getSourceURI(PartName(u"/_rels/_rels/a.rels.rels")), Exception);
-  EXPECT_THROW(PackageHelper::getSourceURI(PartName(u"/a.xml")), Exception);
-}
-
 }  // namespace
 }  // namespace opc::model
