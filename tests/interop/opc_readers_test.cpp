@@ -175,20 +175,9 @@ TEST_F(OpcReadersTest, IndependentReadersSeeWhatTheLibraryWrote) {
                                     model::TargetMode::External);
          CorePropertiesManager(package, DeterministicMode::Off).setCoreProperties(addonCoreProperties());
        }},
-      {"core properties only", "both",
-       [](model::Package& package) {
-         CoreProperties core;
-         core.setTitle(u"only a title");
-         CorePropertiesManager(package, DeterministicMode::Off).setCoreProperties(core);
-       }},
       {"deterministic core properties", "both",
        [](model::Package& package) {
          CorePropertiesManager(package, DeterministicMode::On).setCoreProperties(addonCoreProperties());
-       }},
-      {"no core properties", "both",
-       [](model::Package& package) {
-         addPart(package, u"/data.bin", u"application/octet-stream", std::string(1000, '\0'));
-         package.createRelationship(model::URI(u"data.bin"), u"urn:zv:test:data", u"rIdData");
        }},
       {"names with escaped ASCII", "docx",
        [&](model::Package& package) {
@@ -206,41 +195,25 @@ TEST_F(OpcReadersTest, IndependentReadersSeeWhatTheLibraryWrote) {
     ASSERT_EQ(run.status, 0) << run.output;
     const json seen = json::parse(run.output);
     EXPECT_EQ(seen, expectedSummary(path)) << "readers saw:\n" << seen.dump(1);
+    if (index > 1) continue;
+    // The add-on package, against what was set rather than what the library reads back.
+    const CoreProperties core = addonCoreProperties();
+    EXPECT_EQ(seen["thumbnail"], json::array({"/metadata/primaryScreenShot.png"}));
+    EXPECT_EQ(seen["core"]["title"], u8(*core.getTitle()));
+    EXPECT_EQ(seen["core"]["description"], u8(*core.getDescription()));
+    EXPECT_EQ(seen["core"]["creator"], u8(*core.getCreator()));
+    EXPECT_EQ(seen["core"]["version"], u8(*core.getVersion()));
+    EXPECT_EQ(seen["core"]["created"], w3cdtf(*core.getCreated()));
+    std::vector<std::string> rootIds;
+    for (const json& r : seen["relationships"]) {
+      if (r[0] == "/") rootIds.push_back(r[1]);
+    }
+    // The explicit id kept, the assigned ones distinct from it and from each other.
+    EXPECT_THAT(rootIds, ::testing::Contains("rId100"));
+    std::sort(rootIds.begin(), rootIds.end());
+    EXPECT_EQ(std::adjacent_find(rootIds.begin(), rootIds.end()), rootIds.end());
+    EXPECT_EQ(rootIds.size(), 5u);  // properties, thumbnail, help, core properties, package properties
   }
-}
-
-TEST_F(OpcReadersTest, ReadersSeeTheAddonPackagesSpecifics) {
-  const std::string path = dir_.file("addon.zvaddon");
-  const CoreProperties core = addonCoreProperties();
-  buildPackage(path, [&](model::Package& package) {
-    addPart(package, u"/metadata/primaryScreenShot.png", u"image/png", kPng);
-    package.createRelationship(model::URI(u"/metadata/primaryScreenShot.png"),
-                               model::PackageHelper::getThumbnailRelationshipType());
-    addPart(package, u"/metadata/a.xml", u"application/xml", "<a/>");
-    package.createRelationship(model::URI(u"/metadata/a.xml"), u"urn:zv:test:a", u"rId100");
-    addPart(package, u"/metadata/b.xml", u"application/xml", "<b/>");
-    package.createRelationship(model::URI(u"/metadata/b.xml"), u"urn:zv:test:b");
-    CorePropertiesManager(package, DeterministicMode::Off).setCoreProperties(core);
-  });
-  const DriverRun run = summarise(path);
-  ASSERT_EQ(run.status, 0) << run.output;
-  const json seen = json::parse(run.output);
-
-  EXPECT_EQ(seen["thumbnail"], json::array({"/metadata/primaryScreenShot.png"}));
-  EXPECT_EQ(seen["core"]["title"], u8(*core.getTitle()));
-  EXPECT_EQ(seen["core"]["description"], u8(*core.getDescription()));
-  EXPECT_EQ(seen["core"]["creator"], u8(*core.getCreator()));
-  EXPECT_EQ(seen["core"]["version"], u8(*core.getVersion()));
-  EXPECT_EQ(seen["core"]["created"], w3cdtf(*core.getCreated()));
-  std::vector<std::string> rootIds;
-  for (const json& r : seen["relationships"]) {
-    if (r[0] == "/") rootIds.push_back(r[1]);
-  }
-  // The explicit id kept, the assigned ones distinct from it and from each other.
-  EXPECT_THAT(rootIds, ::testing::Contains("rId100"));
-  std::sort(rootIds.begin(), rootIds.end());
-  EXPECT_EQ(std::adjacent_find(rootIds.begin(), rootIds.end()), rootIds.end());
-  EXPECT_EQ(rootIds.size(), 5u);  // thumbnail, a, b, core properties, package properties
 }
 
 TEST_F(OpcReadersTest, DriverReportsAPackageTheReadersRefuse) {
