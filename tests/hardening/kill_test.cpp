@@ -72,10 +72,6 @@ TEST(KillTest, EveryKillLeavesTheOldOrTheNewPackage) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 TEST(KillTest, TemporariesOfDeadWritersGoWithTheNextWrite) {
   zvtest::TempDir dir;
   const std::string package = dir.file("pkg.zvaddon");
