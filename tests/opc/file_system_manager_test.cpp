@@ -228,7 +228,8 @@ TEST_F(FileSystemManagerTest, EmptyFolderIsOnePartThatGivesWayToContent) {
   EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/a/", "/a/b c/", "/a/b c/d./", "/x/", "/x/f.txt"}));
 }
 
-// An existing file stops extraction before anything is written, unless replacing was asked for.
+// An existing file stops extraction before anything is written, unless replacing was asked for; a
+// destination that is a file is refused.
 TEST_F(FileSystemManagerTest, ExistingFilesAreReplacedOnlyWhenAsked) {
   plantFile(source, "bin/run me", TreeFile{"#!/bin/sh\n", 100000000, 0, true});
   plantFile(source, "data.", TreeFile{"dot", 200000000, 0, false});
@@ -252,6 +253,14 @@ TEST_F(FileSystemManagerTest, ExistingFilesAreReplacedOnlyWhenAsked) {
   EXPECT_FALSE(std::filesystem::exists(destination / "bin"));
   extract(ReplaceMode::Replace);
   EXPECT_EQ(readFile((destination / "data.").string()), "dot");
+  writeFile(dir.file("plain"), "x");
+  try {
+    s->manager.extractAll(dir.ufile("plain"), RestoreMode::None, TransformMode::Encode, ReplaceMode::Never);
+    ADD_FAILURE() << "extracted into a file";
+  } catch (const Exception& e) {
+    EXPECT_NE(std::string(e.what()).find("not a folder"), std::string::npos) << e.what();
+  }
+  EXPECT_EQ(readFile(dir.file("plain")), "x");
   EXPECT_EQ(readFile((destination / "bin" / "run me").string()), "#!/bin/sh\n");
 }
 
