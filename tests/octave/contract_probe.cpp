@@ -1,7 +1,7 @@
 // zvhost_probe.mex: the host contract as the add-on library sees it, callable from Octave so that the
 // Octave suite can check the binding's qx* functions with real Octave values.
 //   zvhost_probe(OP, ARGS...)
-// Indices given to the probe count from 0, as the contract's do. Every result is a new Octave value.
+// Every result is a new Octave value.
 #include <algorithm>
 #include <cstdint>
 #include <functional>
@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "foundation/release_info.h"
 #include "host/matrix.h"
 #include "host/octave/call.h"
 #include "host/octave/octave_api.h"
@@ -36,12 +35,8 @@ std::string text(const Args& in, std::size_t k) {
   return std::string(static_cast<const char*>(qxGetData(a)), qxGetNumberOfElements(a));
 }
 
-qxSize index(const Args& in, std::size_t k) { return static_cast<qxSize>(qxGetScalar(arg(in, k))); }
-
 qxArray* number(double v) { return qxCreateDoubleScalar(v); }
 qxArray* flag(bool v) { return qxCreateLogicalScalar(v); }
-// A borrowed value handed back as a copy; a null one as the logical false, so that absence shows.
-qxArray* copyOrFalse(const qxArray* a) { return a ? qxDuplicateArray(a) : flag(false); }
 
 qxArray* row(const std::vector<double>& values) {
   qxArray* r = qxCreateNumericMatrix(1, values.size(), qxDOUBLE_CLASS, qxREAL);
@@ -56,19 +51,6 @@ qxArray* record(const std::vector<std::pair<const char*, qxArray*>>& fields) {
   qxArray* s = qxCreateStructArray(2, one, static_cast<int>(names.size()), names.data());
   for (const auto& [name, value] : fields) qxSetField(s, 0, name, value);
   return s;
-}
-
-std::vector<const char*> namesOf(const qxArray* cell, std::vector<std::string>& storage) {
-  for (qxSize k = 0; k < qxGetNumberOfElements(cell); ++k) storage.push_back(text({qxGetCell(cell, k)}, 0));
-  std::vector<const char*> names;
-  for (const auto& s : storage) names.push_back(s.c_str());
-  return names;
-}
-
-std::vector<qxSize> sizeOf(const qxArray* dims) {
-  std::vector<qxSize> d;
-  for (qxSize k = 0; k < qxGetNumberOfElements(dims); ++k) d.push_back(static_cast<qxSize>(static_cast<const double*>(qxGetData(dims))[k]));
-  return d;
 }
 
 const std::map<std::string, Op>& operations() {
@@ -93,32 +75,8 @@ const std::map<std::string, Op>& operations() {
                           {"n", number(static_cast<double>(qxGetN(a)))},
                           {"elementSize", number(static_cast<double>(qxGetElementSize(a)))},
                           {"scalar", number(qxGetScalar(a))},
-                          {"hasData", flag(qxGetData(a) != nullptr)},
-                          {"fieldCount", number(qxGetNumberOfFields(a))}});
+                          {"hasData", flag(qxGetData(a) != nullptr)}});
        }},
-      {"field",
-       [](int, qxArray** out, const Args& in) {
-         out[0] = copyOrFalse(qxGetField(arg(in, 0), index(in, 1), text(in, 2).c_str()));
-       }},
-      {"fieldByNumber",
-       [](int, qxArray** out, const Args& in) {
-         out[0] = copyOrFalse(qxGetFieldByNumber(arg(in, 0), index(in, 1), static_cast<int>(qxGetScalar(arg(in, 2)))));
-       }},
-      {"fieldNames",
-       [](int nargout, qxArray** out, const Args& in) {
-         const qxArray* a = arg(in, 0);
-         const int count = qxGetNumberOfFields(a);
-         const qxSize dims[] = {1, static_cast<qxSize>(count)};
-         out[0] = qxCreateCellArray(2, dims);
-         for (int k = 0; k < count; ++k) {
-           qxSetCell(out[0], k, qxCreateString(qxGetFieldNameByNumber(a, k)));
-           if (qxGetFieldNumber(a, qxGetFieldNameByNumber(a, k)) != k) throw std::logic_error("field number mismatch");
-         }
-         // Names past either end must be absent.
-         if (nargout > 1) out[1] = flag(qxGetFieldNameByNumber(a, count) == nullptr && qxGetFieldNameByNumber(a, -1) == nullptr);
-       }},
-      {"cell",
-       [](int, qxArray** out, const Args& in) { out[0] = copyOrFalse(qxGetCell(arg(in, 0), index(in, 1))); }},
       {"text",  // get_ustring, then back through both UTF-16 creators; the code units as uint16
        [](int nargout, qxArray** out, const Args& in) {
          const ustring u = matrix::get_ustring(arg(in, 0));
@@ -129,76 +87,12 @@ const std::map<std::string, Op>& operations() {
          }
          if (nargout > 2) out[2] = qxCreateString_UTF16(u.c_str());
        }},
-      {"fromUnits",
-       [](int, qxArray** out, const Args& in) {
-         const qxArray* units = arg(in, 0);
-         const auto* data = static_cast<const char16_t*>(qxGetData(units));
-         out[0] = matrix::to_zorvan(matrix::create(data, qxGetNumberOfElements(units)));
-       }},
       {"createString", [](int, qxArray** out, const Args& in) { out[0] = qxCreateString(text(in, 0).c_str()); }},
       {"subsref",
        [](int, qxArray** out, const Args& in) {
          const Args subs(in.begin() + 1, in.end());
          out[0] = qxSubscriptedReference(arg(in, 0), static_cast<int>(subs.size()),
                                          const_cast<const qxArray**>(subs.data()));
-       }},
-      {"setCell",  // setCell(count, i): a 1 x count cell with "first" then "second" stored at i
-       [](int, qxArray** out, const Args& in) {
-         const qxSize dims[] = {1, index(in, 0)};
-         matrix::unique_qxarray_ptr c(qxCreateCellArray(2, dims));
-         qxSetCell(c.get(), index(in, 1), qxCreateString("first"));
-         qxSetCell(c.get(), index(in, 1), qxCreateString("second"));
-         out[0] = c.release();
-       }},
-      {"setField",  // setField(names, count, i, name): a 1 x count structure with "value" stored
-       [](int, qxArray** out, const Args& in) {
-         std::vector<std::string> storage;
-         auto names = namesOf(arg(in, 0), storage);
-         const qxSize dims[] = {1, index(in, 1)};
-         matrix::unique_qxarray_ptr s(qxCreateStructArray(2, dims, static_cast<int>(names.size()), names.data()));
-         qxSetField(s.get(), index(in, 2), text(in, 3).c_str(), qxCreateString("first"));
-         qxSetField(s.get(), index(in, 2), text(in, 3).c_str(), qxCreateString("value"));
-         out[0] = s.release();
-       }},
-      {"setFieldOn",  // setFieldOn(x, name): stores into an Octave value that is no structure
-       [](int, qxArray** out, const Args& in) {
-         matrix::unique_qxarray_ptr copy(qxDuplicateArray(arg(in, 0)));
-         qxSetField(copy.get(), 0, text(in, 1).c_str(), qxCreateString("value"));
-         out[0] = copy.release();
-       }},
-      {"addField",
-       [](int nargout, qxArray** out, const Args& in) {
-         matrix::unique_qxarray_ptr copy(qxDuplicateArray(arg(in, 0)));
-         const int n = qxAddField(copy.get(), text(in, 1).c_str());
-         out[0] = number(n);
-         if (nargout > 1) out[1] = copy.release();
-       }},
-      {"structArray",
-       [](int, qxArray** out, const Args& in) {
-         std::vector<std::string> storage;
-         auto names = namesOf(arg(in, 0), storage);
-         const auto dims = sizeOf(arg(in, 1));
-         out[0] = qxCreateStructArray(dims.size(), dims.data(), static_cast<int>(names.size()), names.data());
-       }},
-      {"numeric",  // numeric(classID name, dims, complex)
-       [](int, qxArray** out, const Args& in) {
-         const auto id = static_cast<qxClassID>(std::find(classNames.begin(), classNames.end(), text(in, 0)) - classNames.begin());
-         const auto dims = sizeOf(arg(in, 1));
-         out[0] = qxCreateNumericArray(dims.size(), dims.data(), id, qxGetScalar(arg(in, 2)) != 0 ? qxCOMPLEX : qxREAL);
-       }},
-      {"containers",  // the other creators, by name, with dims
-       [](int, qxArray** out, const Args& in) {
-         const auto dims = sizeOf(arg(in, 1));
-         const std::string kind = text(in, 0);
-         if (kind == "logical") out[0] = qxCreateLogicalArray(dims.size(), dims.data());
-         else if (kind == "char") out[0] = qxCreateCharArray(dims.size(), dims.data());
-         else out[0] = qxCreateCellArray(dims.size(), dims.data());
-       }},
-      {"object",
-       [](int, qxArray** out, const Args&) {
-         const char* names[] = {"a"};
-         const qxSize one[] = {1, 1};
-         out[0] = flag(qxCreateObjectArray("probeClass", 2, one, 1, names) == nullptr);
        }},
       {"throw",
        [](int, qxArray**, const Args& in) {
@@ -207,19 +101,6 @@ const std::map<std::string, Op>& operations() {
          if (kind == "bad_alloc") throw std::bad_alloc();
          if (kind == "octave") error_with_id("probe:octave", "an error of %s own", "Octave's");
          throw 42;
-       }},
-      {"counts",
-       [](int, qxArray**, const Args& in) {
-         const std::string which = text(in, 0);
-         if (which == "maxlhs") matrix::detail::error_maxlhs();
-         if (which == "maxrhs") matrix::detail::error_maxrhs();
-         matrix::detail::error_minrhs();
-       }},
-      {"release",
-       [](int nargout, qxArray** out, const Args&) {
-         const auto info = foundation::release_info::getCurrentReleaseInfo();
-         out[0] = qxCreateString(info.release.c_str());
-         if (nargout > 1) out[1] = qxCreateString(info.version.c_str());
        }},
   };
   return ops;

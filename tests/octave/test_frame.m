@@ -21,7 +21,7 @@ function argument_counts(work)
 end
 
 function path_must_be_text(work)
-  notText = {42, {'a.zvaddon'}, struct('path', 'a'), true, []};
+  notText = {42, {'a.zvaddon'}, []};
   for f = gateway_functions(work)'
     for k = 1:numel(notText)
       expect_error(@() call_with(f.fn, 0, [notText(k) f.args]), 'zvhost:notString');
@@ -35,7 +35,7 @@ function non_struct_metadata(work)
   before = read_bytes(package);
   setters = {@zvAddonCreate, @zvAddonSetProperties, @zvAddonSetRevisionHistory, @zvAddonSetAppInstallList, ...
              @zvAddonSetExamples, @zvAddonSetSystemRequirements, @zvAddonSetLicense, @zvAddonSetConfiguration};
-  values = {5, 'text', {1, 2}, true, int8([1 2]), @sin, 1:3, {struct('a', 1)}};
+  values = {5, 'text', {1, 2}, {struct('a', 1)}};
   for s = setters
     for v = values
       err = expect_error(@() s{1}(package, v{1}), key_id('ZVADDON_BUILTINS_ERROR_NON_STRUCT'));
@@ -47,8 +47,7 @@ end
 
 function empty_metadata_of_each_kind(work)
   package = new_package(work);
-  empties = {[], '', {}, cell(0, 3), zeros(0, 2), int8([]), false(0, 1), struct([]), struct('a', {}), ...
-             single([])};
+  empties = {[], '', {}, cell(0, 3), int8([]), struct('a', {})};
   lists = {@zvAddonSetRevisionHistory, @zvAddonGetRevisionHistory, {'date'; 'version'; 'description'}
            @zvAddonSetAppInstallList, @zvAddonGetAppInstallList, {'name'; 'guid'; 'relativePath'; 'installByDefault'}
            @zvAddonSetExamples, @zvAddonGetExamples, {'name'; 'examples'}};
@@ -87,9 +86,7 @@ end
 function corrupt_package(work)
   valid = read_bytes(new_package(work, 'valid.zvaddon'));
   corrupt = {'garbage.zvaddon', uint8('this is no zip archive at all')
-             'empty.zvaddon', zeros(1, 0, 'uint8')
-             'truncated.zvaddon', valid(1:floor(end / 2))
-             'tail-only.zvaddon', valid(end - 100:end)};
+             'truncated.zvaddon', valid(1:floor(end / 2))};
   for c = 1:rows(corrupt)
     package = fullfile(work, corrupt{c, 1});
     write_file(package, corrupt{c, 2});
