@@ -42,7 +42,6 @@ struct RawItem {
   int method = 0;
   std::string compressed;
   std::uint32_t crc = 0;
-  std::uint16_t flags = 0;
 };
 
 inline std::map<std::string, RawItem> rawItems(const std::string& path) {
