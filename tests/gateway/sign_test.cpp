@@ -72,18 +72,6 @@ TEST_F(SignFunction, FailuresRaiseTheirKeyAndLeaveTheFileAsItWas) {
   }
 }
 
-TEST_F(SignFunction, TakesExactlyOnePathAndGivesNothing) {
-  callOk(zvAddonSetSystemRequirements, {path_, kRequirements});
-  const std::string unsigned_ = zvtest::readBytes(path_);
-  EXPECT_FALSE(call(zvAddonSign, {}).ok());
-  EXPECT_FALSE(call(zvAddonSign, {path_, path_}).ok());
-  EXPECT_FALSE(call(zvAddonSign, {path_}, 1).ok());
-  EXPECT_EQ(zvtest::readBytes(path_), unsigned_);
-  const auto r = call(zvAddonSign, {path_});
-  ASSERT_TRUE(r.ok());
-  EXPECT_TRUE(r.outputs.empty());
-}
-
 // Other tools check the signature with the published key; readers open the signed package.
 TEST_F(SignFunction, IndependentToolsAcceptTheSignedPackage) {
   callOk(zvAddonSetSystemRequirements, {path_, kRequirements});
