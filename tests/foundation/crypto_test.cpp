@@ -32,18 +32,15 @@ std::string run(const std::string& command) {
   return out;
 }
 
-TEST(Sha512, KnownVectors) {
-  std::istringstream empty("");
+TEST(Sha512, KnownVectorsAndALargeStreamAgreeWithOpensslCli) {
+  std::istringstream empty(""), abc("abc");
   EXPECT_EQ(sha512Hex(empty),
             "cf83e1357eefb8bdf1542850d66d8007d620e4050b5715dc83f4a921d36ce9ce"
             "47d0d13c5d85f2b0ff8318d2877eec2f63b931bd47417a81a538327af927da3e");
-  std::istringstream abc("abc");
   EXPECT_EQ(sha512Hex(abc),
             "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a"
             "2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f");
-}
 
-TEST(Sha512, LargeStreamAgreesWithOpensslCli) {
   const auto path = std::filesystem::temp_directory_path() / "zv_sha512_100mib.bin";
   {
     std::ofstream out(path, std::ios::binary);
@@ -70,7 +67,7 @@ TEST(Digest, MethodCodesMapToModernAlgorithms) {
   EXPECT_EQ(engine.createDigestEngine(utils::DigestMethod::SHA384)->computeDigest(abc).size(), 48u);
 }
 
-TEST(Base64, PaddingForEveryRemainder) {
+TEST(Base64, PaddingForEveryRemainderAndMalformedTextRefused) {
   // RFC 4648 test vectors.
   const std::pair<std::string, std::string> cases[] = {
       {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"foobar", "Zm9vYmFy"}};
@@ -79,6 +76,8 @@ TEST(Base64, PaddingForEveryRemainder) {
     EXPECT_EQ(utils::base64Encode(bytesOf(plain)), ustring(encoded.begin(), encoded.end())) << plain;
     EXPECT_EQ(utils::base64Decode(encoded), bytesOf(plain)) << plain;
   }
+  EXPECT_THROW((void)utils::base64Decode("Zm9"), CryptoError);
+  EXPECT_THROW((void)utils::base64Decode("Zm9*"), CryptoError);
 }
 
 TEST(Base64, SixtyFourBytesHasNoLineBreakAndMatchesCli) {
@@ -95,14 +94,8 @@ TEST(Base64, SixtyFourBytesHasNoLineBreakAndMatchesCli) {
   EXPECT_EQ(utils::base64Decode(encoded), bytes);
 }
 
-TEST(Base64, MalformedTextIsRefused) {
-  EXPECT_THROW((void)utils::base64Decode("Zm9"), CryptoError);
-  EXPECT_THROW((void)utils::base64Decode("Zm9*"), CryptoError);
-}
-
 TEST(Hex, DecodesBothCasesAndRefusesBadInput) {
   EXPECT_EQ(utils::hexDecode(u"00ffA0"), (Bytes{0x00, 0xFF, 0xA0}));
-  EXPECT_EQ(utils::hexDecode(u""), Bytes{});
   EXPECT_THROW((void)utils::hexDecode(u"abc"), CryptoError);
   EXPECT_THROW((void)utils::hexDecode(u"0g"), CryptoError);
   EXPECT_THROW((void)utils::hexDecode(u"\u0660\u0661"), CryptoError);

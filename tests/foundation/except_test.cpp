@@ -18,7 +18,7 @@ class SAMPLE_KEY : public BuiltinMessage {
       : BuiltinMessage(kCatalog, sizeof kCatalog - 1, "SAMPLE_KEY", 10, makeArguments(path, message)) {}
 };
 
-TEST(Message, ArgumentsKeepTheirTypesAndBytes) {
+TEST(Message, ArgumentsKeepTheirTypesAndBytesAndNullTextIsRefusedOrEmpty) {
   const std::string raw("\xFF\x00z", 3);
   const SAMPLE_KEY key(u"/tmp/\u00E9.zvaddon", raw.c_str());
   ASSERT_EQ(key.arguments().size(), 2u);
@@ -27,16 +27,8 @@ TEST(Message, ArgumentsKeepTheirTypesAndBytes) {
   EXPECT_EQ(std::get<std::string>(key.arguments()[1]), std::string("\xFF"));
   EXPECT_EQ(key.catalog(), kCatalog);
   EXPECT_EQ(key.key(), "SAMPLE_KEY");
-}
-
-TEST(Message, NullNarrowTextGivesEmptyStringAndUnsetSlotIsZero) {
-  const SAMPLE_KEY key(u"p", nullptr);
-  EXPECT_EQ(std::get<std::string>(key.arguments()[1]), "");
-  const MessageArgument slot;
-  EXPECT_EQ(std::get<std::int64_t>(slot), 0);
-}
-
-TEST(Message, NullCatalogWithLengthIsALogicError) {
+  EXPECT_EQ(std::get<std::string>(SAMPLE_KEY(u"p", nullptr).arguments()[1]), "");
+  EXPECT_EQ(std::get<std::int64_t>(MessageArgument()), 0);
   EXPECT_THROW(BuiltinMessage(nullptr, 3, "K", 1), std::logic_error);
   EXPECT_THROW(BuiltinMessage(kCatalog, 3, nullptr, 1), std::logic_error);
 }
