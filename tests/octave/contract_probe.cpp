@@ -20,11 +20,6 @@ namespace {
 using Args = std::vector<const qxArray*>;
 using Op = std::function<void(int nargout, qxArray** out, const Args& in)>;
 
-const std::vector<std::string> classNames = {
-    "qxUNKNOWN_CLASS", "qxCELL_CLASS",  "qxSTRUCT_CLASS", "qxLOGICAL_CLASS", "qxCHAR_CLASS",   "qxVOID_CLASS",
-    "qxDOUBLE_CLASS",  "qxSINGLE_CLASS", "qxINT8_CLASS",   "qxUINT8_CLASS",   "qxINT16_CLASS",  "qxUINT16_CLASS",
-    "qxINT32_CLASS",   "qxUINT32_CLASS", "qxINT64_CLASS",  "qxUINT64_CLASS",  "qxFUNCTION_CLASS", "qxOBJECT_CLASS"};
-
 const qxArray* arg(const Args& in, std::size_t k) {
   if (k >= in.size()) throw std::invalid_argument("probe: missing argument " + std::to_string(k + 1));
   return in[k];
@@ -35,48 +30,8 @@ std::string text(const Args& in, std::size_t k) {
   return std::string(static_cast<const char*>(qxGetData(a)), qxGetNumberOfElements(a));
 }
 
-qxArray* number(double v) { return qxCreateDoubleScalar(v); }
-qxArray* flag(bool v) { return qxCreateLogicalScalar(v); }
-
-qxArray* row(const std::vector<double>& values) {
-  qxArray* r = qxCreateNumericMatrix(1, values.size(), qxDOUBLE_CLASS, qxREAL);
-  if (!values.empty()) std::copy(values.begin(), values.end(), static_cast<double*>(qxGetData(r)));
-  return r;
-}
-
-qxArray* record(const std::vector<std::pair<const char*, qxArray*>>& fields) {
-  std::vector<const char*> names;
-  for (const auto& f : fields) names.push_back(f.first);
-  const qxSize one[] = {1, 1};
-  qxArray* s = qxCreateStructArray(2, one, static_cast<int>(names.size()), names.data());
-  for (const auto& [name, value] : fields) qxSetField(s, 0, name, value);
-  return s;
-}
-
 const std::map<std::string, Op>& operations() {
   static const std::map<std::string, Op> ops = {
-      {"classify",
-       [](int, qxArray** out, const Args& in) {
-         const qxArray* a = arg(in, 0);
-         const qxSize* dims = qxGetDimensions(a);
-         out[0] = record({{"classID", qxCreateString(classNames.at(qxGetClassID(a)).c_str())},
-                          {"className", qxCreateString(qxGetClassName(a))},
-                          {"isStruct", flag(qxIsStruct(a))},
-                          {"isObject", flag(qxIsObject(a))},
-                          {"isCell", flag(qxIsCell(a))},
-                          {"isChar", flag(qxIsChar(a))},
-                          {"isLogical", flag(qxIsLogical(a))},
-                          {"isNumeric", flag(qxIsNumeric(a))},
-                          {"isComplex", flag(qxIsComplex(a))},
-                          {"isEmpty", flag(qxIsEmpty(a))},
-                          {"numel", number(static_cast<double>(qxGetNumberOfElements(a)))},
-                          {"dims", row(std::vector<double>(dims, dims + qxGetNumberOfDimensions(a)))},
-                          {"m", number(static_cast<double>(qxGetM(a)))},
-                          {"n", number(static_cast<double>(qxGetN(a)))},
-                          {"elementSize", number(static_cast<double>(qxGetElementSize(a)))},
-                          {"scalar", number(qxGetScalar(a))},
-                          {"hasData", flag(qxGetData(a) != nullptr)}});
-       }},
       {"text",  // get_ustring, then back through both UTF-16 creators; the code units as uint16
        [](int nargout, qxArray** out, const Args& in) {
          const ustring u = matrix::get_ustring(arg(in, 0));
@@ -88,12 +43,6 @@ const std::map<std::string, Op>& operations() {
          if (nargout > 2) out[2] = qxCreateString_UTF16(u.c_str());
        }},
       {"createString", [](int, qxArray** out, const Args& in) { out[0] = qxCreateString(text(in, 0).c_str()); }},
-      {"subsref",
-       [](int, qxArray** out, const Args& in) {
-         const Args subs(in.begin() + 1, in.end());
-         out[0] = qxSubscriptedReference(arg(in, 0), static_cast<int>(subs.size()),
-                                         const_cast<const qxArray**>(subs.data()));
-       }},
       {"throw",
        [](int, qxArray**, const Args& in) {
          const std::string kind = text(in, 0);

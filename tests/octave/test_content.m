@@ -97,7 +97,7 @@ function sign(work)
 end
 
 function content_hash(work)
-  samples = {'empty.bin', zeros(1, 0, 'uint8'); 'text ✓.txt', uint8('hello'); 'bytes.bin', uint8(mod(0:4999, 256))};
+  samples = {'empty.bin', zeros(1, 0, 'uint8'); 'bytes ✓.bin', uint8(mod(0:4999, 256))};
   for k = 1:rows(samples)
     file = fullfile(work, samples{k, 1});
     write_file(file, samples{k, 2});
@@ -105,8 +105,8 @@ function content_hash(work)
     check_equal(zvAddonComputeHash(file), expected, samples{k, 1});
   end
   copy = fullfile(work, 'sub', 'copy.bin');
-  write_file(copy, samples{3, 2});
-  check_equal(zvAddonComputeHash(copy), zvAddonComputeHash(fullfile(work, 'bytes.bin')), 'same bytes, same text');
+  write_file(copy, samples{2, 2});
+  check_equal(zvAddonComputeHash(copy), zvAddonComputeHash(fullfile(work, samples{2, 1})), 'same bytes, same text');
 end
 
 % What independent commands print for a file, for expected values computed outside the library.

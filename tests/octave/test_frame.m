@@ -4,10 +4,10 @@ function cases = test_frame()
   % Octave.
   cases = struct('name', {'argument_counts', 'path_must_be_text', 'non_struct_metadata', ...
                           'empty_metadata_of_each_kind', 'missing_package', 'corrupt_package', ...
-                          'create_failure', 'hash_of_missing_file', 'entries_reload_after_clear'}, ...
+                          'create_failure', 'entries_reload_after_clear'}, ...
                  'run', {@argument_counts, @path_must_be_text, @non_struct_metadata, ...
                          @empty_metadata_of_each_kind, @missing_package, @corrupt_package, ...
-                         @create_failure, @hash_of_missing_file, @entries_reload_after_clear});
+                         @create_failure, @entries_reload_after_clear});
 end
 
 function argument_counts(work)
@@ -119,13 +119,6 @@ function create_failure(work)
     prefix = catalogue_prefix(key, path{1});
     assert(strncmp(err.message, prefix, numel(prefix)), err.message);
   end
-end
-
-function hash_of_missing_file(work)
-  key = 'ZVADDON_BUILTINS_FILE_NONEXISTENT';
-  missing = fullfile(work, 'gône 100%.bin');
-  err = expect_error(@() zvAddonComputeHash(missing), key_id(key));
-  check_equal(err.message, catalogue_message(key, missing));
 end
 
 function entries_reload_after_clear(work)
