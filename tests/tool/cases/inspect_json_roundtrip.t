@@ -3,6 +3,7 @@ package, every record reads back the same. Catches any field that one direction 
 reorders or retypes (flags as text, one-element lists, empty lists, a missing release range).
 
   $ zvaddon build -q "$EXAMPLES" -o full.zvaddon
+  $ j() { python3 -c 'import json, sys; print(json.dumps(json.load(sys.stdin), ensure_ascii=False))'; }
   $ zvaddon inspect --json full.zvaddon > full.json
   $ printf '{"properties": {"name": "Empty", "version": "0.1", "GUID": "e"}}' > zvaddon.json
   $ mkdir empty && zvaddon build -q -m zvaddon.json empty -o copy.zvaddon
@@ -32,49 +33,11 @@ text, a release range with one end only (which the record drops), text with line
 non-ASCII characters.
 
   $ zvaddon set copy.zvaddon apps '[{"name": "Ä app", "guid": "g", "relativePath": "a/b.zvapp", "installByDefault": "yes"}]'
-  $ zvaddon get copy.zvaddon apps
-  [
-    {
-      "name": "Ä app",
-      "guid": "g",
-      "relativePath": "a/b.zvapp",
-      "installByDefault": "true"
-    }
-  ]
+  $ zvaddon get copy.zvaddon apps | j
+  [{"name": "Ä app", "guid": "g", "relativePath": "a/b.zvapp", "installByDefault": "true"}]
   $ zvaddon set copy.zvaddon systemRequirements '{"platformCompatibility": {"win": "maybe"}, "releaseCompatibility": {"start": "R2020a"}}'
-  $ zvaddon get copy.zvaddon systemRequirements
-  {
-    "productDependency": [],
-    "supportPackageDependency": [],
-    "platformCompatibility": {
-      "win": "maybe",
-      "linux": "true",
-      "mac": "true",
-      "ZORVANOnline": "true"
-    },
-    "releaseCompatibility": null,
-    "addonDependency": []
-  }
+  $ zvaddon get copy.zvaddon systemRequirements | j
+  {"productDependency": [], "supportPackageDependency": [], "platformCompatibility": {"win": "maybe", "linux": "true", "mac": "true", "ZORVANOnline": "true"}, "releaseCompatibility": null, "addonDependency": []}
   $ zvaddon set copy.zvaddon examples '[{"name": "Only", "examples": [{"name": "e", "images": ["i.png"]}]}, {"name": "None"}]'
-  $ zvaddon get copy.zvaddon examples
-  [
-    {
-      "name": "Only",
-      "examples": [
-        {
-          "name": "e",
-          "type": "",
-          "source": "",
-          "main": "",
-          "thumbnail": "",
-          "images": [
-            "i.png"
-          ]
-        }
-      ]
-    },
-    {
-      "name": "None",
-      "examples": []
-    }
-  ]
+  $ zvaddon get copy.zvaddon examples | j
+  [{"name": "Only", "examples": [{"name": "e", "type": "", "source": "", "main": "", "thumbnail": "", "images": ["i.png"]}]}, {"name": "None", "examples": []}]

@@ -3,44 +3,16 @@ not fit the record is refused with its JSON pointer and exit status 5, and the p
 
   $ printf '{"properties": {"name": "S", "version": "1", "GUID": "g"}}' > zvaddon.json
   $ mkdir a && zvaddon build -q -m zvaddon.json a -o s.zvaddon
+  $ j() { python3 -c 'import json, sys; print(json.dumps(json.load(sys.stdin), ensure_ascii=False))'; }
   $ echo '{"type": "MIT", "text": "from a file"}' > lic.json
-  $ zvaddon set s.zvaddon license @lic.json && zvaddon get s.zvaddon license
-  {
-    "type": "MIT",
-    "text": "from a file"
-  }
-  $ echo '[{"date": "2024-01-01", "version": "1.0", "description": "stdin"}]' | zvaddon set s.zvaddon revisionHistory - && zvaddon get s.zvaddon revisionHistory
-  [
-    {
-      "date": "2024-01-01",
-      "version": "1.0",
-      "description": "stdin"
-    }
-  ]
-  $ zvaddon set s.zvaddon configuration '{"zorvanPaths": ["a", "b"], "installMapPath": "m.xml"}' && zvaddon get s.zvaddon configuration
-  {
-    "zorvanPaths": [
-      "a",
-      "b"
-    ],
-    "javaClassPaths": [],
-    "infoXMLPath": "",
-    "gettingStartedDocPath": "",
-    "installMapPath": "m.xml"
-  }
-  $ zvaddon set s.zvaddon properties '{"name": "Renamed", "version": "1.1", "GUID": "g2", "summary": "s", "authorContact": "c"}' && zvaddon get s.zvaddon properties
-  {
-    "type": "ZORVAN Toolbox",
-    "name": "Renamed",
-    "version": "1.1",
-    "ZORVANRelease": "R2026b",
-    "summary": "s",
-    "authorName": "",
-    "authorContact": "c",
-    "authorOrganization": "",
-    "GUID": "g2",
-    "description": ""
-  }
+  $ zvaddon set s.zvaddon license @lic.json && zvaddon get s.zvaddon license | j
+  {"type": "MIT", "text": "from a file"}
+  $ echo '[{"date": "2024-01-01", "version": "1.0", "description": "stdin"}]' | zvaddon set s.zvaddon revisionHistory - && zvaddon get s.zvaddon revisionHistory | j
+  [{"date": "2024-01-01", "version": "1.0", "description": "stdin"}]
+  $ zvaddon set s.zvaddon configuration '{"zorvanPaths": ["a", "b"], "installMapPath": "m.xml"}' && zvaddon get s.zvaddon configuration | j
+  {"zorvanPaths": ["a", "b"], "javaClassPaths": [], "infoXMLPath": "", "gettingStartedDocPath": "", "installMapPath": "m.xml"}
+  $ zvaddon set s.zvaddon properties '{"name": "Renamed", "version": "1.1", "GUID": "g2", "summary": "s", "authorContact": "c"}' && zvaddon get s.zvaddon properties | j
+  {"type": "ZORVAN Toolbox", "name": "Renamed", "version": "1.1", "ZORVANRelease": "R2026b", "summary": "s", "authorName": "", "authorContact": "c", "authorOrganization": "", "GUID": "g2", "description": ""}
 
 Refusals; afterwards the package is byte for byte as before.
 
