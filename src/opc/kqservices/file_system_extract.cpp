@@ -55,7 +55,9 @@ struct Target {
   std::optional<FileTime> time;
   std::optional<std::uint32_t> mode;
   std::vector<Target> children;
-  mutable bool made = false;  // created by this extraction (set and read by the reading thread only)
+  // Created by this extraction. Set by the thread that creates it; read by the reading thread only
+  // after the folder's jobs are waited for.
+  mutable bool made = false;
 };
 
 [[noreturn]] void refuse(const ustring& partName, const std::string& why) {
@@ -65,6 +67,8 @@ struct Target {
 // One file whose stored bytes are read: inflated, checked and written by a worker.
 struct Job {
   const Target* target = nullptr;
+  int dirfd = -1;  // its folder, open until the job is done
+  ReplaceMode replace = ReplaceMode::Never;
   UniqueFd fd;
   std::vector<std::uint8_t> stored;
   bool deflated = false;
@@ -74,6 +78,19 @@ struct Job {
   std::string error;  // what() of the failure, empty on success
 };
 using JobPtr = std::shared_ptr<Job>;
+
+// Creates the file below `dirfd` (removing an existing one first when replacing).
+UniqueFd createFile(int dirfd, const Target& target, ReplaceMode replace) {
+  if (replace == ReplaceMode::Replace && ::unlinkat(dirfd, target.name.c_str(), 0) != 0 && errno != ENOENT) {
+    refuse(target.partName, osError("cannot replace", target.path, errno));
+  }
+  const mode_t mode = target.mode ? static_cast<mode_t>(*target.mode & 0777) : 0666;
+  // O_EXCL with O_NOFOLLOW: a link planted since the check makes this fail instead of being followed.
+  UniqueFd fd(::openat(dirfd, target.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+  if (!fd) refuse(target.partName, osError("cannot create", target.path, errno));
+  target.made = true;
+  return fd;
+}
 
 // Sets the recorded modification time and closes: the end of writing every file.
 void finishFile(const Target& target, UniqueFd& fd) {
@@ -103,6 +120,7 @@ void checkLength(const Target& target, std::uint64_t length) {
 // Inflates (into `scratch`, reused between jobs), checks length and CRC, writes and closes.
 void runJob(Job& job, libdeflate_decompressor* inflater, std::vector<std::uint8_t>& scratch) {
   const Target& target = *job.target;
+  job.fd = createFile(job.dirfd, target, job.replace);
   const std::uint8_t* data = job.stored.data();
   std::size_t length = job.stored.size();
   if (job.deflated) {
@@ -375,23 +393,14 @@ class Extraction {
     }
   }
 
-  UniqueFd createFile(int dirfd, const Target& target) const {
-    if (replace_ == ReplaceMode::Replace && ::unlinkat(dirfd, target.name.c_str(), 0) != 0 && errno != ENOENT) {
-      refuse(target.partName, osError("cannot replace", target.path, errno));
-    }
-    const mode_t mode = target.mode ? static_cast<mode_t>(*target.mode & 0777) : 0666;
-    // O_EXCL with O_NOFOLLOW: a link planted since the check makes this fail instead of being followed.
-    UniqueFd fd(::openat(dirfd, target.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-    if (!fd) refuse(target.partName, osError("cannot create", target.path, errno));
-    target.made = true;
-    return fd;
-  }
 
-  // Creates the file and reads its stored bytes, then leaves the rest to a worker.
+  // Reads the file's stored bytes and leaves the rest, creating the file included (the kernel's
+  // share of the work), to a worker.
   JobPtr startFile(int dirfd, const Target& target) {
     auto job = std::make_shared<Job>();
     job->target = &target;
-    job->fd = createFile(dirfd, target);
+    job->dirfd = dirfd;
+    job->replace = replace_;
     const zippackage::ZipEntry& entry = *target.entry;
     job->deflated = entry.compressionMethod == 8;
     job->crc = entry.crc;
@@ -416,7 +425,7 @@ class Extraction {
   }
 
   void writeFile(int dirfd, const Target& target) const {
-    UniqueFd fd = createFile(dirfd, target);
+    UniqueFd fd = createFile(dirfd, target, replace_);
 
     std::unique_ptr<InputStream> in = target.part->getInputStream();
     std::vector<std::uint8_t> buffer(kCopyBuffer);
