@@ -1,4 +1,5 @@
-// The frame every gateway function shares: count errors, the structure check, not-found and OPC keys.
+// The frame every gateway function shares: count errors, the structure check, not-found. (Each
+// function's own key for a corrupt package: records_test.cpp.)
 #include <gtest/gtest.h>
 
 #include "gateway/zvaddon.h"
@@ -75,19 +76,6 @@ TEST(Frame, NotFoundCarriesThePathExactlyAsGiven) {
     EXPECT_EQ(std::get<ustring>(r.error->arguments()[0]),
               u"/nonexistent/d\u00E9j\u00E0 \u4E2D\U0001F600.zvaddon");
   }
-}
-
-TEST(Frame, CorruptPackageGivesTheFunctionsOwnKey) {
-  zvtest::TempDir dir;
-  const std::string path = dir.file("corrupt.zvaddon");
-  zvtest::writeBytes(path, "PK\x03\x04 this is not a zip archive at all");
-  const auto r = call(zvAddonGetProperties, {path}, 1);
-  ASSERT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_GET_PROPERTIES");
-  ASSERT_EQ(r.error->arguments().size(), 2u);
-  EXPECT_EQ(std::get<ustring>(r.error->arguments()[0]), ustring(path.begin(), path.end()));
-  EXPECT_FALSE(std::get<std::string>(r.error->arguments()[1]).empty());
-  EXPECT_NE(r.error->message().find(path), std::string::npos) << "catalogue text names the package";
-  EXPECT_EQ(zvtest::readBytes(path), std::string("PK\x03\x04 this is not a zip archive at all"));
 }
 
 TEST(Frame, NonTextPathIsTheHostsError) {

@@ -174,6 +174,8 @@ TEST_F(RecordFunctions, FailuresCarryTheirKeyAndLeaveThePackageByteForByte) {
     ASSERT_EQ(get.key(), f->getKey);
     ASSERT_EQ(get.error->arguments().size(), 2u);
     EXPECT_EQ(std::get<ustring>(get.error->arguments()[0]), ustring(corrupt.begin(), corrupt.end()));
+    EXPECT_FALSE(std::get<std::string>(get.error->arguments()[1]).empty()) << "the OPC message";
+    EXPECT_NE(get.error->message().find(corrupt), std::string::npos) << "catalogue text names the package";
   }
   EXPECT_EQ(zvtest::readBytes(path_), before);
   EXPECT_FALSE(std::filesystem::exists(missing));
