@@ -27,6 +27,8 @@ TEST(AddonLicenseTest, RecordRules) {
   };
   rules.reading = {
       {"MissingElementReadsEmpty", R"(<license xmlns="NS"/>)", license(R"("")", R"("")")},
+      {"MissingTypeReadsEmptyTextStillRead", R"(<license xmlns="NS"><licenseText>t</licenseText></license>)",
+       license(R"("")", R"("t")")},
       {"FirstElementWins",
        R"(<license xmlns="NS"><licenseText type="a">1</licenseText><licenseText type="b">2</licenseText></license>)",
        license(R"("a")", R"("1")")},
