@@ -47,7 +47,7 @@ end
 
 function empty_metadata_of_each_kind(work)
   package = new_package(work);
-  empties = {[], '', {}, cell(0, 3), int8([]), struct('a', {})};
+  empties = {[], '', {}, cell(0, 3), int8([]), false(0, 1), struct([]), struct('a', {})};
   lists = {@zvAddonSetRevisionHistory, @zvAddonGetRevisionHistory, {'date'; 'version'; 'description'}
            @zvAddonSetAppInstallList, @zvAddonGetAppInstallList, {'name'; 'guid'; 'relativePath'; 'installByDefault'}
            @zvAddonSetExamples, @zvAddonGetExamples, {'name'; 'examples'}};
