@@ -73,6 +73,8 @@ TEST_F(ScreenshotTest, ExtensionDecidesContentTypeAndStoredEnding) {
       {"Screen.JPG", u"/metadata/primaryScreenShot.jpg", u"image/jpeg"},
       {"Screen.Png", u"/metadata/primaryScreenShot.Png", u"image/png"},
       {"scan.tif", u"/metadata/primaryScreenShot.jpg", u"image/jpeg"},
+      {"scan.TIFF", u"/metadata/primaryScreenShot.TIFF", u"image/tiff"},
+      {"pic.bmp", u"/metadata/primaryScreenShot.bmp", u"image/bmp"},
       {"noextension", u"/metadata/primaryScreenShot.jpg", u"image/jpeg"},
   };
   for (const auto& c : cases) {
