@@ -1,8 +1,9 @@
 #pragma once
 // Modification times in ZIP extra fields. DOS time in the entry header holds 1980 to 2107 in local
 // time with two-second steps; the NTFS field (0x000a) holds any instant from 1601 in 100 ns steps,
-// the extended-timestamp field (0x5455) whole seconds from 1901 to 2038. We write NTFS always and
-// the extended timestamp where it fits (Info-ZIP reads it), and read NTFS first.
+// the extended-timestamp field (0x5455) whole seconds from 1901 to 2038. The writer puts the extended
+// timestamp in local headers where it fits (Info-ZIP reads it there) and, in the central directory,
+// the extended timestamp when it holds the time exactly, else NTFS; readers take NTFS first.
 #include <array>
 #include <cstdint>
 #include <ctime>

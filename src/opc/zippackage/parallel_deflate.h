@@ -77,6 +77,8 @@ class DeflatePipeline {
   DeflatePipeline(const DeflatePipeline&) = delete;
   DeflatePipeline& operator=(const DeflatePipeline&) = delete;
 
+  // Room for `count` sources, so that queueing many does not hold two copies of the queue at once.
+  void reserve(std::size_t count) { jobs_.reserve(count); }
   // Queues a source; returns its ticket (0, 1, 2, ... in order). Call before start().
   std::size_t add(std::shared_ptr<const ContentSource> source);
   void start();

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <optional>
+#include <vector>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zip.h>
@@ -119,12 +121,17 @@ struct WriteTarget {
       ::fchmod(fd.get(), 0666 & ~currentUmask());
     }
     position = length = 0;
+    pendingHeader.reset();
+    buffered.clear();
+    buffered.reserve(kBufferSize);
     return 0;
   }
 
   zip_int64_t write(const void* data, zip_uint64_t size) {
+    const auto* bytes = static_cast<const std::uint8_t*>(data);
     try {
-      detail::pwriteAll(fd.get(), static_cast<const std::uint8_t*>(data), size, position, folder);
+      put(position, bytes, static_cast<std::size_t>(size));
+      markUtf8Name(bytes, size);
     } catch (const Exception& e) {
       failures->record(std::string("writing the new package: ") + e.what());
       return fail(&error, ZIP_ER_WRITE, errno);
@@ -134,7 +141,75 @@ struct WriteTarget {
     return static_cast<zip_int64_t>(size);
   }
 
+  // libzip writes each header in three or four small pieces and goes back to rewrite the local
+  // header after the data; gathering writes here turns those into one system call per megabyte.
+  // `buffered` holds the bytes of [bufferStart, bufferStart + buffered.size()), not yet on disk.
+  static constexpr std::size_t kBufferSize = 1u << 20;
+  std::vector<std::uint8_t> buffered;
+  std::uint64_t bufferStart = 0;
+
+  void put(std::uint64_t at, const std::uint8_t* bytes, std::size_t size) {
+    if (buffered.empty()) bufferStart = at;
+    if (at >= bufferStart && at <= bufferStart + buffered.size() && at + size <= bufferStart + kBufferSize) {
+      const std::size_t offset = static_cast<std::size_t>(at - bufferStart);
+      if (offset + size > buffered.size()) buffered.resize(offset + size);
+      std::memcpy(buffered.data() + offset, bytes, size);
+      return;
+    }
+    flush();
+    if (size >= kBufferSize / 2) {
+      detail::pwriteAll(fd.get(), bytes, size, at, folder);
+      return;
+    }
+    bufferStart = at;
+    buffered.assign(bytes, bytes + size);
+  }
+
+  void flush() {
+    if (buffered.empty()) return;
+    detail::pwriteAll(fd.get(), buffered.data(), buffered.size(), bufferStart, folder);
+    buffered.clear();
+  }
+
+  // libzip sets the UTF-8 name flag (bit 11) only on names with non-ASCII bytes; every name we write
+  // is UTF-8, so the flag goes on every local and central header. libzip writes each header's fixed
+  // part in one call and the name in the next; the flag is set once both are seen, so that entry data
+  // that happens to look like a header is never touched (its next write is not a name of that length).
+  struct PendingHeader {
+    std::uint64_t flagsAt = 0;
+    std::uint16_t flags = 0;
+    std::uint16_t nameLength = 0;
+  };
+  std::optional<PendingHeader> pendingHeader;
+
+  void markUtf8Name(const std::uint8_t* bytes, zip_uint64_t size) {
+    const auto get16 = [&](std::size_t at) { return static_cast<std::uint16_t>(bytes[at] | (bytes[at + 1] << 8)); };
+    if (pendingHeader) {
+      const PendingHeader header = *pendingHeader;
+      pendingHeader.reset();
+      if (size == header.nameLength && std::memchr(bytes, 0, size) == nullptr) {
+        const std::uint16_t flags = header.flags | 0x0800;
+        const std::uint8_t patch[2] = {static_cast<std::uint8_t>(flags), static_cast<std::uint8_t>(flags >> 8)};
+        put(header.flagsAt, patch, sizeof patch);
+        return;
+      }
+    }
+    constexpr std::uint8_t kLocal[4] = {'P', 'K', 3, 4};
+    constexpr std::uint8_t kCentral[4] = {'P', 'K', 1, 2};
+    if (size == 30 && std::memcmp(bytes, kLocal, 4) == 0) {
+      pendingHeader = PendingHeader{position + 6, get16(6), get16(26)};
+    } else if (size == 46 && std::memcmp(bytes, kCentral, 4) == 0) {
+      pendingHeader = PendingHeader{position + 8, get16(8), get16(28)};
+    }
+  }
+
   zip_int64_t commit() {
+    try {
+      flush();
+    } catch (const Exception& e) {
+      failures->record(std::string("writing the new package: ") + e.what());
+      return fail(&error, ZIP_ER_WRITE, errno);
+    }
     struct stat old {};
     if (::stat(finalPath.c_str(), &old) == 0) ::fchmod(fd.get(), old.st_mode & 07777);
     if (durable && ::fsync(fd.get()) != 0) {
@@ -180,6 +255,7 @@ struct WriteTarget {
   }
 
   void rollback() noexcept {
+    buffered = {};
     fd = UniqueFd();
     if (!tempName.empty()) ::unlink(tempName.c_str());
     tempName.clear();
@@ -399,16 +475,23 @@ struct ZipWriter::Impl {
     if (attributes.lastModified) {
       const FileTime time = *attributes.lastModified;
       if (zip_file_set_mtime(archive.get(), index, extra::clampToDosRange(time), 0) != 0) raise("entry '" + name + "'");
-      if (const auto ntfs = extra::encodeNtfs(time)) {
-        if (zip_file_extra_field_set(archive.get(), index, extra::kNtfsId, ZIP_EXTRA_FIELD_NEW, ntfs->data(),
-                                     static_cast<zip_uint16_t>(ntfs->size()), ZIP_FL_LOCAL | ZIP_FL_CENTRAL) != 0) {
+      // The local header gets the extended timestamp only (Info-ZIP's tools restore times from it);
+      // the central directory the shortest field that holds the time exactly: 9 bytes for whole
+      // seconds from 1901 to 2038, else the 36-byte NTFS field. This keeps a tree's headers no
+      // longer than Info-ZIP's own.
+      const auto ut = extra::encodeExtendedTimestamp(time);
+      if (ut && zip_file_extra_field_set(archive.get(), index, extra::kExtendedTimestampId, ZIP_EXTRA_FIELD_NEW,
+                                         ut->data(), static_cast<zip_uint16_t>(ut->size()), ZIP_FL_LOCAL) != 0) {
+        raise("entry '" + name + "'");
+      }
+      if (ut && time.nanoseconds == 0) {
+        if (zip_file_extra_field_set(archive.get(), index, extra::kExtendedTimestampId, ZIP_EXTRA_FIELD_NEW,
+                                     ut->data(), static_cast<zip_uint16_t>(ut->size()), ZIP_FL_CENTRAL) != 0) {
           raise("entry '" + name + "'");
         }
-      }
-      if (const auto ut = extra::encodeExtendedTimestamp(time)) {
-        if (zip_file_extra_field_set(archive.get(), index, extra::kExtendedTimestampId, ZIP_EXTRA_FIELD_NEW,
-                                     ut->data(), static_cast<zip_uint16_t>(ut->size()),
-                                     ZIP_FL_LOCAL | ZIP_FL_CENTRAL) != 0) {
+      } else if (const auto ntfs = extra::encodeNtfs(time)) {
+        if (zip_file_extra_field_set(archive.get(), index, extra::kNtfsId, ZIP_EXTRA_FIELD_NEW, ntfs->data(),
+                                     static_cast<zip_uint16_t>(ntfs->size()), ZIP_FL_CENTRAL) != 0) {
           raise("entry '" + name + "'");
         }
       }
@@ -434,6 +517,7 @@ struct ZipWriter::Impl {
   // those of unknown size libzip deflates itself.
   void planCompression() {
     pipeline = std::make_unique<DeflatePipeline>(deflateThreads());
+    pipeline->reserve(deferred.size());
     for (const Deferred& d : deferred) {
       EntrySource& s = *d.state;
       std::optional<std::uint64_t> size;
