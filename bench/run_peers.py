@@ -19,6 +19,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import zipfile
 
 PROPS = {"type": "ZORVAN Toolbox", "name": "Bench", "version": "1.0", "ZORVANRelease": "", "summary": "",
          "authorName": "", "authorContact": "", "authorOrganization": "", "GUID": "bench-guid", "description": ""}
@@ -144,6 +145,15 @@ def main():
             size = f"{os.path.getsize(archive) / 2**20:.1f}" if archive and os.path.exists(archive) else ""
             rss = max(r for _, r in samples[tool]) / 1024
             print(f"| {task} | {tool} | {med[tool]:.3f} | {med[tool] / best:.2f} | {size} | {rss:.0f} |")
+    if "build" in results:
+        # Which archives mark their names as UTF-8 (general-purpose flag bit 11), entry by entry.
+        print("\n| archive | entries | with the UTF-8 name flag |")
+        print("|---|---:|---:|")
+        for tool, _c, _cwd, archive, _ours in rows["build"]:
+            if archive and os.path.exists(archive):
+                with zipfile.ZipFile(archive) as z:
+                    infos = z.infolist()
+                print(f"| {tool} | {len(infos)} | {sum(1 for i in infos if i.flag_bits & 0x800)} |")
     shutil.rmtree(os.path.join(work, "x"), ignore_errors=True)
 
 

@@ -26,9 +26,9 @@ Compressor makeCompressor(int level) {
   return c;
 }
 
-// Reads up to `limit` bytes; the stream's end comes first for every source the pipeline gets.
-std::string readUpTo(const ContentSource& source, std::uint64_t limit) {
-  std::string bytes;
+// Reads up to `limit` bytes into `bytes` (whose capacity is kept from one call to the next); the
+// stream's end comes first for every source the pipeline gets.
+void readUpTo(const ContentSource& source, std::uint64_t limit, std::string& bytes) {
   bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(source.size().value_or(limit), limit)) + 1);
   auto stream = source.openStream();
   std::size_t used = 0;
@@ -42,21 +42,28 @@ std::string readUpTo(const ContentSource& source, std::uint64_t limit) {
     used += n;
   }
   bytes.resize(std::min<std::size_t>(used, static_cast<std::size_t>(limit)));
-  return bytes;
 }
 
-DeflatedEntry deflateWhole(libdeflate_compressor* compressor, const ContentSource& source) {
+// What one worker reuses from entry to entry, so that deflating many files does not allocate and
+// free a megabyte or two for each.
+struct Scratch {
+  std::string input;
+  std::string output;
+};
+
+DeflatedEntry deflateWhole(libdeflate_compressor* compressor, const ContentSource& source, Scratch& scratch) {
   DeflatedEntry entry;
-  const std::string bytes = readUpTo(source, kWholeEntryLimit + 1);
+  readUpTo(source, kWholeEntryLimit + 1, scratch.input);
+  const std::string& bytes = scratch.input;
   if (bytes.size() > kWholeEntryLimit) throw Exception("the content grew past the size it had when added");
   entry.size = bytes.size();
   entry.crc = libdeflate_crc32(0, bytes.data(), bytes.size());
-  entry.compressed.resize(libdeflate_deflate_compress_bound(compressor, bytes.size()));
-  const std::size_t n = libdeflate_deflate_compress(compressor, bytes.data(), bytes.size(), entry.compressed.data(),
-                                                    entry.compressed.size());
+  const std::size_t bound = libdeflate_deflate_compress_bound(compressor, bytes.size());
+  if (scratch.output.size() < bound) scratch.output.resize(bound);
+  const std::size_t n = libdeflate_deflate_compress(compressor, bytes.data(), bytes.size(), scratch.output.data(),
+                                                    scratch.output.size());
   if (n == 0) throw Exception("deflate output exceeded its bound");
-  entry.compressed.resize(n);
-  entry.compressed.shrink_to_fit();
+  entry.compressed.assign(scratch.output.data(), n);
   return entry;
 }
 
@@ -178,7 +185,8 @@ bool isCompressedFormat(std::string_view name) {
 
 bool worthDeflating(const ContentSource& source) {
   constexpr std::size_t kSample = 256u << 10;
-  const std::string sample = readUpTo(source, kSample);
+  std::string sample;
+  readUpTo(source, kSample, sample);
   if (sample.empty()) return true;
   const Compressor compressor = makeCompressor(1);
   std::string out(libdeflate_deflate_compress_bound(compressor.get(), sample.size()), '\0');
@@ -223,6 +231,7 @@ DeflatedEntry DeflatePipeline::take(std::size_t ticket) {
 
 void DeflatePipeline::work() {
   Compressor compressor;
+  Scratch scratch;
   std::string failure;
   try {
     compressor = makeCompressor(kDeflateLevel);
@@ -239,7 +248,7 @@ void DeflatePipeline::work() {
     DeflatedEntry result;
     try {
       if (!failure.empty()) throw Exception(failure);
-      result = deflateWhole(compressor.get(), *job.source);
+      result = deflateWhole(compressor.get(), *job.source, scratch);
     } catch (const std::exception& e) {
       result = DeflatedEntry{};
       result.error = e.what();
