@@ -59,7 +59,6 @@ class ZV_API AddonPackage {
   void addFiles(const std::vector<ustring>& first, const std::vector<ustring>& second);
   void addFolders(const std::vector<ustring>& folders);
   [[nodiscard]] std::vector<ustring> getFileList();
-  void addFilesFromFolder(const opc::kqservices::FileSystemEntry& folder, std::vector<ustring>& list);
   void extractAllFiles(const ustring& destination);
 
   // Signs the system-requirements part and its root relationship; opens and closes the package.

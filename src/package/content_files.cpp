@@ -23,32 +23,9 @@ void AddonPackage::addFolders(const std::vector<ustring>& folders) {
   }
 }
 
-std::vector<ustring> AddonPackage::getFileList() {
-  std::vector<ustring> list;
-  for (const fs::FileSystemEntry& child : fileSystem_.getChildren(fileSystem_.getRoot())) {
-    if (child.isFile()) {
-      list.push_back(child.getPathName());
-    } else {
-      addFilesFromFolder(child, list);
-    }
-  }
-  return list;
-}
-
 // An empty folder is listed under its own path, so that it survives a list-and-rebuild.
-void AddonPackage::addFilesFromFolder(const fs::FileSystemEntry& folder, std::vector<ustring>& list) {
-  const std::vector<fs::FileSystemEntry> children = fileSystem_.getChildren(folder);
-  if (children.empty()) {
-    list.push_back(folder.getPathName());
-    return;
-  }
-  for (const fs::FileSystemEntry& child : children) {
-    if (child.isFile()) {
-      list.push_back(child.getPathName());
-    } else {
-      addFilesFromFolder(child, list);
-    }
-  }
+std::vector<ustring> AddonPackage::getFileList() {
+  return fileSystem_.listFiles();
 }
 
 void AddonPackage::extractAllFiles(const ustring& destination) {

@@ -127,6 +127,7 @@ TreeIndex& FileSystemManager::index() const {
 
   auto fresh = std::make_unique<TreeIndex>();
   const ustring prefixKey = asciiLower(kPrefix);
+  const model::ContentType folderType(kFolderContentType);
   for (const model::PartPtr& part : package_.getParts()) {
     const ustring& key = part->getPartName().getKey();
     if (key.compare(0, prefixKey.size(), prefixKey) != 0) continue;
@@ -136,7 +137,9 @@ TreeIndex& FileSystemManager::index() const {
     for (;;) {
       const std::size_t slash = name.find(u'/', start);
       const ustring segment = name.substr(start, slash == ustring::npos ? ustring::npos : slash - start);
-      TreeNode* next = folder->child(segment);
+      ustring key = asciiLower(segment);
+      const auto found = folder->children.find(key);
+      TreeNode* next = found == folder->children.end() ? nullptr : found->second.get();
       if (next == nullptr) {
         auto node = std::make_unique<TreeNode>();
         try {
@@ -147,11 +150,11 @@ TreeIndex& FileSystemManager::index() const {
         node->segment = segment;
         node->parent = folder;
         next = node.get();
-        folder->children.emplace(asciiLower(segment), std::move(node));
+        folder->children.emplace(std::move(key), std::move(node));
       }
       if (slash == ustring::npos) {
         // The package refuses a part that is a prefix segment of another, so a leaf has no children.
-        if (part->getContentType() == model::ContentType(kFolderContentType)) {
+        if (part->getContentType() == folderType) {
           next->placeholder = true;
         } else {
           next->file = true;
@@ -334,6 +337,31 @@ std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntr
     out.push_back(FileSystemEntry(basePath == u"/" ? basePath + child->name : basePath + u'/' + child->name,
                                   base.empty() ? child->segment : base + u'/' + child->segment, child->file));
   }
+  return out;
+}
+
+namespace {
+
+void collectFiles(const TreeNode& folder, ustring& path, std::vector<ustring>& out) {
+  for (const TreeNode* child : folder.sortedChildren()) {
+    const std::size_t length = path.size();
+    path += u'/';
+    path += child->name;
+    if (child->file || child->children.empty()) {
+      out.push_back(path);
+    } else {
+      collectFiles(*child, path, out);
+    }
+    path.resize(length);
+  }
+}
+
+}  // namespace
+
+std::vector<ustring> FileSystemManager::listFiles() const {
+  std::vector<ustring> out;
+  ustring path;
+  collectFiles(index().root, path, out);
   return out;
 }
 
