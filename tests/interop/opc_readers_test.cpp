@@ -1,7 +1,6 @@
 // Packages built through the opc API must open in independent readers (Apache POI's openxml4j,
 // python-docx's OPC layer, unzip, 7z) without complaint, and those readers must see the parts,
 // relationships and core properties that the opc API itself reads back.
-#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,6 +15,7 @@
 #include "opc/model/package_helper.h"
 #include "opc/opc_test_support.h"
 #include "opc/zippackage/zip_physical_package.h"
+#include "support/command.h"
 
 namespace opc {
 namespace {
@@ -27,22 +27,12 @@ using kqservices::DeterministicMode;
 using nlohmann::json;
 using opc::test::u8;
 
-struct DriverRun {
-  int status;
-  std::string output;
-};
+using DriverRun = zvtest::CommandRun;
 
 // The driver's verdict on `path`: the readers ("poi", "docx" or "both") and the ZIP testers.
 DriverRun summarise(const std::string& path, const char* readers = "both") {
-  const std::string command = std::string("/usr/bin/python3 '") + ZV_INTEROP_DRIVER + "' --reader " + readers +
-                              " --zip-test --java-classes '" + ZV_INTEROP_JAVA_CLASSES + "' '" + path + "' 2>&1";
-  DriverRun run{-1, ""};
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (pipe == nullptr) return run;
-  char buffer[4096];
-  while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) run.output += buffer;
-  run.status = ::pclose(pipe);
-  return run;
+  return zvtest::runCommand(std::string("/usr/bin/python3 '") + ZV_INTEROP_DRIVER + "' --reader " + readers +
+                            " --zip-test --java-classes '" + ZV_INTEROP_JAVA_CLASSES + "' " + zvtest::shellQuoted(path));
 }
 
 // "/a/b%20c.txt" -> "/a/b c.txt", as the readers report names.

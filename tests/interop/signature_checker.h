@@ -12,30 +12,13 @@
 #include <string>
 #include <vector>
 
+#include "support/command.h"
+
 namespace zvtest::signature {
 
-struct CommandRun {
-  int status = -1;  // exit status; -1 when the command could not run or was killed
-  std::string output;
-};
-
-// Runs `command` through the shell, stdout and stderr together.
-inline CommandRun runCommand(const std::string& command) {
-  CommandRun result;
-  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return result;
-  char buffer[4096];
-  while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) result.output += buffer;
-  const int status = ::pclose(pipe);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return result;
-}
-
-inline std::string shellQuoted(const std::string& text) {
-  std::string out = "'";
-  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return out + "'";
-}
+using zvtest::CommandRun;
+using zvtest::runCommand;
+using zvtest::shellQuoted;
 
 // The checker's path, compiled when missing or older than its source (aside and renamed, so that
 // parallel test programs never run half a binary). Throws std::runtime_error with the compiler's
