@@ -2,11 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <sstream>
+
+#include "support/command.h"
 
 namespace {
 
@@ -22,15 +23,7 @@ std::string sha512Hex(std::istream& in) {
   return utils::hexEncode(engine.createSHA512DigestEngine()->computeDigest(in));
 }
 
-std::string run(const std::string& command) {
-  std::string out;
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return out;
-  char buffer[256];
-  while (std::fgets(buffer, sizeof buffer, pipe)) out += buffer;
-  pclose(pipe);
-  return out;
-}
+std::string run(const std::string& command) { return zvtest::runCommand(command).output; }
 
 TEST(Sha512, KnownVectorsAndALargeStreamAgreeWithOpensslCli) {
   std::istringstream empty(""), abc("abc");
