@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
 #include "gateway/zvaddon.h"
+#include "support/command.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -11,12 +10,7 @@ using zvtest::call;
 using zvtest::callOk;
 
 std::string opensslDigest(const std::string& path) {
-  std::string out;
-  FILE* pipe = popen(("openssl dgst -sha512 -binary '" + path + "' | base64 -w0").c_str(), "r");
-  char buffer[256];
-  while (pipe && std::fgets(buffer, sizeof buffer, pipe)) out += buffer;
-  if (pipe) pclose(pipe);
-  return out;
+  return zvtest::runCommand("openssl dgst -sha512 -binary " + zvtest::shellQuoted(path) + " | base64 -w0").output;
 }
 
 TEST(ContentHash, AgreesWithOpensslForEverySize) {

@@ -1,9 +1,8 @@
 // Packages the gateway writes, read by independent OPC readers (Apache POI and python-docx).
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
 #include "gateway/zvaddon.h"
+#include "support/command.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -13,16 +12,11 @@ using zvtest::Json;
 
 // The driver's normalised summary; it exits non-zero when the readers disagree or a ZIP test fails.
 Json readersSummary(const std::string& package) {
-  const std::string command = std::string("/usr/bin/python3 '") + ZV_INTEROP_DRIVER +
-                              "' --reader both --zip-test --java-classes '" + ZV_INTEROP_JAVA_CLASSES + "' '" +
-                              package + "' 2>&1";
-  std::string out;
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[4096];
-  while (pipe && std::fgets(buffer, sizeof buffer, pipe)) out += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  EXPECT_EQ(status, 0) << out;
-  return status == 0 ? Json::parse(out) : Json();
+  const zvtest::CommandRun run = zvtest::runCommand(
+      std::string("/usr/bin/python3 '") + ZV_INTEROP_DRIVER + "' --reader both --zip-test --java-classes '" +
+      ZV_INTEROP_JAVA_CLASSES + "' " + zvtest::shellQuoted(package));
+  EXPECT_EQ(run.status, 0) << run.output;
+  return run.status == 0 ? Json::parse(run.output) : Json();
 }
 
 TEST(Interop, CreatedAndEditedPackageReadsTheSameInPoiAndPythonDocx) {
