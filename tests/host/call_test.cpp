@@ -15,15 +15,6 @@ using zvhost::reference::call;
 using zvhost::reference::HostError;
 namespace err = zvhost::reference::errors;
 
-// The gateway frame in miniature: at most one output, exactly one text input, echoed back.
-void echoText(int nout, qxArray** out, int nin, const qxArray** in) {
-  if (nout > 1) matrix::detail::error_maxlhs();
-  if (nin > 1) matrix::detail::error_maxrhs();
-  if (nin < 1) matrix::detail::error_minrhs();
-  const ustring text = matrix::get_ustring(in[0]);
-  out[0] = matrix::to_zorvan(matrix::create(text.data(), text.size()));
-}
-
 // Like a real extension function, fills the second slot only when it exists.
 void twoOutputs(int nout, qxArray** out, int, const qxArray**) {
   out[0] = qxCreateDoubleScalar(1);
@@ -43,33 +34,6 @@ void storesThenThrows(int, qxArray** out, int, const qxArray**) {
 void storesNothing(int, qxArray**, int, const qxArray**) {}
 
 void storesAnswer(int, qxArray** out, int, const qxArray**) { out[0] = qxCreateDoubleScalar(42); }
-
-TEST(Call, CountChecksRaiseInTheGatewayOrder) {
-  Owned a = text(u"a");
-  Owned b = text(u"b");
-  Owned number(qxCreateDoubleScalar(3));
-  struct Case {
-    const char* name;
-    int nargout;
-    std::vector<const qxArray*> inputs;
-    std::string error;
-  };
-  const Case cases[] = {
-      {"accepted", 1, {a.get()}, ""},
-      {"no output requested", 0, {a.get()}, ""},
-      {"too many outputs before too few inputs", 2, {}, err::tooManyOutputs},
-      {"too many inputs", 1, {a.get(), b.get()}, err::tooManyInputs},
-      {"too few inputs", 1, {}, err::notEnoughInputs},
-      {"input not text", 1, {number.get()}, err::notString},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(hostErrorOf([&] { (void)call(echoText, c.nargout, c.inputs); }), c.error);
-  }
-  const auto outputs = call(echoText, 1, {a.get()});
-  ASSERT_EQ(outputs.size(), 1u);
-  EXPECT_EQ(matrix::get_ustring(outputs[0].get()), u"a");
-}
 
 TEST(Call, ReturnsExactlyTheRequestedOutputsOwned) {
   EXPECT_EQ(call(twoOutputs, 2, {}).size(), 2u);
