@@ -1,9 +1,9 @@
 // The content-file round trip through `zvaddon call`, judged by the system's own tools (diff, stat).
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
+#include "support/command.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -41,15 +41,11 @@ diff src.stat out.stat
 TEST(ContentFilesCliTest, TreeThroughZvaddonCallMatchesDiffAndStat) {
   zvtest::TempDir dir;
   zvtest::writeBytes(dir.file("roundtrip.sh"), kScript);
-  const std::string command = "WORK='" + dir.path().string() + "' ZVADDON='" + ZV_BINARY_DIR +
-                              "/tools/zvaddon/zvaddon' PROPS='" + zvtest::properties().dump() + "' /bin/bash '" +
-                              dir.file("roundtrip.sh") + "' 2>&1";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  std::string output;
-  char buffer[4096];
-  while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) output += buffer;
-  ASSERT_EQ(::pclose(pipe), 0) << output;
+  const zvtest::CommandRun run = zvtest::runCommand(
+      "WORK='" + dir.path().string() + "' ZVADDON='" + ZV_BINARY_DIR + "/tools/zvaddon/zvaddon' PROPS=" +
+      zvtest::shellQuoted(zvtest::properties().dump()) + " /bin/bash '" + dir.file("roundtrip.sh") + "'");
+  ASSERT_EQ(run.status, 0) << run.output;
+  const std::string& output = run.output;
   // Every call prints its outputs; the file list comes last. Depth first, by name in UTF-16 order,
   // empty folders as themselves.
   const std::size_t lastLine = output.rfind('\n', output.size() - 2);

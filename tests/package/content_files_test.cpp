@@ -1,9 +1,8 @@
 // The content-file gateway functions, called as the host calls them, over AddonPackage.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
 #include "gateway/zvaddon.h"
+#include "support/command.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -80,7 +79,6 @@ TEST_F(ContentFilesTest, InputRules) {
     std::vector<Json> inputs;
     std::vector<std::string> listAfter;
   } cases[] = {
-      {"TwoTexts", zvAddonAddFiles, {package, a, "x.m"}, {"/x.m"}},
       {"TwoCells", zvAddonAddFiles, {package, Json{a, b}, Json{"p/a.m", "q.m"}}, {"/p/a.m", "/q.m"}},
       {"CellsOfAnyShape", zvAddonAddFiles, {package, column, columnPaths}, {"/c/a.m", "/c/b.m"}},
       {"CellAndText", zvAddonAddFiles, {package, Json{a}, "x.m"}, {}},
@@ -115,10 +113,8 @@ TEST_F(ContentFilesTest, AddingAFolderAgainChangesNothing) {
 TEST_F(ContentFilesTest, ErrorsCarryTheirKeyAndArguments) {
   zvtest::writeBytes(dir.file("a.m"), "a");
   const std::string a = dir.file("a.m");
-  const std::string missing = dir.file("none.zvaddon");
   const std::string notZip = dir.file("not.zvaddon");
   zvtest::writeBytes(notZip, "not a zip at all");
-  const std::string hostile = std::string(ZV_TEST_DATA_DIR) + "/hostile/traversal-escaped-dotdot.zip";
   const struct {
     const char* name;
     qxFunction function;
@@ -128,16 +124,14 @@ TEST_F(ContentFilesTest, ErrorsCarryTheirKeyAndArguments) {
     std::vector<std::string> leadingArguments;  // then the OPC message, when the key has one
     const char* message;                        // a fragment of it
   } cases[] = {
-      {"AddFilesMissingPackage", zvAddonAddFiles, {missing, a, "a.m"}, 0, "ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND",
-       {missing}, nullptr},
       {"MissingSource", zvAddonAddFiles, {package, dir.file("nope.m"), "a.m"}, 0, "ZVADDON_BUILTINS_ERROR_ADD_FILES",
        {package}, "nope.m"},
       {"SamePathTwice", zvAddonAddFiles, {package, Json{a, a}, Json{"a.m", "a.m"}}, 0,
        "ZVADDON_BUILTINS_ERROR_ADD_FILES", {package}, "/a.m"},
       {"FolderWithDotDot", zvAddonAddFolders, {package, "a/../b"}, 0, "ZVADDON_BUILTINS_ERROR_ADD_FOLDERS", {package},
        "'..'"},
-      {"HostileExtraction", zvAddonExtractAllFiles, {hostile, destination}, 0,
-       "ZVADDON_BUILTINS_ERROR_EXTRACT_ALL_FILES", {hostile, destination}, "/fsroot/..:"},
+      {"ExtractIntoAFile", zvAddonExtractAllFiles, {package, notZip}, 0, "ZVADDON_BUILTINS_ERROR_EXTRACT_ALL_FILES",
+       {package, notZip}, "not a folder"},
       {"ListNotAZip", zvAddonGetFileList, {notZip}, 1, "ZVADDON_BUILTINS_ERROR_GET_FILE_LIST", {notZip}, "not.zvaddon"},
   };
   for (const auto& c : cases) {
@@ -154,7 +148,6 @@ TEST_F(ContentFilesTest, ErrorsCarryTheirKeyAndArguments) {
       EXPECT_NE(std::get<std::string>(arguments.back()).find(c.message), std::string::npos) << r.error->message();
     }
   }
-  EXPECT_FALSE(std::filesystem::exists(dir.path() / "evil.txt"));
 }
 
 // A source missing midway: the files before it were added in memory only, and the package file is
@@ -178,14 +171,10 @@ TEST_F(ContentFilesTest, IndependentReadersOpenPackagesWithContent) {
   const std::string driver = std::string(ZV_SOURCE_DIR) + "/tests/interop/opc_summary.py";
   for (const char* reader : {"poi", "docx"}) {
     SCOPED_TRACE(reader);
-    const std::string command =
-        "/usr/bin/python3 '" + driver + "' --reader " + reader + " --zip-test '" + package + "' 2>&1";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    std::string output;
-    char buffer[4096];
-    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) output += buffer;
-    ASSERT_EQ(::pclose(pipe), 0) << output;
+    const zvtest::CommandRun run = zvtest::runCommand("/usr/bin/python3 '" + driver + "' --reader " + reader +
+                                                      " --zip-test " + zvtest::shellQuoted(package));
+    ASSERT_EQ(run.status, 0) << run.output;
+    const std::string& output = run.output;
     if (std::string(reader) == "poi") {
       std::size_t contentParts = 0;
       const Json summary = Json::parse(output);
