@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "foundation/scope.h"
+#include "support/command.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -48,13 +49,10 @@ std::vector<Entry> readEntries(const std::string& path) {
 // Builds the example add-on, signed, at `epoch`; returns the package path.
 std::string buildAt(const zvtest::TempDir& dir, const std::string& name, long long epoch) {
   const std::string out = dir.file(name);
-  const std::string command = "SOURCE_DATE_EPOCH=" + std::to_string(epoch) + " '" + ZV_TOOL_DIR +
-                              "/zvaddon' build -q --sign '" + ZV_SOURCE_DIR + "/examples' -o '" + out + "' 2>&1";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  std::string output;
-  char buffer[512];
-  while (pipe != nullptr && std::fgets(buffer, sizeof buffer, pipe) != nullptr) output += buffer;
-  EXPECT_EQ(pipe == nullptr ? -1 : ::pclose(pipe), 0) << output;
+  const zvtest::CommandRun run = zvtest::runCommand("SOURCE_DATE_EPOCH=" + std::to_string(epoch) + " '" + ZV_TOOL_DIR +
+                                                     "/zvaddon' build -q --sign '" + ZV_SOURCE_DIR +
+                                                     "/examples' -o " + zvtest::shellQuoted(out));
+  EXPECT_EQ(run.status, 0) << run.output;
   return out;
 }
 
