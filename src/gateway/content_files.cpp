@@ -44,7 +44,12 @@ ZV_GATEWAY void zvAddonAddFiles(int outputCount, qxArray** /*outputs*/, int inpu
   }
   if (first.empty()) return;
   guarded<keys::ZVADDON_BUILTINS_ERROR_ADD_FILES>(path, [&] {
-    withPackage(path, kModify, [&](AddonPackage& package) { package.addFiles(first, second); });
+    withPackage(path, kModify, [&](AddonPackage& package) {
+      package.addFiles(first, second);
+      // The package keeps what it needs of the lists; let them go before closing writes the package.
+      std::vector<ustring>().swap(first);
+      std::vector<ustring>().swap(second);
+    });
   });
 }
 
