@@ -28,11 +28,6 @@ function files_folders_and_extraction(work)
     check_equal(read_bytes(fullfile(out, sources{k, 1})), uint8(sources{k, 2}), sources{k, 1});
   end
   assert(exist(fullfile(out, 'empty'), 'dir') == 7 && exist(fullfile(out, 'docs', 'api'), 'dir') == 7);
-  % adding a path that is taken fails and leaves the package as it was
-  before = read_bytes(package);
-  expect_error(@() zvAddonAddFiles(package, {fullfile(work, 'src', 'main.m')}, {'main.m'}), ...
-               key_id('ZVADDON_BUILTINS_ERROR_ADD_FILES'));
-  check_equal(read_bytes(package), before);
 end
 
 function inputs_that_add_nothing(work)
@@ -97,16 +92,10 @@ function sign(work)
 end
 
 function content_hash(work)
-  samples = {'empty.bin', zeros(1, 0, 'uint8'); 'bytes ✓.bin', uint8(mod(0:4999, 256))};
-  for k = 1:rows(samples)
-    file = fullfile(work, samples{k, 1});
-    write_file(file, samples{k, 2});
-    expected = shell_output('openssl dgst -sha512 -binary', file, ' | base64 -w0');
-    check_equal(zvAddonComputeHash(file), expected, samples{k, 1});
-  end
-  copy = fullfile(work, 'sub', 'copy.bin');
-  write_file(copy, samples{2, 2});
-  check_equal(zvAddonComputeHash(copy), zvAddonComputeHash(fullfile(work, samples{2, 1})), 'same bytes, same text');
+  % sizes and paths against openssl: tests/gateway; here, the text that reaches Octave
+  file = fullfile(work, 'bytes ✓.bin');
+  write_file(file, uint8(mod(0:4999, 256)));
+  check_equal(zvAddonComputeHash(file), shell_output('openssl dgst -sha512 -binary', file, ' | base64 -w0'));
 end
 
 % What independent commands print for a file, for expected values computed outside the library.
