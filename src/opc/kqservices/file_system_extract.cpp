@@ -39,15 +39,17 @@ constexpr std::uint64_t kMaxDeflateRatio = 1032;
 constexpr std::size_t kCopyBuffer = 64 * 1024;
 // Entries up to this size are handed to a worker whole; larger ones stream through the reading
 // thread in kCopyBuffer pieces.
-constexpr std::uint64_t kWholeEntryLimit = 4u << 20;
+constexpr std::uint64_t kWholeEntryLimit = 1u << 20;
 // Stored plus inflated bytes of the files queued or being written at one time.
-constexpr std::uint64_t kInFlightLimit = 24u << 20;
+constexpr std::uint64_t kInFlightLimit = 4u << 20;
+// Files queued at one time; each may hold its folder's descriptor open.
+constexpr std::size_t kQueuedLimit = 256;
 
 // One file or folder to write.
 struct Target {
   std::string name;  // UTF-8 file name in its folder
   std::string path;  // relative to the destination, for messages
-  ustring partName;  // for messages: the part (or, for a folder made by its files, the folder's name)
+  const TreeNode* node = nullptr;
   bool file = false;
   model::PartPtr part;
   const zippackage::ZipEntry* entry = nullptr;  // read from this entry's stored bytes by a worker
@@ -56,8 +58,12 @@ struct Target {
   std::optional<std::uint32_t> mode;
   std::vector<Target> children;
   // Created by this extraction. Set by the thread that creates it; read by the reading thread only
-  // after the folder's jobs are waited for.
+  // after the workers have stopped.
   mutable bool made = false;
+
+  // For messages: the part (or, for a folder made by its files, the folder's name). Made on demand:
+  // a tree of many files need not hold every name twice.
+  [[nodiscard]] ustring partName() const { return FileSystemManager::getPrefix() + node->encodedPath(); }
 };
 
 [[noreturn]] void refuse(const ustring& partName, const std::string& why) {
@@ -67,14 +73,13 @@ struct Target {
 // One file whose stored bytes are read: inflated, checked and written by a worker.
 struct Job {
   const Target* target = nullptr;
-  int dirfd = -1;  // its folder, open until the job is done
+  std::shared_ptr<const UniqueFd> folder;  // kept open by the job until it is done
   ReplaceMode replace = ReplaceMode::Never;
   UniqueFd fd;
   std::vector<std::uint8_t> stored;
   bool deflated = false;
   std::uint32_t crc = 0;
   std::uint64_t cost = 0;  // bytes held while queued and written
-  bool done = false;
   std::string error;  // what() of the failure, empty on success
 };
 using JobPtr = std::shared_ptr<Job>;
@@ -82,12 +87,12 @@ using JobPtr = std::shared_ptr<Job>;
 // Creates the file below `dirfd` (removing an existing one first when replacing).
 UniqueFd createFile(int dirfd, const Target& target, ReplaceMode replace) {
   if (replace == ReplaceMode::Replace && ::unlinkat(dirfd, target.name.c_str(), 0) != 0 && errno != ENOENT) {
-    refuse(target.partName, osError("cannot replace", target.path, errno));
+    refuse(target.partName(), osError("cannot replace", target.path, errno));
   }
   const mode_t mode = target.mode ? static_cast<mode_t>(*target.mode & 0777) : 0666;
   // O_EXCL with O_NOFOLLOW: a link planted since the check makes this fail instead of being followed.
   UniqueFd fd(::openat(dirfd, target.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-  if (!fd) refuse(target.partName, osError("cannot create", target.path, errno));
+  if (!fd) refuse(target.partName(), osError("cannot create", target.path, errno));
   target.made = true;
   return fd;
 }
@@ -99,20 +104,20 @@ void finishFile(const Target& target, UniqueFd& fd) {
                                       {static_cast<time_t>(target.time->seconds),
                                        static_cast<long>(target.time->nanoseconds)}};
     if (::futimens(fd.get(), times) != 0) {
-      refuse(target.partName, osError("cannot set the modification time of", target.path, errno));
+      refuse(target.partName(), osError("cannot set the modification time of", target.path, errno));
     }
   }
   if (const std::string error = fd.close(); !error.empty()) {
-    refuse(target.partName, "cannot write '" + target.path + "': " + error);
+    refuse(target.partName(), "cannot write '" + target.path + "': " + error);
   }
 }
 
 void checkLength(const Target& target, std::uint64_t length) {
   if (length > target.size) {
-    refuse(target.partName, "it inflates to more than its declared " + std::to_string(target.size) + " bytes");
+    refuse(target.partName(), "it inflates to more than its declared " + std::to_string(target.size) + " bytes");
   }
   if (length != target.size) {
-    refuse(target.partName, "it holds " + std::to_string(length) + " bytes, not its declared " +
+    refuse(target.partName(), "it holds " + std::to_string(length) + " bytes, not its declared " +
                                 std::to_string(target.size));
   }
 }
@@ -120,7 +125,7 @@ void checkLength(const Target& target, std::uint64_t length) {
 // Inflates (into `scratch`, reused between jobs), checks length and CRC, writes and closes.
 void runJob(Job& job, libdeflate_decompressor* inflater, std::vector<std::uint8_t>& scratch) {
   const Target& target = *job.target;
-  job.fd = createFile(job.dirfd, target, job.replace);
+  job.fd = createFile(job.folder->get(), target, job.replace);
   const std::uint8_t* data = job.stored.data();
   std::size_t length = job.stored.size();
   if (job.deflated) {
@@ -134,27 +139,29 @@ void runJob(Job& job, libdeflate_decompressor* inflater, std::vector<std::uint8_
         checkLength(target, target.size + 1);
         break;
       default:
-        refuse(target.partName, "its compressed data is corrupt");
+        refuse(target.partName(), "its compressed data is corrupt");
     }
     data = scratch.data();
     length = inflated;
   }
   checkLength(target, length);
   if (libdeflate_crc32(0, data, length) != job.crc) {
-    refuse(target.partName, "CRC error: its bytes do not match the checksum recorded for them");
+    refuse(target.partName(), "CRC error: its bytes do not match the checksum recorded for them");
   }
   opc::detail::writeAll(job.fd.get(), data, length, target.path);
   finishFile(target, job.fd);
 }
 
 // Worker threads that run jobs in the order given. The bytes held by queued and running jobs stay
-// under kInFlightLimit (one larger job may run alone). With no workers, jobs run on submit.
+// under kInFlightLimit and the queue under kQueuedLimit (one larger job may run alone). With no workers, jobs run on submit. After a
+// job fails, submit throws its error, and finish returns it.
 class Workers {
  public:
   explicit Workers(unsigned count) {
     for (unsigned i = 0; i < count; ++i) threads_.emplace_back([this] { work(); });
   }
   ~Workers() {
+    abandon();
     {
       const std::lock_guard lock(mutex_);
       stopping_ = true;
@@ -165,31 +172,36 @@ class Workers {
   Workers(const Workers&) = delete;
   Workers& operator=(const Workers&) = delete;
 
-  [[nodiscard]] std::uint64_t limit() const { return threads_.empty() ? 0 : kInFlightLimit; }
-
-  void submit(const JobPtr& job) {
+  void submit(JobPtr job) {
     if (threads_.empty()) {
       run(*job);
-      job->done = true;
+      if (!job->error.empty()) throw Exception(job->error);
       return;
     }
     std::unique_lock lock(mutex_);
-    room_.wait(lock, [&] { return held_ == 0 || held_ + job->cost <= kInFlightLimit; });
+    room_.wait(lock, [&] {
+      return !error_.empty() ||
+             ((held_ == 0 || held_ + job->cost <= kInFlightLimit) && queue_.size() < kQueuedLimit);
+    });
+    if (!error_.empty()) throw Exception(error_);
     held_ += job->cost;
-    queue_.push_back(job);
+    queue_.push_back(std::move(job));
     wake_.notify_one();
   }
 
-  // Waits for every job in `jobs` to finish. Returns the error of the first that failed, if any.
-  std::string wait(const std::vector<JobPtr>& jobs) {
+  // Waits for every job submitted. Returns the error of the first that failed, or "".
+  [[nodiscard]] std::string finish() {
     std::unique_lock lock(mutex_);
-    for (const JobPtr& job : jobs) {
-      room_.wait(lock, [&] { return job->done; });
-    }
-    for (const JobPtr& job : jobs) {
-      if (!job->error.empty()) return job->error;
-    }
-    return {};
+    room_.wait(lock, [&] { return queue_.empty() && running_ == 0; });
+    return error_;
+  }
+
+  // Drops the jobs not started (their files are not created yet) and waits for the running ones.
+  void abandon() noexcept {
+    std::unique_lock lock(mutex_);
+    queue_.clear();
+    held_ = 0;
+    room_.wait(lock, [&] { return running_ == 0; });
   }
 
  private:
@@ -207,6 +219,7 @@ class Workers {
     if (scratch.size() > kWholeEntryLimit / 4) std::vector<std::uint8_t>().swap(scratch);
     job.stored = {};
     job.fd = UniqueFd();
+    job.folder.reset();
   }
 
   void work() {
@@ -218,13 +231,14 @@ class Workers {
         if (queue_.empty()) return;
         job = std::move(queue_.front());
         queue_.pop_front();
+        ++running_;
       }
-      const std::uint64_t cost = job->cost;
       run(*job);
       {
         const std::lock_guard lock(mutex_);
-        held_ -= cost;
-        job->done = true;
+        held_ = held_ >= job->cost ? held_ - job->cost : 0;
+        --running_;
+        if (error_.empty()) error_ = job->error;
       }
       room_.notify_all();
     }
@@ -235,6 +249,8 @@ class Workers {
   std::condition_variable room_;  // the reader: a job finished
   std::deque<JobPtr> queue_;
   std::uint64_t held_ = 0;
+  unsigned running_ = 0;
+  std::string error_;  // of the first job that failed
   bool stopping_ = false;
   std::vector<std::thread> threads_;
 };
@@ -255,18 +271,18 @@ class Extraction {
     std::unordered_map<std::string, const TreeNode*> seen;
     for (const TreeNode* node : folder.sortedChildren()) {
       Target target;
-      target.partName = FileSystemManager::getPrefix() + node->encodedPath();
+      target.node = node;
       const ustring name = transform_ == TransformMode::Encode ? node->name : node->segment;
-      if (const char* defect = detail::componentDefect(name)) refuse(target.partName, defect);
-      target.name = opc::detail::toUtf8(name, "file name of part '" + narrow(target.partName) + "'");
+      if (const char* defect = detail::componentDefect(name)) refuse(target.partName(), defect);
+      target.name = opc::detail::toUtf8(name, "file name of part '" + narrow(target.partName()) + "'");
       target.path = into.path.empty() ? target.name : into.path + '/' + target.name;
       if (const auto [it, fresh] = seen.emplace(target.name, node); !fresh) {
-        refuse(target.partName, "it would be written to '" + target.path + "' like '" +
+        refuse(target.partName(), "it would be written to '" + target.path + "' like '" +
                                     narrow(FileSystemManager::getPrefix() + it->second->encodedPath()) + "'");
       }
       if (node->file) {
         target.file = true;
-        target.part = package_.getPart(model::PartName(target.partName));
+        target.part = package_.getPart(model::PartName(target.partName()));
         target.size = target.part->getSize();
         checkDeclaredSize(*target.part, target.size);
         target.entry = wholeEntry(*target.part, target.size);
@@ -291,52 +307,57 @@ class Extraction {
       struct stat st {};
       if (::fstatat(dirfd, target.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno == ENOENT) continue;
-        refuse(target.partName, osError("cannot examine", target.path, errno));
+        refuse(target.partName(), osError("cannot examine", target.path, errno));
       }
       if (target.file) {
-        if (S_ISDIR(st.st_mode)) refuse(target.partName, "'" + target.path + "' is a folder in the destination");
-        if (replace_ == ReplaceMode::Never) refuse(target.partName, "'" + target.path + "' exists in the destination");
+        if (S_ISDIR(st.st_mode)) refuse(target.partName(), "'" + target.path + "' is a folder in the destination");
+        if (replace_ == ReplaceMode::Never) refuse(target.partName(), "'" + target.path + "' exists in the destination");
         continue;
       }
-      if (S_ISLNK(st.st_mode)) refuse(target.partName, "'" + target.path + "' is a symbolic link in the destination");
-      if (!S_ISDIR(st.st_mode)) refuse(target.partName, "'" + target.path + "' is a file in the destination");
+      if (S_ISLNK(st.st_mode)) refuse(target.partName(), "'" + target.path + "' is a symbolic link in the destination");
+      if (!S_ISDIR(st.st_mode)) refuse(target.partName(), "'" + target.path + "' is a file in the destination");
       const UniqueFd sub = openFolder(dirfd, target);
       checkExisting(sub.get(), target);
     }
   }
 
-  // Writes the targets below `dirfd`. On failure removes everything it created below `dirfd`,
-  // including the contents of folders already completed, and rethrows.
-  void write(int dirfd, const Target& folder) {
-    std::vector<JobPtr> jobs;
+  // Writes the whole tree below the destination `root`. On failure removes everything this call
+  // created (after the workers have stopped) and rethrows.
+  void writeAll(int root, const Target& top) {
     try {
-      for (const Target& target : folder.children) {
-        if (target.file) {
-          if (target.entry != nullptr) {
-            jobs.push_back(startFile(dirfd, target));
-          } else {
-            writeFile(dirfd, target);
-          }
-          continue;
-        }
-        if (::mkdirat(dirfd, target.name.c_str(), 0777) == 0) {
-          target.made = true;
-        } else if (errno != EEXIST) {
-          refuse(target.partName, osError("cannot create the folder", target.path, errno));
-        }
-        const UniqueFd sub = openFolder(dirfd, target);
-        write(sub.get(), target);
-      }
-      // Waiting here, once per folder, lets a worker's failure be undone at this level.
-      if (std::string error = workers_.wait(jobs); !error.empty()) throw Exception(std::move(error));
+      write(std::make_shared<const UniqueFd>(::fcntl(root, F_DUPFD_CLOEXEC, 0)), top);
+      if (std::string error = workers_.finish(); !error.empty()) throw Exception(std::move(error));
     } catch (...) {
-      (void)workers_.wait(jobs);
-      undo(dirfd, folder);
+      workers_.abandon();
+      undo(root, top);
       throw;
     }
   }
 
  private:
+  // Writes the targets below `dir`; files whose stored bytes a worker handles may still be in
+  // progress on return (the workers keep `dir` open).
+  void write(const std::shared_ptr<const UniqueFd>& dir, const Target& folder) {
+    if (!*dir) throw Exception(osError("cannot open the destination", "", errno));
+    const int dirfd = dir->get();
+    for (const Target& target : folder.children) {
+      if (target.file) {
+        if (target.entry != nullptr) {
+          startFile(dir, target);
+        } else {
+          writeFile(dirfd, target);
+        }
+        continue;
+      }
+      if (::mkdirat(dirfd, target.name.c_str(), 0777) == 0) {
+        target.made = true;
+      } else if (errno != EEXIST) {
+        refuse(target.partName(), osError("cannot create the folder", target.path, errno));
+      }
+      write(std::make_shared<const UniqueFd>(openFolder(dirfd, target)), target);
+    }
+  }
+
   void indexZipEntries() {
     const zippackage::ZipPhysicalPackage& physical = package_.getPhysicalPackage();
     for (const zippackage::ZipEntry& entry : physical.getEntries()) {
@@ -396,10 +417,10 @@ class Extraction {
 
   // Reads the file's stored bytes and leaves the rest, creating the file included (the kernel's
   // share of the work), to a worker.
-  JobPtr startFile(int dirfd, const Target& target) {
+  void startFile(const std::shared_ptr<const UniqueFd>& dir, const Target& target) {
     auto job = std::make_shared<Job>();
     job->target = &target;
-    job->dirfd = dirfd;
+    job->folder = dir;
     job->replace = replace_;
     const zippackage::ZipEntry& entry = *target.entry;
     job->deflated = entry.compressionMethod == 8;
@@ -412,15 +433,14 @@ class Extraction {
       if (n == 0) break;
       filled += n;
     }
-    if (filled != job->stored.size()) refuse(target.partName, "its compressed data ends early");
+    if (filled != job->stored.size()) refuse(target.partName(), "its compressed data ends early");
     job->cost = job->stored.size() + (job->deflated ? target.size : 0);
-    workers_.submit(job);
-    return job;
+    workers_.submit(std::move(job));
   }
 
   static UniqueFd openFolder(int dirfd, const Target& target) {
     UniqueFd fd(::openat(dirfd, target.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd) refuse(target.partName, osError("cannot open the folder", target.path, errno));
+    if (!fd) refuse(target.partName(), osError("cannot open the folder", target.path, errno));
     return fd;
   }
 
@@ -435,7 +455,7 @@ class Extraction {
       if (n == 0) break;
       written += n;
       if (written > target.size) {
-        refuse(target.partName, "it inflates to more than its declared " + std::to_string(target.size) + " bytes");
+        refuse(target.partName(), "it inflates to more than its declared " + std::to_string(target.size) + " bytes");
       }
       opc::detail::writeAll(fd.get(), buffer.data(), n, target.path);
     }
@@ -498,7 +518,7 @@ void FileSystemManager::extractAll(const ustring& destination, RestoreMode resto
   LocalFileSystemOps().createDirectories(destination);
   UniqueFd fd(::open(dest.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!fd) throw Exception(osError("cannot open the destination", dest, errno));
-  extraction.write(fd.get(), top);
+  extraction.writeAll(fd.get(), top);
 }
 
 }  // namespace opc::kqservices
