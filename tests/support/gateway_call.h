@@ -2,17 +2,14 @@
 // Calling gateway functions from tests exactly as the host does: JSON in, JSON out, host errors caught.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <optional>
-#include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/json/json.h"
 #include "host/reference/call.h"
 #include "host/reference/host_error.h"
+#include "support/scratch.h"
 
 namespace zvtest {
 
@@ -50,39 +47,6 @@ inline Json callOk(qxFunction f, const std::vector<Json>& inputs, int nargout = 
   const CallResult r = call(f, inputs, nargout);
   EXPECT_TRUE(r.ok()) << (r.error ? r.error->identifier() + ": " + r.error->message() : std::string());
   return r.outputs.empty() ? Json() : r.outputs.front();
-}
-
-// A folder of its own under the system's temporary folder, removed with everything in it.
-class TempDir {
- public:
-  TempDir() {
-    std::random_device rd;
-    path_ = std::filesystem::temp_directory_path() / ("zvtest-" + std::to_string(rd()) + std::to_string(rd()));
-    std::filesystem::create_directories(path_);
-  }
-  ~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path_, ec);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
-  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-  [[nodiscard]] std::string file(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  std::filesystem::path path_;
-};
-
-inline std::string readBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-inline void writeBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 // The ten host fields of the properties record.
