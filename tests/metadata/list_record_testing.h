@@ -18,6 +18,7 @@
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 
 #include "foundation/i18n.h"
+#include "host/host_test_util.h"
 #include "host/json/json.h"
 #include "host/reference/host_error.h"
 #include "opc/streams.h"
@@ -27,7 +28,7 @@
 namespace list_records {
 
 using Json = zvhost::json::Json;
-using Owned = matrix::unique_qxarray_ptr;
+using zvhost::testing::Owned;
 using opc::model::XercesString;
 
 inline Owned host(const std::string& json) { return zvhost::json::toOwnedArray(Json::parse(json)); }
@@ -115,16 +116,7 @@ inline bool schemaAccepts(const std::string& schema, const ustring& xml) {
   return status == 0;
 }
 
-// The identifier of the host error that body raises, or "" when it raises none.
-template <class Body>
-std::string hostErrorOf(Body&& body) {
-  try {
-    body();
-  } catch (const zvhost::reference::HostError& e) {
-    return e.identifier();
-  }
-  return "";
-}
+using zvhost::testing::hostErrorOf;
 
 
 struct Case {
