@@ -1,6 +1,6 @@
 // FileSystemManager::extractAll: plan every target, check it all, then write through descriptors.
-// The reading thread opens every file and reads its stored bytes; worker threads inflate, check and
-// write them, so inflating and writing overlap with reading on every core.
+// The reading thread makes the folders and reads each file's stored bytes; worker threads create
+// the files, inflate, check and write them, so the kernel's work and inflating run on every core.
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
