@@ -3,30 +3,18 @@
 #include <benchmark/benchmark.h>
 
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "opc/detail/content_sources.h"
 #include "opc/zippackage/parallel_deflate.h"
+#include "sample_data.h"
 
 namespace {
 
-using namespace opc::zippackage;
+using zvbench::text;
 
-// Code-like text: words from a small vocabulary, so that it deflates about as source files do.
-std::string text(std::size_t size, unsigned seed) {
-  static const char* const words[] = {"function", "end", "if", "else", "for", "return", "zeros", "size", "x",
-                                      "value", "signal", "filter", "(", ")", ";", "=", "\n", "    "};
-  std::mt19937 gen(seed);
-  std::string out;
-  while (out.size() < size) {
-    out += words[gen() % std::size(words)];
-    out += ' ';
-  }
-  out.resize(size);
-  return out;
-}
+using namespace opc::zippackage;
 
 void BM_PipelineSmallEntries(benchmark::State& state) {
   const unsigned threads = static_cast<unsigned>(state.range(0));

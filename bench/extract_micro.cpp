@@ -6,39 +6,22 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <string>
 
 #include "foundation/i18n.h"
 #include "opc/kqservices/file_system_manager.h"
 #include "opc/model/package.h"
 #include "opc/zippackage/zip_physical_package.h"
+#include "sample_data.h"
 
 namespace {
+
+using zvbench::text;
+using zvbench::noise;
 
 using namespace opc;
 
 constexpr int kFiles = 1000;
-
-std::string text(std::size_t size, unsigned seed) {
-  static const char* const words[] = {"function", "end", "if", "else", "for", "return", "zeros", "size", "x",
-                                      "value", "signal", "filter", "(", ")", ";", "=", "\n", "    "};
-  std::mt19937 gen(seed);
-  std::string out;
-  while (out.size() < size) {
-    out += words[gen() % std::size(words)];
-    out += ' ';
-  }
-  out.resize(size);
-  return out;
-}
-
-std::string noise(std::size_t size, unsigned seed) {
-  std::mt19937 gen(seed);
-  std::string out(size, '\0');
-  for (char& c : out) c = static_cast<char>(gen() & 0xff);
-  return out;
-}
 
 // The package, made once per run in a scratch folder; `bytes` is the size of its files together.
 struct Fixture {
