@@ -216,6 +216,27 @@ Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>&
   return {folder, segments.size()};
 }
 
+// Records a successful add in the tree: the folder that held the empty-folder part no longer does,
+// and the missing nodes of the path hang below it, the last one a file or an empty folder.
+TreeNode* attachMissing(const Placement& at, const std::vector<ustring>& components,
+                        const std::vector<ustring>& segments, bool file) {
+  at.folder->placeholder = false;
+  TreeNode* folder = at.folder;
+  for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
+    auto node = std::make_unique<TreeNode>();
+    node->name = components[i];
+    node->segment = segments[i];
+    node->parent = folder;
+    const bool last = i + 1 == segments.size();
+    node->file = last && file;
+    node->placeholder = last && !file;
+    TreeNode* raw = node.get();
+    folder->children.emplace(asciiLower(segments[i]), std::move(node));
+    folder = raw;
+  }
+  return folder;
+}
+
 }  // namespace
 
 // Undoes the removal of an empty folder's part after a failed add. Never throws, so the add's own
@@ -259,18 +280,7 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
     throw;
   }
 
-  if (emptied != nullptr) emptied->placeholder = false;
-  TreeNode* folder = at.folder;
-  for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
-    auto node = std::make_unique<TreeNode>();
-    node->name = components[i];
-    node->segment = segments[i];
-    node->parent = folder;
-    node->file = i + 1 == segments.size();
-    TreeNode* raw = node.get();
-    folder->children.emplace(asciiLower(segments[i]), std::move(node));
-    folder = raw;
-  }
+  const TreeNode* const folder = attachMissing(at, components, segments, true);
   tree.partCount = package_.getPartCount();
   return FileSystemEntry(folder->pathName(), folder->encodedPath(), true);
 }
@@ -292,18 +302,7 @@ FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
     throw;
   }
 
-  if (emptied != nullptr) emptied->placeholder = false;
-  TreeNode* folder = at.folder;
-  for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
-    auto node = std::make_unique<TreeNode>();
-    node->name = components[i];
-    node->segment = segments[i];
-    node->parent = folder;
-    node->placeholder = i + 1 == segments.size();
-    TreeNode* raw = node.get();
-    folder->children.emplace(asciiLower(segments[i]), std::move(node));
-    folder = raw;
-  }
+  const TreeNode* const folder = attachMissing(at, components, segments, false);
   tree.partCount = package_.getPartCount();
   return FileSystemEntry(folder->pathName(), folder->encodedPath(), false);
 }
