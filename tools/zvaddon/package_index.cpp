@@ -2,6 +2,9 @@
 
 #include <zip.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "foundation/scope.h"
@@ -47,15 +50,27 @@ std::string decodeContentSegment(const std::string& segment) {
 }
 
 PackageIndex PackageIndex::read(const std::filesystem::path& package) {
-  int error = 0;
-  ZipPtr archive(zip_open(package.c_str(), ZIP_RDONLY, &error));
-  if (!archive) {
-    zip_error_t ze;
-    zip_error_init_with_code(&ze, error);
-    const std::string text = zip_error_strerror(&ze);
-    zip_error_fini(&ze);
-    throw ToolError(ExitStatus::hostError, "cannot read the package '" + package.string() + "': " + text);
+  // One open file from start to end: a package replaced meanwhile by another process is read whole,
+  // old or new, never the old size with the new bytes.
+  zip_error_t error;
+  zip_error_init(&error);
+  const auto fail = [&](const std::string& reason) {
+    zip_error_fini(&error);
+    throw ToolError(ExitStatus::hostError, "cannot read the package '" + package.string() + "': " + reason);
+  };
+  FILE* file = std::fopen(package.c_str(), "rb");
+  if (file == nullptr) fail(std::strerror(errno));
+  zip_source_t* source = zip_source_filep_create(file, 0, -1, &error);
+  if (source == nullptr) {
+    std::fclose(file);
+    fail(zip_error_strerror(&error));
   }
+  ZipPtr archive(zip_open_from_source(source, ZIP_RDONLY, &error));
+  if (!archive) {
+    zip_source_free(source);
+    fail(zip_error_strerror(&error));
+  }
+  zip_error_fini(&error);
   PackageIndex index;
   const zip_int64_t count = zip_get_num_entries(archive.get(), 0);
   for (zip_int64_t i = 0; i < count; ++i) {
