@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "gateway/zvaddon.h"
+#include "gateway/new_package_test.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -66,12 +67,7 @@ Json app(const std::string& name, const std::string& flag) {
   return {{"name", name}, {"guid", "0f8fad5b"}, {"relativePath", name + ".app"}, {"installByDefault", flag}};
 }
 
-class RecordFunctions : public ::testing::Test {
- protected:
-  void SetUp() override { callOk(zvAddonCreate, {path_, zvtest::properties()}); }
-  zvtest::TempDir dir_;
-  std::string path_ = dir_.file("records.zvaddon");
-};
+class RecordFunctions : public zvtest::NewPackageTest {};
 
 TEST_F(RecordFunctions, GetWithoutThePartGivesDefaults) {
   const struct {

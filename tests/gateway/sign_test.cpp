@@ -6,6 +6,7 @@
 #include "interop/signature_checker.h"
 #include "package/addon_package.h"
 #include "package/signing.h"
+#include "gateway/new_package_test.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -23,12 +24,7 @@ ustring u16(const std::string& text) { return ustring(text.begin(), text.end());
 
 bool verify(const std::string& path) { return addon::packaging::AddonPackage(u16(path)).verifyAddonRequirements(); }
 
-class SignFunction : public ::testing::Test {
- protected:
-  void SetUp() override { callOk(zvAddonCreate, {path_, zvtest::properties()}); }
-  zvtest::TempDir dir_;
-  std::string path_ = dir_.file("signed.zvaddon");
-};
+class SignFunction : public zvtest::NewPackageTest {};
 
 TEST_F(SignFunction, SignedRequirementsVerifyAndLaterEditsAreSeen) {
   callOk(zvAddonSetSystemRequirements, {path_, kRequirements});
