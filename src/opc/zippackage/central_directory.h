@@ -1,0 +1,48 @@
+#pragma once
+// The central directory of a ZIP archive read in two reads, for the paths where libzip's full open
+// costs more than the work itself: listing a package (libzip converts every entry's DOS time and
+// hashes every name) and copying unchanged entries as raw bytes into a new archive.
+// Entry data is never read here.
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace opc::zippackage {
+
+// One central-directory record, ZIP64 fields resolved.
+struct DirectoryRecord {
+  std::string_view name;  // the stored name bytes; a view into CentralDirectory::bytes()
+  std::uint64_t localHeaderOffset = 0;
+  std::uint64_t compressedSize = 0;
+  std::uint64_t size = 0;
+  std::uint32_t crc = 0;
+  std::uint16_t method = 0;
+  std::uint16_t flags = 0;
+  std::size_t recordOffset = 0;  // where the record starts in bytes()
+  std::size_t recordLength = 0;  // fixed part, name, extra field and comment
+};
+
+class CentralDirectory {
+ public:
+  // Reads the end records and the directory of the archive open on `fd`. Throws opc::Exception
+  // naming `path` when they are malformed, claim more than kMaxEntries entries or kMaxBytes of
+  // directory, or lie outside the file; the file is not otherwise checked.
+  static CentralDirectory read(int fd, const std::string& path);
+
+  static constexpr std::uint64_t kMaxEntries = 1'000'000;
+  static constexpr std::uint64_t kMaxBytes = 256u << 20;
+
+  [[nodiscard]] const std::vector<DirectoryRecord>& records() const { return records_; }
+  // The directory as stored: records back to back.
+  [[nodiscard]] const std::string& bytes() const { return bytes_; }
+  // Where the directory starts in the file.
+  [[nodiscard]] std::uint64_t offset() const { return offset_; }
+
+ private:
+  std::string bytes_;
+  std::vector<DirectoryRecord> records_;
+  std::uint64_t offset_ = 0;
+};
+
+}  // namespace opc::zippackage
