@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 #include <zip.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <map>
 
 #include "opc/detail/content_sources.h"
 #include "opc/zippackage/extra_fields.h"
+#include "opc/zippackage/raw_copy.h"
 #include "opc/zippackage/zip_physical_package.h"
 #include "package_test_support.h"
 
@@ -98,9 +101,12 @@ TEST(ZipWriterHeadersTest, EveryNameIsMarkedUtf8AndDataLikeAHeaderStaysIntact) {
     }
     ZipPhysicalPackage physical(u16(path), false);
     physical.openArchive();
-    for (std::size_t i = 0; i < std::size(entries); ++i) {
-      EXPECT_EQ(physical.getEntries().at(i).name, entries[i].name);
-      EXPECT_EQ(readAll(*physical.openEntry(i)), entries[i].bytes) << entries[i].name;
+    // Copied entries follow the new ones; each keeps its bytes.
+    for (const auto& e : entries) {
+      const auto& all = physical.getEntries();
+      const auto found = std::find_if(all.begin(), all.end(), [&](const ZipEntry& z) { return z.name == e.name; });
+      ASSERT_NE(found, all.end()) << e.name;
+      EXPECT_EQ(readAll(*physical.openEntry(found->index)), e.bytes) << e.name;
     }
   }
 }
@@ -150,6 +156,166 @@ TEST(ZipWriterHeadersTest, TimesRoundTripThroughTheShortestExactField) {
     EXPECT_EQ(count(extra::kExtendedTimestampId, ZIP_FL_LOCAL), c.localTimestamp ? 1 : 0);
   }
   zip_discard(za);
+}
+
+// Unchanged entries are copied as the bytes they are stored as, whatever the layout around them:
+// a replaced entry in the middle, an empty one, a non-ASCII name, and a second round of copying.
+TEST(ZipWriterHeadersTest, CopiedEntriesKeepTheirStoredBytes) {
+  const struct {
+    const char* name;
+    std::string bytes;
+    Compression compression;
+  } entries[] = {
+      {"[Content_Types].xml", "<Types/>", Compression::Deflated},
+      {"fsroot/a.m", patternBytes(70000, 4), Compression::Deflated},
+      {"fsroot/replaced.txt", "old", Compression::Deflated},
+      {"fsroot/empty", "", Compression::Stored},
+      {"fsroot/caf%C3%A9.bin", patternBytes(3000, 5), Compression::Stored},
+  };
+  ScratchDir dir;
+  const std::string file = dir.file("rounds.zip");
+  {
+    ZipPhysicalPackage physical(u16(file), false);
+    auto writer = physical.createWriter();
+    for (const auto& e : entries) {
+      writer->addEntry(e.name, std::make_shared<detail::MemoryContentSource>(e.bytes), e.compression, {});
+    }
+    writer->commit();
+  }
+  const auto rawEntries = [&] {
+    ZipPhysicalPackage physical(u16(file), false);
+    physical.openArchive();
+    std::map<std::string, std::pair<std::string, std::uint32_t>> raw;
+    for (const ZipEntry& e : physical.getEntries()) raw[e.name] = {readAll(*physical.openRawEntry(e.index)), e.crc};
+    return raw;
+  };
+  const auto before = rawEntries();
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    {
+      ZipPhysicalPackage physical(u16(file), false);
+      physical.openArchive();
+      auto writer = physical.createWriter();
+      for (const ZipEntry& e : physical.getEntries()) {
+        if (e.name == "fsroot/replaced.txt") {
+          writer->addEntry(e.name, std::make_shared<detail::MemoryContentSource>("new " + std::to_string(round)),
+                           Compression::Deflated, {});
+        } else {
+          writer->copyEntry(e.name, e.index, e.attributes);
+        }
+      }
+      writer->commit();
+    }
+    // libzip's consistency check compares every local header with its central record.
+    int error = 0;
+    zip_t* za = zip_open(file.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);
+    ASSERT_NE(za, nullptr) << "libzip error " << error;
+    zip_discard(za);
+    const auto after = rawEntries();
+    ASSERT_EQ(after.size(), before.size());
+    for (const auto& [name, raw] : before) {
+      if (name != "fsroot/replaced.txt") EXPECT_EQ(after.at(name), raw) << name;
+    }
+    ZipPhysicalPackage physical(u16(file), false);
+    physical.openArchive();
+    for (const ZipEntry& e : physical.getEntries()) {
+      const auto it = std::find_if(std::begin(entries), std::end(entries), [&](const auto& x) { return e.name == x.name; });
+      ASSERT_NE(it, std::end(entries));
+      EXPECT_EQ(readAll(*physical.openEntry(e.index)), e.name == "fsroot/replaced.txt" ? "new " + std::to_string(round) : it->bytes);
+    }
+    for (const HeaderFlags& h : headerFlags(readFile(file))) EXPECT_EQ(h.central & h.local & 0x0800, 0x0800) << h.name;
+  }
+}
+
+// Archives from other writers: ASCII names without the UTF-8 flag get it on both headers when copied.
+TEST(ZipWriterHeadersTest, CopiedForeignAsciiNamesGainTheUtf8Flag) {
+  ScratchDir dir;
+  const std::string file = dir.file("foreign.zip");
+  {
+    int error = 0;
+    zip_t* za = zip_open(file.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    ASSERT_NE(za, nullptr);
+    for (const char* name : {"[Content_Types].xml", "fsroot/plain.txt"}) {
+      zip_source_t* src = zip_source_buffer(za, name, std::strlen(name), 0);
+      ASSERT_GE(zip_file_add(za, name, src, ZIP_FL_ENC_RAW), 0);
+    }
+    ASSERT_EQ(zip_close(za), 0);
+  }
+  for (const HeaderFlags& h : headerFlags(readFile(file))) ASSERT_EQ(h.central & 0x0800, 0) << "libzip set the flag";
+  {
+    ZipPhysicalPackage physical(u16(file), false);
+    physical.openArchive();
+    auto writer = physical.createWriter();
+    for (const ZipEntry& e : physical.getEntries()) writer->copyEntry(e.name, e.index, e.attributes);
+    writer->addEntry("fsroot/new.txt", std::make_shared<detail::MemoryContentSource>("n"), Compression::Stored, {});
+    writer->commit();
+  }
+  const auto flags = headerFlags(readFile(file));
+  ASSERT_EQ(flags.size(), 3u);
+  for (const HeaderFlags& h : flags) {
+    EXPECT_EQ(h.central & 0x0800, 0x0800) << h.name;
+    EXPECT_EQ(h.local & 0x0800, 0x0800) << h.name;
+  }
+}
+
+// A central record moved to an offset past 4 GiB keeps its other ZIP64 fields in order.
+TEST(ZipWriterHeadersTest, RelocatedRecordsTakeZip64OffsetsWhenNeeded) {
+  // A record named "n" with the given 32-bit size fields and ZIP64 extra field values.
+  const auto record = [](std::uint32_t sizes, std::uint32_t offset, std::vector<std::uint64_t> zip64) {
+    std::string r(46, '\0');
+    const auto put = [&](std::size_t at, std::uint64_t v, int n) {
+      for (int i = 0; i < n; ++i) r[at + i] = static_cast<char>(v >> (8 * i));
+    };
+    put(0, 0x02014b50, 4);
+    put(6, 20, 2);
+    put(20, sizes, 4);
+    put(24, sizes, 4);
+    put(28, 1, 2);
+    put(42, offset, 4);
+    r += 'n';
+    if (!zip64.empty()) {
+      std::string extra(4 + 8 * zip64.size(), '\0');
+      extra[0] = 1;
+      extra[2] = static_cast<char>(8 * zip64.size());
+      for (std::size_t i = 0; i < zip64.size(); ++i) {
+        for (int b = 0; b < 8; ++b) extra[4 + 8 * i + b] = static_cast<char>(zip64[i] >> (8 * b));
+      }
+      put(30, extra.size(), 2);
+      r += extra;
+    }
+    return r;
+  };
+  const std::uint64_t far = 5ull << 30;
+  const struct {
+    const char* label;
+    std::string record;
+    std::uint64_t offset;
+    std::vector<std::uint64_t> zip64;  // expected ZIP64 values after relocation
+  } cases[] = {
+      {"near stays 32-bit", record(10, 100, {}), 4096, {}},
+      {"far gains a field", record(10, 100, {}), far, {far}},
+      {"far after ZIP64 sizes", record(0xFFFFFFFF, 100, {far + 1, far + 2}), far, {far + 1, far + 2, far}},
+      {"far offset updated", record(0xFFFFFFFF, 0xFFFFFFFF, {far + 1, far + 2, 7}), far, {far + 1, far + 2, far}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    const std::string r = relocatedRecord(c.record, c.offset);
+    EXPECT_EQ(get16(r, 8) & 0x0800, 0x0800);
+    const std::uint16_t extraLength = get16(r, 30);
+    ASSERT_EQ(r.size(), 47u + extraLength);
+    if (c.zip64.empty()) {
+      EXPECT_EQ(get32(r, 42), c.offset);
+      EXPECT_EQ(extraLength, 0);
+      continue;
+    }
+    EXPECT_EQ(get32(r, 42), 0xFFFFFFFFu);
+    EXPECT_GE(get16(r, 6), 45);
+    ASSERT_EQ(get16(r, 47), 1);
+    ASSERT_EQ(get16(r, 49), 8 * c.zip64.size());
+    for (std::size_t i = 0; i < c.zip64.size(); ++i) {
+      EXPECT_EQ(get32(r, 51 + 8 * i) | (std::uint64_t{get32(r, 55 + 8 * i)} << 32), c.zip64[i]) << i;
+    }
+  }
 }
 
 }  // namespace

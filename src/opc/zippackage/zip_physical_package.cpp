@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <zip.h>
 
 #include "opc/detail/fd.h"
@@ -91,6 +92,8 @@ void ZipPhysicalPackage::openArchive() {
   struct stat st {};
   if (::fstat(fd.get(), &st) != 0) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
   if (S_ISDIR(st.st_mode)) throw Exception("cannot open package '" + narrowPath_ + "': it is a folder");
+  detail::UniqueFd rawFd(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
+  if (!rawFd) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
   FILE* file = ::fdopen(fd.get(), "rb");
   if (file == nullptr) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
   fd.release();
@@ -139,12 +142,15 @@ void ZipPhysicalPackage::openArchive() {
     entries.push_back(std::move(entry));
   }
   archive_ = owner.release();
+  rawFd_ = rawFd.release();
   entries_ = std::move(entries);
 }
 
 void ZipPhysicalPackage::closeArchive() noexcept {
   if (archive_ != nullptr) zip_discard(archive_);
   archive_ = nullptr;
+  if (rawFd_ >= 0) ::close(rawFd_);
+  rawFd_ = -1;
   entries_.clear();
 }
 

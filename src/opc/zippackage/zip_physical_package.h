@@ -90,6 +90,7 @@ class ZipPhysicalPackage {
   std::string narrowPath_;
   bool durable_;
   struct zip* archive_ = nullptr;
+  int rawFd_ = -1;  // the open archive's file (owned), for copying entries as raw bytes
   std::vector<ZipEntry> entries_;
 };
 

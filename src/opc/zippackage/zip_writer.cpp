@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <vector>
 #include <sys/stat.h>
@@ -20,6 +21,7 @@
 #include "opc/exception.h"
 #include "opc/zippackage/extra_fields.h"
 #include "opc/zippackage/parallel_deflate.h"
+#include "opc/zippackage/raw_copy.h"
 #include "opc/zippackage/zip_physical_package.h"
 #include "opc/zippackage/zip_support.h"
 
@@ -203,9 +205,13 @@ struct WriteTarget {
     }
   }
 
+  // Runs on the finished archive before it is synced and renamed; may rewrite it.
+  std::function<void(int fd)> finish;
+
   zip_int64_t commit() {
     try {
       flush();
+      if (finish) finish(fd.get());
     } catch (const Exception& e) {
       failures->record(std::string("writing the new package: ") + e.what());
       return fail(&error, ZIP_ER_WRITE, errno);
@@ -444,6 +450,11 @@ struct ZipWriter::Impl {
   // Declared before the archive so that the workers outlive every source that refers to them.
   std::unique_ptr<DeflatePipeline> pipeline;
   ZipArchivePtr archive;
+  WriteTarget* target = nullptr;  // owned by the archive's source
+  // Unchanged entries copied as stored bytes after libzip has written the rest; empty when the
+  // old archive's directory could not be read that way (libzip then copies every entry).
+  std::optional<RawCopier> rawCopies;
+  bool rawCopiesTried = false;
   bool used = false;
   std::uint64_t entries = 0;
 
@@ -544,6 +555,36 @@ struct ZipWriter::Impl {
     pipeline->start();
   }
 
+  // True when the entry was queued for copying as raw bytes.
+  bool queueRawCopy(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
+    const ZipEntry& entry = package.entries_[sourceIndex];
+    if (entry.attributes.lastModified != attributes.lastModified || entry.attributes.unixMode != attributes.unixMode) {
+      return false;
+    }
+    if (!rawCopiesTried) {
+      rawCopiesTried = true;
+      try {
+        rawCopies.emplace(package.rawFd_, package.getNarrowPath());
+      } catch (const Exception&) {
+        // libzip read this archive; let it copy the entries the way it reads them.
+      }
+    }
+    if (!rawCopies || !rawCopies->canCopy(static_cast<std::size_t>(sourceIndex), name)) return false;
+    rawCopies->add(static_cast<std::size_t>(sourceIndex));
+    return true;
+  }
+
+  void addLibzipCopy(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
+    zip_source_t* source = zip_source_zip(archive.get(), package.archive_, sourceIndex, ZIP_FL_COMPRESSED, 0, 0);
+    const zip_uint64_t index = add(name, source);
+    // Stored entries stay stored; left at the default method libzip would deflate them.
+    if (package.entries_[sourceIndex].compressionMethod == ZIP_CM_STORE &&
+        zip_set_file_compression(archive.get(), index, ZIP_CM_STORE, 0) != 0) {
+      raise("entry '" + name + "'");
+    }
+    apply(name, index, attributes);
+  }
+
   void requireUsable() const {
     if (used) throw Exception("package writer for '" + package.getNarrowPath() + "' was already committed or failed");
   }
@@ -560,6 +601,7 @@ ZipWriter::ZipWriter(ZipPhysicalPackage& package) : impl_(std::make_unique<Impl>
   target->folder = folderOf(target->finalPath);
   target->durable = package.isDurable();
   target->failures = impl_->failures;
+  impl_->target = target;
   zip_error_t error;
   zip_error_init(&error);
   zip_source_t* source = zip_source_function_create(targetCallback, target, &error);
@@ -589,14 +631,7 @@ void ZipWriter::copyEntry(const std::string& name, std::uint64_t sourceIndex, co
     throw Exception("cannot copy entry " + std::to_string(sourceIndex) + " of '" + package.getNarrowPath() +
                     "': no such entry in the open archive");
   }
-  zip_source_t* source = zip_source_zip(impl_->archive.get(), package.archive_, sourceIndex, ZIP_FL_COMPRESSED, 0, 0);
-  const zip_uint64_t index = impl_->add(name, source);
-  // Stored entries stay stored; left at the default method libzip would deflate them.
-  if (package.entries_[sourceIndex].compressionMethod == ZIP_CM_STORE &&
-      zip_set_file_compression(impl_->archive.get(), index, ZIP_CM_STORE, 0) != 0) {
-    impl_->raise("entry '" + name + "'");
-  }
-  impl_->apply(name, index, attributes);
+  if (!impl_->queueRawCopy(name, sourceIndex, attributes)) impl_->addLibzipCopy(name, sourceIndex, attributes);
 }
 
 void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentSource> source,
@@ -622,6 +657,19 @@ void ZipWriter::addPrecompressedEntry(const std::string& name, PrecompressedCont
 void ZipWriter::commit() {
   impl_->requireUsable();
   impl_->used = true;
+  if (impl_->rawCopies && !impl_->rawCopies->empty()) {
+    // libzip writes no empty archive; it gets one of the copies then.
+    if (impl_->entries == 0) {
+      const std::size_t first = impl_->rawCopies->takeFirst();
+      const ZipEntry& entry = impl_->package.entries_[first];
+      impl_->addLibzipCopy(entry.name, first, entry.attributes);
+    }
+    if (!impl_->rawCopies->empty()) {
+      const RawCopier* copies = &*impl_->rawCopies;
+      const std::string path = impl_->target->folder;
+      impl_->target->finish = [copies, path](int fd) { copies->appendTo(fd, path); };
+    }
+  }
   if (impl_->entries == 0) {
     impl_->archive.reset();
     throw Exception("cannot write package '" + impl_->package.getNarrowPath() + "': it has no entries");

@@ -1,0 +1,53 @@
+#pragma once
+// Unchanged entries of an existing archive carried into a new one as the bytes they are stored as:
+// local header, data and descriptor copied in as few kernel-side copies as the layout allows, and
+// their directory records copied with the new offsets. Nothing is read through user space, inflated
+// or CRC-checked, which is what makes a one-record change on a large package cost little more than
+// copying its file.
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "opc/zippackage/central_directory.h"
+
+namespace opc::zippackage {
+
+// A central-directory record (as stored) rewritten for a local header at `offset`: the offset goes
+// into the ZIP64 extra field (made or extended) when it needs 64 bits, and an ASCII name gets the
+// UTF-8 flag (every name this writer makes is UTF-8; foreign ASCII names may lack it). Throws
+// opc::Exception when the record's ZIP64 field is malformed.
+[[nodiscard]] std::string relocatedRecord(std::string record, std::uint64_t offset);
+
+class RawCopier {
+ public:
+  // Reads the directory of the archive open on `sourceFd` (which must stay open while the copier is
+  // used). Throws opc::Exception naming `sourcePath` when the directory is malformed.
+  RawCopier(int sourceFd, std::string sourcePath);
+
+  // True when directory record `index` is named `name` and its bytes lie whole between its start
+  // and the next entry (or the directory): only such entries are copied raw; the caller copies the
+  // others through libzip, which checks them.
+  [[nodiscard]] bool canCopy(std::size_t index, std::string_view name) const;
+  // Queues record `index` (canCopy must hold); entries go in the order queued.
+  void add(std::size_t index) { queued_.push_back(index); }
+  [[nodiscard]] bool empty() const { return queued_.empty(); }
+  [[nodiscard]] std::size_t size() const { return queued_.size(); }
+  // Removes and returns the first queued record.
+  std::size_t takeFirst();
+
+  // `fd` holds a complete archive (the new entries): its end records are replaced by the queued
+  // entries' bytes, then one directory of its records followed by theirs, and new end records
+  // (ZIP64 when counts or offsets need it). Throws opc::Exception naming `path` on any failure; the
+  // file is then garbage, to be discarded by the caller.
+  void appendTo(int fd, const std::string& path) const;
+
+ private:
+  int sourceFd_;
+  std::string sourcePath_;
+  CentralDirectory source_;
+  std::vector<std::uint64_t> extentEnd_;  // per record: where the next entry or the directory starts
+  std::vector<std::size_t> queued_;
+};
+
+}  // namespace opc::zippackage
