@@ -40,7 +40,7 @@ std::string describeEntry(const ZipEntry& entry) {
 
 // Calls `visit` with the key of every proper prefix segment of `key` ("/a", "/a/b" for "/a/b/c").
 template <class Visit>
-void forEachPrefix(const ustring& key, Visit visit) {
+void forEachPrefix(ustring_view key, Visit visit) {
   for (std::size_t i = 1; i < key.size(); ++i) {
     if (key[i] == u'/') visit(key.substr(0, i));
   }
@@ -193,27 +193,27 @@ void Package::load() {
   for (const auto& entry : entries) {
     if (&entry == contentTypesEntry) continue;
     if (!entry.name.empty() && entry.name.back() == '/') continue;  // a folder item: no part
-    const std::string where = "package '" + path + "': " + describeEntry(entry);
-    if (entry.encrypted) throw Exception(where + " is encrypted");
+    const auto where = [&] { return "package '" + path + "': " + describeEntry(entry); };  // for errors only
+    if (entry.encrypted) throw Exception(where() + " is encrypted");
     if (entry.compressionMethod != 0 && entry.compressionMethod != 8) {
-      throw Exception(where + " uses compression method " + std::to_string(entry.compressionMethod) +
+      throw Exception(where() + " uses compression method " + std::to_string(entry.compressionMethod) +
                       " (stored and deflate are supported)");
     }
     std::optional<PartName> name;
     try {
       name.emplace(PartName::fromZipItemName(entry.name));
     } catch (const Exception& e) {
-      throw Exception(where + ": " + e.what());
+      throw Exception(where() + ": " + e.what());
     }
     if (name->isRelationshipsPartName()) {
       if (!relationshipKeys.emplace(name->getKey(), relationshipParts.size()).second) {
-        throw Exception(where + ": its name is equivalent to that of another item");
+        throw Exception(where() + ": its name is equivalent to that of another item");
       }
       relationshipParts.emplace_back(*name, &entry);
       continue;
     }
     const ContentType* type = contentTypes.lookup(*name);
-    if (type == nullptr) throw Exception(where + ": part '" + narrow(name->getName()) + "' has no content type");
+    if (type == nullptr) throw Exception(where() + ": part '" + narrow(name->getName()) + "' has no content type");
     PartPtr part(new Part(this, *name, *type,
                           StandardPartInfo(entry.compressionMethod == 0 ? StandardPartInfo::Stored
                                                                         : StandardPartInfo::Deflated,
@@ -225,7 +225,7 @@ void Package::load() {
     try {
       insertPart(part);
     } catch (const Exception& e) {
-      throw Exception(where + ": " + e.what());
+      throw Exception(where() + ": " + e.what());
     }
   }
 
@@ -233,7 +233,7 @@ void Package::load() {
   for (const auto& [name, entry] : relationshipParts) {
     const std::string where = "package '" + path + "': relationships part '" + narrow(name.getName()) + "' (" +
                               describeEntry(*entry) + ")";
-    forEachPrefix(name.getKey(), [&](const ustring& prefix) {
+    forEachPrefix(name.getKey(), [&](ustring_view prefix) {
       if (byKey_.contains(prefix)) throw Exception(where + ": a part is named like one of its folders");
     });
     const ContentType* type = contentTypes.lookup(name);
@@ -267,17 +267,23 @@ void Package::load() {
 
 void Package::insertPart(PartPtr part) {
   const ustring& key = part->getPartName().getKey();
-  const std::string name = narrow(part->getPartName().getName());
-  if (byKey_.contains(key)) throw Exception("a part named like '" + name + "' exists (names differ in case only or not at all)");
+  const auto name = [&] { return narrow(part->getPartName().getName()); };  // for errors only
+  if (byKey_.contains(key)) throw Exception("a part named like '" + name() + "' exists (names differ in case only or not at all)");
   if (const auto it = folders_.find(key); it != folders_.end() && it->second > 0) {
-    throw Exception("part name '" + name + "' is a prefix segment of another part's name");
+    throw Exception("part name '" + name() + "' is a prefix segment of another part's name");
   }
-  forEachPrefix(key, [&](const ustring& prefix) {
+  forEachPrefix(key, [&](ustring_view prefix) {
     if (byKey_.contains(prefix)) {
-      throw Exception("part name '" + name + "' extends the name of another part by segments");
+      throw Exception("part name '" + name() + "' extends the name of another part by segments");
     }
   });
-  forEachPrefix(key, [&](const ustring& prefix) { ++folders_[prefix]; });
+  forEachPrefix(key, [&](ustring_view prefix) {
+    if (const auto it = folders_.find(prefix); it != folders_.end()) {
+      ++it->second;
+    } else {
+      folders_.emplace(ustring(prefix), 1u);
+    }
+  });
   byKey_.emplace(key, parts_.size());
   parts_.push_back(std::move(part));
   ++partCount_;
@@ -287,7 +293,7 @@ void Package::removeFromIndex(const PartName& name) {
   const auto it = byKey_.find(name.getKey());
   parts_[it->second] = nullptr;
   byKey_.erase(it);
-  forEachPrefix(name.getKey(), [&](const ustring& prefix) {
+  forEachPrefix(name.getKey(), [&](ustring_view prefix) {
     const auto f = folders_.find(prefix);
     if (--f->second == 0) folders_.erase(f);
   });

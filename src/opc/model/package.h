@@ -93,8 +93,15 @@ class Package {
   zippackage::ZipPhysicalPackage& physical_;
   std::optional<interfaces::OpenMode> mode_;
   std::vector<PartPtr> parts_;                        // null where a part was deleted
-  std::unordered_map<ustring, std::size_t> byKey_;     // PartName key -> index in parts_
-  std::unordered_map<ustring, std::uint32_t> folders_; // keys of name prefixes -> parts below
+  // Looked up by views, so that checking a name's prefixes allocates nothing.
+  struct KeyHash {
+    using is_transparent = void;
+    std::size_t operator()(ustring_view key) const noexcept { return std::hash<ustring_view>{}(key); }
+  };
+  template <class Value>
+  using KeyMap = std::unordered_map<ustring, Value, KeyHash, std::equal_to<>>;
+  KeyMap<std::size_t> byKey_;      // PartName key -> index in parts_
+  KeyMap<std::uint32_t> folders_;  // keys of name prefixes -> parts below
   std::size_t partCount_ = 0;
   Relationships relationships_;
   std::optional<std::uint64_t> relationshipsEntry_;
