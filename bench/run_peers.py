@@ -112,6 +112,8 @@ def main():
         ("zvaddon call zvAddonSetRevisionHistory",
          f"{q(zvaddon)} call zvAddonSetRevisionHistory {q(json.dumps(pkg))} {q(json.dumps(RECORD))} > /dev/null", None, None, True),
         ("cp of the package file", f"cp {q(pkg)} {w}/copy.zvaddon", None, None, False),
+        # What the durable replace adds: zvaddon syncs the new file before renaming it over the old.
+        ("cp + sync of the package file", f"cp {q(pkg)} {w}/copy.zvaddon && sync {w}/copy.zvaddon", None, None, False),
         ("zip -u (one changed file)", f"cp {w}/z6.zip {w}/zu.zip && cd {w} && echo x > note.txt && zip -q zu.zip note.txt", None, None, False),
     ]
     big = os.path.join(work, "hash.bin")
