@@ -169,10 +169,21 @@ std::size_t RawCopier::takeFirst() {
 }
 
 void RawCopier::appendTo(int fd, const std::string& path) const {
-  const CentralDirectory fresh = CentralDirectory::read(fd, path);
-  std::uint64_t position = fresh.offset();
-  std::string directory = fresh.bytes();
   const auto& records = source_.records();
+  // The joint directory is built in one buffer of its final size: it is made when everything else
+  // the writer holds is still alive, so a doubling string would set the call's peak memory.
+  std::string directory;
+  std::uint64_t position = 0;
+  std::uint64_t freshCount = 0;
+  {
+    const CentralDirectory fresh = CentralDirectory::read(fd, path);
+    std::size_t size = fresh.bytes().size() + 98;  // + the ZIP64 and classic end records
+    for (const std::size_t q : queued_) size += records[q].recordLength + 12;
+    directory.reserve(size);
+    directory = fresh.bytes();
+    position = fresh.offset();
+    freshCount = fresh.records().size();
+  }
   // Runs of entries that follow each other in the old file are copied with one call.
   std::size_t i = 0;
   while (i < queued_.size()) {
@@ -200,7 +211,7 @@ void RawCopier::appendTo(int fd, const std::string& path) const {
     i = j;
   }
 
-  const std::uint64_t count = fresh.records().size() + queued_.size();
+  const std::uint64_t count = freshCount + queued_.size();
   const std::uint64_t directoryOffset = position;
   const std::uint64_t directorySize = directory.size();
   if (count >= 0xFFFF || directoryOffset >= kMax32 || directorySize >= kMax32) {
