@@ -1,6 +1,7 @@
 #include "opc/kqservices/file_system_manager.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 
 #include "foundation/clock.h"
@@ -9,6 +10,7 @@
 #include "opc/kqservices/file_system_names.h"
 #include "opc/kqservices/file_system_tree.h"
 #include "opc/model/package.h"
+#include "opc/zippackage/central_directory.h"
 
 namespace opc::kqservices {
 
@@ -68,9 +70,26 @@ struct Placement {
 
 // ---- TreeNode ----------------------------------------------------------------------------------
 
-TreeNode* TreeNode::child(const ustring& segmentText) const {
-  const auto it = children.find(asciiLower(segmentText));
+bool detail::AsciiCaseLess::operator()(ustring_view a, ustring_view b) const noexcept {
+  const std::size_t n = std::min(a.size(), b.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    const char16_t x = opc::detail::asciiLower(a[i]);
+    const char16_t y = opc::detail::asciiLower(b[i]);
+    if (x != y) return x < y;
+  }
+  return a.size() < b.size();
+}
+
+TreeNode* TreeNode::child(ustring_view segmentText) const {
+  const auto it = children.find(segmentText);
   return it == children.end() ? nullptr : it->second.get();
+}
+
+TreeNode* TreeNode::adopt(std::unique_ptr<TreeNode> node) {
+  TreeNode* raw = node.get();
+  raw->parent = this;
+  children.emplace(ustring_view(raw->segment), std::move(node));
+  return raw;
 }
 
 ustring TreeNode::encodedPath() const {
@@ -95,6 +114,93 @@ std::vector<const TreeNode*> TreeNode::sortedChildren() const {
   return out;
 }
 
+namespace {
+
+ustring partNameText(const TreeNode& node) {
+  return kPrefix + node.encodedPath();
+}
+
+const TreeNode& firstLeaf(const TreeNode& folder) {
+  const TreeNode* node = &folder;
+  while (!node->children.empty()) node = node->children.begin()->second.get();
+  return *node;
+}
+
+}  // namespace
+
+void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
+  // The folders shared with the last path, segment for segment and byte for byte, are known.
+  std::size_t shared = 0;
+  std::size_t start = 0;
+  while (shared < folders_.size()) {
+    const std::size_t slash = encodedPath.find(u'/', start);
+    if (slash == ustring_view::npos || slash >= last_.size() || last_[slash] != u'/' ||
+        encodedPath.compare(start, slash - start, ustring_view(last_).substr(start, slash - start)) != 0) {
+      break;
+    }
+    ++shared;
+    start = slash + 1;
+  }
+  folders_.resize(shared);
+  last_.clear();  // until the path is in, nothing is known
+  TreeNode* folder = shared == 0 ? &root_ : folders_.back();
+  for (;;) {
+    const std::size_t slash = encodedPath.find(u'/', start);
+    const bool last = slash == ustring_view::npos;
+    const ustring_view segment = encodedPath.substr(start, last ? ustring_view::npos : slash - start);
+    const auto found = folder->children.find(segment);
+    TreeNode* next = nullptr;
+    if (found == folder->children.end()) {
+      auto node = std::make_unique<TreeNode>();
+      node->segment = ustring(segment);
+      node->name = detail::decodeComponent(node->segment);
+      next = folder->adopt(std::move(node));
+    } else {
+      next = found->second.get();
+      if (next->file || next->placeholder) {
+        throw Exception(last ? "its name is equivalent to that of part '" + narrow(partNameText(*next)) + "'"
+                             : "part '" + narrow(partNameText(*next)) + "' is named like one of its folders");
+      }
+      if (last) {
+        throw Exception("it is named like a folder of part '" + narrow(partNameText(firstLeaf(*next))) + "'");
+      }
+    }
+    if (last) {
+      (placeholder ? next->placeholder : next->file) = true;
+      last_.assign(encodedPath);
+      return;
+    }
+    folders_.push_back(next);
+    folder = next;
+    start = slash + 1;
+  }
+}
+
+namespace {
+
+void collectLeaves(const TreeNode& folder, ustring& path, std::vector<ustring>& out) {
+  for (const TreeNode* child : folder.sortedChildren()) {
+    const std::size_t length = path.size();
+    path += u'/';
+    path += child->name;
+    if (child->file || child->children.empty()) {
+      out.push_back(path);
+    } else {
+      collectLeaves(*child, path, out);
+    }
+    path.resize(length);
+  }
+}
+
+}  // namespace
+
+std::vector<ustring> detail::listLeaves(const TreeNode& root) {
+  std::vector<ustring> out;
+  ustring path;
+  collectLeaves(root, path, out);
+  return out;
+}
+
 // ---- Entries and errors ----------------------------------------------------------------------
 
 ustring FileSystemEntry::getName() const {
@@ -103,7 +209,7 @@ ustring FileSystemEntry::getName() const {
 }
 
 FileSystemEntryAlreadyExists::FileSystemEntryAlreadyExists(const ustring& pathName)
-    : Exception("'" + narrow(pathName) + "' is already in the add-on"), pathName_(pathName) {}
+    : Exception(narrow(pathName).insert(0, 1, '\'') + "' is already in the add-on"), pathName_(pathName) {}
 
 // ---- Manager ---------------------------------------------------------------------------------
 
@@ -128,41 +234,15 @@ TreeIndex& FileSystemManager::index() const {
   auto fresh = std::make_unique<TreeIndex>();
   const ustring prefixKey = asciiLower(kPrefix);
   const model::ContentType folderType(kFolderContentType);
+  detail::TreeBuilder builder(fresh->root);
   for (const model::PartPtr& part : package_.getParts()) {
     const ustring& key = part->getPartName().getKey();
     if (key.compare(0, prefixKey.size(), prefixKey) != 0) continue;
     const ustring& name = part->getPartName().getName();
-    TreeNode* folder = &fresh->root;
-    std::size_t start = kPrefix.size();
-    for (;;) {
-      const std::size_t slash = name.find(u'/', start);
-      const ustring segment = name.substr(start, slash == ustring::npos ? ustring::npos : slash - start);
-      ustring key = asciiLower(segment);
-      const auto found = folder->children.find(key);
-      TreeNode* next = found == folder->children.end() ? nullptr : found->second.get();
-      if (next == nullptr) {
-        auto node = std::make_unique<TreeNode>();
-        try {
-          node->name = detail::decodeComponent(segment);
-        } catch (const Exception& e) {
-          throw Exception("part '" + narrow(name) + "': " + e.what());
-        }
-        node->segment = segment;
-        node->parent = folder;
-        next = node.get();
-        folder->children.emplace(std::move(key), std::move(node));
-      }
-      if (slash == ustring::npos) {
-        // The package refuses a part that is a prefix segment of another, so a leaf has no children.
-        if (part->getContentType() == folderType) {
-          next->placeholder = true;
-        } else {
-          next->file = true;
-        }
-        break;
-      }
-      folder = next;
-      start = slash + 1;
+    try {
+      builder.add(ustring_view(name).substr(kPrefix.size()), part->getContentType() == folderType);
+    } catch (const Exception& e) {
+      throw Exception("part '" + narrow(name) + "': " + e.what());
     }
   }
   fresh->partCount = package_.getPartCount();
@@ -226,13 +306,10 @@ TreeNode* attachMissing(const Placement& at, const std::vector<ustring>& compone
     auto node = std::make_unique<TreeNode>();
     node->name = components[i];
     node->segment = segments[i];
-    node->parent = folder;
     const bool last = i + 1 == segments.size();
     node->file = last && file;
     node->placeholder = last && !file;
-    TreeNode* raw = node.get();
-    folder->children.emplace(asciiLower(segments[i]), std::move(node));
-    folder = raw;
+    folder = folder->adopt(std::move(node));
   }
   return folder;
 }
@@ -318,7 +395,7 @@ const TreeNode& FileSystemManager::findFolder(const FileSystemEntry& folder) con
   std::size_t start = 0;
   while (start < path.size()) {
     const std::size_t slash = path.find(u'/', start);
-    node = node->child(path.substr(start, slash == ustring::npos ? ustring::npos : slash - start));
+    node = node->child(ustring_view(path).substr(start, slash == ustring::npos ? ustring::npos : slash - start));
     if (node == nullptr) throw Exception("'" + narrow(folder.getPathName()) + "' is no longer in the add-on");
     if (slash == ustring::npos) break;
     start = slash + 1;
@@ -339,29 +416,124 @@ std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntr
   return out;
 }
 
+std::vector<ustring> FileSystemManager::listFiles() const {
+  return detail::listLeaves(index().root);
+}
+
 namespace {
 
-void collectFiles(const TreeNode& folder, ustring& path, std::vector<ustring>& out) {
-  for (const TreeNode* child : folder.sortedChildren()) {
-    const std::size_t length = path.size();
-    path += u'/';
-    path += child->name;
-    if (child->file || child->children.empty()) {
-      out.push_back(path);
-    } else {
-      collectFiles(*child, path, out);
-    }
-    path.resize(length);
+// `lowerPrefix` is lower case already.
+bool startsWithIgnoreAsciiCase(std::string_view text, std::string_view lowerPrefix) {
+  if (text.size() < lowerPrefix.size()) return false;
+  for (std::size_t i = 0; i < lowerPrefix.size(); ++i) {
+    const char c = text[i];
+    if ((c >= 'A' && c <= 'Z' ? c + 32 : c) != lowerPrefix[i]) return false;
   }
+  return true;
 }
+
+// True when opening takes `item` for the part name "/" followed by `item` as it is: ASCII path
+// characters, percent-encodings in upper-case hex of characters that need them, no empty segment,
+// no segment ending in '.', and no relationships name (those are no files). It may say false for a
+// name opening accepts; PartName then decides, and says why when it refuses.
+bool isPlainFileItemName(std::string_view item) {
+  // Byte classes: 0 never plain, 1 a path character, 2 '/', 3 '%', 4 an upper-case hex digit
+  // (a path character too).
+  static constexpr auto kClass = [] {
+    std::array<std::uint8_t, 256> table{};
+    for (char16_t c = 0; c < 0x80; ++c) {
+      if (opc::detail::isUnreserved(c) || opc::detail::isSubDelim(c) || c == u':' || c == u'@') table[c] = 1;
+    }
+    for (char16_t c = u'0'; c <= u'9'; ++c) table[c] = 4;
+    for (char16_t c = u'A'; c <= u'F'; ++c) table[c] = 4;
+    table['/'] = 2;
+    table['%'] = 3;
+    return table;
+  }();
+  const auto at = [&](std::size_t i) { return kClass[static_cast<unsigned char>(item[i])]; };
+  if (item.empty() || (item.size() >= 5 && startsWithIgnoreAsciiCase(item.substr(item.size() - 5), ".rels"))) {
+    return false;
+  }
+  std::size_t segmentStart = 0;
+  for (std::size_t i = 0; i < item.size(); ++i) {
+    switch (at(i)) {
+      case 1:
+      case 4:
+        break;
+      case 2:
+        if (i == segmentStart || item[i - 1] == '.') return false;
+        segmentStart = i + 1;
+        break;
+      case 3: {
+        if (i + 2 >= item.size() || at(i + 1) != 4 || at(i + 2) != 4) return false;
+        const auto value = static_cast<char16_t>(opc::detail::hexValue(item[i + 1]) * 16 + opc::detail::hexValue(item[i + 2]));
+        if (value == u'/' || value == u'\\' || opc::detail::isUnreserved(value)) return false;
+        i += 2;
+        break;
+      }
+      default:
+        return false;
+    }
+  }
+  return segmentStart < item.size() && item.back() != '.';
+}
+
+constexpr std::string_view kContentTypesItem = "[Content_Types].xml";
+constexpr std::string_view kPrefixItem = "fsroot/";  // the tree prefix as an item name, lower case
 
 }  // namespace
 
-std::vector<ustring> FileSystemManager::listFiles() const {
-  std::vector<ustring> out;
-  ustring path;
-  collectFiles(index().root, path, out);
-  return out;
+std::vector<ustring> FileSystemManager::listFiles(const zippackage::CentralDirectory& directory,
+                                                  const std::string& packagePath) {
+  const auto& records = directory.records();
+  const auto where = [&](std::size_t i) {
+    return "package '" + packagePath + "': entry " + std::to_string(i) + " '" + std::string(records[i].name) + "'";
+  };
+  // Opening reads the content types before it looks at any other item, so their absence wins.
+  std::size_t contentTypes = 0;
+  for (const auto& record : records) contentTypes += record.name == kContentTypesItem ? 1 : 0;
+  if (contentTypes == 0) {
+    throw Exception("package '" + packagePath + "' is no OPC package: it has no [Content_Types].xml item");
+  }
+  if (contentTypes > 1) throw Exception("package '" + packagePath + "': two [Content_Types].xml items");
+
+  detail::TreeNode root;
+  detail::TreeBuilder builder(root);
+  ustring below;  // the item's path below the prefix, reused
+  std::size_t prefixItem = records.size();  // an item named "fsroot" itself
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    const zippackage::DirectoryRecord& record = records[i];
+    if (record.name == kContentTypesItem) continue;
+    if ((record.flags & 0x0001) != 0) throw Exception(where(i) + " is encrypted");
+    if (!record.name.empty() && record.name.back() == '/') continue;  // a folder item: no part
+    if (record.method != 0 && record.method != 8) {
+      throw Exception(where(i) + " uses compression method " + std::to_string(record.method) +
+                      " (stored and deflate are supported)");
+    }
+    if (!startsWithIgnoreAsciiCase(record.name, kPrefixItem)) {
+      if (record.name.size() + 1 == kPrefixItem.size() && startsWithIgnoreAsciiCase(record.name, kPrefixItem.substr(0, record.name.size()))) {
+        prefixItem = i;
+      }
+      continue;
+    }
+    try {
+      if (isPlainFileItemName(record.name)) {
+        below.assign(record.name.begin() + static_cast<std::ptrdiff_t>(kPrefixItem.size()), record.name.end());
+      } else {
+        const model::PartName name = model::PartName::fromZipItemName(record.name);
+        if (name.isRelationshipsPartName()) continue;
+        below.assign(name.getName(), kPrefix.size());
+      }
+      builder.add(below, false);
+    } catch (const Exception& e) {
+      throw Exception(where(i) + ": " + e.what());
+    }
+  }
+  if (prefixItem != records.size() && !root.children.empty()) {
+    throw Exception(where(prefixItem) + ": part '" + narrow(kPrefix.substr(0, kPrefix.size() - 1)) +
+                    "' is named like a folder of other parts");
+  }
+  return detail::listLeaves(root);
 }
 
 bool FileSystemManager::exists(const ustring& pathInAddon) const {

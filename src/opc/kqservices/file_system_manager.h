@@ -2,6 +2,7 @@
 // An add-on's folder tree kept as parts of an OPC package.
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "foundation/ustring.h"
@@ -10,6 +11,9 @@
 
 namespace opc::model {
 class Package;
+}
+namespace opc::zippackage {
+class CentralDirectory;
 }
 
 namespace opc::kqservices {
@@ -131,6 +135,15 @@ class FileSystemManager {
   // The path names of every file and of every empty folder, depth first, each folder's entries in
   // getChildren's order: what walking the tree with getChildren yields, in one pass.
   [[nodiscard]] std::vector<ustring> listFiles() const;
+  // What listFiles gives for the package whose directory this is, without opening the package:
+  // only item names are read. Of what opening checks, this refuses (opc::Exception naming
+  // `packagePath` and the item) what the names and flags show: no "[Content_Types].xml" item or
+  // two of them, an encrypted item, a compression method other than stored and deflate, and below
+  // "fsroot/" a name that is no valid part name, two equivalent names, and a name that is a folder
+  // of another (so is "fsroot" itself beside them). The relationships and content types, which only
+  // the items' bytes show, are not checked: a package listed here may still fail to open.
+  [[nodiscard]] static std::vector<ustring> listFiles(const zippackage::CentralDirectory& directory,
+                                                      const std::string& packagePath);
   // The entry at a path inside the add-on, if there is one.
   [[nodiscard]] bool exists(const ustring& pathInAddon) const;
 

@@ -129,6 +129,10 @@ ustring encodeComponent(const ustring& name) {
 }
 
 ustring decodeComponent(const ustring& segment) {
+  // Most segments hold nothing to decode; they are their own name.
+  bool plain = true;
+  for (const char16_t c : segment) plain = plain && c != u'%' && c != u':' && c < 0x80;
+  if (plain) return segment;
   std::string bytes;
   bytes.reserve(segment.size());
   for (std::size_t i = 0; i < segment.size(); ++i) {
@@ -151,7 +155,12 @@ ustring decodeComponent(const ustring& segment) {
       bytes += static_cast<char>(c);
     }
   }
-  return fromUtf8(bytes, "decoded segment '" + narrow(segment) + "'");
+  // The message names the segment, built only when it is needed.
+  try {
+    return fromUtf8(bytes, "decoded segment");
+  } catch (const Exception& e) {
+    throw Exception("segment '" + narrow(segment) + "': " + e.what());
+  }
 }
 
 }  // namespace opc::kqservices::detail

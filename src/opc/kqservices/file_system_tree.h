@@ -11,22 +11,55 @@
 
 namespace opc::kqservices::detail {
 
-// A file or folder. Children are keyed by the ASCII-lower-cased segment, which is how the package
-// tells part names apart, so a name equal but for case finds its rival.
+// Orders segments as the package tells part names apart: ASCII letters without case.
+struct AsciiCaseLess {
+  using is_transparent = void;
+  [[nodiscard]] bool operator()(ustring_view a, ustring_view b) const noexcept;
+};
+
+// A file or folder. Children are keyed by their segment without case, so a name equal but for case
+// finds its rival; each key views the child's own segment, which lives as long as the child.
 struct TreeNode {
   ustring name;     // decoded
   ustring segment;  // encoded, as in the part name
   bool file = false;
   bool placeholder = false;  // an empty folder held by a part of its own
   TreeNode* parent = nullptr;
-  std::map<ustring, std::unique_ptr<TreeNode>> children;
+  std::map<ustring_view, std::unique_ptr<TreeNode>, AsciiCaseLess> children;
 
-  [[nodiscard]] TreeNode* child(const ustring& segmentText) const;
+  [[nodiscard]] TreeNode* child(ustring_view segmentText) const;
+  // Hangs `node` below this one, keyed by its segment; returns it.
+  TreeNode* adopt(std::unique_ptr<TreeNode> node);
   // Path below the tree prefix ("a/b%20c"), and the decoded path name ("/a/b c").
   [[nodiscard]] ustring encodedPath() const;
   [[nodiscard]] ustring pathName() const;
   [[nodiscard]] std::vector<const TreeNode*> sortedChildren() const;
 };
+
+// Builds a tree from part names one by one. Keeps the folders of the last path added, so a path in
+// the same folder as the one before (the usual order of a package's items) is not walked from the
+// root again. Holds a reference to the root, which must outlive it; nodes are only ever added.
+class TreeBuilder {
+ public:
+  explicit TreeBuilder(TreeNode& root) : root_(root) {}
+
+  // Adds the leaf at `encodedPath` (the part name below the tree prefix, segments encoded) and the
+  // folders above it; a folder whose segment is equal but for ASCII case is reused, so the order of
+  // the parts decides which spelling the folder shows. Throws opc::Exception when a segment does not
+  // decode, when the leaf is there already (an equivalent name), or when the path runs through a
+  // leaf or ends on a folder (a name that is a prefix folder of another). A package refuses the last
+  // two, so only a tree read from bare item names meets them. On failure the nodes made so far stay.
+  void add(ustring_view encodedPath, bool placeholder);
+
+ private:
+  TreeNode& root_;
+  ustring last_;                   // the path added last
+  std::vector<TreeNode*> folders_; // the folders of its segments but the last, root first
+};
+
+// The path names of every leaf (file or empty folder), depth first, each folder in sortedChildren
+// order.
+[[nodiscard]] std::vector<ustring> listLeaves(const TreeNode& root);
 
 struct TreeIndex {
   TreeNode root;

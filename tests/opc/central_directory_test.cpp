@@ -1,0 +1,231 @@
+#include "opc/zippackage/central_directory.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+#include <zip.h>
+
+#include <cstring>
+#include <functional>
+
+#include "opc/exception.h"
+#include "opc_test_support.h"
+
+namespace opc::zippackage {
+namespace {
+
+using namespace opc::test;
+
+struct Item {
+  std::string name;
+  std::string bytes;
+  zip_int32_t method = ZIP_CM_STORE;
+};
+
+// Writes an archive with libzip, which is the reference the reader is held to.
+void writeZip(const std::string& path, const std::vector<Item>& items, const std::string& comment = {}) {
+  int error = 0;
+  zip_t* zip = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  ASSERT_NE(zip, nullptr) << error;
+  for (const Item& item : items) {
+    zip_source_t* source = zip_source_buffer(zip, item.bytes.data(), item.bytes.size(), 0);
+    const zip_int64_t index = zip_file_add(zip, item.name.c_str(), source, ZIP_FL_ENC_RAW);
+    ASSERT_GE(index, 0) << zip_strerror(zip);
+    ASSERT_EQ(zip_set_file_compression(zip, static_cast<zip_uint64_t>(index), item.method, 0), 0);
+  }
+  if (!comment.empty()) {
+    ASSERT_EQ(zip_set_archive_comment(zip, comment.data(), static_cast<zip_uint16_t>(comment.size())), 0);
+  }
+  ASSERT_EQ(zip_close(zip), 0) << zip_strerror(zip);
+}
+
+CentralDirectory readDirectory(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) throw std::runtime_error("cannot open " + path);
+  try {
+    CentralDirectory directory = CentralDirectory::read(fd, path);
+    ::close(fd);
+    return directory;
+  } catch (...) {
+    ::close(fd);
+    throw;
+  }
+}
+
+// Every record against what libzip reports for the same index.
+void expectSameAsLibzip(const std::string& path) {
+  const CentralDirectory directory = readDirectory(path);
+  int error = 0;
+  zip_t* zip = zip_open(path.c_str(), ZIP_RDONLY, &error);
+  ASSERT_NE(zip, nullptr) << error;
+  const auto count = static_cast<std::size_t>(zip_get_num_entries(zip, 0));
+  ASSERT_EQ(directory.records().size(), count);
+  for (std::size_t i = 0; i < count; ++i) {
+    zip_stat_t st;
+    ASSERT_EQ(zip_stat_index(zip, i, ZIP_FL_ENC_RAW, &st), 0);
+    const DirectoryRecord& record = directory.records()[i];
+    ASSERT_EQ(record.name, st.name) << i;
+    EXPECT_EQ(record.size, st.size) << st.name;
+    EXPECT_EQ(record.compressedSize, st.comp_size) << st.name;
+    EXPECT_EQ(record.crc, st.crc) << st.name;
+    EXPECT_EQ(record.method, st.comp_method) << st.name;
+    // The record's bytes start with its signature, and the next one follows right after.
+    EXPECT_EQ(directory.bytes().compare(record.recordOffset, 4, "PK\x01\x02"), 0) << st.name;
+    if (i + 1 < count) {
+      EXPECT_EQ(record.recordOffset + record.recordLength, directory.records()[i + 1].recordOffset);
+    }
+  }
+  zip_discard(zip);
+}
+
+class CentralDirectoryTest : public ::testing::Test {
+ protected:
+  ScratchDir dir;
+  std::string path = dir.file("a.zip");
+};
+
+TEST_F(CentralDirectoryTest, RecordsMatchLibzip) {
+  const std::vector<Item> items = {
+      {"[Content_Types].xml", "<Types/>", ZIP_CM_DEFLATE},
+      {"fsroot/stored.bin", patternBytes(5000, 1), ZIP_CM_STORE},
+      {"fsroot/deflated.txt", std::string(20000, 'x'), ZIP_CM_DEFLATE},
+      {"fsroot/empty", "", ZIP_CM_STORE},
+      {"fsroot/folder/", "", ZIP_CM_STORE},
+      {"fsroot/caf\xC3\xA9 name.txt", "utf-8 name", ZIP_CM_DEFLATE},
+  };
+  struct Case {
+    const char* what;
+    std::string comment;
+  };
+  // libzip takes no control characters in a comment; "@@@@" becomes an end record's signature after.
+  for (const Case& c : {Case{"no comment", ""}, Case{"a comment holding a signature", "a comment @@@@ that misleads"},
+                        Case{"the longest comment", std::string(0xFFFF, 'c')}}) {
+    SCOPED_TRACE(c.what);
+    writeZip(path, items, c.comment);
+    std::string bytes = readFile(path);
+    if (const std::size_t at = bytes.rfind("@@@@"); at != std::string::npos) {
+      bytes.replace(at, 4, "PK\x05\x06");
+      writeFile(path, bytes);
+    }
+    expectSameAsLibzip(path);
+  }
+}
+
+TEST_F(CentralDirectoryTest, MoreThan65535EntriesAreReadThroughTheZip64EndRecord) {
+  std::vector<Item> items;
+  for (int i = 0; i < 65600; ++i) {
+    std::string name(1, 'e');
+    name += std::to_string(i);
+    items.push_back({std::move(name), "", ZIP_CM_STORE});
+  }
+  writeZip(path, items);
+  const std::string bytes = readFile(path);
+  ASSERT_NE(bytes.find("PK\x06\x06"), std::string::npos) << "libzip wrote no ZIP64 end record";
+  expectSameAsLibzip(path);
+  EXPECT_EQ(readDirectory(path).records().back().name, "e65599");
+}
+
+// A valid archive's bytes, then each case breaks one thing the reader relies on.
+TEST_F(CentralDirectoryTest, MalformedArchivesAreRefused) {
+  // Long names, so that the directory could hold the fixed parts of more records than it has.
+  const std::string longName = "fsroot/" + std::string(60, 'n');
+  writeZip(path, {{"[Content_Types].xml", "<Types/>"}, {longName + "a", "a"}, {longName + "b", "bb"}});
+  const std::string valid = readFile(path);
+  const std::size_t end = valid.rfind("PK\x05\x06");
+  ASSERT_NE(end, std::string::npos);
+  const auto put16 = [](std::string& s, std::size_t at, unsigned v) {
+    s[at] = static_cast<char>(v & 0xFF);
+    s[at + 1] = static_cast<char>((v >> 8) & 0xFF);
+  };
+  const auto put32 = [&](std::string& s, std::size_t at, std::uint32_t v) {
+    put16(s, at, v & 0xFFFF);
+    put16(s, at + 2, v >> 16);
+  };
+  const std::uint32_t directoryAt = static_cast<std::uint32_t>(valid.find("PK\x01\x02"));
+
+  struct Case {
+    const char* defect;
+    std::function<std::string()> make;
+    const char* message;
+  };
+  const std::vector<Case> cases = {
+      {"too short", [] { return std::string("PK\x05\x06", 4); }, "too short"},
+      {"no end record", [&] { return std::string(valid.size(), '\0'); }, "no end of central directory"},
+      {"end record cut by the file's end", [&] { return valid.substr(0, valid.size() - 2); },
+       "no end of central directory"},
+      {"directory outside the file",
+       [&] {
+         std::string s = valid;
+         put32(s, end + 16, 0x7FFFFFF0);
+         return s;
+       },
+       "lies outside the file"},
+      {"directory size beyond the end record",
+       [&] {
+         std::string s = valid;
+         put32(s, end + 12, static_cast<std::uint32_t>(valid.size()));
+         return s;
+       },
+       "lies outside the file"},
+      {"count larger than the records",
+       [&] {
+         std::string s = valid;
+         put16(s, end + 8, 4);
+         put16(s, end + 10, 4);
+         return s;
+       },
+       "is malformed"},
+      {"count far larger than the directory",
+       [&] {
+         std::string s = valid;
+         put16(s, end + 10, 1000);
+         return s;
+       },
+       "shorter than its entries"},
+      {"record cut short",
+       [&] {
+         std::string s = valid;
+         const std::size_t last = s.rfind("PK\x01\x02", end);
+         put16(s, last + 28, 0xFFFF);  // name length far past the directory
+         return s;
+       },
+       "is cut short"},
+      {"entry starting after the directory",
+       [&] {
+         std::string s = valid;
+         put32(s, directoryAt + 42, directoryAt + 100);
+         return s;
+       },
+       "starts after the central directory"},
+      {"ZIP64 locator pointing outside",
+       [&] {
+         std::string locator("PK\x06\x07", 4);
+         locator += std::string(4, '\0');  // disk
+         locator += std::string("\x00\x00\x00\x00\xFF\x00\x00\x00", 8);  // far past the end
+         locator += std::string("\x01\x00\x00\x00", 4);
+         return valid.substr(0, end) + locator + valid.substr(end);
+       },
+       "ZIP64 end record lies outside the file"},
+      {"several disks",
+       [&] {
+         std::string s = valid;
+         put16(s, end + 4, 1);
+         return s;
+       },
+       "several disks"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.defect);
+    writeFile(path, c.make());
+    try {
+      (void)readDirectory(path);
+      ADD_FAILURE() << "accepted";
+    } catch (const opc::Exception& e) {
+      EXPECT_NE(std::strstr(e.what(), c.message), nullptr) << e.what();
+      EXPECT_NE(std::strstr(e.what(), path.c_str()), nullptr) << e.what();
+    }
+  }
+}
+
+}  // namespace
+}  // namespace opc::zippackage
