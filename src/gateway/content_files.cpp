@@ -85,8 +85,7 @@ ZV_GATEWAY void zvAddonGetFileList(int outputCount, qxArray** outputs, int input
   checkArgumentCounts(outputCount, inputCount, 1, 1);
   const ustring path = matrix::get_ustring(inputs[0]);
   guarded<keys::ZVADDON_BUILTINS_ERROR_GET_FILE_LIST>(path, [&] {
-    std::vector<ustring> files;
-    withPackage(path, kRead, [&](AddonPackage& package) { files = package.getFileList(); });
+    const std::vector<ustring> files = AddonPackage::readFileList(path);
     outputs[0] = addon::packaging::hostio::makeStringList(files).release();
   });
 }

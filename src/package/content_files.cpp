@@ -1,6 +1,15 @@
 // AddonPackage: the add-on's content files and folders, through the file-system manager.
 #include "package/addon_package.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "opc/detail/fd.h"
+#include "opc/detail/text.h"
+#include "opc/zippackage/central_directory.h"
+
 namespace addon::packaging {
 
 namespace fs = opc::kqservices;
@@ -26,6 +35,21 @@ void AddonPackage::addFolders(const std::vector<ustring>& folders) {
 // An empty folder is listed under its own path, so that it survives a list-and-rebuild.
 std::vector<ustring> AddonPackage::getFileList() {
   return fileSystem_.listFiles();
+}
+
+std::vector<ustring> AddonPackage::readFileList(const ustring& path) {
+  if (path.empty()) throw opc::Exception("empty package path");
+  const std::string narrowPath = opc::detail::toUtf8(path, "package path");
+  const opc::detail::UniqueFd fd(::open(narrowPath.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) {
+    if (errno == ENOENT || errno == ENOTDIR) throw opc::model::PackageNotFound(path);
+    throw opc::Exception(opc::detail::osError("cannot open package", narrowPath, errno));
+  }
+  struct stat st {};
+  if (::fstat(fd.get(), &st) != 0) throw opc::Exception(opc::detail::osError("cannot open package", narrowPath, errno));
+  if (S_ISDIR(st.st_mode)) throw opc::Exception("cannot open package '" + narrowPath + "': it is a folder");
+  const auto directory = opc::zippackage::CentralDirectory::read(fd.get(), narrowPath);
+  return fs::FileSystemManager::listFiles(directory, narrowPath);
 }
 
 void AddonPackage::extractAllFiles(const ustring& destination) {
