@@ -152,7 +152,10 @@ void unfinishStream(std::string& stream) {
 PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, unsigned threads) {
   const std::optional<std::uint64_t> expected = source.size();
   if (!expected) throw Exception("a source of unknown size cannot be deflated in pieces");
-  threads = std::max(1u, threads);
+  // No more threads (and buffers) than the entry has pieces: a small entry on a many-core machine
+  // does not take a piece's memory per core.
+  const std::uint64_t pieceCount = (*expected + kPieceSize - 1) / kPieceSize;
+  threads = static_cast<unsigned>(std::clamp<std::uint64_t>(pieceCount, 1, std::max(1u, threads)));
   auto stream = source.openStream();
   std::vector<Compressor> compressors;  // one per thread, made once the first bytes show the level
   PieceStream result;
