@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <string>
 
 #include "foundation/clock.h"
@@ -129,21 +130,20 @@ const TreeNode& firstLeaf(const TreeNode& folder) {
 }  // namespace
 
 void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
-  // The folders shared with the last path, segment for segment and byte for byte, are known.
-  std::size_t shared = 0;
-  std::size_t start = 0;
-  while (shared < folders_.size()) {
-    const std::size_t slash = encodedPath.find(u'/', start);
-    if (slash == ustring_view::npos || slash >= last_.size() || last_[slash] != u'/' ||
-        encodedPath.compare(start, slash - start, ustring_view(last_).substr(start, slash - start)) != 0) {
-      break;
-    }
-    ++shared;
-    start = slash + 1;
+  // The folders shared with the last path, segment for segment and byte for byte, are known: those
+  // whose '/' lies inside the common prefix.
+  const std::size_t common = std::min(encodedPath.size(), last_.size());
+  std::size_t same = 0;
+  while (same + 4 <= common && std::memcmp(encodedPath.data() + same, last_.data() + same, 4 * sizeof(char16_t)) == 0) {
+    same += 4;
   }
-  folders_.resize(shared);
+  while (same < common && encodedPath[same] == last_[same]) ++same;
+  const auto firstUnshared = std::lower_bound(folders_.begin(), folders_.end(), same,
+                                              [](const Folder& f, std::size_t at) { return f.slash < at; });
+  folders_.erase(firstUnshared, folders_.end());
+  std::size_t start = folders_.empty() ? 0 : folders_.back().slash + 1;
   last_.clear();  // until the path is in, nothing is known
-  TreeNode* folder = shared == 0 ? &root_ : folders_.back();
+  TreeNode* folder = folders_.empty() ? &root_ : folders_.back().node;
   for (;;) {
     const std::size_t slash = encodedPath.find(u'/', start);
     const bool last = slash == ustring_view::npos;
@@ -170,7 +170,7 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
       last_.assign(encodedPath);
       return;
     }
-    folders_.push_back(next);
+    folders_.push_back({slash, next});
     folder = next;
     start = slash + 1;
   }
@@ -437,45 +437,41 @@ bool startsWithIgnoreAsciiCase(std::string_view text, std::string_view lowerPref
 // no segment ending in '.', and no relationships name (those are no files). It may say false for a
 // name opening accepts; PartName then decides, and says why when it refuses.
 bool isPlainFileItemName(std::string_view item) {
-  // Byte classes: 0 never plain, 1 a path character, 2 '/', 3 '%', 4 an upper-case hex digit
-  // (a path character too).
+  enum : std::uint8_t { kPath = 1, kHex = 2, kSlash = 4, kPercent = 8 };
   static constexpr auto kClass = [] {
     std::array<std::uint8_t, 256> table{};
     for (char16_t c = 0; c < 0x80; ++c) {
-      if (opc::detail::isUnreserved(c) || opc::detail::isSubDelim(c) || c == u':' || c == u'@') table[c] = 1;
+      if (opc::detail::isUnreserved(c) || opc::detail::isSubDelim(c) || c == u':' || c == u'@') table[c] = kPath;
     }
-    for (char16_t c = u'0'; c <= u'9'; ++c) table[c] = 4;
-    for (char16_t c = u'A'; c <= u'F'; ++c) table[c] = 4;
-    table['/'] = 2;
-    table['%'] = 3;
+    for (char16_t c = u'0'; c <= u'9'; ++c) table[c] |= kHex;
+    for (char16_t c = u'A'; c <= u'F'; ++c) table[c] |= kHex;
+    table['/'] = kSlash;
+    table['%'] = kPercent;
     return table;
   }();
   const auto at = [&](std::size_t i) { return kClass[static_cast<unsigned char>(item[i])]; };
-  if (item.empty() || (item.size() >= 5 && startsWithIgnoreAsciiCase(item.substr(item.size() - 5), ".rels"))) {
+  if (item.empty() || item.back() == '.' || item.back() == '/' ||
+      (item.size() >= 5 && startsWithIgnoreAsciiCase(item.substr(item.size() - 5), ".rels"))) {
     return false;
   }
   std::size_t segmentStart = 0;
   for (std::size_t i = 0; i < item.size(); ++i) {
-    switch (at(i)) {
-      case 1:
-      case 4:
-        break;
-      case 2:
-        if (i == segmentStart || item[i - 1] == '.') return false;
-        segmentStart = i + 1;
-        break;
-      case 3: {
-        if (i + 2 >= item.size() || at(i + 1) != 4 || at(i + 2) != 4) return false;
-        const auto value = static_cast<char16_t>(opc::detail::hexValue(item[i + 1]) * 16 + opc::detail::hexValue(item[i + 2]));
-        if (value == u'/' || value == u'\\' || opc::detail::isUnreserved(value)) return false;
-        i += 2;
-        break;
-      }
-      default:
-        return false;
+    const std::uint8_t c = at(i);
+    if ((c & kPath) != 0) continue;
+    if (c == kSlash) {
+      if (i == segmentStart || item[i - 1] == '.') return false;
+      segmentStart = i + 1;
+    } else if (c == kPercent) {
+      if (i + 2 >= item.size() || (at(i + 1) & kHex) == 0 || (at(i + 2) & kHex) == 0) return false;
+      const auto value =
+          static_cast<char16_t>(opc::detail::hexValue(item[i + 1]) * 16 + opc::detail::hexValue(item[i + 2]));
+      if (value == u'/' || value == u'\\' || opc::detail::isUnreserved(value)) return false;
+      i += 2;
+    } else {
+      return false;
     }
   }
-  return segmentStart < item.size() && item.back() != '.';
+  return true;
 }
 
 constexpr std::string_view kContentTypesItem = "[Content_Types].xml";

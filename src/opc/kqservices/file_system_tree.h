@@ -52,9 +52,13 @@ class TreeBuilder {
   void add(ustring_view encodedPath, bool placeholder);
 
  private:
+  struct Folder {
+    std::size_t slash;  // where the folder's segment ends in last_
+    TreeNode* node;
+  };
   TreeNode& root_;
-  ustring last_;                   // the path added last
-  std::vector<TreeNode*> folders_; // the folders of its segments but the last, root first
+  ustring last_;                  // the path added last
+  std::vector<Folder> folders_;   // the folders of its segments but the last, root first
 };
 
 // The path names of every leaf (file or empty folder), depth first, each folder in sortedChildren
