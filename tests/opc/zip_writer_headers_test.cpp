@@ -214,7 +214,9 @@ TEST(ZipWriterHeadersTest, CopiedEntriesKeepTheirStoredBytes) {
     const auto after = rawEntries();
     ASSERT_EQ(after.size(), before.size());
     for (const auto& [name, raw] : before) {
-      if (name != "fsroot/replaced.txt") EXPECT_EQ(after.at(name), raw) << name;
+      if (name != "fsroot/replaced.txt") {
+        EXPECT_EQ(after.at(name), raw) << name;
+      }
     }
     ZipPhysicalPackage physical(u16(file), false);
     physical.openArchive();
