@@ -6,7 +6,6 @@
 #include <zip.h>
 
 #include <cstring>
-#include <functional>
 
 #include "opc/exception.h"
 #include "opc_test_support.h"
@@ -132,91 +131,40 @@ TEST_F(CentralDirectoryTest, MalformedArchivesAreRefused) {
   writeZip(path, {{"[Content_Types].xml", "<Types/>"}, {longName + "a", "a"}, {longName + "b", "bb"}});
   const std::string valid = readFile(path);
   const std::size_t end = valid.rfind("PK\x05\x06");
+  const std::size_t directory = valid.find("PK\x01\x02");
+  const std::size_t lastRecord = valid.rfind("PK\x01\x02");
   ASSERT_NE(end, std::string::npos);
-  const auto put16 = [](std::string& s, std::size_t at, unsigned v) {
-    s[at] = static_cast<char>(v & 0xFF);
-    s[at + 1] = static_cast<char>((v >> 8) & 0xFF);
+  // The valid bytes with the little-endian `value` of `width` bytes put at `at`.
+  const auto patched = [&](std::size_t at, std::uint64_t value, std::size_t width) {
+    std::string s = valid;
+    for (std::size_t i = 0; i < width; ++i) s[at + i] = static_cast<char>((value >> (8 * i)) & 0xFF);
+    return s;
   };
-  const auto put32 = [&](std::string& s, std::size_t at, std::uint32_t v) {
-    put16(s, at, v & 0xFFFF);
-    put16(s, at + 2, v >> 16);
-  };
-  const std::uint32_t directoryAt = static_cast<std::uint32_t>(valid.find("PK\x01\x02"));
+  // A ZIP64 locator before the end record, pointing far past the end of the file.
+  const std::string locator("PK\x06\x07\0\0\0\0\0\0\0\0\xFF\0\0\0\x01\0\0\0", 20);
 
-  struct Case {
+  const struct {
     const char* defect;
-    std::function<std::string()> make;
+    std::string bytes;
     const char* message;
-  };
-  const std::vector<Case> cases = {
-      {"too short", [] { return std::string("PK\x05\x06", 4); }, "too short"},
-      {"no end record", [&] { return std::string(valid.size(), '\0'); }, "no end of central directory"},
-      {"end record cut by the file's end", [&] { return valid.substr(0, valid.size() - 2); },
-       "no end of central directory"},
-      {"directory outside the file",
-       [&] {
-         std::string s = valid;
-         put32(s, end + 16, 0x7FFFFFF0);
-         return s;
-       },
-       "lies outside the file"},
-      {"directory size beyond the end record",
-       [&] {
-         std::string s = valid;
-         put32(s, end + 12, static_cast<std::uint32_t>(valid.size()));
-         return s;
-       },
-       "lies outside the file"},
-      {"count larger than the records",
-       [&] {
-         std::string s = valid;
-         put16(s, end + 8, 4);
-         put16(s, end + 10, 4);
-         return s;
-       },
-       "is malformed"},
-      {"count far larger than the directory",
-       [&] {
-         std::string s = valid;
-         put16(s, end + 10, 1000);
-         return s;
-       },
-       "shorter than its entries"},
-      {"record cut short",
-       [&] {
-         std::string s = valid;
-         const std::size_t last = s.rfind("PK\x01\x02", end);
-         put16(s, last + 28, 0xFFFF);  // name length far past the directory
-         return s;
-       },
-       "is cut short"},
-      {"entry starting after the directory",
-       [&] {
-         std::string s = valid;
-         put32(s, directoryAt + 42, directoryAt + 100);
-         return s;
-       },
+  } cases[] = {
+      {"too short", "PK\x05\x06", "too short"},
+      {"no end record", std::string(valid.size(), '\0'), "no end of central directory"},
+      {"end record cut by the file's end", valid.substr(0, valid.size() - 2), "no end of central directory"},
+      {"directory outside the file", patched(end + 16, 0x7FFFFFF0, 4), "lies outside the file"},
+      {"directory running into the end record", patched(end + 12, valid.size(), 4), "lies outside the file"},
+      {"count larger than the records", patched(end + 10, 4, 2), "record 3 is malformed"},
+      {"count far larger than the directory", patched(end + 10, 1000, 2), "shorter than its entries"},
+      {"record cut short", patched(lastRecord + 28, 0xFFFF, 2), "is cut short"},
+      {"entry starting after the directory", patched(directory + 42, directory + 100, 4),
        "starts after the central directory"},
-      {"ZIP64 locator pointing outside",
-       [&] {
-         std::string locator("PK\x06\x07", 4);
-         locator += std::string(4, '\0');  // disk
-         locator += std::string("\x00\x00\x00\x00\xFF\x00\x00\x00", 8);  // far past the end
-         locator += std::string("\x01\x00\x00\x00", 4);
-         return valid.substr(0, end) + locator + valid.substr(end);
-       },
+      {"ZIP64 locator pointing outside", valid.substr(0, end) + locator + valid.substr(end),
        "ZIP64 end record lies outside the file"},
-      {"several disks",
-       [&] {
-         std::string s = valid;
-         put16(s, end + 4, 1);
-         return s;
-       },
-       "several disks"},
+      {"several disks", patched(end + 4, 1, 2), "several disks"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.defect);
-    writeFile(path, c.make());
+    writeFile(path, c.bytes);
     try {
       (void)readDirectory(path);
       ADD_FAILURE() << "accepted";
