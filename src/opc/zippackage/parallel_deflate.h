@@ -14,8 +14,10 @@
 
 namespace opc::zippackage {
 
-// The deflate level of every stream the writer makes: zlib's default, whose sizes people know.
-constexpr int kDeflateLevel = 6;
+// The deflate level of the streams the writer makes. libdeflate's level 5 packs an add-on tree as
+// tightly as zlib's default level 6 does (the benchmark tree: 382.5 MB against Info-ZIP's 383.4 MB at
+// -6) and takes a quarter less CPU than its own level 6.
+constexpr int kDeflateLevel = 5;
 
 // Entries up to this size are read whole and deflated in memory by one worker each.
 constexpr std::uint64_t kWholeEntryLimit = 1u << 20;
