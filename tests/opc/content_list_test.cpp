@@ -170,6 +170,8 @@ TEST_F(ContentListTest, WhatOpeningRefusesOnItemNamesIsRefused) {
        "'fsroot/a.txt'"},
       {"the tree prefix as a part", {"[Content_Types].xml", "fsroot/x.txt", "fsroot"}, "'fsroot'"},
       {"an encrypted item", {"[Content_Types].xml", "fsroot/x.txt"}, "'fsroot/x.txt' is encrypted", "fsroot/x.txt"},
+      {"encrypted content types", {"[Content_Types].xml", "fsroot/x.txt"}, "[Content_Types].xml is encrypted",
+       "[Content_Types].xml"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

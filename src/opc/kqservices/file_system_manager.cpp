@@ -499,15 +499,20 @@ std::vector<ustring> FileSystemManager::listFiles(const zippackage::CentralDirec
   std::size_t prefixItem = records.size();  // an item named "fsroot" itself
   for (std::size_t i = 0; i < records.size(); ++i) {
     const zippackage::DirectoryRecord& record = records[i];
-    if (record.name == kContentTypesItem) continue;
-    if ((record.flags & 0x0001) != 0) throw Exception(where(i) + " is encrypted");
+    constexpr std::uint16_t kEncrypted = 0x0001;
+    if (record.name == kContentTypesItem) {
+      if ((record.flags & kEncrypted) != 0) throw Exception("package '" + packagePath + "': [Content_Types].xml is encrypted");
+      continue;
+    }
     if (!record.name.empty() && record.name.back() == '/') continue;  // a folder item: no part
+    if ((record.flags & kEncrypted) != 0) throw Exception(where(i) + " is encrypted");
     if (record.method != 0 && record.method != 8) {
       throw Exception(where(i) + " uses compression method " + std::to_string(record.method) +
                       " (stored and deflate are supported)");
     }
     if (!startsWithIgnoreAsciiCase(record.name, kPrefixItem)) {
-      if (record.name.size() + 1 == kPrefixItem.size() && startsWithIgnoreAsciiCase(record.name, kPrefixItem.substr(0, record.name.size()))) {
+      if (record.name.size() + 1 == kPrefixItem.size() &&
+          startsWithIgnoreAsciiCase(record.name, kPrefixItem.substr(0, record.name.size()))) {
         prefixItem = i;
       }
       continue;

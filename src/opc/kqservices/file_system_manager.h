@@ -140,8 +140,9 @@ class FileSystemManager {
   // `packagePath` and the item) what the names and flags show: no "[Content_Types].xml" item or
   // two of them, an encrypted item, a compression method other than stored and deflate, and below
   // "fsroot/" a name that is no valid part name, two equivalent names, and a name that is a folder
-  // of another (so is "fsroot" itself beside them). The relationships and content types, which only
-  // the items' bytes show, are not checked: a package listed here may still fail to open.
+  // of another (so is "fsroot" itself beside them). Not checked: names outside "fsroot/", the
+  // relationships items, and whatever only the items' bytes show (content types, relationships):
+  // a package listed here may still fail to open.
   [[nodiscard]] static std::vector<ustring> listFiles(const zippackage::CentralDirectory& directory,
                                                       const std::string& packagePath);
   // The entry at a path inside the add-on, if there is one.
