@@ -1,5 +1,6 @@
 #include "foundation/i18n.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include <boost/locale/encoding_utf.hpp>
@@ -19,11 +20,21 @@ void requireUtf8(std::string_view encoding) {
   if (!isUtf8Name(encoding)) throw conversion_error("unsupported encoding: " + std::string(encoding));
 }
 
+// Most text crossing this boundary is ASCII (part names, paths, XML names), which converts one unit
+// to one byte; Boost's converter encodes each code point through an output iterator instead.
+template <class To, class From>
+bool copyAscii(const From* begin, const From* end, std::basic_string<To>& out) {
+  if (!std::all_of(begin, end, [](From c) { return static_cast<std::make_unsigned_t<From>>(c) < 0x80; })) return false;
+  out.assign(begin, end);
+  return true;
+}
+
 }  // namespace
 
 // Boost.Locale's converter in its stopping form: a lone surrogate, an overlong or truncated sequence
 // or a code point beyond U+10FFFF throws instead of being replaced.
 std::string to_utf8(ustring_view text) {
+  if (std::string out; copyAscii(text.data(), text.data() + text.size(), out)) return out;
   try {
     return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size(), boost::locale::conv::stop);
   } catch (const boost::locale::conv::conversion_error&) {
@@ -32,6 +43,7 @@ std::string to_utf8(ustring_view text) {
 }
 
 ustring from_utf8(std::string_view text) {
+  if (ustring out; copyAscii(text.data(), text.data() + text.size(), out)) return out;
   try {
     return boost::locale::conv::utf_to_utf<char16_t>(text.data(), text.data() + text.size(), boost::locale::conv::stop);
   } catch (const boost::locale::conv::conversion_error&) {

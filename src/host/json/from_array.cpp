@@ -31,8 +31,6 @@ std::optional<std::string> utf8(const qxArray* a) {
   }
 }
 
-bool isPlainString(const qxArray* a) { return qxIsChar(a) && isRow(a) && utf8(a).has_value(); }
-
 Json floating(double v) {
   if (std::isnan(v)) return "NaN";
   if (std::isinf(v)) return v > 0 ? "Inf" : "-Inf";
@@ -114,12 +112,16 @@ Json structure(const qxArray* a) {
 
 Json cell(const qxArray* a) {
   const std::size_t n = count(a);
-  bool strings = isRow(a) && n >= 1;
-  for (std::size_t k = 0; strings && k < n; ++k) strings = isPlainString(qxGetCell(a, k));
-  if (strings) {
+  if (isRow(a) && n >= 1) {
+    // A row of plain strings is a JSON array of strings; each is converted once.
     Json out = Json::array();
-    for (std::size_t k = 0; k < n; ++k) out.push_back(*utf8(qxGetCell(a, k)));
-    return out;
+    for (std::size_t k = 0; k < n; ++k) {
+      const qxArray* element = qxGetCell(a, k);
+      std::optional<std::string> narrow = qxIsChar(element) && isRow(element) ? utf8(element) : std::nullopt;
+      if (!narrow) break;
+      out.push_back(*std::move(narrow));
+    }
+    if (out.size() == n) return out;
   }
   Json out = typedHead(a, "cell");
   Json data = Json::array();
