@@ -20,6 +20,8 @@ void AddonPackage::addFiles(const std::vector<ustring>& first, const std::vector
   for (std::size_t i = 0; i < first.size(); ++i) {
     (void)fileSystem_.addFile(first[i], second[i], fs::TransformMode::Encode);
   }
+  // Closing writes the package next, which needs the parts but not the tree (megabytes for a large add-on).
+  fileSystem_.releaseTree();
 }
 
 // A folder already present is no error, so adding folders twice is harmless.
@@ -30,6 +32,7 @@ void AddonPackage::addFolders(const std::vector<ustring>& folders) {
     } catch (const fs::FileSystemEntryAlreadyExists&) {
     }
   }
+  fileSystem_.releaseTree();
 }
 
 // An empty folder is listed under its own path, so that it survives a list-and-rebuild.

@@ -329,6 +329,8 @@ void FileSystemManager::restorePlaceholder(const TreeNode* emptied) noexcept {
   index_.reset();
 }
 
+void FileSystemManager::releaseTree() noexcept { index_.reset(); }
+
 FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustring& pathInAddon, TransformMode mode) {
   TreeIndex& tree = index();
   if (tree.mode == interfaces::OpenMode::Read) throw Exception("cannot add files: the package is open for reading");

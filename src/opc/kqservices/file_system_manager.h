@@ -147,6 +147,9 @@ class FileSystemManager {
                                                       const std::string& packagePath);
   // The entry at a path inside the add-on, if there is one.
   [[nodiscard]] bool exists(const ustring& pathInAddon) const;
+  // Lets go of the in-memory tree (read again on next use), e.g. once a batch of additions is done
+  // and the package is about to be written, which needs the parts but not the tree.
+  void releaseTree() noexcept;
 
   // Writes the whole tree below `destination` (created when missing; it may itself be a link).
   // Before anything is written, every target is checked and the extraction is refused with an
