@@ -8,6 +8,7 @@
 
 #include "opc/detail/fd.h"
 #include "opc/exception.h"
+#include "opc/zippackage/little_endian.h"
 
 namespace opc::zippackage {
 
@@ -22,16 +23,9 @@ constexpr std::uint32_t kLocatorSignature = 0x07064b50;
 constexpr std::uint32_t kEnd64Signature = 0x06064b50;
 constexpr std::uint32_t kRecordSignature = 0x02014b50;
 
-std::uint16_t get16(const char* p) {
-  const auto* b = reinterpret_cast<const unsigned char*>(p);
-  return static_cast<std::uint16_t>(b[0] | (b[1] << 8));
-}
-std::uint32_t get32(const char* p) {
-  return get16(p) | (static_cast<std::uint32_t>(get16(p + 2)) << 16);
-}
-std::uint64_t get64(const char* p) {
-  return get32(p) | (static_cast<std::uint64_t>(get32(p + 4)) << 32);
-}
+using le::get16;
+using le::get32;
+using le::get64;
 
 [[noreturn]] void malformed(const std::string& path, const std::string& what) {
   throw Exception("cannot open package '" + path + "': " + what);

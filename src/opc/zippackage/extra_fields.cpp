@@ -1,5 +1,7 @@
 #include "opc/zippackage/extra_fields.h"
 
+#include "opc/zippackage/little_endian.h"
+
 namespace opc::zippackage::extra {
 
 namespace {
@@ -7,19 +9,10 @@ namespace {
 constexpr std::int64_t kSecondsFrom1601To1970 = 11644473600;
 constexpr std::uint64_t kTicksPerSecond = 10'000'000;
 
-void put16(std::uint8_t* p, std::uint16_t v) {
-  p[0] = static_cast<std::uint8_t>(v);
-  p[1] = static_cast<std::uint8_t>(v >> 8);
-}
-void put64(std::uint8_t* p, std::uint64_t v) {
-  for (int i = 0; i < 8; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-std::uint16_t get16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | (p[1] << 8)); }
-std::uint64_t get64(const std::uint8_t* p) {
-  std::uint64_t v = 0;
-  for (int i = 7; i >= 0; --i) v = (v << 8) | p[i];
-  return v;
-}
+using le::get16;
+using le::get64;
+using le::put16;
+using le::put64;
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 
 #include "opc/detail/fd.h"
 #include "opc/exception.h"
+#include "opc/zippackage/little_endian.h"
 
 namespace opc::zippackage {
 
@@ -16,40 +17,14 @@ namespace {
 constexpr std::size_t kLocalHeaderSize = 30;
 constexpr std::uint32_t kMax32 = 0xFFFFFFFF;
 
-std::uint16_t get16(const char* p) {
-  const auto* b = reinterpret_cast<const unsigned char*>(p);
-  return static_cast<std::uint16_t>(b[0] | (b[1] << 8));
-}
-std::uint32_t get32(const char* p) {
-  return get16(p) | (static_cast<std::uint32_t>(get16(p + 2)) << 16);
-}
-void put16(char* p, std::uint16_t v) {
-  p[0] = static_cast<char>(v);
-  p[1] = static_cast<char>(v >> 8);
-}
-void put32(char* p, std::uint32_t v) {
-  put16(p, static_cast<std::uint16_t>(v));
-  put16(p + 2, static_cast<std::uint16_t>(v >> 16));
-}
-void put64(char* p, std::uint64_t v) {
-  put32(p, static_cast<std::uint32_t>(v));
-  put32(p + 4, static_cast<std::uint32_t>(v >> 32));
-}
-void append16(std::string& s, std::uint16_t v) {
-  char b[2];
-  put16(b, v);
-  s.append(b, 2);
-}
-void append32(std::string& s, std::uint32_t v) {
-  char b[4];
-  put32(b, v);
-  s.append(b, 4);
-}
-void append64(std::string& s, std::uint64_t v) {
-  char b[8];
-  put64(b, v);
-  s.append(b, 8);
-}
+using le::append16;
+using le::append32;
+using le::append64;
+using le::get16;
+using le::get32;
+using le::put16;
+using le::put32;
+using le::put64;
 
 // Copies [from, from + size) of `in` to `to` in `out`, inside the kernel where it can.
 void copyRange(int in, std::uint64_t from, int out, std::uint64_t to, std::uint64_t size, const std::string& path) {
