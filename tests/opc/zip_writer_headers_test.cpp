@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <vector>
 
 #include "opc/detail/content_sources.h"
 #include "opc/zippackage/extra_fields.h"
@@ -50,6 +51,21 @@ std::vector<HeaderFlags> headerFlags(const std::string& archive) {
   return out;
 }
 
+struct TestEntry {
+  const char* name;
+  std::string bytes;
+  Compression compression;
+};
+
+void writeEntries(const std::string& file, const std::vector<TestEntry>& entries) {
+  ZipPhysicalPackage physical(u16(file), false);
+  auto writer = physical.createWriter();
+  for (const auto& e : entries) {
+    writer->addEntry(e.name, std::make_shared<detail::MemoryContentSource>(e.bytes), e.compression, {});
+  }
+  writer->commit();
+}
+
 TEST(ZipWriterHeadersTest, EveryNameIsMarkedUtf8AndDataLikeAHeaderStaysIntact) {
   // Stored bytes whose tail, as libzip copies it, is one write that looks like a local header
   // followed by a name length of 30: the next write (a real header) must not be taken for a name.
@@ -59,11 +75,7 @@ TEST(ZipWriterHeadersTest, EveryNameIsMarkedUtf8AndDataLikeAHeaderStaysIntact) {
   fake[26] = 30;
   fake[27] = 0;
   lookalike += fake;
-  const struct {
-    const char* name;
-    std::string bytes;
-    Compression compression;
-  } entries[] = {
+  const std::vector<TestEntry> entries = {
       {"[Content_Types].xml", "<Types/>", Compression::Deflated},
       {"fsroot/plain.m", patternBytes(5000, 1), Compression::Deflated},
       {"fsroot/caf%C3%A9.txt", patternBytes(100, 2), Compression::Stored},
@@ -72,14 +84,7 @@ TEST(ZipWriterHeadersTest, EveryNameIsMarkedUtf8AndDataLikeAHeaderStaysIntact) {
   };
   ScratchDir dir;
   const std::string file = dir.file("flags.zip");
-  {
-    ZipPhysicalPackage physical(u16(file), false);
-    auto writer = physical.createWriter();
-    for (const auto& e : entries) {
-      writer->addEntry(e.name, std::make_shared<detail::MemoryContentSource>(e.bytes), e.compression, {});
-    }
-    writer->commit();
-  }
+  writeEntries(file, entries);
   // Copied entries get their headers written anew and must keep the flag too.
   const std::string copied = dir.file("copied.zip");
   std::filesystem::copy_file(file, copied);
@@ -94,7 +99,7 @@ TEST(ZipWriterHeadersTest, EveryNameIsMarkedUtf8AndDataLikeAHeaderStaysIntact) {
   for (const std::string& path : {file, copied}) {
     SCOPED_TRACE(path);
     const auto flags = headerFlags(readFile(path));
-    ASSERT_EQ(flags.size(), path == file ? std::size(entries) : std::size(entries) + 1);
+    ASSERT_EQ(flags.size(), path == file ? entries.size() : entries.size() + 1);
     for (const HeaderFlags& h : flags) {
       EXPECT_EQ(h.central & 0x0800, 0x0800) << h.name;
       EXPECT_EQ(h.local & 0x0800, 0x0800) << h.name;
@@ -161,11 +166,7 @@ TEST(ZipWriterHeadersTest, TimesRoundTripThroughTheShortestExactField) {
 // Unchanged entries are copied as the bytes they are stored as, whatever the layout around them:
 // a replaced entry in the middle, an empty one, a non-ASCII name, and a second round of copying.
 TEST(ZipWriterHeadersTest, CopiedEntriesKeepTheirStoredBytes) {
-  const struct {
-    const char* name;
-    std::string bytes;
-    Compression compression;
-  } entries[] = {
+  const std::vector<TestEntry> entries = {
       {"[Content_Types].xml", "<Types/>", Compression::Deflated},
       {"fsroot/a.m", patternBytes(70000, 4), Compression::Deflated},
       {"fsroot/replaced.txt", "old", Compression::Deflated},
@@ -174,14 +175,7 @@ TEST(ZipWriterHeadersTest, CopiedEntriesKeepTheirStoredBytes) {
   };
   ScratchDir dir;
   const std::string file = dir.file("rounds.zip");
-  {
-    ZipPhysicalPackage physical(u16(file), false);
-    auto writer = physical.createWriter();
-    for (const auto& e : entries) {
-      writer->addEntry(e.name, std::make_shared<detail::MemoryContentSource>(e.bytes), e.compression, {});
-    }
-    writer->commit();
-  }
+  writeEntries(file, entries);
   const auto rawEntries = [&] {
     ZipPhysicalPackage physical(u16(file), false);
     physical.openArchive();
