@@ -1,11 +1,6 @@
 // AddonPackage: the add-on's content files and folders, through the file-system manager.
 #include "package/addon_package.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-
 #include "opc/detail/fd.h"
 #include "opc/detail/text.h"
 #include "opc/zippackage/central_directory.h"
@@ -43,14 +38,7 @@ std::vector<ustring> AddonPackage::getFileList() {
 std::vector<ustring> AddonPackage::readFileList(const ustring& path) {
   if (path.empty()) throw opc::Exception("empty package path");
   const std::string narrowPath = opc::detail::toUtf8(path, "package path");
-  const opc::detail::UniqueFd fd(::open(narrowPath.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!fd) {
-    if (errno == ENOENT || errno == ENOTDIR) throw opc::model::PackageNotFound(path);
-    throw opc::Exception(opc::detail::osError("cannot open package", narrowPath, errno));
-  }
-  struct stat st {};
-  if (::fstat(fd.get(), &st) != 0) throw opc::Exception(opc::detail::osError("cannot open package", narrowPath, errno));
-  if (S_ISDIR(st.st_mode)) throw opc::Exception("cannot open package '" + narrowPath + "': it is a folder");
+  const opc::detail::UniqueFd fd(opc::zippackage::openPackageFile(path, narrowPath));
   const auto directory = opc::zippackage::CentralDirectory::read(fd.get(), narrowPath);
   return fs::FileSystemManager::listFiles(directory, narrowPath);
 }

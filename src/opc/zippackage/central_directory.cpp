@@ -1,5 +1,6 @@
 #include "opc/zippackage/central_directory.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -70,6 +71,18 @@ void resolveZip64(DirectoryRecord& record, std::string_view extra, const std::st
 }
 
 }  // namespace
+
+int openPackageFile(const ustring& path, const std::string& narrowPath) {
+  detail::UniqueFd fd(::open(narrowPath.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) {
+    if (errno == ENOENT || errno == ENOTDIR) throw model::PackageNotFound(path);
+    throw Exception(detail::osError("cannot open package", narrowPath, errno));
+  }
+  struct stat st {};
+  if (::fstat(fd.get(), &st) != 0) throw Exception(detail::osError("cannot open package", narrowPath, errno));
+  if (S_ISDIR(st.st_mode)) throw Exception("cannot open package '" + narrowPath + "': it is a folder");
+  return fd.release();
+}
 
 CentralDirectory CentralDirectory::read(int fd, const std::string& path) {
   struct stat st {};

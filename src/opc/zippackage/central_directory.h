@@ -8,7 +8,14 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/ustring.h"
+
 namespace opc::zippackage {
+
+// Opens the package file at `path` (`narrowPath` in UTF-8) read only and returns the descriptor,
+// which the caller owns. Throws model::PackageNotFound when there is no such file, opc::Exception when
+// it cannot be opened or is a folder.
+[[nodiscard]] int openPackageFile(const ustring& path, const std::string& narrowPath);
 
 // One central-directory record, ZIP64 fields resolved.
 struct DirectoryRecord {

@@ -11,6 +11,7 @@
 #include "opc/detail/text.h"
 #include "opc/exception.h"
 #include "opc/model/part_name.h"
+#include "opc/zippackage/central_directory.h"
 #include "opc/zippackage/extra_fields.h"
 #include "opc/zippackage/zip_support.h"
 
@@ -84,14 +85,7 @@ void ZipPhysicalPackage::openArchive() {
   closeArchive();
   // One descriptor pins one file: a writer that renames a new package over this path between our
   // size check and our reads must not hand us the old size and the new bytes.
-  detail::UniqueFd fd(::open(narrowPath_.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!fd) {
-    if (errno == ENOENT || errno == ENOTDIR) throw model::PackageNotFound(path_);
-    throw Exception(detail::osError("cannot open package", narrowPath_, errno));
-  }
-  struct stat st {};
-  if (::fstat(fd.get(), &st) != 0) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
-  if (S_ISDIR(st.st_mode)) throw Exception("cannot open package '" + narrowPath_ + "': it is a folder");
+  detail::UniqueFd fd(openPackageFile(path_, narrowPath_));
   detail::UniqueFd rawFd(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
   if (!rawFd) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
   FILE* file = ::fdopen(fd.get(), "rb");
