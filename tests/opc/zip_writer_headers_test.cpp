@@ -66,6 +66,16 @@ void writeEntries(const std::string& file, const std::vector<TestEntry>& entries
   writer->commit();
 }
 
+// Rewrites the archive with every entry copied and `added` written after them.
+void copyAllAndAdd(const std::string& file, const TestEntry& added) {
+  ZipPhysicalPackage physical(u16(file), false);
+  physical.openArchive();
+  auto writer = physical.createWriter();
+  for (const ZipEntry& e : physical.getEntries()) writer->copyEntry(e.name, e.index, e.attributes);
+  writer->addEntry(added.name, std::make_shared<detail::MemoryContentSource>(added.bytes), added.compression, {});
+  writer->commit();
+}
+
 TEST(ZipWriterHeadersTest, EveryNameIsMarkedUtf8AndDataLikeAHeaderStaysIntact) {
   // Stored bytes whose tail, as libzip copies it, is one write that looks like a local header
   // followed by a name length of 30: the next write (a real header) must not be taken for a name.
@@ -88,14 +98,7 @@ TEST(ZipWriterHeadersTest, EveryNameIsMarkedUtf8AndDataLikeAHeaderStaysIntact) {
   // Copied entries get their headers written anew and must keep the flag too.
   const std::string copied = dir.file("copied.zip");
   std::filesystem::copy_file(file, copied);
-  {
-    ZipPhysicalPackage physical(u16(copied), false);
-    physical.openArchive();
-    auto writer = physical.createWriter();
-    for (const ZipEntry& entry : physical.getEntries()) writer->copyEntry(entry.name, entry.index, entry.attributes);
-    writer->addEntry("fsroot/new.txt", std::make_shared<detail::MemoryContentSource>("new"), Compression::Deflated, {});
-    writer->commit();
-  }
+  copyAllAndAdd(copied, {"fsroot/new.txt", "new", Compression::Deflated});
   for (const std::string& path : {file, copied}) {
     SCOPED_TRACE(path);
     const auto flags = headerFlags(readFile(path));
@@ -238,14 +241,7 @@ TEST(ZipWriterHeadersTest, CopiedForeignAsciiNamesGainTheUtf8Flag) {
     ASSERT_EQ(zip_close(za), 0);
   }
   for (const HeaderFlags& h : headerFlags(readFile(file))) ASSERT_EQ(h.central & 0x0800, 0) << "libzip set the flag";
-  {
-    ZipPhysicalPackage physical(u16(file), false);
-    physical.openArchive();
-    auto writer = physical.createWriter();
-    for (const ZipEntry& e : physical.getEntries()) writer->copyEntry(e.name, e.index, e.attributes);
-    writer->addEntry("fsroot/new.txt", std::make_shared<detail::MemoryContentSource>("n"), Compression::Stored, {});
-    writer->commit();
-  }
+  copyAllAndAdd(file, {"fsroot/new.txt", "n", Compression::Stored});
   const auto flags = headerFlags(readFile(file));
   ASSERT_EQ(flags.size(), 3u);
   for (const HeaderFlags& h : flags) {
