@@ -168,6 +168,75 @@ TEST(Ownership, DuplicateIsDeepAndIndependent) {
   EXPECT_TRUE(qxIsCell(qxGetCell(other.get(), 0)));
 }
 
+// Element storage sits behind each array's header: the data pointers must land on it exactly and be
+// null wherever there is nothing to point at.
+TEST(ArrayData, PointersOnlyWhereThereAreElements) {
+  struct Case {
+    const char* name;
+    std::function<Owned()> make;
+    bool data, imag;
+    qxSize elementSize;
+  };
+  const Case cases[] = {
+      {"real double", [] { return numeric<double>(qxDOUBLE_CLASS, {2, 2}, {1, 2, 3, 4}); }, true, false, 8},
+      {"complex int16", [] { return numeric<std::int16_t>(qxINT16_CLASS, {1, 3}, {1, 2, 3}, {4, 5, 6}); }, true, true, 2},
+      {"empty complex", [] { return Owned(qxCreateNumericMatrix(0, 3, qxSINGLE_CLASS, qxCOMPLEX)); }, false, false, 4},
+      {"empty char", [] { return text(u""); }, false, false, 2},
+      {"logical", [] { return Owned(qxCreateLogicalScalar(true)); }, true, false, sizeof(qxLogical)},
+      {"cell", [] { return cells({2, 2}); }, false, false, 0},
+      {"structure", [] { return structure({1, 2}, {"a"}); }, false, false, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Owned a = c.make();
+    EXPECT_EQ(qxGetData(a.get()) != nullptr, c.data);
+    EXPECT_EQ(qxGetImagData(a.get()) != nullptr, c.imag);
+    EXPECT_EQ(qxGetElementSize(a.get()), c.elementSize);
+    if (c.imag) {
+      const auto* re = static_cast<const char*>(qxGetData(a.get()));
+      const auto* im = static_cast<const char*>(qxGetImagData(a.get()));
+      EXPECT_GE(static_cast<qxSize>(im - re), qxGetNumberOfElements(a.get()) * c.elementSize) << "parts overlap";
+    }
+  }
+  Owned z = numeric<std::int16_t>(qxINT16_CLASS, {1, 3}, {1, 2, 3}, {4, 5, 6});
+  const auto* re = static_cast<const std::int16_t*>(qxGetData(z.get()));
+  const auto* im = static_cast<const std::int16_t*>(qxGetImagData(z.get()));
+  EXPECT_EQ(std::vector<std::int16_t>(re, re + 3), (std::vector<std::int16_t>{1, 2, 3}));
+  EXPECT_EQ(std::vector<std::int16_t>(im, im + 3), (std::vector<std::int16_t>{4, 5, 6}));
+}
+
+// Arrays of more than two dimensions and objects keep storage of their own: a copy must not share it.
+TEST(Ownership, CopiesOfEveryStorageKindAreIndependent) {
+  const std::vector<std::pair<const char*, std::function<Owned()>>> makers = {
+      {"3-D complex", [] { return numeric<std::int16_t>(qxINT16_CLASS, {1, 2, 2}, {1, 2, 3, 4}, {5, 6, 7, 8}); }},
+      {"3-D cell", [] {
+         Owned c = cells({1, 1, 2});
+         qxSetCell(c.get(), 1, qxCreateString("x"));
+         return c;
+       }},
+      {"object", [] {
+         const char* names[] = {"p"};
+         Owned o(qxCreateObjectArray("Widget", 2, std::vector<qxSize>{1, 1}.data(), 1, names));
+         qxSetField(o.get(), 0, "p", qxCreateString("v"));
+         return o;
+       }},
+  };
+  for (const auto& [name, make] : makers) {
+    SCOPED_TRACE(name);
+    Owned a = make();
+    Owned copy(qxDuplicateArray(a.get()));
+    ASSERT_TRUE(json::arraysEqual(copy.get(), a.get()));
+    EXPECT_NE(qxGetDimensions(copy.get()), qxGetDimensions(a.get()));
+    EXPECT_STREQ(qxGetClassName(copy.get()), qxGetClassName(a.get()));
+    if (qxIsObject(a.get())) {
+      EXPECT_NE(qxGetClassName(copy.get()), qxGetClassName(a.get()));
+    }
+    const json::Json before = json::fromArray(copy.get());
+    a.reset();  // the copy must survive its original
+    EXPECT_EQ(json::fromArray(copy.get()), before);
+  }
+}
+
 TEST(OwnershipDeathTest, DestroyingABorrowedValueStopsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(

@@ -172,6 +172,45 @@ TEST(JsonRoundTrip, EveryClassAndShapeComesBackEqual) {
   }
 }
 
+// The direct writer must give the document's text byte for byte: the tool's output and its golden
+// transcripts depend on it. Besides every round-trip value, the cases where writing by hand can slip:
+// escapes, UTF-8 at the edge of the writer's buffer, a value in a plain container with no plain form.
+TEST(JsonText, SameBytesAsTheDocument) {
+  std::vector<RoundTrip> cases = roundTrips();
+  std::u16string longText;
+  for (int k = 0; k < 1500; ++k) longText += k % 3 ? u"\u00e9" : u"\U0001D11E";
+  std::u16string controls;
+  for (char16_t c = 0; c < 0x20; ++c) controls += c;
+  controls += u"\x7f\"\\/";
+  cases.push_back({"escapes", [=] { return charArray({1, controls.size()}, controls); }, Form::Plain});
+  cases.push_back({"long multi-byte text", [=] { return charArray({1, longText.size()}, longText); }, Form::Plain});
+  cases.push_back({"many strings", [] {
+                     Owned c = cells({1, 3000});
+                     for (qxSize k = 0; k < 3000; ++k) {
+                       qxSetCell(c.get(), k, qxCreateString(("folder/\xC3\xA9l\xC3\xA9ment_" + std::to_string(k)).c_str()));
+                     }
+                     return c;
+                   }, Form::Plain});
+  cases.push_back({"row of strings ending in a lone surrogate",
+                   [] { return cellOf({1, 2}, list(s(u"ok"), charArray({1, 1}, u"\xDBFF"))); }, Form::Typed});
+  cases.push_back({"row of strings with an unset slot", [] { return cellOf({1, 2}, list(s(u"ok"), Owned())); }, Form::Typed});
+  cases.push_back({"surrogates reversed", [] { return charArray({1, 2}, u"\xDC00\xD800"); }, Form::Typed});
+  cases.push_back({"structure with a typed field", [] {
+                     return structOf({1, 1}, {"t", "n", "c"},
+                                     rows(list(charArray({1, 2}, u"a\xD800"), d(nan), cellOf({2, 1}, list(s(u"x"), s(u"y"))))));
+                   }, Form::Plain});
+  for (const RoundTrip& c : cases) {
+    SCOPED_TRACE(c.name);
+    Owned a = c.make();
+    const std::string expected = fromArray(a.get()).dump();
+    EXPECT_EQ(zvhost::json::toText(a.get()), expected);
+    std::string appended = "[1,";
+    zvhost::json::appendText(appended, a.get());
+    EXPECT_EQ(appended, "[1," + expected);
+  }
+  EXPECT_EQ(zvhost::json::toText(nullptr), "null");
+}
+
 TEST(JsonPlainForms, InputMapsAsDocumented) {
   struct Case {
     const char* json;
@@ -195,6 +234,8 @@ TEST(JsonPlainForms, InputMapsAsDocumented) {
       {R"({"$class": "double", "$dims": [2, 1, 1], "$data": [1, "-Inf"]})", [] { return numeric<double>(qxDOUBLE_CLASS, {2, 1}, {1, -inf}); }},
       {R"({"$class": "struct", "$data": [{"a": 1}]})", [] { return structOf({1, 1}, {"a"}, rows(list(d(1)))); }},
       {R"({"$class": "cell", "$data": [null, []]})", [] { return cellOf({1, 2}, list(Owned(), Owned())); }},
+      {R"("a\u0000b\u007f")", [] { return charArray({1, 4}, std::u16string(u"a\0b\x7f", 4)); }},
+      {R"(["plain", "gr\u00fc\u00df"])", [] { return cellOf({1, 2}, list(s(u"plain"), s(u"gr\u00fc\u00df"))); }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.json);

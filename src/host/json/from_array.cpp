@@ -17,9 +17,9 @@ std::size_t count(const qxArray* a) { return qxGetNumberOfElements(a); }
 
 bool isRow(const qxArray* a) { return qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 1; }
 
-ustring units(const qxArray* a) {
+ustring_view units(const qxArray* a) {
   const auto* p = static_cast<const qxChar*>(qxGetData(a));
-  return p ? ustring(p, count(a)) : ustring();
+  return p ? ustring_view(p, count(a)) : ustring_view();
 }
 
 // Text that is valid UTF-16; nothing when it holds a lone surrogate.

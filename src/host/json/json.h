@@ -14,6 +14,8 @@
 // "$data" runs in column-major order; floating-point elements are numbers or "NaN", "Inf", "-Inf".
 // "$dims" defaults to [1, number of "$data" elements]. fromArray writes the plain form whenever one
 // exists, so its output fed to toArray gives an equal array (see arraysEqual).
+#include <string>
+
 #include <nlohmann/json.hpp>
 
 #include "host/matrix.h"
@@ -31,6 +33,12 @@ using Json = nlohmann::ordered_json;
 // a is borrowed; null (an unset field or cell) gives null. Throws std::invalid_argument for classes
 // without a JSON form (function handles, unknown classes).
 [[nodiscard]] Json fromArray(const qxArray* a);
+
+// The JSON text of a, byte for byte fromArray(a).dump(), appended to out without building the document
+// for the forms the gateway returns (strings, rows of strings, plain structures). a is borrowed. Throws
+// as fromArray does, leaving out as it was.
+void appendText(std::string& out, const qxArray* a);
+[[nodiscard]] std::string toText(const qxArray* a);
 
 // Deep equality: class, object class name, dimensions, complexity, every element, field names in
 // order. Floating-point elements compare by bits, except that any NaN equals any NaN. An unset value

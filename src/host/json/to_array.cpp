@@ -85,6 +85,19 @@ unique_qxarray_ptr charRow(const ustring& text) {
   return a;
 }
 
+// A JSON string as a char row. ASCII text, by far the most common (paths, names), is widened straight
+// into the array; other text goes through the checked converter.
+unique_qxarray_ptr charRow(const std::string& text, const Path& at) {
+  for (char c : text) {
+    if (static_cast<unsigned char>(c) >= 0x80) return charRow(utf16(text, at));
+  }
+  const qxSize dims[] = {1, text.size()};
+  unique_qxarray_ptr a(qxCreateCharArray(2, dims));
+  auto* units = static_cast<qxChar*>(qxGetData(a.get()));
+  for (std::size_t k = 0; k < text.size(); ++k) units[k] = static_cast<unsigned char>(text[k]);
+  return a;
+}
+
 std::optional<double> special(const Json& j) {
   if (!j.is_string()) return std::nullopt;
   const auto& s = j.get_ref<const std::string&>();
@@ -165,7 +178,7 @@ class Converter {
       case Json::value_t::number_float:
         return unique_qxarray_ptr(qxCreateDoubleScalar(j.get<double>()));
       case Json::value_t::string:
-        return charRow(utf16(j.get_ref<const std::string&>(), at));
+        return charRow(j.get_ref<const std::string&>(), at);
       case Json::value_t::array:
         return plainArray(j, at, depth);
       case Json::value_t::object:
@@ -188,7 +201,7 @@ class Converter {
     if (strings) {
       unique_qxarray_ptr cell(qxCreateCellArray(2, dims));
       for (std::size_t k = 0; k < j.size(); ++k) {
-        qxSetCell(cell.get(), k, charRow(utf16(j[k].get_ref<const std::string&>(), at / k)).release());
+        qxSetCell(cell.get(), k, charRow(j[k].get_ref<const std::string&>(), at / k).release());
       }
       return cell;
     }

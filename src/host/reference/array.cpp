@@ -13,21 +13,112 @@
 
 namespace zvhost::reference::detail {
 
-void ChildDeleter::operator()(qxArray* a) const noexcept { delete a; }
+namespace {
 
-std::vector<qxSize> normalizeDims(qxSize ndim, const qxSize* dims) {
-  std::vector<qxSize> result;
-  if (ndim > 0 && dims == nullptr) raise(errors::invalidClass, "Dimensions are missing.");
-  result.assign(dims, dims + ndim);
-  while (result.size() < 2) result.push_back(1);
-  while (result.size() > 2 && result.back() == 1) result.pop_back();
-  return result;
+[[noreturn]] void raiseOutOfMemory() {
+  raise(errors::outOfMemory, "Out of memory: the requested array is too large.");
 }
 
-qxSize elementCount(const std::vector<qxSize>& dims) {
+// Bytes that follow the header: the elements of a data-holding class, the slots of a cell array.
+qxSize trailingBytes(qxClassID classID, bool complex, qxSize count) {
+  std::size_t size = elementSize(classID);
+  if (classID == qxCELL_CLASS) size = sizeof(qxArray*);
+  qxSize bytes = 0;
+  if (__builtin_mul_overflow(count, size, &bytes) || (complex && __builtin_mul_overflow(bytes, 2, &bytes)) ||
+      __builtin_add_overflow(bytes, sizeof(qxArray), &bytes)) {
+    raiseOutOfMemory();
+  }
+  return bytes - sizeof(qxArray);
+}
+
+// A zeroed header with its trailing storage; the caller fills in the rest. Allocation failures become
+// the host's out-of-memory error.
+ArrayPtr allocate(qxClassID classID, bool complex, qxSize count, qxSize trailing, qxSize ndim,
+                  const qxSize* heapDims) {
+  void* memory = std::calloc(1, sizeof(qxArray) + trailing);
+  if (memory == nullptr) raiseOutOfMemory();
+  ArrayPtr a(::new (memory) qxArray);
+  a->parent = nullptr;
+  a->count = count;
+  a->ndim = static_cast<std::uint32_t>(ndim);
+  a->classID = classID;
+  a->complex = complex;
+  a->record = nullptr;
+  if (ndim > 2) {
+    auto* dims = static_cast<qxSize*>(std::malloc(ndim * sizeof(qxSize)));
+    if (dims == nullptr) raiseOutOfMemory();
+    std::memcpy(dims, heapDims, ndim * sizeof(qxSize));
+    a->heapDims = dims;
+  }
+  return a;
+}
+
+ArrayPtr allocate(qxClassID classID, const Shape& shape, bool complex, qxSize count) {
+  const qxSize trailing = trailingBytes(classID, complex, count);
+  if (shape.size() <= 2) {
+    ArrayPtr a = allocate(classID, complex, count, trailing, 2, nullptr);
+    a->inlineDims[0] = shape[0];
+    a->inlineDims[1] = shape[1];
+    return a;
+  }
+  if (shape.size() > UINT32_MAX) raiseOutOfMemory();
+  std::vector<qxSize> dims(shape.size());
+  for (qxSize k = 0; k < shape.size(); ++k) dims[k] = shape[k];
+  return allocate(classID, complex, count, trailing, shape.size(), dims.data());
+}
+
+std::unique_ptr<Record> makeRecord() {
+  try {
+    return std::make_unique<Record>();
+  } catch (const std::bad_alloc&) {
+    raiseOutOfMemory();
+  }
+}
+
+void resizeValues(Field& f, qxSize count) {
+  try {
+    f.values.resize(count);
+  } catch (const std::bad_alloc&) {
+    raiseOutOfMemory();
+  } catch (const std::length_error&) {
+    raiseOutOfMemory();
+  }
+}
+
+ArrayPtr copyChild(const qxArray* c, const qxArray* parent) {
+  if (c == nullptr) return nullptr;
+  ArrayPtr copy = duplicate(*c);
+  copy->parent = parent;
+  return copy;
+}
+
+}  // namespace
+
+void destroy(qxArray* a) noexcept {
+  if (a == nullptr) return;
+  if (a->classID == qxCELL_CLASS) {
+    qxArray** slots = a->slots();
+    for (qxSize k = 0; k < a->count; ++k) destroy(slots[k]);
+  }
+  delete a->record;
+  if (a->ndim > 2) std::free(a->heapDims);
+  std::free(a);
+}
+
+Shape::Shape(qxSize ndim, const qxSize* dims) {
+  if (ndim > 0 && dims == nullptr) raise(errors::invalidClass, "Dimensions are missing.");
+  if (ndim > 0) m_ = dims[0];
+  if (ndim > 1) n_ = dims[1];
+  rest_ = dims;
+  ndim_ = ndim;
+  while (ndim_ > 2 && dims[ndim_ - 1] == 1) --ndim_;
+  if (ndim_ < 2) ndim_ = 2;
+}
+
+qxSize Shape::elementCount() const {
   qxSize count = 1;
-  for (qxSize d : dims) {
-    if (__builtin_mul_overflow(count, d, &count)) {
+  for (qxSize k = 0; k < ndim_; ++k) {
+    if (__builtin_mul_overflow(count, (*this)[k], &count)) {
       raise(errors::outOfMemory, "Requested array exceeds the maximum possible size.");
     }
   }
@@ -72,64 +163,19 @@ bool isIdentifier(std::string_view name) {
   return true;
 }
 
-namespace {
-
-[[noreturn]] void raiseOutOfMemory() {
-  raise(errors::outOfMemory, "Out of memory: the requested array is too large.");
-}
-
-// Sizes the storage of a fresh array; allocation failures become the host's out-of-memory error.
-void allocate(qxArray& a, qxSize count) {
-  try {
-    if (std::size_t size = elementSize(a.classID); size != 0) {
-      qxSize bytes = 0;
-      if (__builtin_mul_overflow(count, size, &bytes)) raiseOutOfMemory();
-      a.real.resize(bytes);
-      if (a.complex) a.imag.resize(bytes);
-    } else if (a.classID == qxCELL_CLASS) {
-      a.cells.resize(count);
-    } else {
-      for (Field& f : a.fields) f.values.resize(count);
-    }
-  } catch (const std::bad_alloc&) {
-    raiseOutOfMemory();
-  } catch (const std::length_error&) {
-    raiseOutOfMemory();
-  }
-}
-
-Child copyChild(const Child& c, const qxArray* parent) {
-  if (!c) return nullptr;
-  Child copy(duplicate(*c).release());
-  copy->parent = parent;
-  return copy;
-}
-
-}  // namespace
-
-std::unique_ptr<qxArray> makeArray(qxClassID classID, std::vector<qxSize> dims, bool complex) {
+ArrayPtr makeArray(qxClassID classID, const Shape& shape, bool complex) {
   if (elementSize(classID) == 0 && classID != qxCELL_CLASS) {
     raise(errors::invalidClass, "This class cannot be created here.");
   }
   if (complex && !isNumericClass(classID)) raise(errors::invalidClass, "Only numeric arrays can be complex.");
-  const qxSize count = elementCount(dims);
-  auto a = std::make_unique<qxArray>();
-  a->classID = classID;
-  a->dims = std::move(dims);
-  a->complex = complex;
-  allocate(*a, count);
-  return a;
+  return allocate(classID, shape, complex, shape.elementCount());
 }
 
-std::unique_ptr<qxArray> makeStruct(qxClassID classID, std::vector<qxSize> dims, int nfields,
-                                    const char** names) {
+ArrayPtr makeStruct(qxClassID classID, const Shape& shape, int nfields, const char** names) {
   if (nfields < 0 || (nfields > 0 && names == nullptr)) {
     raise(errors::invalidFieldName, "Field names are missing.");
   }
-  const qxSize count = elementCount(dims);
-  auto a = std::make_unique<qxArray>();
-  a->classID = classID;
-  a->dims = std::move(dims);
+  const qxSize count = shape.elementCount();
   std::unordered_set<std::string_view> seen;
   for (int i = 0; i < nfields; ++i) {
     const char* name = names[i];
@@ -141,46 +187,56 @@ std::unique_ptr<qxArray> makeStruct(qxClassID classID, std::vector<qxSize> dims,
       raise(errors::invalidFieldName, std::string("Duplicate field name \"") + name + "\".",
             {std::string(name)});
     }
-    a->fields.push_back(Field{name, {}});
   }
-  allocate(*a, count);
+  ArrayPtr a = allocate(classID, shape, false, count);
+  a->record = makeRecord().release();
+  try {
+    a->record->fields.reserve(static_cast<std::size_t>(nfields));
+    for (int i = 0; i < nfields; ++i) a->record->fields.push_back(Field{names[i], {}});
+  } catch (const std::bad_alloc&) {
+    raiseOutOfMemory();
+  }
+  for (Field& f : a->record->fields) resizeValues(f, count);
   return a;
 }
 
-std::unique_ptr<qxArray> duplicate(const qxArray& a) {
-  auto copy = std::make_unique<qxArray>();
-  copy->classID = a.classID;
-  copy->className = a.className;
-  copy->dims = a.dims;
-  copy->complex = a.complex;
-  copy->real = a.real;
-  copy->imag = a.imag;
-  copy->cells.reserve(a.cells.size());
-  for (const Child& c : a.cells) copy->cells.push_back(copyChild(c, copy.get()));
-  copy->fields.reserve(a.fields.size());
-  for (const Field& f : a.fields) {
-    Field& g = copy->fields.emplace_back(Field{f.name, {}});
-    g.values.reserve(f.values.size());
-    for (const Child& v : f.values) g.values.push_back(copyChild(v, copy.get()));
+ArrayPtr duplicate(const qxArray& a) {
+  const qxSize trailing = trailingBytes(a.classID, a.complex, a.count);
+  ArrayPtr copy = allocate(a.classID, a.complex, a.count, trailing, a.ndim, a.dims());
+  if (a.ndim <= 2) std::memcpy(copy->inlineDims, a.inlineDims, sizeof a.inlineDims);
+  if (a.classID == qxCELL_CLASS) {
+    for (qxSize k = 0; k < a.count; ++k) copy->slots()[k] = copyChild(a.slots()[k], copy.get()).release();
+  } else if (trailing != 0) {
+    std::memcpy(copy->data(), a.data(), trailing);
+  }
+  if (a.record != nullptr) {
+    copy->record = makeRecord().release();
+    copy->record->className = a.record->className;
+    copy->record->fields.reserve(a.record->fields.size());
+    for (const Field& f : a.record->fields) {
+      Field& g = copy->record->fields.emplace_back(Field{f.name, {}});
+      g.values.reserve(f.values.size());
+      for (const ArrayPtr& v : f.values) g.values.push_back(copyChild(v.get(), copy.get()));
+    }
   }
   return copy;
 }
 
-std::unique_ptr<qxArray> copyElement(const qxArray& a, qxSize i) {
-  auto e = std::make_unique<qxArray>();
-  e->classID = a.classID;
-  e->className = a.className;
-  e->dims = {1, 1};
-  e->complex = a.complex;
-  if (std::size_t size = elementSize(a.classID); size != 0) {
-    e->real.assign(a.real.begin() + i * size, a.real.begin() + (i + 1) * size);
-    if (a.complex) e->imag.assign(a.imag.begin() + i * size, a.imag.begin() + (i + 1) * size);
-  } else if (a.classID == qxCELL_CLASS) {
-    e->cells.push_back(copyChild(a.cells[i], e.get()));
-  } else {
-    for (const Field& f : a.fields) {
-      Field& g = e->fields.emplace_back(Field{f.name, {}});
-      g.values.push_back(copyChild(f.values[i], e.get()));
+ArrayPtr copyElement(const qxArray& a, qxSize i) {
+  const Shape one(1, 1);
+  ArrayPtr e = allocate(a.classID, one, a.complex, 1);
+  if (a.classID == qxCELL_CLASS) {
+    e->slots()[0] = copyChild(a.slots()[i], e.get()).release();
+  } else if (std::size_t size = elementSize(a.classID); size != 0) {
+    std::memcpy(e->data(), a.data() + i * size, size);
+    if (a.complex) std::memcpy(e->data() + size, a.data() + (a.count + i) * size, size);
+  }
+  if (a.record != nullptr) {
+    e->record = makeRecord().release();
+    e->record->className = a.record->className;
+    for (const Field& f : a.record->fields) {
+      Field& g = e->record->fields.emplace_back(Field{f.name, {}});
+      g.values.push_back(copyChild(f.values[i].get(), e.get()));
     }
   }
   return e;
@@ -202,15 +258,15 @@ bool hasFields(const qxArray* a) {
 extern "C" {
 
 qxArray* qxCreateDoubleScalar(double value) {
-  auto a = makeArray(qxDOUBLE_CLASS, {1, 1});
-  std::memcpy(a->real.data(), &value, sizeof value);
+  auto a = makeArray(qxDOUBLE_CLASS, Shape(1, 1));
+  std::memcpy(a->data(), &value, sizeof value);
   return a.release();
 }
 
 qxArray* qxCreateLogicalScalar(bool value) {
-  auto a = makeArray(qxLOGICAL_CLASS, {1, 1});
+  auto a = makeArray(qxLOGICAL_CLASS, Shape(1, 1));
   const qxLogical v = value;
-  std::memcpy(a->real.data(), &v, sizeof v);
+  std::memcpy(a->data(), &v, sizeof v);
   return a.release();
 }
 
@@ -223,23 +279,23 @@ qxArray* qxCreateNumericArray(qxSize ndim, const qxSize* dims, qxClassID classID
   if (!isNumericClass(classID)) {
     raise(errors::invalidClass, std::string("Not a numeric class: ") + zvhost::builtinClassName(classID) + ".");
   }
-  return makeArray(classID, normalizeDims(ndim, dims), complexity == qxCOMPLEX).release();
+  return makeArray(classID, Shape(ndim, dims), complexity == qxCOMPLEX).release();
 }
 
 qxArray* qxCreateLogicalArray(qxSize ndim, const qxSize* dims) {
-  return makeArray(qxLOGICAL_CLASS, normalizeDims(ndim, dims)).release();
+  return makeArray(qxLOGICAL_CLASS, Shape(ndim, dims)).release();
 }
 
 qxArray* qxCreateCharArray(qxSize ndim, const qxSize* dims) {
-  return makeArray(qxCHAR_CLASS, normalizeDims(ndim, dims)).release();
+  return makeArray(qxCHAR_CLASS, Shape(ndim, dims)).release();
 }
 
 qxArray* qxCreateCellArray(qxSize ndim, const qxSize* dims) {
-  return makeArray(qxCELL_CLASS, normalizeDims(ndim, dims)).release();
+  return makeArray(qxCELL_CLASS, Shape(ndim, dims)).release();
 }
 
 qxArray* qxCreateStructArray(qxSize ndim, const qxSize* dims, int nfields, const char** names) {
-  return makeStruct(qxSTRUCT_CLASS, normalizeDims(ndim, dims), nfields, names).release();
+  return makeStruct(qxSTRUCT_CLASS, Shape(ndim, dims), nfields, names).release();
 }
 
 qxArray* qxCreateObjectArray(const char* className, qxSize ndim, const qxSize* dims, int nfields,
@@ -247,8 +303,12 @@ qxArray* qxCreateObjectArray(const char* className, qxSize ndim, const qxSize* d
   if (className == nullptr || !isIdentifier(className)) {
     raise(errors::invalidClass, std::string("Invalid class name \"") + (className ? className : "") + "\".");
   }
-  auto a = makeStruct(qxOBJECT_CLASS, normalizeDims(ndim, dims), nfields, names);
-  a->className = className;
+  auto a = makeStruct(qxOBJECT_CLASS, Shape(ndim, dims), nfields, names);
+  try {
+    a->record->className = className;
+  } catch (const std::bad_alloc&) {
+    raise(errors::outOfMemory, "Out of memory: the requested array is too large.");
+  }
   return a.release();
 }
 
@@ -261,13 +321,13 @@ void qxDestroyArray(qxArray* a) {
     std::fputs("zvhost: qxDestroyArray on an array still held by a container\n", stderr);
     std::abort();
   }
-  delete a;
+  destroy(a);
 }
 
 qxClassID qxGetClassID(const qxArray* a) { return a ? a->classID : qxUNKNOWN_CLASS; }
 
 const char* qxGetClassName(const qxArray* a) {
-  if (a != nullptr && a->classID == qxOBJECT_CLASS) return a->className.c_str();
+  if (a != nullptr && a->classID == qxOBJECT_CLASS) return a->record->className.c_str();
   return zvhost::builtinClassName(qxGetClassID(a));
 }
 
@@ -281,31 +341,28 @@ bool qxIsComplex(const qxArray* a) { return a != nullptr && a->complex; }
 bool qxIsEmpty(const qxArray* a) { return qxGetNumberOfElements(a) == 0; }
 
 qxSize qxGetNumberOfElements(const qxArray* a) {
-  if (a == nullptr) return 0;
-  qxSize count = 1;
-  for (qxSize d : a->dims) count *= d;  // checked when the array was made
-  return count;
+  return a ? a->count : 0;
 }
 
-qxSize qxGetNumberOfDimensions(const qxArray* a) { return a ? a->dims.size() : 0; }
-const qxSize* qxGetDimensions(const qxArray* a) { return a ? a->dims.data() : nullptr; }
-qxSize qxGetM(const qxArray* a) { return a ? a->dims[0] : 0; }
+qxSize qxGetNumberOfDimensions(const qxArray* a) { return a ? a->ndim : 0; }
+const qxSize* qxGetDimensions(const qxArray* a) { return a ? a->dims() : nullptr; }
+qxSize qxGetM(const qxArray* a) { return a ? a->dims()[0] : 0; }
 
 qxSize qxGetN(const qxArray* a) {
   if (a == nullptr) return 0;
   qxSize n = 1;
-  for (std::size_t k = 1; k < a->dims.size(); ++k) n *= a->dims[k];
+  for (std::size_t k = 1; k < a->ndim; ++k) n *= a->dims()[k];
   return n;
 }
 
 void* qxGetData(const qxArray* a) {
-  if (a == nullptr || a->real.empty()) return nullptr;
-  return const_cast<std::byte*>(a->real.data());
+  if (a == nullptr || a->count == 0 || elementSize(a->classID) == 0) return nullptr;
+  return a->data();
 }
 
 void* qxGetImagData(const qxArray* a) {
-  if (a == nullptr || a->imag.empty()) return nullptr;
-  return const_cast<std::byte*>(a->imag.data());
+  if (a == nullptr || !a->complex || a->count == 0) return nullptr;
+  return a->data() + a->count * elementSize(a->classID);
 }
 
 qxSize qxGetElementSize(const qxArray* a) { return a ? elementSize(a->classID) : 0; }
@@ -335,24 +392,25 @@ double qxGetScalar(const qxArray* a) {
   }
 }
 
-int qxGetNumberOfFields(const qxArray* a) { return hasFields(a) ? static_cast<int>(a->fields.size()) : 0; }
+int qxGetNumberOfFields(const qxArray* a) { return hasFields(a) ? static_cast<int>(a->record->fields.size()) : 0; }
 
 const char* qxGetFieldNameByNumber(const qxArray* a, int n) {
-  if (!hasFields(a) || n < 0 || static_cast<std::size_t>(n) >= a->fields.size()) return nullptr;
-  return a->fields[n].name.c_str();
+  if (!hasFields(a) || n < 0 || static_cast<std::size_t>(n) >= a->record->fields.size()) return nullptr;
+  return a->record->fields[n].name.c_str();
 }
 
 int qxGetFieldNumber(const qxArray* a, const char* name) {
   if (!hasFields(a) || name == nullptr) return -1;
-  for (std::size_t k = 0; k < a->fields.size(); ++k) {
-    if (a->fields[k].name == name) return static_cast<int>(k);
+  const std::vector<Field>& fields = a->record->fields;
+  for (std::size_t k = 0; k < fields.size(); ++k) {
+    if (fields[k].name == name) return static_cast<int>(k);
   }
   return -1;
 }
 
 qxArray* qxGetFieldByNumber(const qxArray* a, qxIndex i, int n) {
-  if (!hasFields(a) || n < 0 || static_cast<std::size_t>(n) >= a->fields.size()) return nullptr;
-  const Field& f = a->fields[n];
+  if (!hasFields(a) || n < 0 || static_cast<std::size_t>(n) >= a->record->fields.size()) return nullptr;
+  const Field& f = a->record->fields[n];
   return i < f.values.size() ? f.values[i].get() : nullptr;
 }
 
@@ -365,12 +423,12 @@ int qxAddField(qxArray* a, const char* name) {
   if (int n = qxGetFieldNumber(a, name); n >= 0) return n;
   try {
     Field f{name, {}};
-    f.values.resize(qxGetNumberOfElements(a));
-    a->fields.push_back(std::move(f));
+    f.values.resize(a->count);
+    a->record->fields.push_back(std::move(f));
   } catch (const std::bad_alloc&) {
     return -1;
   }
-  return static_cast<int>(a->fields.size() - 1);
+  return static_cast<int>(a->record->fields.size() - 1);
 }
 
 }  // extern "C"

@@ -27,7 +27,7 @@ void checkStorable(const qxArray* container, const qxArray* value) {
   raise(identifier, std::move(message));
 }
 
-void store(Child& slot, qxArray* container, qxArray* value) {
+void store(ArrayPtr& slot, qxArray* container, qxArray* value) {
   if (value != nullptr) value->parent = container;
   slot.reset(value);
 }
@@ -37,11 +37,11 @@ void setField(qxArray* a, qxIndex i, int n, const char* name, qxArray* value) {
   if (a == nullptr || (a->classID != qxSTRUCT_CLASS && a->classID != qxOBJECT_CLASS)) {
     refuse(value, errors::notContainer, "Fields can only be set on a structure or object.");
   }
-  if (n < 0 || static_cast<std::size_t>(n) >= a->fields.size()) {
+  if (n < 0 || static_cast<std::size_t>(n) >= a->record->fields.size()) {
     refuse(value, errors::noSuchField,
            std::string("Reference to non-existent field \"") + (name ? name : std::to_string(n)) + "\".");
   }
-  Field& f = a->fields[n];
+  Field& f = a->record->fields[n];
   if (i >= f.values.size()) refuse(value, errors::indexOutOfBounds, "Structure index exceeds the array's size.");
   store(f.values[i], a, value);
 }
@@ -51,8 +51,8 @@ void setField(qxArray* a, qxIndex i, int n, const char* name, qxArray* value) {
 extern "C" {
 
 qxArray* qxGetCell(const qxArray* a, qxIndex i) {
-  if (a == nullptr || a->classID != qxCELL_CLASS || i >= a->cells.size()) return nullptr;
-  return a->cells[i].get();
+  if (a == nullptr || a->classID != qxCELL_CLASS || i >= a->count) return nullptr;
+  return a->slots()[i];
 }
 
 void qxSetCell(qxArray* a, qxIndex i, qxArray* value) {
@@ -60,8 +60,11 @@ void qxSetCell(qxArray* a, qxIndex i, qxArray* value) {
   if (a == nullptr || a->classID != qxCELL_CLASS) {
     refuse(value, errors::notContainer, "Cells can only be set on a cell array.");
   }
-  if (i >= a->cells.size()) refuse(value, errors::indexOutOfBounds, "Cell index exceeds the array's size.");
-  store(a->cells[i], a, value);
+  if (i >= a->count) refuse(value, errors::indexOutOfBounds, "Cell index exceeds the array's size.");
+  qxArray*& slot = a->slots()[i];
+  if (value != nullptr) value->parent = a;
+  destroy(slot);
+  slot = value;
 }
 
 void qxSetField(qxArray* a, qxIndex i, const char* name, qxArray* value) {

@@ -17,14 +17,14 @@ ustring get_ustring(const qxArray* a) {
     raise(errors::notString, "Expected a character array, got " + cls + ".", {cls});
   }
   ustring text(qxGetNumberOfElements(a), u'\0');
-  if (!text.empty()) std::memcpy(text.data(), a->real.data(), text.size() * sizeof(char16_t));
+  if (!text.empty()) std::memcpy(text.data(), a->data(), text.size() * sizeof(char16_t));
   return text;
 }
 
 unique_qxarray_ptr create(const char16_t* text, std::size_t size) {
   if (text == nullptr && size != 0) raise(errors::invalidText, "No text to make a character array from.");
-  auto a = zvhost::reference::detail::makeArray(qxCHAR_CLASS, {1, size});
-  if (size != 0) std::memcpy(a->real.data(), text, size * sizeof(char16_t));
+  auto a = zvhost::reference::detail::makeArray(qxCHAR_CLASS, zvhost::reference::detail::Shape(1, size));
+  if (size != 0) std::memcpy(a->data(), text, size * sizeof(char16_t));
   return unique_qxarray_ptr(a.release());
 }
 

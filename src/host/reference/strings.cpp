@@ -10,8 +10,8 @@ using namespace zvhost::reference;
 namespace {
 
 qxArray* fromUnits(const char16_t* units, std::size_t size) {
-  auto a = detail::makeArray(qxCHAR_CLASS, {1, size});
-  if (size != 0) std::memcpy(a->real.data(), units, size * sizeof(char16_t));
+  auto a = detail::makeArray(qxCHAR_CLASS, detail::Shape(1, size));
+  if (size != 0) std::memcpy(a->data(), units, size * sizeof(char16_t));
   return a.release();
 }
 

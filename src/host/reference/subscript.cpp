@@ -15,7 +15,7 @@ namespace {
 template <class T>
 T load(const qxArray& a) {
   T v;
-  std::memcpy(&v, a.real.data(), sizeof v);
+  std::memcpy(&v, a.data(), sizeof v);
   return v;
 }
 
@@ -75,9 +75,9 @@ extern "C" qxArray* qxSubscriptedReference(const qxArray* a, int count, const qx
   for (std::size_t k = 0; k < n; ++k) {
     qxSize extent = 1;
     if (k + 1 < n) {
-      extent = k < a->dims.size() ? a->dims[k] : 1;
+      extent = k < a->ndim ? a->dims()[k] : 1;
     } else {
-      for (std::size_t d = k; d < a->dims.size(); ++d) extent *= a->dims[d];
+      for (std::size_t d = k; d < a->ndim; ++d) extent *= a->dims()[d];
     }
     const qxSize p = position(subscripts[k]);
     if (p > extent) outOfBounds(p, extent);
