@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <random>
+#include <zip.h>
 
 #include "file_system_test_support.h"
 #include "opc/exception.h"
@@ -111,6 +112,11 @@ TEST_F(ParallelExtractTest, EveryThreadCountWritesTheSameTree) {
                         1'600'000'000 + i, static_cast<std::uint32_t>(i * 1000), i % 5 == 0};
     plantFile(source, folder + "f " + std::to_string(i) + (i % 7 == 0 ? ".png" : ".txt"), file);
   }
+  // More files in one folder than a worker takes at once.
+  for (int i = 0; i < 70; ++i) {
+    plantFile(source, "crowd/c" + std::to_string(i), TreeFile{patternBytes(static_cast<std::size_t>(50 + i), 60u + i),
+                                                              1'600'000'000 + i, 0, i % 2 == 0});
+  }
   plantFile(source, "big/large.csv", TreeFile{patternBytes(9u << 20, 7), 1'500'000'000, 0, false});
   plantFile(source, "big/noise.bin", TreeFile{randomBytes(5u << 20, 8), 1'500'000'001, 0, false});
   plantFile(source, "empty", TreeFile{"", 1'400'000'000, 0, true});
@@ -138,6 +144,7 @@ TEST_F(ParallelExtractTest, DefectsFoundByWorkersUndoEverything) {
   const std::vector<Case> cases = {
       {"DeflatedDataBroken", "fsroot/m/deep/target.txt", "target.txt'"},
       {"StoredDataFailsItsCrc", "fsroot/m/deep/picture.png", "CRC"},
+      {"DefectInALaterBatchOfALargeFolder", "fsroot/many/f70.txt", "f70.txt'"},
   };
   for (const char* threads : {"1", "2"}) {
     for (const Case& c : cases) {
@@ -152,6 +159,10 @@ TEST_F(ParallelExtractTest, DefectsFoundByWorkersUndoEverything) {
       plantFile(source, "m/deep/target.txt", TreeFile{patternBytes(200'000, 99), 1'600'000'000, 0, false});
       plantFile(source, "m/deep/picture.png", TreeFile{randomBytes(50'000, 98), 1'600'000'000, 0, false});
       plantFile(source, "z/last.txt", TreeFile{patternBytes(4000, 97), 1'600'000'000, 0, false});
+      for (int i = 0; i < 100; ++i) {
+        plantFile(source, "many/f" + std::to_string(i) + ".txt",
+                  TreeFile{patternBytes(3000, 200u + static_cast<unsigned>(i)), 1'600'000'000, 0, false});
+      }
       const ustring package = dir.ufile("bad.zvaddon");
       pack(source, package);
       corruptEntry(u8(package), c.entry);
@@ -163,6 +174,75 @@ TEST_F(ParallelExtractTest, DefectsFoundByWorkersUndoEverything) {
       EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
       EXPECT_NE(error.find("refusing to extract"), std::string::npos) << error;
       EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
+    }
+  }
+}
+
+// Workers read each entry's stored bytes where its local header says they start, which need not be
+// where the directory record suggests: a local extra field may be longer (or the only one). A
+// header that is not there is refused, naming the part, with nothing written.
+TEST_F(ParallelExtractTest, EntryDataIsFoundFromItsLocalHeader) {
+  struct Case {
+    const char* name;
+    std::function<void(const std::string& package)> change;
+    const char* fragment;  // expected in the error; nullptr: extracts as packed
+  };
+  const auto localExtra = [](const char* entry, std::size_t size) {
+    return [entry, size](const std::string& package) {
+      int error = 0;
+      zip_t* archive = zip_open(package.c_str(), 0, &error);
+      ASSERT_NE(archive, nullptr) << error;
+      const zip_int64_t index = zip_name_locate(archive, entry, 0);
+      ASSERT_GE(index, 0) << entry;
+      const std::string data(size, 'x');
+      ASSERT_EQ(zip_file_extra_field_set(archive, static_cast<zip_uint64_t>(index), 0x7a76, ZIP_EXTRA_FIELD_NEW,
+                                         reinterpret_cast<const zip_uint8_t*>(data.data()),
+                                         static_cast<zip_uint16_t>(size), ZIP_FL_LOCAL),
+                0);
+      ASSERT_EQ(zip_close(archive), 0) << zip_strerror(archive);
+    };
+  };
+  const auto damageSignature = [](const char* entry) {
+    return [entry](const std::string& package) {
+      std::string bytes = readFile(package);
+      const std::size_t at = bytes.find(entry);
+      ASSERT_NE(at, std::string::npos);
+      ASSERT_EQ(bytes.compare(at - 30, 4, "PK\x03\x04"), 0);
+      bytes[at - 27] = '\x05';
+      writeFile(package, bytes);
+    };
+  };
+  const std::vector<Case> cases = {
+      {"LongLocalExtraOnADeflatedEntry", localExtra("fsroot/a/text.txt", 3000), nullptr},
+      {"ShortLocalExtraOnAStoredEntry", localExtra("fsroot/a/noise.png", 8), nullptr},
+      {"LocalExtraJustPastTheGuess", localExtra("fsroot/b/tiny.txt", 65), nullptr},
+      {"DamagedLocalHeader", damageSignature("fsroot/b/tiny.txt"), "tiny.txt': its local header"},
+  };
+  const std::filesystem::path source = dir.path() / "source";
+  plantFile(source, "a/text.txt", TreeFile{patternBytes(70'000, 5), 1'600'000'000, 0, false});
+  plantFile(source, "a/noise.png", TreeFile{randomBytes(30'000, 6), 1'600'000'001, 0, true});
+  plantFile(source, "b/tiny.txt", TreeFile{"tiny", 1'600'000'002, 0, false});
+  plantFile(source, "c/other.txt", TreeFile{patternBytes(5000, 7), 1'600'000'003, 0, false});
+  const TreeSnapshot expected = snapshot(source);
+  for (const char* threads : {"1", "2"}) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(std::string(c.name) + " threads " + threads);
+      const ThreadCount count(threads);
+      const ustring package = dir.ufile("changed.zvaddon");
+      std::filesystem::remove(u8(package));
+      pack(source, package);
+      c.change(u8(package));
+      const std::filesystem::path destination = dir.path() / "dest";
+      std::filesystem::remove_all(destination);
+      std::filesystem::create_directories(destination);
+      const std::string error = extract(package, destination);
+      if (c.fragment == nullptr) {
+        EXPECT_EQ(error, "");
+        EXPECT_EQ(snapshot(destination), expected);
+      } else {
+        EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+        EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
+      }
     }
   }
 }

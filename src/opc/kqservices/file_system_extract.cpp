@@ -1,19 +1,22 @@
 // FileSystemManager::extractAll: plan every target, check it all, then write through descriptors.
-// The reading thread makes the folders and reads each file's stored bytes; worker threads create
-// the files, inflate, check and write them, so the kernel's work and inflating run on every core.
+// The calling thread makes the folders and hands each folder's files to worker threads in batches;
+// a worker reads a file's stored bytes with pread at the offset the ZIP directory gives, inflates
+// and checks them, and creates and writes the file in one pass, so the kernel's file creation (most
+// of the time) runs in several folders at once. Entries the workers cannot take (large, replaced in
+// this session, or not found in the directory) stream through the package on the calling thread.
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <fcntl.h>
 #include <libdeflate.h>
 #include <mutex>
-#include <optional>
-#include <thread>
 #include <string>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <thread>
 #include <unistd.h>
-#include <unordered_map>
 #include <vector>
 
 #include "opc/detail/fd.h"
@@ -22,6 +25,8 @@
 #include "opc/kqservices/file_system_names.h"
 #include "opc/kqservices/file_system_tree.h"
 #include "opc/model/package.h"
+#include "opc/zippackage/central_directory.h"
+#include "opc/zippackage/little_endian.h"
 #include "opc/zippackage/parallel_deflate.h"
 #include "opc/zippackage/zip_physical_package.h"
 
@@ -37,127 +42,189 @@ using detail::TreeNode;
 // Deflate cannot expand its input more than 1032 times; a ZIP entry that claims more is lying.
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
 constexpr std::size_t kCopyBuffer = 64 * 1024;
-// Entries up to this size are handed to a worker whole; larger ones stream through the reading
-// thread in kCopyBuffer pieces.
+// Entries up to this size are read, inflated and written whole by a worker; larger ones stream
+// through the calling thread in kCopyBuffer pieces.
 constexpr std::uint64_t kWholeEntryLimit = 1u << 20;
-// Stored plus inflated bytes of the files queued or being written at one time.
-constexpr std::uint64_t kInFlightLimit = 4u << 20;
-// Files queued at one time; each may hold its folder's descriptor open.
-constexpr std::size_t kQueuedLimit = 256;
+// Files of one folder handed to a worker at a time: enough to make a batch worth its queueing,
+// few enough that a large folder is still spread over every worker.
+constexpr std::uint32_t kBatchFiles = 32;
+// Batches queued at one time; each holds its folder's descriptor open.
+constexpr std::size_t kQueuedLimit = 64;
+constexpr std::uint32_t kNone = 0xffffffffu;
+constexpr std::uint32_t kLocalHeaderSignature = 0x04034b50;
+constexpr std::size_t kLocalHeaderSize = 30;
+// Read with each entry's data in the same pread, for a local extra field the directory does not show.
+constexpr std::size_t kLocalExtraSlack = 64;
 
-// One file or folder to write.
-struct Target {
-  std::string name;  // UTF-8 file name in its folder
-  std::string path;  // relative to the destination, for messages
+// One file or folder to write; the plan holds them with each folder's children side by side.
+// A few dozen bytes each: names live in one shared buffer, the path and part name are made only
+// for messages.
+struct Item {
   const TreeNode* node = nullptr;
+  std::uint64_t size = 0;           // files: declared
+  std::uint64_t localHeader = 0;    // whole entries: where the entry's local header starts
+  std::int64_t seconds = 0;         // recorded modification time, when hasTime
+  std::uint32_t nanoseconds = 0;
+  std::uint32_t name = 0;           // offset of the NUL-terminated UTF-8 name in Plan::names
+  std::uint32_t parent = kNone;     // the folder's item; kNone directly below the destination
+  std::uint32_t first = 0;          // folders: children [first, first + count)
+  std::uint32_t count = 0;
+  std::uint32_t entry = kNone;      // files a worker writes: index of their ZIP entry
+  std::uint16_t mode = 0;           // recorded permission bits, when hasMode
   bool file = false;
-  model::PartPtr part;
-  const zippackage::ZipEntry* entry = nullptr;  // read from this entry's stored bytes by a worker
-  std::uint64_t size = 0;
-  std::optional<FileTime> time;
-  std::optional<std::uint32_t> mode;
-  std::vector<Target> children;
-  // Created by this extraction. Set by the thread that creates it; read by the reading thread only
-  // after the workers have stopped.
+  bool hasTime = false;
+  bool hasMode = false;
+  // Created by this extraction. Set by the one thread that creates it; read by the calling thread
+  // only after the workers have stopped.
   mutable bool made = false;
-
-  // For messages: the part (or, for a folder made by its files, the folder's name). Made on demand:
-  // a tree of many files need not hold every name twice.
-  [[nodiscard]] ustring partName() const { return FileSystemManager::getPrefix() + node->encodedPath(); }
 };
+
+// The whole extraction: items[0] is the destination itself (a folder with no name).
+struct Plan {
+  std::vector<Item> items;
+  std::string names;
+  std::uint64_t total = 0;
+
+  [[nodiscard]] const char* nameOf(const Item& item) const { return names.data() + item.name; }
+  // Relative to the destination, for messages.
+  [[nodiscard]] std::string pathOf(const Item& item) const {
+    std::string path = nameOf(item);
+    for (std::uint32_t up = item.parent; up != kNone && up != 0; up = items[up].parent) {
+      path = std::string(nameOf(items[up])) + '/' + path;
+    }
+    return path;
+  }
+};
+
+// For messages: the part (or, for a folder made by its files, the folder's name).
+[[nodiscard]] ustring partNameOf(const Item& item) {
+  return FileSystemManager::getPrefix() + item.node->encodedPath();
+}
 
 [[noreturn]] void refuse(const ustring& partName, const std::string& why) {
   throw Exception("refusing to extract '" + narrow(partName) + "': " + why);
 }
 
-// One file whose stored bytes are read: inflated, checked and written by a worker.
-struct Job {
-  const Target* target = nullptr;
-  std::shared_ptr<const UniqueFd> folder;  // kept open by the job until it is done
-  ReplaceMode replace = ReplaceMode::Never;
-  UniqueFd fd;
-  std::vector<std::uint8_t> stored;
-  bool deflated = false;
-  std::uint32_t crc = 0;
-  std::uint64_t cost = 0;  // bytes held while queued and written
-  std::string error;  // what() of the failure, empty on success
-};
-using JobPtr = std::shared_ptr<Job>;
-
-// Creates the file below `dirfd` (removing an existing one first when replacing).
-UniqueFd createFile(int dirfd, const Target& target, ReplaceMode replace) {
-  if (replace == ReplaceMode::Replace && ::unlinkat(dirfd, target.name.c_str(), 0) != 0 && errno != ENOENT) {
-    refuse(target.partName(), osError("cannot replace", target.path, errno));
+// Creates the file below `dirfd` (removing an existing one first when replacing), with its final
+// permission bits: no separate chmod.
+UniqueFd createFile(int dirfd, const Plan& plan, const Item& item, ReplaceMode replace) {
+  const char* name = plan.nameOf(item);
+  if (replace == ReplaceMode::Replace && ::unlinkat(dirfd, name, 0) != 0 && errno != ENOENT) {
+    refuse(partNameOf(item), osError("cannot replace", plan.pathOf(item), errno));
   }
-  const mode_t mode = target.mode ? static_cast<mode_t>(*target.mode & 0777) : 0666;
+  const mode_t mode = item.hasMode ? static_cast<mode_t>(item.mode & 0777) : 0666;
   // O_EXCL with O_NOFOLLOW: a link planted since the check makes this fail instead of being followed.
-  UniqueFd fd(::openat(dirfd, target.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-  if (!fd) refuse(target.partName(), osError("cannot create", target.path, errno));
-  target.made = true;
+  UniqueFd fd(::openat(dirfd, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+  if (!fd) refuse(partNameOf(item), osError("cannot create", plan.pathOf(item), errno));
+  item.made = true;
   return fd;
 }
 
-// Sets the recorded modification time and closes: the end of writing every file.
-void finishFile(const Target& target, UniqueFd& fd) {
-  if (target.time) {
+// Sets the recorded modification time on the open file and closes it: the end of writing every file.
+void finishFile(const Plan& plan, const Item& item, UniqueFd& fd) {
+  if (item.hasTime) {
     const struct timespec times[2] = {{0, UTIME_OMIT},
-                                      {static_cast<time_t>(target.time->seconds),
-                                       static_cast<long>(target.time->nanoseconds)}};
+                                      {static_cast<time_t>(item.seconds), static_cast<long>(item.nanoseconds)}};
     if (::futimens(fd.get(), times) != 0) {
-      refuse(target.partName(), osError("cannot set the modification time of", target.path, errno));
+      refuse(partNameOf(item), osError("cannot set the modification time of", plan.pathOf(item), errno));
     }
   }
   if (const std::string error = fd.close(); !error.empty()) {
-    refuse(target.partName(), "cannot write '" + target.path + "': " + error);
+    refuse(partNameOf(item), "cannot write '" + plan.pathOf(item) + "': " + error);
   }
 }
 
-void checkLength(const Target& target, std::uint64_t length) {
-  if (length > target.size) {
-    refuse(target.partName(), "it inflates to more than its declared " + std::to_string(target.size) + " bytes");
+void checkLength(const Item& item, std::uint64_t length) {
+  if (length > item.size) {
+    refuse(partNameOf(item), "it inflates to more than its declared " + std::to_string(item.size) + " bytes");
   }
-  if (length != target.size) {
-    refuse(target.partName(), "it holds " + std::to_string(length) + " bytes, not its declared " +
-                                std::to_string(target.size));
+  if (length != item.size) {
+    refuse(partNameOf(item), "it holds " + std::to_string(length) + " bytes, not its declared " +
+                                 std::to_string(item.size));
   }
 }
 
-// Inflates (into `scratch`, reused between jobs), checks length and CRC, writes and closes.
-void runJob(Job& job, libdeflate_decompressor* inflater, std::vector<std::uint8_t>& scratch) {
-  const Target& target = *job.target;
-  job.fd = createFile(job.folder->get(), target, job.replace);
-  const std::uint8_t* data = job.stored.data();
-  std::size_t length = job.stored.size();
-  if (job.deflated) {
-    if (scratch.size() < target.size) scratch.resize(static_cast<std::size_t>(target.size));
+// What one thread needs to write whole entries; reused for every file it writes.
+struct WriterState {
+  std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater{
+      libdeflate_alloc_decompressor(), &libdeflate_free_decompressor};
+  std::vector<std::uint8_t> stored;
+  std::vector<std::uint8_t> inflated;
+};
+
+// Reads, checks and writes one whole entry below `dirfd`. The file is created only once its bytes
+// have passed the length and CRC checks.
+void writeWholeEntry(int dirfd, const Plan& plan, const Item& item, const zippackage::ZipPhysicalPackage& physical,
+                     ReplaceMode replace, WriterState& state) {
+  const zippackage::ZipEntry& entry = physical.getEntries()[item.entry];
+  const int packageFd = physical.rawDescriptor();
+  const std::string& packagePath = physical.getNarrowPath();
+  const auto compressed = static_cast<std::size_t>(entry.compressedSize);
+  // The local header, its name, a guess at its extra field and the data, in one read.
+  const std::size_t guess = kLocalHeaderSize + entry.name.size() + kLocalExtraSlack + compressed;
+  if (state.stored.size() < guess) state.stored.resize(guess);
+  std::size_t got = 0;
+  while (got < kLocalHeaderSize) {
+    const std::size_t n = opc::detail::preadSome(packageFd, state.stored.data() + got, guess - got,
+                                                 item.localHeader + got, packagePath);
+    if (n == 0) break;
+    got += n;
+  }
+  if (got < kLocalHeaderSize || zippackage::le::get32(state.stored.data()) != kLocalHeaderSignature) {
+    refuse(partNameOf(item), "its local header in the package is missing or damaged");
+  }
+  const std::size_t dataAt = kLocalHeaderSize + zippackage::le::get16(state.stored.data() + 26) +
+                             zippackage::le::get16(state.stored.data() + 28);
+  const std::size_t end = dataAt + compressed;
+  if (state.stored.size() < end) state.stored.resize(end);
+  while (got < end) {
+    const std::size_t n = opc::detail::preadSome(packageFd, state.stored.data() + got, end - got,
+                                                 item.localHeader + got, packagePath);
+    if (n == 0) refuse(partNameOf(item), "its compressed data ends early");
+    got += n;
+  }
+  const std::uint8_t* data = state.stored.data() + dataAt;
+  std::size_t length = compressed;
+  if (entry.compressionMethod == 8) {
+    if (!state.inflater) throw Exception("out of memory for an inflater");
+    if (state.inflated.size() < item.size) state.inflated.resize(static_cast<std::size_t>(item.size));
     std::size_t inflated = 0;
-    switch (libdeflate_deflate_decompress(inflater, job.stored.data(), job.stored.size(), scratch.data(),
-                                          static_cast<std::size_t>(target.size), &inflated)) {
+    switch (libdeflate_deflate_decompress(state.inflater.get(), data, compressed, state.inflated.data(),
+                                          static_cast<std::size_t>(item.size), &inflated)) {
       case LIBDEFLATE_SUCCESS:
         break;
       case LIBDEFLATE_INSUFFICIENT_SPACE:
-        checkLength(target, target.size + 1);
+        checkLength(item, item.size + 1);
         break;
       default:
-        refuse(target.partName(), "its compressed data is corrupt");
+        refuse(partNameOf(item), "its compressed data is corrupt");
     }
-    data = scratch.data();
+    data = state.inflated.data();
     length = inflated;
   }
-  checkLength(target, length);
-  if (libdeflate_crc32(0, data, length) != job.crc) {
-    refuse(target.partName(), "CRC error: its bytes do not match the checksum recorded for them");
+  checkLength(item, length);
+  if (libdeflate_crc32(0, data, length) != entry.crc) {
+    refuse(partNameOf(item), "CRC error: its bytes do not match the checksum recorded for them");
   }
-  opc::detail::writeAll(job.fd.get(), data, length, target.path);
-  finishFile(target, job.fd);
+  UniqueFd fd = createFile(dirfd, plan, item, replace);
+  opc::detail::writeAll(fd.get(), data, length, plan.pathOf(item));
+  finishFile(plan, item, fd);
 }
 
-// Worker threads that run jobs in the order given. The bytes held by queued and running jobs stay
-// under kInFlightLimit and the queue under kQueuedLimit (one larger job may run alone). With no workers, jobs run on submit. After a
-// job fails, submit throws its error, and finish returns it.
+// Whole entries of one folder, written by one worker.
+struct Batch {
+  std::shared_ptr<const UniqueFd> folder;  // kept open until the batch is done
+  std::uint32_t first = 0;                 // items [first, last) of the folder's children
+  std::uint32_t last = 0;
+};
+
+// Worker threads that write batches in the order given; the queue holds at most kQueuedLimit. With
+// no workers, batches run on submit. After a batch fails, submit throws its error and finish
+// returns it; the batches still queued are dropped (their files are not created).
 class Workers {
  public:
-  explicit Workers(unsigned count) {
+  Workers(unsigned count, const Plan& plan, const zippackage::ZipPhysicalPackage& physical, ReplaceMode replace)
+      : plan_(plan), physical_(physical), replace_(replace) {
     for (unsigned i = 0; i < count; ++i) threads_.emplace_back([this] { work(); });
   }
   ~Workers() {
@@ -172,208 +239,284 @@ class Workers {
   Workers(const Workers&) = delete;
   Workers& operator=(const Workers&) = delete;
 
-  void submit(JobPtr job) {
+  void submit(Batch batch) {
     if (threads_.empty()) {
-      run(*job);
-      if (!job->error.empty()) throw Exception(job->error);
+      run(batch, inline_);
       return;
     }
     std::unique_lock lock(mutex_);
-    room_.wait(lock, [&] {
-      return !error_.empty() ||
-             ((held_ == 0 || held_ + job->cost <= kInFlightLimit) && queue_.size() < kQueuedLimit);
-    });
+    room_.wait(lock, [&] { return !error_.empty() || queue_.size() < kQueuedLimit; });
     if (!error_.empty()) throw Exception(error_);
-    held_ += job->cost;
-    queue_.push_back(std::move(job));
+    queue_.push_back(std::move(batch));
     wake_.notify_one();
   }
 
-  // Waits for every job submitted. Returns the error of the first that failed, or "".
+  // Waits for every batch submitted. Returns the error of the first that failed, or "".
   [[nodiscard]] std::string finish() {
     std::unique_lock lock(mutex_);
     room_.wait(lock, [&] { return queue_.empty() && running_ == 0; });
     return error_;
   }
 
-  // Drops the jobs not started (their files are not created yet) and waits for the running ones.
+  // Drops the batches not started and waits for the running ones.
   void abandon() noexcept {
     std::unique_lock lock(mutex_);
     queue_.clear();
-    held_ = 0;
     room_.wait(lock, [&] { return running_ == 0; });
   }
 
  private:
-  static void run(Job& job) {
-    thread_local std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater(
-        libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
-    thread_local std::vector<std::uint8_t> scratch;
-    try {
-      if (!inflater) throw Exception("out of memory for an inflater");
-      runJob(job, inflater.get(), scratch);
-    } catch (const std::exception& e) {
-      job.error = e.what();
-      if (job.error.empty()) job.error = "unknown error";
+  void run(const Batch& batch, WriterState& state) const {
+    for (std::uint32_t i = batch.first; i < batch.last; ++i) {
+      const Item& item = plan_.items[i];
+      if (item.file && item.entry != kNone) writeWholeEntry(batch.folder->get(), plan_, item, physical_, replace_, state);
     }
-    if (scratch.size() > kWholeEntryLimit / 4) std::vector<std::uint8_t>().swap(scratch);
-    job.stored = {};
-    job.fd = UniqueFd();
-    job.folder.reset();
   }
 
   void work() {
+    WriterState state;
     for (;;) {
-      JobPtr job;
+      Batch batch;
       {
         std::unique_lock lock(mutex_);
         wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
         if (queue_.empty()) return;
-        job = std::move(queue_.front());
+        batch = std::move(queue_.front());
         queue_.pop_front();
         ++running_;
       }
-      run(*job);
+      std::string error;
+      try {
+        run(batch, state);
+      } catch (const std::exception& e) {
+        error = e.what();
+        if (error.empty()) error = "unknown error";
+      }
+      batch.folder.reset();
       {
         const std::lock_guard lock(mutex_);
-        held_ = held_ >= job->cost ? held_ - job->cost : 0;
         --running_;
-        if (error_.empty()) error_ = job->error;
+        if (error_.empty() && !error.empty()) {
+          error_ = std::move(error);
+          queue_.clear();
+        }
       }
       room_.notify_all();
     }
   }
 
+  const Plan& plan_;
+  const zippackage::ZipPhysicalPackage& physical_;
+  ReplaceMode replace_;
+  WriterState inline_;  // the calling thread's, when there are no workers
   std::mutex mutex_;
-  std::condition_variable wake_;  // workers: a job was queued, or stop
-  std::condition_variable room_;  // the reader: a job finished
-  std::deque<JobPtr> queue_;
-  std::uint64_t held_ = 0;
+  std::condition_variable wake_;  // workers: a batch was queued, or stop
+  std::condition_variable room_;  // the caller: a batch finished
+  std::deque<Batch> queue_;
   unsigned running_ = 0;
-  std::string error_;  // of the first job that failed
+  std::string error_;  // of the first batch that failed
   bool stopping_ = false;
   std::vector<std::thread> threads_;
 };
 
+// Where each entry's local header starts, by entry index, read from the package's directory; empty
+// when the package is not open for reading or its directory does not match what libzip listed
+// (every entry then streams through libzip).
+std::vector<std::uint64_t> localHeaderOffsets(const model::Package& package) {
+  if (package.getOpenMode() != interfaces::OpenMode::Read) return {};
+  const zippackage::ZipPhysicalPackage& physical = package.getPhysicalPackage();
+  const std::vector<zippackage::ZipEntry>& entries = physical.getEntries();
+  if (physical.rawDescriptor() < 0 || entries.empty()) return {};
+  zippackage::CentralDirectory directory;
+  try {
+    directory = zippackage::CentralDirectory::read(physical.rawDescriptor(), physical.getNarrowPath());
+  } catch (const Exception&) {
+    return {};
+  }
+  const std::vector<zippackage::DirectoryRecord>& records = directory.records();
+  if (records.size() != entries.size()) return {};
+  std::vector<std::uint64_t> offsets(entries.size(), ~std::uint64_t{0});
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const zippackage::DirectoryRecord& record = records[i];
+    const zippackage::ZipEntry& entry = entries[i];
+    if (record.name == entry.name && record.compressedSize == entry.compressedSize && record.size == entry.size &&
+        record.crc == entry.crc && record.method == entry.compressionMethod) {
+      offsets[i] = record.localHeaderOffset;
+    }
+  }
+  return offsets;
+}
+
 class Extraction {
  public:
   Extraction(model::Package& package, RestoreMode restore, TransformMode transform, ReplaceMode replace)
-      : package_(package),
-        restore_(restore),
-        transform_(transform),
-        replace_(replace),
-        workers_(zippackage::deflateThreads() > 1 ? zippackage::deflateThreads() : 0) {
+      : package_(package), restore_(restore), transform_(transform), replace_(replace) {
     indexZipEntries();
+    localHeaders_ = localHeaderOffsets(package_);
   }
 
-  // Builds the targets below `folder` and checks everything that needs no disk.
-  void plan(const TreeNode& folder, Target& into) {
-    std::unordered_map<std::string, const TreeNode*> seen;
-    for (const TreeNode* node : folder.sortedChildren()) {
-      Target target;
-      target.node = node;
-      const ustring name = transform_ == TransformMode::Encode ? node->name : node->segment;
-      if (const char* defect = detail::componentDefect(name)) refuse(target.partName(), defect);
-      target.name = opc::detail::toUtf8(name, "file name of part '" + narrow(target.partName()) + "'");
-      target.path = into.path.empty() ? target.name : into.path + '/' + target.name;
-      if (const auto [it, fresh] = seen.emplace(target.name, node); !fresh) {
-        refuse(target.partName(), "it would be written to '" + target.path + "' like '" +
-                                    narrow(FileSystemManager::getPrefix() + it->second->encodedPath()) + "'");
-      }
-      if (node->file) {
-        target.file = true;
-        target.part = package_.getPart(model::PartName(target.partName()));
-        target.size = target.part->getSize();
-        checkDeclaredSize(*target.part, target.size);
-        target.entry = wholeEntry(*target.part, target.size);
-        total_ += target.size;
-        if (restore_ == RestoreMode::Attributes) {
-          target.time = target.part->getLastModifiedTime();
-          target.mode = target.part->getUnixMode();
-        }
-      } else {
-        plan(*node, target);
-      }
-      into.children.push_back(std::move(target));
-    }
+  // Builds the plan below the tree's root and checks everything that needs no disk.
+  void plan(const TreeNode& root) {
+    plan_.items.emplace_back();
+    plan_.items[0].node = &root;
+    plan_.names.push_back('\0');
+    ustring encoded;
+    planFolder(0, root, encoded);
+    // Only the plan is needed from here on.
+    std::vector<std::pair<std::size_t, std::uint32_t>>().swap(zipEntries_);
   }
 
-  [[nodiscard]] std::uint64_t total() const { return total_; }
+  [[nodiscard]] std::uint64_t total() const { return plan_.total; }
 
   // Checks what is already below `dirfd` for every target: no symbolic link or file where a folder
   // goes, and no file where one would be written unless it may be replaced.
-  void checkExisting(int dirfd, const Target& folder) const {
-    for (const Target& target : folder.children) {
+  void checkExisting(int dirfd, const Item& folder) const {
+    for (std::uint32_t i = folder.first; i < folder.first + folder.count; ++i) {
+      const Item& item = plan_.items[i];
       struct stat st {};
-      if (::fstatat(dirfd, target.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (::fstatat(dirfd, plan_.nameOf(item), &st, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno == ENOENT) continue;
-        refuse(target.partName(), osError("cannot examine", target.path, errno));
+        refuse(partNameOf(item), osError("cannot examine", plan_.pathOf(item), errno));
       }
-      if (target.file) {
-        if (S_ISDIR(st.st_mode)) refuse(target.partName(), "'" + target.path + "' is a folder in the destination");
-        if (replace_ == ReplaceMode::Never) refuse(target.partName(), "'" + target.path + "' exists in the destination");
+      const std::string path = plan_.pathOf(item);
+      if (item.file) {
+        if (S_ISDIR(st.st_mode)) refuse(partNameOf(item), "'" + path + "' is a folder in the destination");
+        if (replace_ == ReplaceMode::Never) refuse(partNameOf(item), "'" + path + "' exists in the destination");
         continue;
       }
-      if (S_ISLNK(st.st_mode)) refuse(target.partName(), "'" + target.path + "' is a symbolic link in the destination");
-      if (!S_ISDIR(st.st_mode)) refuse(target.partName(), "'" + target.path + "' is a file in the destination");
-      const UniqueFd sub = openFolder(dirfd, target);
-      checkExisting(sub.get(), target);
+      if (S_ISLNK(st.st_mode)) refuse(partNameOf(item), "'" + path + "' is a symbolic link in the destination");
+      if (!S_ISDIR(st.st_mode)) refuse(partNameOf(item), "'" + path + "' is a file in the destination");
+      const UniqueFd sub = openFolder(dirfd, item);
+      checkExisting(sub.get(), item);
     }
   }
+  void checkExisting(int dirfd) const { checkExisting(dirfd, plan_.items[0]); }
 
   // Writes the whole tree below the destination `root`. On failure removes everything this call
   // created (after the workers have stopped) and rethrows.
-  void writeAll(int root, const Target& top) {
+  void writeAll(int root) {
+    const unsigned threads = zippackage::deflateThreads();
+    Workers workers(threads > 1 ? threads : 0, plan_, package_.getPhysicalPackage(), replace_);
     try {
-      write(std::make_shared<const UniqueFd>(::fcntl(root, F_DUPFD_CLOEXEC, 0)), top);
-      if (std::string error = workers_.finish(); !error.empty()) throw Exception(std::move(error));
+      write(workers, std::make_shared<const UniqueFd>(::fcntl(root, F_DUPFD_CLOEXEC, 0)), plan_.items[0]);
+      if (std::string error = workers.finish(); !error.empty()) throw Exception(std::move(error));
     } catch (...) {
-      workers_.abandon();
-      undo(root, top);
+      workers.abandon();
+      undo(root, plan_.items[0]);
       throw;
     }
   }
 
  private:
-  // Writes the targets below `dir`; files whose stored bytes a worker handles may still be in
-  // progress on return (the workers keep `dir` open).
-  void write(const std::shared_ptr<const UniqueFd>& dir, const Target& folder) {
-    if (!*dir) throw Exception(osError("cannot open the destination", "", errno));
-    const int dirfd = dir->get();
-    for (const Target& target : folder.children) {
-      if (target.file) {
-        if (target.entry != nullptr) {
-          startFile(dir, target);
-        } else {
-          writeFile(dirfd, target);
+  void planFolder(std::uint32_t folderIndex, const TreeNode& folder, ustring& encoded) {
+    const std::vector<const TreeNode*> children = folder.sortedChildren();
+    const auto first = static_cast<std::uint32_t>(plan_.items.size());
+    plan_.items[folderIndex].first = first;
+    plan_.items[folderIndex].count = static_cast<std::uint32_t>(children.size());
+    plan_.items.resize(plan_.items.size() + children.size());
+    const std::size_t base = encoded.size();
+    for (std::uint32_t k = 0; k < children.size(); ++k) {
+      const TreeNode& node = *children[k];
+      Item& item = plan_.items[first + k];
+      item.node = &node;
+      item.parent = folderIndex;
+      encoded.resize(base);
+      if (base != 0) encoded += u'/';
+      encoded += node.segment;
+      const ustring partName = FileSystemManager::getPrefix() + encoded;
+      const ustring& name = transform_ == TransformMode::Encode ? node.name : node.segment;
+      if (const char* defect = detail::componentDefect(name)) refuse(partName, defect);
+      item.name = static_cast<std::uint32_t>(plan_.names.size());
+      plan_.names += opc::detail::toUtf8(name, "file name of part '" + narrow(partName) + "'");
+      plan_.names.push_back('\0');
+      if (!node.file) continue;
+      item.file = true;
+      const model::PartPtr part = package_.getPart(model::PartName(partName));
+      item.size = part->getSize();
+      const std::uint32_t entry = findEntry(part->getPartName());
+      checkDeclaredSize(*part, item.size, entry);
+      if (isWhole(entry, item.size)) {
+        item.entry = entry;
+        item.localHeader = localHeaders_[entry];
+      }
+      plan_.total += item.size;
+      if (restore_ == RestoreMode::Attributes) {
+        if (const std::optional<FileTime> time = part->getLastModifiedTime()) {
+          item.hasTime = true;
+          item.seconds = time->seconds;
+          item.nanoseconds = time->nanoseconds;
         }
-        continue;
+        if (const std::optional<std::uint32_t> mode = part->getUnixMode()) {
+          item.hasMode = true;
+          item.mode = static_cast<std::uint16_t>(*mode & 07777);
+        }
       }
-      if (::mkdirat(dirfd, target.name.c_str(), 0777) == 0) {
-        target.made = true;
-      } else if (errno != EEXIST) {
-        refuse(target.partName(), osError("cannot create the folder", target.path, errno));
-      }
-      write(std::make_shared<const UniqueFd>(openFolder(dirfd, target)), target);
     }
+    refuseCollisions(first, first + static_cast<std::uint32_t>(children.size()));
+    for (std::uint32_t k = 0; k < children.size(); ++k) {
+      if (plan_.items[first + k].file) continue;
+      encoded.resize(base);
+      if (base != 0) encoded += u'/';
+      encoded += children[k]->segment;
+      planFolder(first + k, *children[k], encoded);
+    }
+    encoded.resize(base);
   }
 
+  // Two children of one folder written under one name: the later one is refused, naming the first.
+  void refuseCollisions(std::uint32_t first, std::uint32_t last) const {
+    std::vector<std::uint32_t> order(last - first);
+    for (std::uint32_t i = first; i < last; ++i) order[i - first] = i;
+    std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+      const int c = std::strcmp(plan_.nameOf(plan_.items[a]), plan_.nameOf(plan_.items[b]));
+      return c != 0 ? c < 0 : a < b;
+    });
+    std::uint32_t later = kNone;
+    std::uint32_t earlier = kNone;
+    for (std::size_t k = 1; k < order.size(); ++k) {
+      const bool same = std::strcmp(plan_.nameOf(plan_.items[order[k - 1]]), plan_.nameOf(plan_.items[order[k]])) == 0;
+      if (same && (later == kNone || order[k] < later)) {
+        later = order[k];
+        earlier = order[k - 1];
+      }
+    }
+    if (later == kNone) return;
+    const Item& item = plan_.items[later];
+    refuse(partNameOf(item), "it would be written to '" + plan_.pathOf(item) + "' like '" +
+                                 narrow(partNameOf(plan_.items[earlier])) + "'");
+  }
+
+  // Entries keyed by the hash of their part name's key, sorted: 16 bytes an entry, where a map of
+  // names would copy every name.
   void indexZipEntries() {
-    const zippackage::ZipPhysicalPackage& physical = package_.getPhysicalPackage();
-    for (const zippackage::ZipEntry& entry : physical.getEntries()) {
+    const std::vector<zippackage::ZipEntry>& entries = package_.getPhysicalPackage().getEntries();
+    zipEntries_.reserve(entries.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) {
       try {
-        zipEntries_.emplace(model::PartName::fromZipItemName(entry.name).getKey(), &entry);
+        const model::PartName name = model::PartName::fromZipItemName(entries[i].name);
+        zipEntries_.emplace_back(model::PartNameKeyHash()(name), static_cast<std::uint32_t>(i));
       } catch (const Exception&) {
         // Items that are no part ("[Content_Types].xml") cannot be content files.
       }
     }
+    std::sort(zipEntries_.begin(), zipEntries_.end());
+  }
+
+  // The ZIP entry holding the part, or kNone.
+  [[nodiscard]] std::uint32_t findEntry(const model::PartName& name) const {
+    const std::vector<zippackage::ZipEntry>& entries = package_.getPhysicalPackage().getEntries();
+    const std::size_t hash = model::PartNameKeyHash()(name);
+    auto it = std::lower_bound(zipEntries_.begin(), zipEntries_.end(), std::make_pair(hash, std::uint32_t{0}));
+    for (; it != zipEntries_.end() && it->first == hash; ++it) {
+      if (model::PartName::fromZipItemName(entries[it->second].name) == name) return it->second;
+    }
+    return kNone;
   }
 
   // A part still stored as it was in the file must not declare more than its data can inflate to.
-  void checkDeclaredSize(const model::Part& part, std::uint64_t size) const {
-    const auto it = zipEntries_.find(part.getPartName().getKey());
-    if (it == zipEntries_.end()) return;
-    const zippackage::ZipEntry& entry = *it->second;
+  void checkDeclaredSize(const model::Part& part, std::uint64_t size, std::uint32_t entryIndex) const {
+    if (entryIndex == kNone) return;
+    const zippackage::ZipEntry& entry = package_.getPhysicalPackage().getEntries()[entryIndex];
     if (entry.size != size) return;  // content replaced in this session
     const bool impossible = entry.compressionMethod == 0
                                 ? entry.size != entry.compressedSize
@@ -385,91 +528,108 @@ class Extraction {
     }
   }
 
-  // The ZIP entry of a part still stored as it was when the package was opened for reading, when
-  // it is small enough to be inflated whole, stored or deflated, and not encrypted.
-  [[nodiscard]] const zippackage::ZipEntry* wholeEntry(const model::Part& part, std::uint64_t size) const {
-    if (package_.getOpenMode() != interfaces::OpenMode::Read) return nullptr;
-    const auto it = zipEntries_.find(part.getPartName().getKey());
-    if (it == zipEntries_.end()) return nullptr;
-    const zippackage::ZipEntry& entry = *it->second;
+  // A worker takes a part's ZIP entry when the package is open for reading (so the part is still
+  // stored as it was), the entry's local header is known, and it is small enough to be inflated
+  // whole, stored or deflated, and not encrypted.
+  [[nodiscard]] bool isWhole(std::uint32_t entryIndex, std::uint64_t size) const {
+    if (entryIndex == kNone || localHeaders_.empty() || localHeaders_[entryIndex] == ~std::uint64_t{0}) return false;
+    const zippackage::ZipEntry& entry = package_.getPhysicalPackage().getEntries()[entryIndex];
     if (entry.size != size || entry.encrypted || size > kWholeEntryLimit ||
         entry.compressedSize > kWholeEntryLimit + kWholeEntryLimit / 8) {
-      return nullptr;
+      return false;
     }
-    if (entry.compressionMethod != 0 && entry.compressionMethod != 8) return nullptr;
-    return &entry;
+    return entry.compressionMethod == 0 || entry.compressionMethod == 8;
+  }
+
+  // Writes the children of `folder` below `dir`: its whole entries go to the workers in batches
+  // (still in progress on return; the batches keep `dir` open), the rest is written here, then each
+  // subfolder is made and entered.
+  void write(Workers& workers, const std::shared_ptr<const UniqueFd>& dir, const Item& folder) {
+    if (!*dir) throw Exception(osError("cannot open the destination", "", errno));
+    const int dirfd = dir->get();
+    const std::uint32_t last = folder.first + folder.count;
+    Batch batch;
+    std::uint32_t inBatch = 0;
+    const auto flush = [&](std::uint32_t end) {
+      if (inBatch == 0) return;
+      batch.last = end;
+      workers.submit(std::move(batch));
+      batch = Batch();
+      inBatch = 0;
+    };
+    for (std::uint32_t i = folder.first; i < last; ++i) {
+      const Item& item = plan_.items[i];
+      if (!item.file) continue;
+      if (item.entry == kNone) {
+        writeStreamed(dirfd, item);
+        continue;
+      }
+      if (inBatch == 0) {
+        batch.folder = dir;
+        batch.first = i;
+      }
+      if (++inBatch == kBatchFiles) flush(i + 1);
+    }
+    flush(last);
+    for (std::uint32_t i = folder.first; i < last; ++i) {
+      const Item& item = plan_.items[i];
+      if (item.file) continue;
+      if (::mkdirat(dirfd, plan_.nameOf(item), 0777) == 0) {
+        item.made = true;
+      } else if (errno != EEXIST) {
+        refuse(partNameOf(item), osError("cannot create the folder", plan_.pathOf(item), errno));
+      }
+      write(workers, std::make_shared<const UniqueFd>(openFolder(dirfd, item)), item);
+    }
   }
 
   // Removes what this extraction created below `dirfd`, deepest first; folders are entered without
   // following links. Best effort: what cannot be removed stays.
-  static void undo(int dirfd, const Target& folder) noexcept {
-    for (auto it = folder.children.rbegin(); it != folder.children.rend(); ++it) {
-      const Target& target = *it;
-      if (!target.file) {
-        const UniqueFd sub(::openat(dirfd, target.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (sub) undo(sub.get(), target);
+  void undo(int dirfd, const Item& folder) const noexcept {
+    for (std::uint32_t i = folder.first + folder.count; i-- > folder.first;) {
+      const Item& item = plan_.items[i];
+      if (!item.file) {
+        const UniqueFd sub(::openat(dirfd, plan_.nameOf(item), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (sub) undo(sub.get(), item);
       }
-      if (target.made) (void)::unlinkat(dirfd, target.name.c_str(), target.file ? 0 : AT_REMOVEDIR);
-      target.made = false;
+      if (item.made) (void)::unlinkat(dirfd, plan_.nameOf(item), item.file ? 0 : AT_REMOVEDIR);
+      item.made = false;
     }
   }
 
-
-  // Reads the file's stored bytes and leaves the rest, creating the file included (the kernel's
-  // share of the work), to a worker.
-  void startFile(const std::shared_ptr<const UniqueFd>& dir, const Target& target) {
-    auto job = std::make_shared<Job>();
-    job->target = &target;
-    job->folder = dir;
-    job->replace = replace_;
-    const zippackage::ZipEntry& entry = *target.entry;
-    job->deflated = entry.compressionMethod == 8;
-    job->crc = entry.crc;
-    job->stored.resize(static_cast<std::size_t>(entry.compressedSize));
-    std::unique_ptr<InputStream> in = package_.getPhysicalPackage().openRawEntry(entry.index);
-    std::size_t filled = 0;
-    while (filled < job->stored.size()) {
-      const std::size_t n = in->read(job->stored.data() + filled, job->stored.size() - filled);
-      if (n == 0) break;
-      filled += n;
-    }
-    if (filled != job->stored.size()) refuse(target.partName(), "its compressed data ends early");
-    job->cost = job->stored.size() + (job->deflated ? target.size : 0);
-    workers_.submit(std::move(job));
-  }
-
-  static UniqueFd openFolder(int dirfd, const Target& target) {
-    UniqueFd fd(::openat(dirfd, target.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd) refuse(target.partName(), osError("cannot open the folder", target.path, errno));
+  [[nodiscard]] UniqueFd openFolder(int dirfd, const Item& item) const {
+    UniqueFd fd(::openat(dirfd, plan_.nameOf(item), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) refuse(partNameOf(item), osError("cannot open the folder", plan_.pathOf(item), errno));
     return fd;
   }
 
-  void writeFile(int dirfd, const Target& target) const {
-    UniqueFd fd = createFile(dirfd, target, replace_);
-
-    std::unique_ptr<InputStream> in = target.part->getInputStream();
+  // A file the workers do not take: read through the package (inflated and CRC-checked there).
+  void writeStreamed(int dirfd, const Item& item) const {
+    UniqueFd fd = createFile(dirfd, plan_, item, replace_);
+    const model::PartPtr part = package_.getPart(model::PartName(partNameOf(item)));
+    std::unique_ptr<InputStream> in = part->getInputStream();
     std::vector<std::uint8_t> buffer(kCopyBuffer);
     std::uint64_t written = 0;
     for (;;) {
       const std::size_t n = in->read(buffer.data(), buffer.size());
       if (n == 0) break;
       written += n;
-      if (written > target.size) {
-        refuse(target.partName(), "it inflates to more than its declared " + std::to_string(target.size) + " bytes");
+      if (written > item.size) {
+        refuse(partNameOf(item), "it inflates to more than its declared " + std::to_string(item.size) + " bytes");
       }
-      opc::detail::writeAll(fd.get(), buffer.data(), n, target.path);
+      opc::detail::writeAll(fd.get(), buffer.data(), n, plan_.pathOf(item));
     }
-    checkLength(target, written);
-    finishFile(target, fd);
+    checkLength(item, written);
+    finishFile(plan_, item, fd);
   }
 
   model::Package& package_;
   RestoreMode restore_;
   TransformMode transform_;
   ReplaceMode replace_;
-  std::unordered_map<ustring, const zippackage::ZipEntry*> zipEntries_;
-  std::uint64_t total_ = 0;
-  Workers workers_;
+  std::vector<std::pair<std::size_t, std::uint32_t>> zipEntries_;  // (key hash, entry index), sorted
+  std::vector<std::uint64_t> localHeaders_;  // by entry index; ~0 when unknown
+  Plan plan_;
 };
 
 // The nearest folder of `path` that exists (the path itself when it does), for the free-space query.
@@ -500,8 +660,7 @@ void FileSystemManager::extractAll(const ustring& destination, RestoreMode resto
                                    ReplaceMode replace) {
   const TreeNode& root = index().root;
   Extraction extraction(package_, restore, transform, replace);
-  Target top;
-  extraction.plan(root, top);
+  extraction.plan(root);
 
   const std::string dest = opc::detail::toUtf8(destination, "destination folder");
   if (dest.empty()) throw Exception("no destination folder given");
@@ -510,7 +669,7 @@ void FileSystemManager::extractAll(const ustring& destination, RestoreMode resto
     if (!S_ISDIR(st.st_mode)) throw Exception("cannot extract to '" + dest + "': it is not a folder");
     UniqueFd fd(::open(dest.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!fd) throw Exception(osError("cannot open the destination", dest, errno));
-    extraction.checkExisting(fd.get(), top);
+    extraction.checkExisting(fd.get());
   }
   checkFreeSpace(dest, extraction.total());
 
@@ -518,7 +677,7 @@ void FileSystemManager::extractAll(const ustring& destination, RestoreMode resto
   LocalFileSystemOps().createDirectories(destination);
   UniqueFd fd(::open(dest.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!fd) throw Exception(osError("cannot open the destination", dest, errno));
-  extraction.writeAll(fd.get(), top);
+  extraction.writeAll(fd.get());
 }
 
 }  // namespace opc::kqservices

@@ -78,6 +78,10 @@ class ZipPhysicalPackage {
   // The entry's data as stored in the file (the raw deflate stream of a deflated entry), neither
   // inflated nor checked; the caller verifies sizes and CRC. Same errors and lifetime as openEntry.
   [[nodiscard]] std::unique_ptr<InputStream> openRawEntry(std::uint64_t index) const;
+  // The open archive's file (read only; -1 when none is open), for reading stored bytes with pread
+  // from several threads at offsets found in its directory. Owned by this package; valid until
+  // closeArchive(). libzip never reads through it.
+  [[nodiscard]] int rawDescriptor() const { return rawFd_; }
 
   // A new archive that replaces this package's file on commit. The open archive (if any) stays
   // readable meanwhile and is the source of copyEntry.
