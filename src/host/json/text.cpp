@@ -1,6 +1,7 @@
 // JSON text straight from host arrays. Strings, rows of strings and plain structures, which is what
 // the gateway returns, are written from the arrays' storage with no intermediate document; every other
 // value takes the document path, whose text is the reference this one must match byte for byte.
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -26,6 +27,19 @@ class Sink {
     if (used_ > sizeof buffer_ - 8) flush();
   }
   void put(char c) { buffer_[used_++] = c; }
+  // Copies units from [k, n) while they are printable ASCII needing no escape and there is room;
+  // returns where it stopped.
+  std::size_t putPlainAscii(const char16_t* units, std::size_t k, std::size_t n) {
+    char* p = buffer_ + used_;
+    const std::size_t end = std::min(n, k + (sizeof buffer_ - 8 - used_));
+    for (; k < end; ++k) {
+      const char16_t c = units[k];
+      if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\') break;
+      *p++ = static_cast<char>(c);
+    }
+    used_ = static_cast<std::size_t>(p - buffer_);
+    return k;
+  }
   void flush() {
     out_.append(buffer_, used_);
     used_ = 0;
@@ -60,9 +74,11 @@ bool writeString(Sink& sink, const char16_t* units, std::size_t n) {
   sink.put('"');
   for (std::size_t k = 0; k < n; ++k) {
     sink.reserve();
+    k = sink.putPlainAscii(units, k, n);
+    if (k == n) break;
     char32_t c = units[k];
     if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') {
-      sink.put(static_cast<char>(c));
+      sink.put(static_cast<char>(c));  // the buffer was full
     } else if (c < 0x80) {
       sink.put('\\');
       switch (c) {
