@@ -312,8 +312,11 @@ TEST_F(PackageTest, PartNameConflictsAreRefused) {
     const char* message;
   } cases[] = {
       {u"/docs/a.xml", "exists"},
+      {u"/DOCS/A.xml", "exists"},
       {u"/docs", "prefix segment"},
+      {u"/Docs", "prefix segment"},
       {u"/docs/a.xml/b", "extends the name"},
+      {u"/dOcs/A.XML/b", "extends the name"},
       {u"/_rels/x.rels", "relationships parts"},
       {u"/_rels", "reserved"},
   };
@@ -329,6 +332,14 @@ TEST_F(PackageTest, PartNameConflictsAreRefused) {
   // After its only part below is gone, a name may become a part itself.
   s.package.deletePart(PartName(u"/bin/data.bin"));
   EXPECT_NO_THROW(addPart(s.package, u"/bin", kXml, ""));
+  // Parts of one folder added in a row share its count: it lasts until the last of them goes.
+  for (const char16_t* name : {u"/f/g/a.xml", u"/f/g/b.xml", u"/F/G/c.xml"}) addPart(s.package, name, kXml, "");
+  for (const char16_t* name : {u"/f/g/b.xml", u"/f/g/a.xml", u"/f/g/c.xml"}) {
+    EXPECT_THROW(addPart(s.package, u"/f/g", kXml, ""), Exception);
+    s.package.deletePart(PartName(name));
+  }
+  EXPECT_NO_THROW(addPart(s.package, u"/f/g", kXml, ""));
+  EXPECT_THROW(addPart(s.package, u"/F", kXml, ""), Exception);
 }
 
 TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {

@@ -31,13 +31,14 @@ std::size_t token(const ustring& text, std::size_t i) {
 
 }  // namespace
 
-ContentType::ContentType(const ustring& text) : text_(text) {
+ContentType::ContentType(const ustring& text) {
+  ustring key;
   std::size_t i = token(text, 0);
   if (i == 0) invalid(text, "no type");
   if (i == text.size() || text[i] != u'/') invalid(text, "no '/' after the type");
   std::size_t j = token(text, i + 1);
   if (j == i + 1) invalid(text, "no subtype");
-  key_ = asciiLower(ustring_view(text).substr(0, j));
+  key = asciiLower(ustring_view(text).substr(0, j));
   while (j < text.size()) {
     if (text[j] != u';') invalid(text, "unexpected character after the subtype or a parameter");
     ++j;
@@ -68,21 +69,24 @@ ContentType::ContentType(const ustring& text) : text_(text) {
       valueEnd = token(text, nameEnd + 1);
       if (valueEnd == nameEnd + 1) invalid(text, "a parameter has no value");
     }
-    key_ += u';';
-    key_ += asciiLower(ustring_view(text).substr(j, nameEnd - j));
-    key_ += ustring_view(text).substr(nameEnd, valueEnd - nameEnd);
+    key += u';';
+    key += asciiLower(ustring_view(text).substr(j, nameEnd - j));
+    key += ustring_view(text).substr(nameEnd, valueEnd - nameEnd);
     j = valueEnd;
   }
+  data_ = std::make_shared<const Data>(Data{text, std::move(key)});
 }
 
 ustring ContentType::getType() const {
-  return key_.substr(0, key_.find(u'/'));
+  const ustring& key = data_->key;
+  return key.substr(0, key.find(u'/'));
 }
 
 ustring ContentType::getSubType() const {
-  const std::size_t slash = key_.find(u'/');
-  const std::size_t end = key_.find(u';');
-  return key_.substr(slash + 1, end == ustring::npos ? ustring::npos : end - slash - 1);
+  const ustring& key = data_->key;
+  const std::size_t slash = key.find(u'/');
+  const std::size_t end = key.find(u';');
+  return key.substr(slash + 1, end == ustring::npos ? ustring::npos : end - slash - 1);
 }
 
 }  // namespace opc::model

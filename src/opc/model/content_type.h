@@ -1,5 +1,6 @@
 #pragma once
 // Media types of parts.
+#include <memory>
 #include <string>
 
 #include "foundation/ustring.h"
@@ -9,19 +10,28 @@ namespace opc::model {
 // A media type "type/subtype" with optional ";name=value" parameters, RFC 2616 grammar without
 // linear white space (the packaging conventions forbid it). Throws opc::Exception when invalid.
 // Equality ignores ASCII case in type, subtype and parameter names; parameter values compare exactly.
+// Copies share one immutable text: every part of a package holds one.
 class ContentType {
  public:
   explicit ContentType(const ustring& text);
+  // Copy only: a moved-from value would have no text.
+  ContentType(const ContentType&) = default;
+  ContentType& operator=(const ContentType&) = default;
 
-  [[nodiscard]] const ustring& toString() const { return text_; }
+  [[nodiscard]] const ustring& toString() const { return data_->text; }
   // Lower-cased.
   [[nodiscard]] ustring getType() const;
   [[nodiscard]] ustring getSubType() const;
-  [[nodiscard]] bool operator==(const ContentType& other) const { return key_ == other.key_; }
+  [[nodiscard]] bool operator==(const ContentType& other) const {
+    return data_ == other.data_ || data_->key == other.data_->key;
+  }
 
  private:
-  ustring text_;
-  ustring key_;  // lower-cased except parameter values
+  struct Data {
+    ustring text;
+    ustring key;  // lower-cased except parameter values
+  };
+  std::shared_ptr<const Data> data_;
 };
 
 }  // namespace opc::model

@@ -85,7 +85,7 @@ ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what
           const ustring& extension = required(child, u"Extension", what);
           if (!isValidExtension(extension)) throw Exception(what + ": invalid extension '" + narrow(extension) + "'");
           const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
-          if (!map.defaults_.emplace(opc::detail::asciiLower(extension), type).second) {
+          if (!map.defaults_.emplace(extension, type).second) {
             throw Exception(what + ": extension '" + narrow(extension) + "' has more than one Default");
           }
         } else if (child.localName == u"Override") {
@@ -98,7 +98,7 @@ ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what
             throw Exception(what + ": Override: " + e.what());
           }
           const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
-          if (!map.overrides_.emplace(name->getKey(), type).second) {
+          if (!map.overrides_.emplace(name->getName(), type).second) {
             throw Exception(what + ": part '" + narrow(text) + "' has more than one Override");
           }
         } else {
@@ -109,10 +109,12 @@ ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what
 }
 
 const ContentType* ContentTypeMap::lookup(const PartName& name) const {
-  if (const auto it = overrides_.find(name.getKey()); it != overrides_.end()) return &it->second;
-  const ustring extension = name.getExtension();
+  if (!overrides_.empty()) {
+    if (const auto it = overrides_.find(ustring_view(name.getName())); it != overrides_.end()) return &it->second;
+  }
+  const ustring_view extension = name.extensionView();
   if (extension.empty()) return nullptr;
-  if (const auto it = defaults_.find(opc::detail::asciiLower(extension)); it != defaults_.end()) return &it->second;
+  if (const auto it = defaults_.find(extension); it != defaults_.end()) return &it->second;
   return nullptr;
 }
 
@@ -127,14 +129,14 @@ std::string buildContentTypesXml(const std::vector<std::pair<const PartName*, co
     const ContentType* chosen = nullptr;
   };
   std::vector<Extension> extensions;
-  std::unordered_map<ustring, std::size_t> byKey;
+  // Keyed by views of the parts' names, which outlive this function.
+  std::unordered_map<ustring_view, std::size_t, PartNameKeyHash, PartNameKeyEqual> byKey;
   std::vector<std::size_t> extensionOf(parts.size(), SIZE_MAX);
   for (std::size_t i = 0; i < parts.size(); ++i) {
-    const ustring extension = parts[i].first->getExtension();
+    const ustring_view extension = parts[i].first->extensionView();
     if (extension.empty()) continue;
-    const ustring key = opc::detail::asciiLower(extension);
-    auto [it, inserted] = byKey.emplace(key, extensions.size());
-    if (inserted) extensions.push_back(Extension{extension, {}, nullptr});
+    auto [it, inserted] = byKey.emplace(extension, extensions.size());
+    if (inserted) extensions.push_back(Extension{ustring(extension), {}, nullptr});
     extensionOf[i] = it->second;
     auto& candidates = extensions[it->second].candidates;
     bool found = false;

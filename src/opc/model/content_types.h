@@ -29,8 +29,10 @@ class ContentTypeMap {
   [[nodiscard]] const ContentType* lookup(const PartName& name) const;
 
  private:
-  std::unordered_map<ustring, ContentType> defaults_;   // ASCII-lower-cased extension
-  std::unordered_map<ustring, ContentType> overrides_;  // part name key
+  // Keys compare ignoring ASCII case.
+  using Map = std::unordered_map<ustring, ContentType, PartNameKeyHash, PartNameKeyEqual>;
+  Map defaults_;   // extension
+  Map overrides_;  // part name
 };
 
 // The document for these parts (relationships parts included): for each extension, the content type

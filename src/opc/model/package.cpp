@@ -38,11 +38,14 @@ std::string describeEntry(const ZipEntry& entry) {
   return "entry " + std::to_string(entry.index) + " '" + entry.name + "'";
 }
 
-// Calls `visit` with the key of every proper prefix segment of `key` ("/a", "/a/b" for "/a/b/c").
+// Calls `visit` with every proper prefix segment of `name` ("/a", "/a/b" for "/a/b/c") and its hash,
+// hashing the name once rather than each prefix anew.
 template <class Visit>
-void forEachPrefix(ustring_view key, Visit visit) {
-  for (std::size_t i = 1; i < key.size(); ++i) {
-    if (key[i] == u'/') visit(key.substr(0, i));
+void forEachPrefix(ustring_view name, Visit visit) {
+  std::size_t hash = PartNameKeyHash::step(PartNameKeyHash::kSeed, name.empty() ? u'/' : name[0]);
+  for (std::size_t i = 1; i < name.size(); ++i) {
+    if (name[i] == u'/') visit(PartNameKey{name.substr(0, i), hash});
+    hash = PartNameKeyHash::step(hash, name[i]);
   }
 }
 
@@ -188,8 +191,10 @@ void Package::load() {
     return detail::ContentTypeMap::read(*stream, where, maxBytes);
   }();
 
+  parts_.reserve(entries.size());
+  byKey_.reserve(entries.size());
   std::vector<std::pair<PartName, const ZipEntry*>> relationshipParts;
-  std::unordered_map<ustring, std::size_t> relationshipKeys;
+  std::unordered_map<ustring, std::size_t, PartNameKeyHash, PartNameKeyEqual> relationshipKeys;
   for (const auto& entry : entries) {
     if (&entry == contentTypesEntry) continue;
     if (!entry.name.empty() && entry.name.back() == '/') continue;  // a folder item: no part
@@ -206,7 +211,7 @@ void Package::load() {
       throw Exception(where() + ": " + e.what());
     }
     if (name->isRelationshipsPartName()) {
-      if (!relationshipKeys.emplace(name->getKey(), relationshipParts.size()).second) {
+      if (!relationshipKeys.emplace(name->getName(), relationshipParts.size()).second) {
         throw Exception(where() + ": its name is equivalent to that of another item");
       }
       relationshipParts.emplace_back(*name, &entry);
@@ -214,10 +219,10 @@ void Package::load() {
     }
     const ContentType* type = contentTypes.lookup(*name);
     if (type == nullptr) throw Exception(where() + ": part '" + narrow(name->getName()) + "' has no content type");
-    PartPtr part(new Part(this, *name, *type,
+    PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type,
                           StandardPartInfo(entry.compressionMethod == 0 ? StandardPartInfo::Stored
                                                                         : StandardPartInfo::Deflated,
-                                           entry.size)));
+                                           entry.size));
     part->sourceEntry_ = entry.index;
     part->sourceSize_ = entry.size;
     part->lastModified_ = entry.attributes.lastModified;
@@ -233,7 +238,7 @@ void Package::load() {
   for (const auto& [name, entry] : relationshipParts) {
     const std::string where = "package '" + path + "': relationships part '" + narrow(name.getName()) + "' (" +
                               describeEntry(*entry) + ")";
-    forEachPrefix(name.getKey(), [&](ustring_view prefix) {
+    forEachPrefix(name.getName(), [&](const PartNameKey& prefix) {
       if (byKey_.contains(prefix)) throw Exception(where + ": a part is named like one of its folders");
     });
     const ContentType* type = contentTypes.lookup(name);
@@ -249,7 +254,7 @@ void Package::load() {
     Relationships* target = &relationships_;
     Part* sourcePart = nullptr;
     if (source.toString() != u"/") {
-      const auto it = byKey_.find(PartName(source.toString()).getKey());
+      const auto it = byKey_.find(ustring_view(PartName(source.toString()).getName()));
       if (it == byKey_.end()) throw Exception(where + ": its source part does not exist");
       sourcePart = parts_[it->second].get();
       target = &sourcePart->relationships();
@@ -266,34 +271,45 @@ void Package::load() {
 }
 
 void Package::insertPart(PartPtr part) {
-  const ustring& key = part->getPartName().getKey();
-  const auto name = [&] { return narrow(part->getPartName().getName()); };  // for errors only
+  const ustring_view text = part->getPartName().getName();
+  const PartNameKey key{text, PartNameKeyHash{}(text)};
+  const auto name = [&] { return narrow(text); };  // for errors only
   if (byKey_.contains(key)) throw Exception("a part named like '" + name() + "' exists (names differ in case only or not at all)");
-  if (const auto it = folders_.find(key); it != folders_.end() && it->second > 0) {
-    throw Exception("part name '" + name() + "' is a prefix segment of another part's name");
+  if (folders_.contains(key)) throw Exception("part name '" + name() + "' is a prefix segment of another part's name");
+  // Parts come mostly folder by folder: when this part's folder is the last one's, its prefixes are
+  // folders already (so none is a part) and their counts are where they were.
+  const ustring_view folder = text.substr(0, text.rfind(u'/'));
+  if (!lastFolderValid_ || !opc::detail::equalsIgnoreAsciiCase(folder, lastFolder_)) {
+    // A prefix that is a folder already cannot be a part; only new folders need the part check. All
+    // checks come before any change, so a refused part leaves the index as it was.
+    lastFolderValid_ = false;
+    counted_.clear();
+    uncounted_.clear();
+    forEachPrefix(text, [&](const PartNameKey& prefix) {
+      if (const auto it = folders_.find(prefix); it != folders_.end()) {
+        counted_.push_back(&it->second);  // values stay put when the map grows
+      } else if (byKey_.contains(prefix)) {
+        throw Exception("part name '" + name() + "' extends the name of another part by segments");
+      } else {
+        uncounted_.push_back(prefix.text);
+      }
+    });
+    for (const ustring_view prefix : uncounted_) counted_.push_back(&folders_.emplace(ustring(prefix), 0u).first->second);
   }
-  forEachPrefix(key, [&](ustring_view prefix) {
-    if (byKey_.contains(prefix)) {
-      throw Exception("part name '" + name() + "' extends the name of another part by segments");
-    }
-  });
-  forEachPrefix(key, [&](ustring_view prefix) {
-    if (const auto it = folders_.find(prefix); it != folders_.end()) {
-      ++it->second;
-    } else {
-      folders_.emplace(ustring(prefix), 1u);
-    }
-  });
-  byKey_.emplace(key, parts_.size());
+  for (std::uint32_t* count : counted_) ++*count;
+  byKey_.emplace(text, parts_.size());
   parts_.push_back(std::move(part));
   ++partCount_;
+  lastFolder_ = folder;
+  lastFolderValid_ = true;
 }
 
 void Package::removeFromIndex(const PartName& name) {
-  const auto it = byKey_.find(name.getKey());
-  parts_[it->second] = nullptr;
+  lastFolderValid_ = false;  // its counts may go, and its text with its part
+  const auto it = byKey_.find(ustring_view(name.getName()));
+  PartPtr part = std::move(parts_[it->second]);  // keeps the key's text alive until it is erased
   byKey_.erase(it);
-  forEachPrefix(name.getKey(), [&](ustring_view prefix) {
+  forEachPrefix(name.getName(), [&](const PartNameKey& prefix) {
     const auto f = folders_.find(prefix);
     if (--f->second == 0) folders_.erase(f);
   });
@@ -304,7 +320,7 @@ void Package::removeFromIndex(const PartName& name) {
     live.reserve(partCount_);
     for (auto& p : parts_) {
       if (p) {
-        byKey_[p->getPartName().getKey()] = live.size();
+        byKey_[p->getPartName().getName()] = live.size();
         live.push_back(std::move(p));
       }
     }
@@ -319,11 +335,11 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
                     "': relationships parts are made through relationships");
   }
   // A part named like the folder of relationships parts would clash with them when written.
-  const ustring& key = name.getKey();
-  if (key.size() >= 6 && key.compare(key.size() - 6, 6, u"/_rels") == 0) {
+  const ustring_view key = name.getName();
+  if (key.size() >= 6 && opc::detail::equalsIgnoreAsciiCase(key.substr(key.size() - 6), u"/_rels")) {
     throw Exception("cannot create part '" + narrow(name.getName()) + "': the segment '_rels' is reserved");
   }
-  PartPtr part(new Part(this, name, contentType, info));
+  PartPtr part = std::make_shared<Part>(Part::Key{}, this, name, contentType, info);
   part->contentChanged_ = true;
   insertPart(part);
   structureChanged_ = true;
@@ -332,7 +348,7 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
 
 PartPtr Package::getPart(const PartName& name) const {
   requireOpen();
-  const auto it = byKey_.find(name.getKey());
+  const auto it = byKey_.find(ustring_view(name.getName()));
   if (it == byKey_.end()) {
     throw Exception("package '" + physical_.getNarrowPath() + "' has no part '" + narrow(name.getName()) + "'");
   }
@@ -341,12 +357,12 @@ PartPtr Package::getPart(const PartName& name) const {
 
 bool Package::partExists(const PartName& name) const {
   requireOpen();
-  return byKey_.contains(name.getKey());
+  return byKey_.contains(ustring_view(name.getName()));
 }
 
 void Package::deletePart(const PartName& name) {
   requireWritable();
-  const auto it = byKey_.find(name.getKey());
+  const auto it = byKey_.find(ustring_view(name.getName()));
   if (it == byKey_.end()) {
     throw Exception("cannot delete part '" + narrow(name.getName()) + "' of package '" + physical_.getNarrowPath() +
                     "': no such part");
@@ -418,8 +434,9 @@ void Package::release() noexcept {
   for (auto& p : parts_) {
     if (p) p->owner_ = nullptr;
   }
-  parts_.clear();
+  lastFolderValid_ = false;
   byKey_.clear();
+  parts_.clear();
   folders_.clear();
   partCount_ = 0;
   relationships_ = Relationships(PackageHelper::getPackageRootURI());

@@ -93,15 +93,17 @@ class Package {
   zippackage::ZipPhysicalPackage& physical_;
   std::optional<interfaces::OpenMode> mode_;
   std::vector<PartPtr> parts_;                        // null where a part was deleted
-  // Looked up by views, so that checking a name's prefixes allocates nothing.
-  struct KeyHash {
-    using is_transparent = void;
-    std::size_t operator()(ustring_view key) const noexcept { return std::hash<ustring_view>{}(key); }
-  };
-  template <class Value>
-  using KeyMap = std::unordered_map<ustring, Value, KeyHash, std::equal_to<>>;
-  KeyMap<std::size_t> byKey_;      // PartName key -> index in parts_
-  KeyMap<std::uint32_t> folders_;  // keys of name prefixes -> parts below
+  // Names compare ignoring ASCII case; looked up by views, so that checking a name's prefixes
+  // allocates nothing. byKey_'s keys view the names of the parts in parts_: an entry is erased
+  // before its part is let go.
+  std::unordered_map<ustring_view, std::size_t, PartNameKeyHash, PartNameKeyEqual> byKey_;  // -> parts_
+  std::unordered_map<ustring, std::uint32_t, PartNameKeyHash, PartNameKeyEqual> folders_;  // prefix -> parts below
+  // insertPart's memory of the last part's folder: its text (in that part's name) and the counts of
+  // its prefixes in folders_. Dropped whenever a part or folder count can go.
+  ustring_view lastFolder_;
+  bool lastFolderValid_ = false;
+  std::vector<std::uint32_t*> counted_;
+  std::vector<ustring_view> uncounted_;  // scratch
   std::size_t partCount_ = 0;
   Relationships relationships_;
   std::optional<std::uint64_t> relationshipsEntry_;

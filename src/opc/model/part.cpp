@@ -52,7 +52,7 @@ StandardPartInfo::StandardPartInfo(int compressionType, std::uint64_t size)
   }
 }
 
-Part::Part(Package* owner, PartName name, ContentType contentType, StandardPartInfo info)
+Part::Part(Key, Package* owner, PartName name, ContentType contentType, StandardPartInfo info)
     : owner_(owner),
       name_(std::move(name)),
       contentType_(std::move(contentType)),

@@ -27,7 +27,13 @@ class Package;
 // written through getOutputStream (memory up to a small limit, then an unnamed temporary file in the
 // package's folder). No part's content is ever held whole in memory beyond that limit.
 class Part : public std::enable_shared_from_this<Part> {
+  struct Key {
+    explicit Key() = default;
+  };
+
  public:
+  // Callable by Package only (Key is private); public so that the part and its count share one block.
+  Part(Key, Package* owner, PartName name, ContentType contentType, StandardPartInfo info);
   Part(const Part&) = delete;
   Part& operator=(const Part&) = delete;
   ~Part();
@@ -63,7 +69,6 @@ class Part : public std::enable_shared_from_this<Part> {
 
  private:
   friend class Package;
-  Part(Package* owner, PartName name, ContentType contentType, StandardPartInfo info);
   Package& owner() const;       // throws when detached
   Package& writableOwner();     // throws when detached or read only
   void contentChanged();

@@ -1,5 +1,6 @@
 #include "opc/model/part_name.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "opc/detail/text.h"
@@ -64,21 +65,50 @@ PartName::PartName(const ustring& name) {
   }
   checkGrammar(uriForm, name);
   name_ = std::move(uriForm);
-  key_ = asciiLower(name_);
 }
 
+PartName::PartName(ustring uriForm, Checked) : name_(std::move(uriForm)) {}
+
 PartName PartName::fromZipItemName(std::string_view itemName) {
-  ustring name = u"/";
   bool ascii = true;
   for (const char c : itemName) {
     if (static_cast<unsigned char>(c) > 0x7F) ascii = false;
   }
-  if (ascii) {
-    name += widenAscii(itemName);
+  if (!ascii) return PartName(u"/" + fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'"));
+  // ASCII needs no encoding: the URI form is the name itself, only its grammar is checked.
+  ustring name;
+  name.reserve(itemName.size() + 1);
+  name += u'/';
+  for (const char c : itemName) name += static_cast<char16_t>(c);
+  if (itemName.find('%') == std::string_view::npos) {
+    checkGrammar(name, name);  // nothing to upper-case, so the text in messages stays as given
   } else {
-    name += fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'");
+    const ustring original = name;
+    checkGrammar(name, original);
   }
-  return PartName(name);
+  return PartName(std::move(name), Checked{});
+}
+
+ustring PartName::getKey() const {
+  return asciiLower(name_);
+}
+
+bool PartName::operator==(const PartName& other) const {
+  return equalsIgnoreAsciiCase(name_, other.name_);
+}
+
+bool PartName::operator<(const PartName& other) const {
+  const std::size_t n = std::min(name_.size(), other.name_.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    const char16_t a = asciiLower(name_[i]);
+    const char16_t b = asciiLower(other.name_[i]);
+    if (a != b) return a < b;
+  }
+  return name_.size() < other.name_.size();
+}
+
+bool PartNameKeyEqual::operator()(ustring_view a, ustring_view b) const noexcept {
+  return equalsIgnoreAsciiCase(a, b);
 }
 
 std::string PartName::getZipItemName() const {
@@ -91,19 +121,20 @@ URI PartName::getURI() const {
   return URI(name_);
 }
 
-ustring PartName::getExtension() const {
+ustring_view PartName::extensionView() const {
   const std::size_t slash = name_.rfind(u'/');
   const std::size_t dot = name_.rfind(u'.');
   if (dot == ustring::npos || dot < slash) return {};
-  return name_.substr(dot + 1);
+  return ustring_view(name_).substr(dot + 1);
 }
 
 bool PartName::isRelationshipsPartName() const {
-  const std::size_t last = key_.rfind(u'/');
-  if (key_.size() < 5 || key_.compare(key_.size() - 5, 5, u".rels") != 0) return false;
+  const ustring_view name(name_);
+  const std::size_t last = name.rfind(u'/');
+  if (name.size() < 5 || !equalsIgnoreAsciiCase(name.substr(name.size() - 5), u".rels")) return false;
   if (last == 0) return false;
-  const std::size_t previous = key_.rfind(u'/', last - 1);
-  return key_.compare(previous + 1, last - previous - 1, u"_rels") == 0;
+  const std::size_t previous = name.rfind(u'/', last - 1);
+  return equalsIgnoreAsciiCase(name.substr(previous + 1, last - previous - 1), u"_rels");
 }
 
 ustring PartName::encodeSegment(ustring_view text) {

@@ -18,8 +18,8 @@ namespace opc::model {
 // Rules between names (a name that is a prefix segment of another, equivalent names) are the
 // package's to check.
 //
-// Equivalence (operator==, hash) compares as case-insensitive ASCII: "/A.xml" and "/a.XML" are the
-// same part.
+// Equivalence (operator==, PartNameKeyHash) compares as case-insensitive ASCII: "/A.xml" and "/a.XML"
+// are the same part. No lower-cased copy is kept: a package holds tens of thousands of names.
 class PartName {
  public:
   explicit PartName(const ustring& name);
@@ -32,15 +32,18 @@ class PartName {
 
   [[nodiscard]] const ustring& getName() const { return name_; }
   [[nodiscard]] URI getURI() const;
-  // The text after the last "." of the last segment; "" when there is none.
-  [[nodiscard]] ustring getExtension() const;
+  // The text after the last "." of the last segment; "" when there is none. The view lives as long
+  // as this name.
+  [[nodiscard]] ustring getExtension() const { return ustring(extensionView()); }
+  [[nodiscard]] ustring_view extensionView() const;
   // "/a/_rels/b.xml.rels" and "/_rels/.rels" are relationships part names.
   [[nodiscard]] bool isRelationshipsPartName() const;
 
-  // ASCII-lower-cased name: equal keys <=> equivalent names.
-  [[nodiscard]] const std::u16string& getKey() const { return key_; }
-  [[nodiscard]] bool operator==(const PartName& other) const { return key_ == other.key_; }
-  [[nodiscard]] bool operator<(const PartName& other) const { return key_ < other.key_; }
+  // ASCII-lower-cased name: equal keys <=> equivalent names. Made on each call.
+  [[nodiscard]] ustring getKey() const;
+  [[nodiscard]] bool operator==(const PartName& other) const;
+  // Orders as the keys would.
+  [[nodiscard]] bool operator<(const PartName& other) const;
 
   // Turns any text into the text of one valid segment's worth of characters: every character that
   // is not unreserved or a safe sub-delimiter is percent-encoded as UTF-8 (space, "#", "%", "?", "/",
@@ -51,14 +54,38 @@ class PartName {
   [[nodiscard]] static ustring decodeSegment(ustring_view text);
 
  private:
+  struct Checked {};
+  PartName(ustring uriForm, Checked);
   ustring name_;
-  ustring key_;
 };
 
-struct PartNameHash {
-  std::size_t operator()(const PartName& name) const noexcept {
-    return std::hash<std::u16string>{}(name.getKey());
-  }
+// Hash and equality of names as keys (case-insensitive ASCII), over views so that maps can be keyed
+// by views of names they do not own and looked up without allocating. The hash is built one code
+// unit at a time, so that all prefixes of a name can be hashed in one pass (PartNameKey).
+struct PartNameKey {
+  ustring_view text;
+  std::size_t hash;  // PartNameKeyHash of text
 };
+struct PartNameKeyHash {
+  using is_transparent = void;
+  static constexpr std::size_t kSeed = 14695981039346656037ull;
+  [[nodiscard]] static constexpr std::size_t step(std::size_t hash, char16_t c) {
+    return (hash ^ ((c >= u'A' && c <= u'Z') ? c + 32 : c)) * 1099511628211ull;  // FNV-1a
+  }
+  [[nodiscard]] std::size_t operator()(ustring_view name) const noexcept {
+    std::size_t hash = kSeed;
+    for (const char16_t c : name) hash = step(hash, c);
+    return hash;
+  }
+  [[nodiscard]] std::size_t operator()(const PartNameKey& key) const noexcept { return key.hash; }
+  [[nodiscard]] std::size_t operator()(const PartName& name) const noexcept { return (*this)(name.getName()); }
+};
+struct PartNameKeyEqual {
+  using is_transparent = void;
+  [[nodiscard]] bool operator()(ustring_view a, ustring_view b) const noexcept;
+  [[nodiscard]] bool operator()(const PartNameKey& a, ustring_view b) const noexcept { return (*this)(a.text, b); }
+  [[nodiscard]] bool operator()(ustring_view a, const PartNameKey& b) const noexcept { return (*this)(a, b.text); }
+};
+using PartNameHash = PartNameKeyHash;
 
 }  // namespace opc::model
