@@ -37,19 +37,30 @@ const ustring kFolderContentType = u"application/x-zvaddon-folder";
 
 // Content types of files by extension (lower case); anything else is an octet stream. Only what
 // an independent reader may want to recognise; the tree does not depend on it.
-const ustring& contentTypeFor(const ustring& name) {
-  static const std::map<ustring, ustring> known = {
-      {u"xml", u"application/xml"},  {u"txt", u"text/plain"},  {u"htm", u"text/html"},
-      {u"html", u"text/html"},       {u"css", u"text/css"},    {u"json", u"application/json"},
-      {u"pdf", u"application/pdf"},  {u"png", u"image/png"},   {u"jpg", u"image/jpeg"},
-      {u"jpeg", u"image/jpeg"},      {u"gif", u"image/gif"},   {u"svg", u"image/svg+xml"},
-      {u"zip", u"application/zip"},
-  };
-  static const ustring octets = u"application/octet-stream";
+// Parsed once: every part made from a file shares its type's text.
+const model::ContentType& contentTypeFor(const ustring& name) {
+  static const std::map<ustring, model::ContentType, std::less<>> known = [] {
+    const std::pair<const char16_t*, const char16_t*> table[] = {
+        {u"xml", u"application/xml"},  {u"txt", u"text/plain"},  {u"htm", u"text/html"},
+        {u"html", u"text/html"},       {u"css", u"text/css"},    {u"json", u"application/json"},
+        {u"pdf", u"application/pdf"},  {u"png", u"image/png"},   {u"jpg", u"image/jpeg"},
+        {u"jpeg", u"image/jpeg"},      {u"gif", u"image/gif"},   {u"svg", u"image/svg+xml"},
+        {u"zip", u"application/zip"},
+    };
+    std::map<ustring, model::ContentType, std::less<>> map;
+    for (const auto& [extension, type] : table) map.emplace(extension, model::ContentType(type));
+    return map;
+  }();
+  static const model::ContentType octets(u"application/octet-stream");
   const std::size_t dot = name.rfind(u'.');
-  if (dot == ustring::npos || dot == 0) return octets;
+  if (dot == ustring::npos || dot == 0 || name.size() - dot - 1 > 4) return octets;  // none known is longer
   const auto it = known.find(asciiLower(ustring_view(name).substr(dot + 1)));
   return it == known.end() ? octets : it->second;
+}
+
+const model::ContentType& folderContentType() {
+  static const model::ContentType type(kFolderContentType);
+  return type;
 }
 
 model::PartName partNameOf(const ustring& encodedPath) {
@@ -233,7 +244,7 @@ TreeIndex& FileSystemManager::index() const {
 
   auto fresh = std::make_unique<TreeIndex>();
   const ustring prefixKey = asciiLower(kPrefix);
-  const model::ContentType folderType(kFolderContentType);
+  const model::ContentType& folderType = folderContentType();
   detail::TreeBuilder builder(fresh->root);
   for (const model::PartPtr& part : package_.getParts()) {
     const ustring& key = part->getPartName().getKey();
@@ -321,7 +332,7 @@ TreeNode* attachMissing(const Placement& at, const std::vector<ustring>& compone
 void FileSystemManager::restorePlaceholder(const TreeNode* emptied) noexcept {
   try {
     if (emptied != nullptr) {
-      (void)package_.createPart(partNameOf(emptied->encodedPath()), model::ContentType(kFolderContentType),
+      (void)package_.createPart(partNameOf(emptied->encodedPath()), folderContentType(),
                                 model::StandardPartInfo());
     }
   } catch (...) {
@@ -345,7 +356,7 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
   TreeNode* const emptied = at.folder->placeholder ? at.folder : nullptr;
   if (emptied != nullptr) package_.deletePart(partNameOf(emptied->encodedPath()));
   try {
-    model::PartPtr part = package_.createPart(name, model::ContentType(contentTypeFor(components.back())),
+    model::PartPtr part = package_.createPart(name, contentTypeFor(components.back()),
                                               model::StandardPartInfo(model::StandardPartInfo::Deflated, status.size));
     part->setContentSource(std::move(source));
     part->setLastModifiedTime(clampedToSourceDateEpoch(status.lastWriteTime));
@@ -375,7 +386,7 @@ FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
   TreeNode* const emptied = at.folder->placeholder ? at.folder : nullptr;
   if (emptied != nullptr) package_.deletePart(partNameOf(emptied->encodedPath()));
   try {
-    (void)package_.createPart(name, model::ContentType(kFolderContentType), model::StandardPartInfo());
+    (void)package_.createPart(name, folderContentType(), model::StandardPartInfo());
   } catch (...) {
     restorePlaceholder(emptied);
     throw;
