@@ -57,6 +57,26 @@ TEST(ArrayShape, EveryCreatorNormalisesDimensions) {
   EXPECT_EQ(hostErrorOf([&] { Owned(qxCreateObjectArray("not a name", 2, small, 0, nullptr)); }), err::invalidClass);
 }
 
+// Each step from element count to allocation size can overflow on its own; every one must end in the
+// host's out-of-memory error, never in a short allocation.
+TEST(ArrayShape, SizesThatCannotBeAllocatedRaiseOutOfMemory) {
+  constexpr qxSize big = qxSize{1} << 60;
+  const char* field[] = {"a"};
+  const std::vector<std::pair<const char*, std::function<qxArray*()>>> cases = {
+      {"cell slots overflow", [] { return qxCreateCellArray(2, std::vector<qxSize>{2 * big, 1}.data()); }},
+      {"complex doubles the bytes", [] { return qxCreateNumericMatrix(big, 1, qxDOUBLE_CLASS, qxCOMPLEX); }},
+      {"header on top of the bytes", [] { return qxCreateNumericMatrix(~qxSize{0}, 1, qxUINT8_CLASS, qxREAL); }},
+      {"more dimensions overflow the count", [] {
+         return qxCreateCharArray(3, std::vector<qxSize>{big, 4, 4}.data());
+       }},
+      {"structure field values", [&] { return qxCreateStructArray(2, std::vector<qxSize>{4 * big, 1}.data(), 1, field); }},
+  };
+  for (const auto& [name, create] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(hostErrorOf([&] { Owned a(create()); }), err::outOfMemory);
+  }
+}
+
 // Class queries are met by every JSON round trip (json_test.cpp); what is left is null.
 TEST(ArrayClass, NullReadsAsNothing) {
   EXPECT_EQ(qxGetClassID(nullptr), qxUNKNOWN_CLASS);
