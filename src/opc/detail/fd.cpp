@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "opc/exception.h"
@@ -75,6 +76,12 @@ std::size_t preadSome(int fd, std::uint8_t* data, std::size_t size, std::uint64_
     if (n >= 0) return static_cast<std::size_t>(n);
     if (errno != EINTR) throw Exception(osError("cannot read", path, errno));
   }
+}
+
+void writeBehind(int fd, std::uint64_t& handed, std::uint64_t end, bool force) {
+  if (end <= handed || (!force && end - handed < kWriteBehind)) return;
+  (void)::sync_file_range(fd, static_cast<off_t>(handed), static_cast<off_t>(end - handed), SYNC_FILE_RANGE_WRITE);
+  handed = end;
 }
 
 }  // namespace opc::detail

@@ -62,4 +62,11 @@ void pwriteAll(int fd, const std::uint8_t* data, std::size_t size, std::uint64_t
 [[nodiscard]] std::size_t preadSome(int fd, std::uint8_t* data, std::size_t size, std::uint64_t offset,
                                     std::string_view path);
 
+// Writes behind a growing file: once `end` is kWriteBehind bytes past `handed`, hands
+// [handed, end) to the disk without waiting for it and moves `handed` to `end` (`force` hands any
+// rest). A hint that never fails: the sync before a rename then finds little left to write, so the
+// disk's writing overlaps the making of the file instead of following it.
+inline constexpr std::uint64_t kWriteBehind = 32u << 20;
+void writeBehind(int fd, std::uint64_t& handed, std::uint64_t end, bool force = false);
+
 }  // namespace opc::detail

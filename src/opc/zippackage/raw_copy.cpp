@@ -26,12 +26,13 @@ using le::put16;
 using le::put32;
 using le::put64;
 
-// Copies [from, from + size) of `in` to `to` in `out`, inside the kernel where it can.
+// Copies [from, from + size) of `in` to `to` in `out`, inside the kernel where it can, writing behind.
 void copyRange(int in, std::uint64_t from, int out, std::uint64_t to, std::uint64_t size, const std::string& path) {
   bool kernel = true;
   std::vector<std::uint8_t> buffer;
+  std::uint64_t handed = to;
   while (size > 0) {
-    const std::size_t chunk = static_cast<std::size_t>(std::min<std::uint64_t>(size, 1u << 30));
+    const std::size_t chunk = static_cast<std::size_t>(std::min<std::uint64_t>(size, detail::kWriteBehind));
     std::size_t n = 0;
     if (kernel) {
       auto inOffset = static_cast<off_t>(from);
@@ -55,6 +56,7 @@ void copyRange(int in, std::uint64_t from, int out, std::uint64_t to, std::uint6
     from += n;
     to += n;
     size -= n;
+    detail::writeBehind(out, handed, to, size == 0);
   }
 }
 

@@ -122,7 +122,7 @@ struct WriteTarget {
       tempName = name;
       ::fchmod(fd.get(), 0666 & ~currentUmask());
     }
-    position = length = 0;
+    position = length = handed = 0;
     pendingHeader.reset();
     buffered.clear();
     buffered.reserve(kBufferSize);
@@ -161,6 +161,7 @@ struct WriteTarget {
     flush();
     if (size >= kBufferSize / 2) {
       detail::pwriteAll(fd.get(), bytes, size, at, folder);
+      detail::writeBehind(fd.get(), handed, at + size);
       return;
     }
     bufferStart = at;
@@ -170,8 +171,10 @@ struct WriteTarget {
   void flush() {
     if (buffered.empty()) return;
     detail::pwriteAll(fd.get(), buffered.data(), buffered.size(), bufferStart, folder);
+    detail::writeBehind(fd.get(), handed, bufferStart + buffered.size());
     buffered.clear();
   }
+  std::uint64_t handed = 0;  // written behind up to here
 
   // libzip sets the UTF-8 name flag (bit 11) only on names with non-ASCII bytes; every name we write
   // is UTF-8, so the flag goes on every local and central header. libzip writes each header's fixed
