@@ -2,11 +2,14 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "foundation/i18n.h"
 #include "host/json/json.h"
 #include "host_test_util.h"
 
@@ -186,6 +189,46 @@ TEST(Ownership, DuplicateIsDeepAndIndependent) {
   Owned other = cells({1, 1});
   qxSetCell(other.get(), 0, qxDuplicateArray(qxGetField(s.get(), 1, "list")));
   EXPECT_TRUE(qxIsCell(qxGetCell(other.get(), 0)));
+}
+
+// UTF-8 is decoded straight into the array; the checked converter is the reference for what is
+// well-formed and what each sequence means. Both ways in (a C string, a JSON string) must agree with it.
+TEST(ArrayData, Utf8DecodesExactlyAsTheCheckedConverter) {
+  const std::string cases[] = {
+      "", "plain ascii", std::string("nul\0inside", 10), "\xC2\x80\xDF\xBF", "\xE0\xA0\x80\xEF\xBF\xBF\xEE\x80\x80",
+      "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", "mixed \xC3\xA9 \xE6\x97\xA5 \xF0\x9D\x84\x9E end",
+      // refused: overlong forms, surrogates, beyond U+10FFFF, truncated, stray bytes
+      "\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF", "\xED\xA0\x80", "\xED\xBF\xBF", "\xF4\x90\x80\x80",
+      "\xF5\x80\x80\x80", "\xE2\x82", "ok\xF0\x9F\x98", "\x80", "a\xBFz", "\xFE", "\xFF", "\xC3\x28", "\xE2\x28\xA1",
+  };
+  for (const std::string& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c));
+    std::optional<std::u16string> expected;
+    try {
+      expected = fl::i18n::from_utf8(c);
+    } catch (const fl::i18n::conversion_error&) {
+    }
+    if (c.find('\0') == std::string::npos) {
+      Owned a;
+      const std::string error = hostErrorOf([&] { a.reset(qxCreateString(c.c_str())); });
+      EXPECT_EQ(error, expected ? "" : err::invalidText);
+      if (expected) {
+        EXPECT_EQ(matrix::get_ustring(a.get()), *expected);
+      }
+    }
+    Owned j;
+    bool refused = false;
+    try {
+      j = json::toOwnedArray(json::Json(c));
+    } catch (const std::invalid_argument&) {
+      refused = true;
+    }
+    EXPECT_EQ(refused, !expected);
+    if (expected) {
+      EXPECT_EQ(matrix::get_ustring(j.get()), *expected);
+      EXPECT_EQ(qxGetN(j.get()), expected->size());
+    }
+  }
 }
 
 // Element storage sits behind each array's header: the data pointers must land on it exactly and be

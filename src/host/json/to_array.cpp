@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "foundation/i18n.h"
+#include "host/common/utf8.h"
 #include "host/json/json.h"
 
 namespace zvhost::json {
@@ -85,16 +86,14 @@ unique_qxarray_ptr charRow(const ustring& text) {
   return a;
 }
 
-// A JSON string as a char row. ASCII text, by far the most common (paths, names), is widened straight
-// into the array; other text goes through the checked converter.
+// A JSON string as a char row, decoded straight into the array. Text that is not well-formed goes to
+// the checked converter, whose error names it.
 unique_qxarray_ptr charRow(const std::string& text, const Path& at) {
-  for (char c : text) {
-    if (static_cast<unsigned char>(c) >= 0x80) return charRow(utf16(text, at));
-  }
-  const qxSize dims[] = {1, text.size()};
+  const std::optional<std::size_t> length = utf8::utf16Length(text);
+  if (!length) return charRow(utf16(text, at));
+  const qxSize dims[] = {1, *length};
   unique_qxarray_ptr a(qxCreateCharArray(2, dims));
-  auto* units = static_cast<qxChar*>(qxGetData(a.get()));
-  for (std::size_t k = 0; k < text.size(); ++k) units[k] = static_cast<unsigned char>(text[k]);
+  if (*length != 0) utf8::decode(text, static_cast<qxChar*>(qxGetData(a.get())));
   return a;
 }
 
