@@ -21,10 +21,10 @@ struct Case {
 
 TEST(MalformedPackageTest, EachDefectGivesItsError) {
   const Case cases[] = {
-      {"not-a-zip.zip", {"not-a-zip.zip", "Not a zip archive"}},
+      {"not-a-zip.zip", {"not-a-zip.zip", "no ZIP archive"}},
       {"truncated.zip", {"truncated.zip", "cannot open package"}},
       {"central-directory-offset-wrong.zip", {"cannot open package"}},
-      {"empty-file.zip", {"empty-file.zip", "Not a zip archive"}},
+      {"empty-file.zip", {"empty-file.zip", "no ZIP archive"}},
       {"content-types-missing.zip", {"no [Content_Types].xml"}},
       {"content-types-malformed.zip", {"[Content_Types].xml"}},
       {"content-types-doctype.zip", {"[Content_Types].xml", "DOCTYPE"}},

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 
 #ifdef ZV_HAVE_LIBDEFLATE
 #include <libdeflate.h>
@@ -10,6 +11,7 @@
 
 #include "opc/detail/content_sources.h"
 #include "opc/exception.h"
+#include "opc/zippackage/central_directory.h"
 #include "opc/zippackage/extra_fields.h"
 #include "package_test_support.h"
 
@@ -80,6 +82,117 @@ TEST(ZipWriterTest, AFailingSourceLeavesThePackageAndFolderUntouched) {
   ZipPhysicalPackage physical(u16(dir.file("new.zip")), false);
   EXPECT_THROW(physical.createWriter()->commit(), Exception);  // an archive needs an entry
   EXPECT_EQ(dir.list(), std::vector<std::string>{"pkg.zip"});
+}
+
+// An archive made by libzip with the shapes a foreign package may have: deflated data longer than
+// one read of the reader, stored and empty entries, DOS time only, a Unix mode, a code page 437
+// name. Our reader must see each entry as libzip does.
+std::string makeForeignArchive(const std::string& file) {
+  int error = 0;
+  zip_t* za = zip_open(file.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  EXPECT_NE(za, nullptr) << error;
+  static const std::string big = patternBytes(700000, 3);
+  const struct {
+    const char* name;
+    const std::string* data;
+    bool stored;
+    zip_flags_t encoding;
+  } items[] = {
+      {"big.txt", &big, false, ZIP_FL_ENC_UTF_8},
+      {"empty-deflated", nullptr, false, ZIP_FL_ENC_UTF_8},
+      {"empty-stored", nullptr, true, ZIP_FL_ENC_UTF_8},
+      {"stored.bin", &big, true, ZIP_FL_ENC_UTF_8},
+      {"\x81" "ber.txt", &big, false, ZIP_FL_ENC_CP437},
+  };
+  for (const auto& item : items) {
+    // The bytes must outlive zip_close, which reads them.
+    zip_source_t* src = item.data != nullptr ? zip_source_buffer(za, item.data->data(), item.data->size(), 0)
+                                             : zip_source_buffer(za, nullptr, 0, 0);
+    const zip_int64_t index = zip_file_add(za, item.name, src, item.encoding);
+    EXPECT_GE(index, 0);
+    zip_set_file_compression(za, index, item.stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
+    zip_file_set_mtime(za, index, 1500000000, 0);
+    zip_file_set_external_attributes(za, index, 0, ZIP_OPSYS_UNIX, (0100640u) << 16);
+  }
+  EXPECT_EQ(zip_close(za), 0);
+  return file;
+}
+
+TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
+  ScratchDir dir;
+  const std::string file = makeForeignArchive(dir.file("foreign.zip"));
+  int error = 0;
+  zip_t* za = zip_open(file.c_str(), ZIP_RDONLY, &error);
+  ASSERT_NE(za, nullptr);
+  ZipPhysicalPackage physical(u16(file), false);
+  physical.openArchive();
+  ASSERT_EQ(physical.getEntries().size(), static_cast<std::size_t>(zip_get_num_entries(za, 0)));
+  for (const ZipEntry& e : physical.getEntries()) {
+    SCOPED_TRACE(e.name);
+    zip_stat_t st;
+    ASSERT_EQ(zip_stat_index(za, e.index, 0, &st), 0);
+    EXPECT_EQ(e.name, st.name);
+    EXPECT_EQ(e.size, st.size);
+    EXPECT_EQ(e.crc, st.crc);
+    EXPECT_EQ(e.compressionMethod, st.comp_method);
+    EXPECT_EQ(e.attributes.lastModified, (FileTime{static_cast<std::int64_t>(st.mtime), 0}));
+    EXPECT_EQ(e.attributes.unixMode, 0640u);
+    std::string expected(st.size, '\0');
+    zip_file_t* zf = zip_fopen_index(za, e.index, 0);
+    ASSERT_EQ(zip_fread(zf, expected.data(), expected.size()), static_cast<zip_int64_t>(expected.size()));
+    zip_fclose(zf);
+    EXPECT_EQ(readAll(*physical.openEntry(e.index)), expected);
+  }
+  EXPECT_EQ(physical.getEntries()[4].name, "\xc3\xbc" "ber.txt");
+  zip_discard(za);
+}
+
+// Directory records that lie about an entry: each is refused when the entry is read, naming it.
+TEST(ZipReaderTest, EntriesWhoseRecordsLieFailWhenRead) {
+  ScratchDir dir;
+  const std::string good = readFile(makeForeignArchive(dir.file("good.zip")));
+  const auto recordOf = [&](const std::string& bytes, std::size_t index) {
+    const std::string probe = dir.file("probe.zip");
+    writeFile(probe, bytes);
+    ZipPhysicalPackage physical(u16(probe), false);
+    physical.openArchive();
+    const DirectoryRecord& r = physical.directory()->records()[index];
+    return std::pair<std::size_t, std::size_t>(physical.directory()->offset() + r.recordOffset, r.localHeaderOffset);
+  };
+  const auto put32 = [](std::string& bytes, std::size_t at, std::uint32_t value) {
+    for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(value >> (8 * i));
+  };
+  const struct {
+    const char* name;
+    std::size_t entry;
+    std::function<void(std::string&, std::size_t record, std::size_t local)> damage;
+    const char* message;
+  } cases[] = {
+      {"size too large", 0, [&](std::string& b, std::size_t r, std::size_t) { put32(b, r + 24, 700001); }, "fewer bytes"},
+      {"size too small", 0, [&](std::string& b, std::size_t r, std::size_t) { put32(b, r + 24, 1000); }, "more bytes"},
+      {"stored size too small", 3, [&](std::string& b, std::size_t r, std::size_t) { put32(b, r + 24, 1000); }, "more bytes"},
+      {"checksum", 3, [&](std::string& b, std::size_t r, std::size_t) { put32(b, r + 16, 1); }, "CRC"},
+      {"no local header", 0, [&](std::string& b, std::size_t, std::size_t l) { b[l] = 'X'; }, "no local header"},
+      {"data into the directory", 4,
+       [&](std::string& b, std::size_t r, std::size_t) { put32(b, r + 20, 0x7fffffff); }, "central directory"},
+      {"corrupt deflate data", 0, [&](std::string& b, std::size_t, std::size_t l) { b[l + 60] ^= 0x55; }, "'big.txt'"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string bytes = good;
+    const auto [record, local] = recordOf(good, c.entry);
+    c.damage(bytes, record, local);
+    const std::string file = dir.file("bad.zip");
+    writeFile(file, bytes);
+    ZipPhysicalPackage physical(u16(file), false);
+    physical.openArchive();
+    try {
+      (void)readAll(*physical.openEntry(c.entry));
+      ADD_FAILURE() << "read";
+    } catch (const Exception& e) {
+      EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
+    }
+  }
 }
 
 #ifdef ZV_HAVE_LIBDEFLATE

@@ -114,9 +114,9 @@ std::string relocatedRecord(std::string record, std::uint64_t offset) {
 }
 
 
-RawCopier::RawCopier(int sourceFd, std::string sourcePath)
-    : sourceFd_(sourceFd), sourcePath_(std::move(sourcePath)), source_(CentralDirectory::read(sourceFd, sourcePath_)) {
-  const auto& records = source_.records();
+RawCopier::RawCopier(int sourceFd, std::string sourcePath, std::shared_ptr<const CentralDirectory> source)
+    : sourceFd_(sourceFd), sourcePath_(std::move(sourcePath)), source_(std::move(source)) {
+  const auto& records = source_->records();
   std::vector<std::size_t> order(records.size());
   std::iota(order.begin(), order.end(), std::size_t{0});
   std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
@@ -124,13 +124,13 @@ RawCopier::RawCopier(int sourceFd, std::string sourcePath)
   });
   extentEnd_.assign(records.size(), 0);
   for (std::size_t i = 0; i < order.size(); ++i) {
-    extentEnd_[order[i]] = i + 1 < order.size() ? records[order[i + 1]].localHeaderOffset : source_.offset();
+    extentEnd_[order[i]] = i + 1 < order.size() ? records[order[i + 1]].localHeaderOffset : source_->offset();
   }
 }
 
 bool RawCopier::canCopy(std::size_t index, std::string_view name) const {
-  if (index >= source_.records().size()) return false;
-  const DirectoryRecord& r = source_.records()[index];
+  if (index >= source_->records().size()) return false;
+  const DirectoryRecord& r = source_->records()[index];
   if (r.name != name || (r.method != 0 && r.method != 8) || (r.flags & 0x0041) != 0) return false;  // encrypted
   const std::uint64_t extent = extentEnd_[index] - r.localHeaderOffset;
   // Room for at least the header, the name and the data; a local extra field or a descriptor may
@@ -146,7 +146,7 @@ std::size_t RawCopier::takeFirst() {
 }
 
 void RawCopier::appendTo(int fd, const std::string& path) const {
-  const auto& records = source_.records();
+  const auto& records = source_->records();
   // The joint directory is built in one buffer of its final size: it is made when everything else
   // the writer holds is still alive, so a doubling string would set the call's peak memory.
   std::string directory;
@@ -172,7 +172,7 @@ void RawCopier::appendTo(int fd, const std::string& path) const {
     for (std::size_t k = i; k < j; ++k) {
       const DirectoryRecord& r = records[queued_[k]];
       const std::uint64_t offset = position + (r.localHeaderOffset - runStart);
-      std::string record = relocatedRecord(source_.bytes().substr(r.recordOffset, r.recordLength), offset);
+      std::string record = relocatedRecord(source_->bytes().substr(r.recordOffset, r.recordLength), offset);
       if ((r.flags & 0x0800) == 0 && (get16(record.data() + 8) & 0x0800) != 0) {
         // The local header carries the flag too.
         std::uint8_t flags[2];

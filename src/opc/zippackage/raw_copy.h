@@ -5,6 +5,7 @@
 // or CRC-checked, which is what makes a one-record change on a large package cost little more than
 // copying its file.
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,9 +22,9 @@ namespace opc::zippackage {
 
 class RawCopier {
  public:
-  // Reads the directory of the archive open on `sourceFd` (which must stay open while the copier is
-  // used). Throws opc::Exception naming `sourcePath` when the directory is malformed.
-  RawCopier(int sourceFd, std::string sourcePath);
+  // Copies from the archive open on `sourceFd`, whose directory is `source` (both must stay as they
+  // are while the copier is used).
+  RawCopier(int sourceFd, std::string sourcePath, std::shared_ptr<const CentralDirectory> source);
 
   // True when directory record `index` is named `name` and its bytes lie whole between its start
   // and the next entry (or the directory): only such entries are copied raw; the caller copies the
@@ -45,7 +46,7 @@ class RawCopier {
  private:
   int sourceFd_;
   std::string sourcePath_;
-  CentralDirectory source_;
+  std::shared_ptr<const CentralDirectory> source_;
   std::vector<std::uint64_t> extentEnd_;  // per record: where the next entry or the directory starts
   std::vector<std::size_t> queued_;
 };

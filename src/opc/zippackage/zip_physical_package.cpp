@@ -6,6 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zip.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <ctime>
+#include <string_view>
 
 #include "opc/detail/fd.h"
 #include "opc/detail/text.h"
@@ -13,53 +18,215 @@
 #include "opc/model/part_name.h"
 #include "opc/zippackage/central_directory.h"
 #include "opc/zippackage/extra_fields.h"
+#include "opc/zippackage/little_endian.h"
 #include "opc/zippackage/zip_support.h"
 
 namespace opc::zippackage {
 
 namespace {
 
-// More items than any real package holds. Each costs the model far more memory than its central
-// directory record costs the file, so a file of millions of tiny entries is refused up front.
-constexpr zip_int64_t kMaxEntries = 1'000'000;
+using le::get16;
+using le::get32;
 
+// Reads one entry's bytes at the offsets its directory record gives, with pread on the package's
+// descriptor (several streams may read at once), inflating deflated data with zlib. At the end the
+// size and CRC-32 must match the record's; more bytes than the record's size are refused as they come,
+// so a forged size cannot make a reader inflate without bound.
 class EntryStream : public InputStream {
  public:
-  EntryStream(zip_file_t* file, std::string description) : file_(file), description_(std::move(description)) {}
-  ~EntryStream() override { zip_fclose(file_); }
+  EntryStream(int fd, std::uint64_t dataOffset, const ZipEntry& entry, bool raw, std::string description)
+      : fd_(fd),
+        next_(dataOffset),
+        remaining_(entry.compressedSize),
+        inflate_(!raw && entry.compressionMethod == 8),
+        check_(!raw),
+        expectedSize_(raw ? entry.compressedSize : entry.size),
+        expectedCrc_(entry.crc),
+        description_(std::move(description)) {
+    if (inflate_) {
+      input_.resize(kInputSize);
+      if (inflateInit2(&z_, -MAX_WBITS) != Z_OK) throw Exception("cannot read " + description_ + ": zlib failed to start");
+      zOpen_ = true;
+    }
+  }
+  ~EntryStream() override {
+    if (zOpen_) inflateEnd(&z_);
+  }
   EntryStream(const EntryStream&) = delete;
   EntryStream& operator=(const EntryStream&) = delete;
 
   [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override {
-    const zip_int64_t n = zip_fread(file_, buffer, size);
-    if (n < 0) throw Exception("cannot read " + description_ + ": " + zip_file_strerror(file_));
-    return static_cast<std::size_t>(n);
+    if (done_ || size == 0) return 0;
+    std::size_t n = inflate_ ? inflateInto(buffer, size) : copyInto(buffer, size);
+    if (n > expectedSize_ - produced_) fail("it holds more bytes than its size says");
+    produced_ += n;
+    if (check_) crc_ = crc32_z(crc_, buffer, n);
+    if (n == 0) finish();
+    return n;
   }
 
  private:
-  zip_file_t* file_;
+  static constexpr std::size_t kInputSize = 64u << 10;
+
+  [[noreturn]] void fail(const std::string& why) const { throw Exception("cannot read " + description_ + ": " + why); }
+
+  std::size_t copyInto(std::uint8_t* buffer, std::size_t size) {
+    const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(size, remaining_));
+    if (want == 0) return 0;
+    const std::size_t n = detail::preadSome(fd_, buffer, want, next_, description_);
+    if (n == 0) fail("the file ends early");
+    next_ += n;
+    remaining_ -= n;
+    return n;
+  }
+
+  std::size_t inflateInto(std::uint8_t* buffer, std::size_t size) {
+    if (streamEnded_) return 0;
+    const auto room = static_cast<uInt>(std::min<std::size_t>(size, 1u << 30));
+    z_.next_out = buffer;
+    z_.avail_out = room;
+    while (z_.avail_out == room) {  // until some bytes come out or the stream ends
+      if (z_.avail_in == 0) {
+        const std::size_t got = copyInto(input_.data(), input_.size());
+        if (got == 0) fail("its compressed data ends early");
+        z_.next_in = input_.data();
+        z_.avail_in = static_cast<uInt>(got);
+      }
+      const int rc = ::inflate(&z_, Z_NO_FLUSH);
+      if (rc == Z_STREAM_END) {
+        streamEnded_ = true;
+        break;
+      }
+      if (rc != Z_OK && rc != Z_BUF_ERROR) {
+        fail(std::string("its compressed data is corrupt (") + (z_.msg != nullptr ? z_.msg : "zlib error") + ")");
+      }
+    }
+    return room - z_.avail_out;
+  }
+
+  void finish() {
+    done_ = true;
+    if (!check_) return;
+    if (produced_ != expectedSize_) fail("it holds fewer bytes than its size says");
+    if (inflate_ && (z_.avail_in != 0 || remaining_ != 0)) fail("data follows the end of its compressed stream");
+    if (crc_ != expectedCrc_) fail("CRC error: the data does not match its checksum");
+  }
+
+  int fd_;
+  std::uint64_t next_;       // file offset of the next stored byte
+  std::uint64_t remaining_;  // stored bytes not read yet
+  bool inflate_;
+  bool check_;
+  std::uint64_t expectedSize_;
+  std::uint32_t expectedCrc_;
   std::string description_;
+  std::vector<std::uint8_t> input_;
+  z_stream z_{};
+  bool zOpen_ = false;
+  bool streamEnded_ = false;
+  bool done_ = false;
+  std::uint64_t produced_ = 0;
+  std::uint32_t crc_ = 0;
 };
 
-EntryAttributes readAttributes(zip_t* archive, zip_uint64_t index, const zip_stat_t& st) {
-  EntryAttributes attributes;
-  zip_uint16_t length = 0;
-  if (const zip_uint8_t* data = zip_file_extra_field_get_by_id(archive, index, extra::kNtfsId, 0, &length, ZIP_FL_CENTRAL)) {
-    attributes.lastModified = extra::decodeNtfs(data, length);
-  }
-  if (!attributes.lastModified) {
-    if (const zip_uint8_t* data =
-            zip_file_extra_field_get_by_id(archive, index, extra::kExtendedTimestampId, 0, &length, ZIP_FL_CENTRAL)) {
-      attributes.lastModified = extra::decodeExtendedTimestamp(data, length);
+bool isUtf8(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    std::size_t extra = 0;
+    char32_t cp = 0;
+    if (c < 0x80) {
+      ++i;
+      continue;
+    } else if ((c & 0xE0) == 0xC0) {
+      extra = 1, cp = c & 0x1F;
+    } else if ((c & 0xF0) == 0xE0) {
+      extra = 2, cp = c & 0x0F;
+    } else if ((c & 0xF8) == 0xF0) {
+      extra = 3, cp = c & 0x07;
+    } else {
+      return false;
     }
+    if (i + extra >= text.size()) return false;
+    for (std::size_t k = 1; k <= extra; ++k) {
+      const auto d = static_cast<unsigned char>(text[i + k]);
+      if ((d & 0xC0) != 0x80) return false;
+      cp = (cp << 6) | (d & 0x3F);
+    }
+    static constexpr char32_t kMin[] = {0, 0x80, 0x800, 0x10000};
+    if (cp < kMin[extra] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+    i += extra + 1;
   }
-  if (!attributes.lastModified && (st.valid & ZIP_STAT_MTIME) != 0) {
-    attributes.lastModified = FileTime{static_cast<std::int64_t>(st.mtime), 0};
+  return true;
+}
+
+// Names stored without the UTF-8 flag that are not UTF-8 were written in code page 437, the ZIP
+// format's original character set.
+std::string cp437ToUtf8(std::string_view text) {
+  static constexpr char16_t kHigh[128] = {
+      0x00C7, 0x00FC, 0x00E9, 0x00E2, 0x00E4, 0x00E0, 0x00E5, 0x00E7, 0x00EA, 0x00EB, 0x00E8, 0x00EF, 0x00EE,
+      0x00EC, 0x00C4, 0x00C5, 0x00C9, 0x00E6, 0x00C6, 0x00F4, 0x00F6, 0x00F2, 0x00FB, 0x00F9, 0x00FF, 0x00D6,
+      0x00DC, 0x00A2, 0x00A3, 0x00A5, 0x20A7, 0x0192, 0x00E1, 0x00ED, 0x00F3, 0x00FA, 0x00F1, 0x00D1, 0x00AA,
+      0x00BA, 0x00BF, 0x2310, 0x00AC, 0x00BD, 0x00BC, 0x00A1, 0x00AB, 0x00BB, 0x2591, 0x2592, 0x2593, 0x2502,
+      0x2524, 0x2561, 0x2562, 0x2556, 0x2555, 0x2563, 0x2551, 0x2557, 0x255D, 0x255C, 0x255B, 0x2510, 0x2514,
+      0x2534, 0x252C, 0x251C, 0x2500, 0x253C, 0x255E, 0x255F, 0x255A, 0x2554, 0x2569, 0x2566, 0x2560, 0x2550,
+      0x256C, 0x2567, 0x2568, 0x2564, 0x2565, 0x2559, 0x2558, 0x2552, 0x2553, 0x256B, 0x256A, 0x2518, 0x250C,
+      0x2588, 0x2584, 0x258C, 0x2590, 0x2580, 0x03B1, 0x00DF, 0x0393, 0x03C0, 0x03A3, 0x03C3, 0x00B5, 0x03C4,
+      0x03A6, 0x0398, 0x03A9, 0x03B4, 0x221E, 0x03C6, 0x03B5, 0x2229, 0x2261, 0x00B1, 0x2265, 0x2264, 0x2320,
+      0x2321, 0x00F7, 0x2248, 0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
+  };
+  std::string out;
+  out.reserve(text.size() * 2);
+  for (const char ch : text) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c < 0x80) {
+      out += ch;
+      continue;
+    }
+    const char16_t u = kHigh[c - 0x80];
+    if (u < 0x800) {
+      out += static_cast<char>(0xC0 | (u >> 6));
+    } else {
+      out += static_cast<char>(0xE0 | (u >> 12));
+      out += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+    }
+    out += static_cast<char>(0x80 | (u & 0x3F));
   }
-  zip_uint8_t opsys = 0;
-  zip_uint32_t external = 0;
-  if (zip_file_get_external_attributes(archive, index, 0, &opsys, &external) == 0 && opsys == ZIP_OPSYS_UNIX) {
-    const std::uint32_t mode = external >> 16;
+  return out;
+}
+
+// What the directory record says of the entry beyond its sizes: the time from an NTFS or
+// extended-timestamp extra field, else its DOS time (local time); the mode when made on Unix.
+EntryAttributes readAttributes(std::string_view record) {
+  EntryAttributes attributes;
+  const std::size_t nameLength = get16(record.data() + 28);
+  std::string_view extra = record.substr(46 + nameLength, get16(record.data() + 30));
+  std::optional<FileTime> extended;
+  while (extra.size() >= 4) {
+    const std::uint16_t id = get16(extra.data());
+    const std::uint16_t length = get16(extra.data() + 2);
+    if (length > extra.size() - 4) break;
+    const auto* data = reinterpret_cast<const std::uint8_t*>(extra.data() + 4);
+    if (id == extra::kNtfsId && !attributes.lastModified) attributes.lastModified = extra::decodeNtfs(data, length);
+    if (id == extra::kExtendedTimestampId && !extended) extended = extra::decodeExtendedTimestamp(data, length);
+    extra.remove_prefix(4u + length);
+  }
+  if (!attributes.lastModified) attributes.lastModified = extended;
+  if (!attributes.lastModified) {
+    const std::uint16_t time = get16(record.data() + 12);
+    const std::uint16_t date = get16(record.data() + 14);
+    std::tm tm{};
+    tm.tm_isdst = -1;
+    tm.tm_year = ((date >> 9) & 127) + 1980 - 1900;
+    tm.tm_mon = ((date >> 5) & 15) - 1;
+    tm.tm_mday = date & 31;
+    tm.tm_hour = (time >> 11) & 31;
+    tm.tm_min = (time >> 5) & 63;
+    tm.tm_sec = (time << 1) & 62;
+    attributes.lastModified = FileTime{static_cast<std::int64_t>(std::mktime(&tm)), 0};
+  }
+  if ((get16(record.data() + 4) >> 8) == 3) {  // made on Unix: the mode is in the external attributes
+    const std::uint32_t mode = get32(record.data() + 38) >> 16;
     if (mode != 0) attributes.unixMode = mode & 07777;
   }
   return attributes;
@@ -86,8 +253,41 @@ void ZipPhysicalPackage::openArchive() {
   // One descriptor pins one file: a writer that renames a new package over this path between our
   // size check and our reads must not hand us the old size and the new bytes.
   detail::UniqueFd fd(openPackageFile(path_, narrowPath_));
-  detail::UniqueFd rawFd(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
-  if (!rawFd) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
+  auto directory = std::make_shared<const CentralDirectory>(CentralDirectory::read(fd.get(), narrowPath_));
+  std::vector<ZipEntry> entries;
+  entries.reserve(directory->records().size());
+  for (const DirectoryRecord& r : directory->records()) {
+    ZipEntry entry;
+    entry.index = entries.size();
+    entry.name = ((r.flags & 0x0800) != 0 || isUtf8(r.name)) ? std::string(r.name) : cp437ToUtf8(r.name);
+    entry.size = r.size;
+    entry.compressedSize = r.compressedSize;
+    entry.compressionMethod = r.method;
+    entry.crc = r.crc;
+    entry.encrypted = (r.flags & 0x0001) != 0;
+    entry.attributes = readAttributes(std::string_view(directory->bytes()).substr(r.recordOffset, r.recordLength));
+    entries.push_back(std::move(entry));
+  }
+  rawFd_ = fd.release();
+  directory_ = std::move(directory);
+  entries_ = std::move(entries);
+}
+
+void ZipPhysicalPackage::closeArchive() noexcept {
+  if (archive_ != nullptr) zip_discard(archive_);
+  archive_ = nullptr;
+  if (rawFd_ >= 0) ::close(rawFd_);
+  rawFd_ = -1;
+  directory_.reset();
+  entries_.clear();
+}
+
+zip_t* ZipPhysicalPackage::libzipArchive() const {
+  if (archive_ != nullptr) return archive_;
+  if (rawFd_ < 0) throw Exception("package '" + narrowPath_ + "' is not open");
+  // On its own descriptor: libzip seeks and reads through its FILE.
+  detail::UniqueFd fd(::fcntl(rawFd_, F_DUPFD_CLOEXEC, 0));
+  if (!fd) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
   FILE* file = ::fdopen(fd.get(), "rb");
   if (file == nullptr) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
   fd.release();
@@ -108,62 +308,50 @@ void ZipPhysicalPackage::openArchive() {
   }
   source.release();  // the archive owns it now
   zip_error_fini(&error);
-  ZipArchivePtr owner(archive);
-  const zip_int64_t count = zip_get_num_entries(archive, 0);
-  if (count > kMaxEntries) {
-    throw Exception("cannot open package '" + narrowPath_ + "': it has " + std::to_string(count) +
-                    " items, more than the " + std::to_string(kMaxEntries) + " a package may hold");
+  if (static_cast<std::uint64_t>(zip_get_num_entries(archive, 0)) != entries_.size()) {
+    zip_discard(archive);
+    throw Exception("cannot open package '" + narrowPath_ + "': libzip finds another number of entries");
   }
-  std::vector<ZipEntry> entries;
-  entries.reserve(static_cast<std::size_t>(count));
-  for (zip_int64_t i = 0; i < count; ++i) {
-    const auto index = static_cast<zip_uint64_t>(i);
-    zip_stat_t stat;
-    zip_stat_init(&stat);
-    if (zip_stat_index(archive, index, 0, &stat) != 0 || (stat.valid & ZIP_STAT_NAME) == 0) {
-      throw Exception("package '" + narrowPath_ + "': entry " + std::to_string(i) +
-                      " cannot be read: " + zip_strerror(archive));
-    }
-    ZipEntry entry;
-    entry.index = index;
-    entry.name = stat.name;
-    entry.size = stat.size;
-    entry.compressedSize = stat.comp_size;
-    entry.compressionMethod = stat.comp_method;
-    entry.crc = stat.crc;
-    entry.encrypted = (stat.valid & ZIP_STAT_ENCRYPTION_METHOD) != 0 && stat.encryption_method != ZIP_EM_NONE;
-    entry.attributes = readAttributes(archive, index, stat);
-    entries.push_back(std::move(entry));
-  }
-  archive_ = owner.release();
-  rawFd_ = rawFd.release();
-  entries_ = std::move(entries);
-}
-
-void ZipPhysicalPackage::closeArchive() noexcept {
-  if (archive_ != nullptr) zip_discard(archive_);
-  archive_ = nullptr;
-  if (rawFd_ >= 0) ::close(rawFd_);
-  rawFd_ = -1;
-  entries_.clear();
+  archive_ = archive;
+  return archive_;
 }
 
 std::unique_ptr<InputStream> ZipPhysicalPackage::openEntry(std::uint64_t index) const {
-  return open(index, 0);
+  return open(index, false);
 }
 
 std::unique_ptr<InputStream> ZipPhysicalPackage::openRawEntry(std::uint64_t index) const {
-  return open(index, ZIP_FL_COMPRESSED);
+  return open(index, true);
 }
 
-std::unique_ptr<InputStream> ZipPhysicalPackage::open(std::uint64_t index, unsigned flags) const {
-  if (archive_ == nullptr) throw Exception("package '" + narrowPath_ + "' is not open");
+std::unique_ptr<InputStream> ZipPhysicalPackage::open(std::uint64_t index, bool raw) const {
+  if (rawFd_ < 0) throw Exception("package '" + narrowPath_ + "' is not open");
   const std::string description = "entry " + std::to_string(index) +
                                   (index < entries_.size() ? " '" + entries_[index].name + "'" : std::string()) +
                                   " of '" + narrowPath_ + "'";
-  zip_file_t* file = zip_fopen_index(archive_, index, flags);
-  if (file == nullptr) throw Exception("cannot open " + description + ": " + zip_strerror(archive_));
-  return std::make_unique<EntryStream>(file, description);
+  if (index >= entries_.size()) throw Exception("cannot open " + description + ": no such entry");
+  const ZipEntry& entry = entries_[index];
+  if (!raw && entry.encrypted) throw Exception("cannot open " + description + ": it is encrypted");
+  if (!raw && entry.compressionMethod != 0 && entry.compressionMethod != 8) {
+    throw Exception("cannot open " + description + ": compression method " + std::to_string(entry.compressionMethod) +
+                    " is not supported");
+  }
+  const DirectoryRecord& r = directory_->records()[index];
+  std::uint8_t header[30];
+  std::size_t got = 0;
+  while (got < sizeof header) {
+    const std::size_t n = detail::preadSome(rawFd_, header + got, sizeof header - got, r.localHeaderOffset + got, narrowPath_);
+    if (n == 0) break;
+    got += n;
+  }
+  if (got != sizeof header || get32(header) != 0x04034b50) {
+    throw Exception("cannot open " + description + ": no local header where its directory record points");
+  }
+  const std::uint64_t dataOffset = r.localHeaderOffset + 30 + get16(header + 26) + get16(header + 28);
+  if (dataOffset > directory_->offset() || r.compressedSize > directory_->offset() - dataOffset) {
+    throw Exception("cannot open " + description + ": its data runs into the central directory");
+  }
+  return std::make_unique<EntryStream>(rawFd_, dataOffset, entry, raw, description);
 }
 
 std::unique_ptr<ZipWriter> ZipPhysicalPackage::createWriter() {

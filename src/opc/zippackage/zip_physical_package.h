@@ -1,5 +1,5 @@
 #pragma once
-// The ZIP container of a package, over libzip.
+// The ZIP container of a package: read with our own directory reader and pread, written through libzip.
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -15,6 +15,8 @@ struct zip;
 
 namespace opc::zippackage {
 
+class CentralDirectory;
+
 // Attributes of an entry beyond its name and bytes.
 struct EntryAttributes {
   std::optional<FileTime> lastModified;  // from an NTFS or extended-timestamp extra field, else DOS time
@@ -25,7 +27,7 @@ enum class Compression { Stored, Deflated };
 
 struct ZipEntry {
   std::uint64_t index = 0;
-  std::string name;  // UTF-8 as libzip reports it
+  std::string name;  // UTF-8 (names without the UTF-8 flag that are not UTF-8 are read as code page 437)
   std::uint64_t size = 0;
   std::uint64_t compressedSize = 0;
   std::uint16_t compressionMethod = 0;  // ZIP method number: 0 stored, 8 deflate
@@ -65,15 +67,18 @@ class ZipPhysicalPackage {
   [[nodiscard]] bool isDurable() const { return durable_; }
   [[nodiscard]] bool fileExists() const;
 
-  // Throws model::PackageNotFound for a missing file, opc::Exception (with libzip's text) for one that
-  // is no readable ZIP archive. Reopening rereads the file.
+  // Reads the central directory (the entries' data is read only when asked for). Throws
+  // model::PackageNotFound for a missing file, opc::Exception for one that is no readable ZIP archive.
+  // Reopening rereads the file.
   void openArchive();
   void closeArchive() noexcept;
-  [[nodiscard]] bool isArchiveOpen() const { return archive_ != nullptr; }
+  [[nodiscard]] bool isArchiveOpen() const { return rawFd_ >= 0; }
   // The entries in central-directory order; empty when no archive is open.
   [[nodiscard]] const std::vector<ZipEntry>& getEntries() const { return entries_; }
-  // The decompressed bytes of an entry; the CRC is checked at the end. Throws opc::Exception naming
-  // the entry. The stream must not outlive closeArchive().
+  // The decompressed bytes of an entry; the size and CRC are checked at the end, and more bytes than
+  // the size are refused as they come. Throws opc::Exception naming the entry (encrypted, an unknown
+  // method, no local header, data outside the file, corrupt data). The stream must not outlive
+  // closeArchive(); several may be open at once.
   [[nodiscard]] std::unique_ptr<InputStream> openEntry(std::uint64_t index) const;
   // The entry's data as stored in the file (the raw deflate stream of a deflated entry), neither
   // inflated nor checked; the caller verifies sizes and CRC. Same errors and lifetime as openEntry.
@@ -82,6 +87,8 @@ class ZipPhysicalPackage {
   // from several threads at offsets found in its directory. Owned by this package; valid until
   // closeArchive(). libzip never reads through it.
   [[nodiscard]] int rawDescriptor() const { return rawFd_; }
+  // The open archive's central directory as stored (null when none is open); valid until closeArchive().
+  [[nodiscard]] const std::shared_ptr<const CentralDirectory>& directory() const { return directory_; }
 
   // A new archive that replaces this package's file on commit. The open archive (if any) stays
   // readable meanwhile and is the source of copyEntry.
@@ -89,12 +96,16 @@ class ZipPhysicalPackage {
 
  private:
   friend class ZipWriter;
-  [[nodiscard]] std::unique_ptr<InputStream> open(std::uint64_t index, unsigned flags) const;
+  [[nodiscard]] std::unique_ptr<InputStream> open(std::uint64_t index, bool raw) const;
+  // libzip's view of the open archive, made on first use: only entries that cannot be copied as raw
+  // bytes are copied through it. Throws opc::Exception when libzip refuses the file.
+  [[nodiscard]] struct zip* libzipArchive() const;
   ustring path_;
   std::string narrowPath_;
   bool durable_;
-  struct zip* archive_ = nullptr;
-  int rawFd_ = -1;  // the open archive's file (owned), for copying entries as raw bytes
+  mutable struct zip* archive_ = nullptr;
+  int rawFd_ = -1;  // the open archive's file (owned)
+  std::shared_ptr<const CentralDirectory> directory_;
   std::vector<ZipEntry> entries_;
 };
 

@@ -566,11 +566,7 @@ struct ZipWriter::Impl {
     }
     if (!rawCopiesTried) {
       rawCopiesTried = true;
-      try {
-        rawCopies.emplace(package.rawFd_, package.getNarrowPath());
-      } catch (const Exception&) {
-        // libzip read this archive; let it copy the entries the way it reads them.
-      }
+      if (package.directory_) rawCopies.emplace(package.rawFd_, package.getNarrowPath(), package.directory_);
     }
     if (!rawCopies || !rawCopies->canCopy(static_cast<std::size_t>(sourceIndex), name)) return false;
     rawCopies->add(static_cast<std::size_t>(sourceIndex));
@@ -578,7 +574,7 @@ struct ZipWriter::Impl {
   }
 
   void addLibzipCopy(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
-    zip_source_t* source = zip_source_zip(archive.get(), package.archive_, sourceIndex, ZIP_FL_COMPRESSED, 0, 0);
+    zip_source_t* source = zip_source_zip(archive.get(), package.libzipArchive(), sourceIndex, ZIP_FL_COMPRESSED, 0, 0);
     const zip_uint64_t index = add(name, source);
     // Stored entries stay stored; left at the default method libzip would deflate them.
     if (package.entries_[sourceIndex].compressionMethod == ZIP_CM_STORE &&
@@ -630,7 +626,7 @@ ZipWriter::~ZipWriter() = default;
 void ZipWriter::copyEntry(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
   impl_->requireUsable();
   auto& package = impl_->package;
-  if (package.archive_ == nullptr || sourceIndex >= package.entries_.size()) {
+  if (!package.isArchiveOpen() || sourceIndex >= package.entries_.size()) {
     throw Exception("cannot copy entry " + std::to_string(sourceIndex) + " of '" + package.getNarrowPath() +
                     "': no such entry in the open archive");
   }
