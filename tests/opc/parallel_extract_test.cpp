@@ -145,6 +145,8 @@ TEST_F(ParallelExtractTest, DefectsFoundByWorkersUndoEverything) {
       {"DeflatedDataBroken", "fsroot/m/deep/target.txt", "target.txt'"},
       {"StoredDataFailsItsCrc", "fsroot/m/deep/picture.png", "CRC"},
       {"DefectInALaterBatchOfALargeFolder", "fsroot/many/f70.txt", "f70.txt'"},
+      {"LargeDeflatedDataBroken", "fsroot/m/deep/large.txt", "large.txt'"},
+      {"LargeStoredDataFailsItsCrc", "fsroot/m/deep/huge.png", "CRC"},
   };
   for (const char* threads : {"1", "2"}) {
     for (const Case& c : cases) {
@@ -158,6 +160,9 @@ TEST_F(ParallelExtractTest, DefectsFoundByWorkersUndoEverything) {
       }
       plantFile(source, "m/deep/target.txt", TreeFile{patternBytes(200'000, 99), 1'600'000'000, 0, false});
       plantFile(source, "m/deep/picture.png", TreeFile{randomBytes(50'000, 98), 1'600'000'000, 0, false});
+      // Above the size read whole: streamed in pieces.
+      plantFile(source, "m/deep/large.txt", TreeFile{patternBytes(3u << 20, 96), 1'600'000'000, 0, false});
+      plantFile(source, "m/deep/huge.png", TreeFile{randomBytes(3u << 20, 95), 1'600'000'000, 0, false});
       plantFile(source, "z/last.txt", TreeFile{patternBytes(4000, 97), 1'600'000'000, 0, false});
       for (int i = 0; i < 100; ++i) {
         plantFile(source, "many/f" + std::to_string(i) + ".txt",

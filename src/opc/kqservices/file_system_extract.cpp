@@ -1,9 +1,9 @@
 // FileSystemManager::extractAll: plan every target, check it all, then write through descriptors.
 // The calling thread makes the folders and hands each folder's files to worker threads in batches;
 // a worker reads a file's stored bytes with pread at the offset the ZIP directory gives, inflates
-// and checks them, and creates and writes the file in one pass, so the kernel's file creation (most
-// of the time) runs in several folders at once. Entries the workers cannot take (large, replaced in
-// this session, or not found in the directory) stream through the package on the calling thread.
+// and checks them, and creates and writes the file, so the kernel's file creation (most of the
+// time) and inflating run in several folders at once. Entries the workers cannot take (replaced in
+// this session, or not matched in the directory) stream through the package on the calling thread.
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
@@ -18,6 +18,7 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
+#include <zlib.h>
 
 #include "opc/detail/fd.h"
 #include "opc/detail/text.h"
@@ -43,8 +44,9 @@ using detail::TreeNode;
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
 constexpr std::size_t kCopyBuffer = 64 * 1024;
 // Entries up to this size are read, inflated and written whole by a worker; larger ones stream
-// through the calling thread in kCopyBuffer pieces.
+// through it in kStreamChunk pieces, so a worker holds at most a few MiB whatever the part sizes.
 constexpr std::uint64_t kWholeEntryLimit = 1u << 20;
+constexpr std::size_t kStreamChunk = 256u << 10;
 // Files of one folder handed to a worker at a time: enough to make a batch worth its queueing,
 // few enough that a large folder is still spread over every worker.
 constexpr std::uint32_t kBatchFiles = 32;
@@ -144,44 +146,85 @@ void checkLength(const Item& item, std::uint64_t length) {
   }
 }
 
-// What one thread needs to write whole entries; reused for every file it writes.
+// A raw-deflate zlib stream, made on first use and reset for each entry.
+class StreamInflater {
+ public:
+  StreamInflater() = default;
+  ~StreamInflater() {
+    if (ready_) inflateEnd(&stream_);
+  }
+  StreamInflater(const StreamInflater&) = delete;
+  StreamInflater& operator=(const StreamInflater&) = delete;
+
+  z_stream& reset() {
+    if (!ready_) {
+      if (inflateInit2(&stream_, -MAX_WBITS) != Z_OK) throw Exception("out of memory for an inflater");
+      ready_ = true;
+    } else if (inflateReset(&stream_) != Z_OK) {
+      throw Exception("cannot reset an inflater");
+    }
+    return stream_;
+  }
+
+ private:
+  z_stream stream_{};
+  bool ready_ = false;
+};
+
+// What one thread needs to write entries from the package; reused for every file it writes.
 struct WriterState {
   std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater{
       libdeflate_alloc_decompressor(), &libdeflate_free_decompressor};
+  StreamInflater streamInflater;
   std::vector<std::uint8_t> stored;
   std::vector<std::uint8_t> inflated;
 };
+
+// Reads `size` bytes at `offset` of the package into `into`, or fewer where the file ends.
+std::size_t readPackage(const zippackage::ZipPhysicalPackage& physical, std::uint8_t* into, std::size_t size,
+                        std::uint64_t offset) {
+  std::size_t got = 0;
+  while (got < size) {
+    const std::size_t n = opc::detail::preadSome(physical.rawDescriptor(), into + got, size - got, offset + got,
+                                                 physical.getNarrowPath());
+    if (n == 0) break;
+    got += n;
+  }
+  return got;
+}
+
+// Reads the entry's local header and as much after it as `want` asks into state.stored (at least
+// the header, its name and extra field); returns where the entry's data starts in state.stored.
+// Throws when the header is not there.
+std::size_t readLocalHeader(const zippackage::ZipPhysicalPackage& physical, const Item& item, std::size_t want,
+                            WriterState& state, std::size_t& got) {
+  const zippackage::ZipEntry& entry = physical.getEntries()[item.entry];
+  const std::size_t guess = std::max(want, kLocalHeaderSize + entry.name.size() + kLocalExtraSlack);
+  if (state.stored.size() < guess) state.stored.resize(guess);
+  got = readPackage(physical, state.stored.data(), guess, item.localHeader);
+  if (got < kLocalHeaderSize || zippackage::le::get32(state.stored.data()) != kLocalHeaderSignature) {
+    refuse(partNameOf(item), "its local header in the package is missing or damaged");
+  }
+  return kLocalHeaderSize + zippackage::le::get16(state.stored.data() + 26) +
+         zippackage::le::get16(state.stored.data() + 28);
+}
 
 // Reads, checks and writes one whole entry below `dirfd`. The file is created only once its bytes
 // have passed the length and CRC checks.
 void writeWholeEntry(int dirfd, const Plan& plan, const Item& item, const zippackage::ZipPhysicalPackage& physical,
                      ReplaceMode replace, WriterState& state) {
   const zippackage::ZipEntry& entry = physical.getEntries()[item.entry];
-  const int packageFd = physical.rawDescriptor();
-  const std::string& packagePath = physical.getNarrowPath();
   const auto compressed = static_cast<std::size_t>(entry.compressedSize);
   // The local header, its name, a guess at its extra field and the data, in one read.
-  const std::size_t guess = kLocalHeaderSize + entry.name.size() + kLocalExtraSlack + compressed;
-  if (state.stored.size() < guess) state.stored.resize(guess);
   std::size_t got = 0;
-  while (got < kLocalHeaderSize) {
-    const std::size_t n = opc::detail::preadSome(packageFd, state.stored.data() + got, guess - got,
-                                                 item.localHeader + got, packagePath);
-    if (n == 0) break;
-    got += n;
-  }
-  if (got < kLocalHeaderSize || zippackage::le::get32(state.stored.data()) != kLocalHeaderSignature) {
-    refuse(partNameOf(item), "its local header in the package is missing or damaged");
-  }
-  const std::size_t dataAt = kLocalHeaderSize + zippackage::le::get16(state.stored.data() + 26) +
-                             zippackage::le::get16(state.stored.data() + 28);
+  const std::size_t dataAt =
+      readLocalHeader(physical, item, kLocalHeaderSize + entry.name.size() + kLocalExtraSlack + compressed, state, got);
   const std::size_t end = dataAt + compressed;
-  if (state.stored.size() < end) state.stored.resize(end);
-  while (got < end) {
-    const std::size_t n = opc::detail::preadSome(packageFd, state.stored.data() + got, end - got,
-                                                 item.localHeader + got, packagePath);
-    if (n == 0) refuse(partNameOf(item), "its compressed data ends early");
-    got += n;
+  if (got < end) {
+    if (state.stored.size() < end) state.stored.resize(end);
+    if (readPackage(physical, state.stored.data() + got, end - got, item.localHeader + got) != end - got) {
+      refuse(partNameOf(item), "its compressed data ends early");
+    }
   }
   const std::uint8_t* data = state.stored.data() + dataAt;
   std::size_t length = compressed;
@@ -211,7 +254,60 @@ void writeWholeEntry(int dirfd, const Plan& plan, const Item& item, const zippac
   finishFile(plan, item, fd);
 }
 
-// Whole entries of one folder, written by one worker.
+// Streams one large entry below `dirfd` in kStreamChunk pieces: the file is created first, and a
+// defect found on the way leaves it for the caller's undo.
+void writeLargeEntry(int dirfd, const Plan& plan, const Item& item, const zippackage::ZipPhysicalPackage& physical,
+                     ReplaceMode replace, WriterState& state) {
+  const zippackage::ZipEntry& entry = physical.getEntries()[item.entry];
+  std::size_t got = 0;
+  const std::uint64_t dataAt = item.localHeader + readLocalHeader(physical, item, 0, state, got);
+  if (state.stored.size() < kStreamChunk) state.stored.resize(kStreamChunk);
+  if (state.inflated.size() < kStreamChunk) state.inflated.resize(kStreamChunk);
+  const bool deflated = entry.compressionMethod == 8;
+  z_stream* zs = deflated ? &state.streamInflater.reset() : nullptr;
+  UniqueFd fd = createFile(dirfd, plan, item, replace);
+  const std::string path = plan.pathOf(item);
+  std::uint64_t written = 0;
+  uLong crc = crc32(0, nullptr, 0);
+  const auto emit = [&](const std::uint8_t* data, std::size_t length) {
+    written += length;
+    if (written > item.size) {
+      refuse(partNameOf(item), "it inflates to more than its declared " + std::to_string(item.size) + " bytes");
+    }
+    crc = crc32_z(crc, data, length);
+    opc::detail::writeAll(fd.get(), data, length, path);
+  };
+  bool ended = !deflated;
+  for (std::uint64_t done = 0; done < entry.compressedSize;) {
+    const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(kStreamChunk, entry.compressedSize - done));
+    if (readPackage(physical, state.stored.data(), want, dataAt + done) != want) {
+      refuse(partNameOf(item), "its compressed data ends early");
+    }
+    done += want;
+    if (!deflated) {
+      emit(state.stored.data(), want);
+      continue;
+    }
+    zs->next_in = state.stored.data();
+    zs->avail_in = static_cast<uInt>(want);
+    while (zs->avail_in > 0 && !ended) {
+      zs->next_out = state.inflated.data();
+      zs->avail_out = static_cast<uInt>(kStreamChunk);
+      const int rc = inflate(zs, Z_NO_FLUSH);
+      if (rc != Z_OK && rc != Z_STREAM_END) refuse(partNameOf(item), "its compressed data is corrupt");
+      emit(state.inflated.data(), kStreamChunk - zs->avail_out);
+      ended = rc == Z_STREAM_END;
+    }
+  }
+  if (!ended) refuse(partNameOf(item), "its compressed data is corrupt");
+  checkLength(item, written);
+  if (static_cast<std::uint32_t>(crc) != entry.crc) {
+    refuse(partNameOf(item), "CRC error: its bytes do not match the checksum recorded for them");
+  }
+  finishFile(plan, item, fd);
+}
+
+// Files of one folder whose entries a worker reads, written by one worker.
 struct Batch {
   std::shared_ptr<const UniqueFd> folder;  // kept open until the batch is done
   std::uint32_t first = 0;                 // items [first, last) of the folder's children
@@ -269,7 +365,12 @@ class Workers {
   void run(const Batch& batch, WriterState& state) const {
     for (std::uint32_t i = batch.first; i < batch.last; ++i) {
       const Item& item = plan_.items[i];
-      if (item.file && item.entry != kNone) writeWholeEntry(batch.folder->get(), plan_, item, physical_, replace_, state);
+      if (!item.file || item.entry == kNone) continue;
+      if (item.size <= kWholeEntryLimit) {
+        writeWholeEntry(batch.folder->get(), plan_, item, physical_, replace_, state);
+      } else {
+        writeLargeEntry(batch.folder->get(), plan_, item, physical_, replace_, state);
+      }
     }
   }
 
@@ -435,7 +536,7 @@ class Extraction {
       item.size = part->getSize();
       const std::uint32_t entry = findEntry(part->getPartName());
       checkDeclaredSize(*part, item.size, entry);
-      if (isWhole(entry, item.size)) {
+      if (isDirect(entry, item.size)) {
         item.entry = entry;
         item.localHeader = localHeaders_[entry];
       }
@@ -528,20 +629,18 @@ class Extraction {
     }
   }
 
-  // A worker takes a part's ZIP entry when the package is open for reading (so the part is still
-  // stored as it was), the entry's local header is known, and it is small enough to be inflated
-  // whole, stored or deflated, and not encrypted.
-  [[nodiscard]] bool isWhole(std::uint32_t entryIndex, std::uint64_t size) const {
+  // A worker reads a part's ZIP entry itself when the package is open for reading (so the part is
+  // still stored as it was), the entry's local header is known, and it is stored or deflated, not
+  // encrypted. Whole entries must not be stored larger than deflate's worst case.
+  [[nodiscard]] bool isDirect(std::uint32_t entryIndex, std::uint64_t size) const {
     if (entryIndex == kNone || localHeaders_.empty() || localHeaders_[entryIndex] == ~std::uint64_t{0}) return false;
     const zippackage::ZipEntry& entry = package_.getPhysicalPackage().getEntries()[entryIndex];
-    if (entry.size != size || entry.encrypted || size > kWholeEntryLimit ||
-        entry.compressedSize > kWholeEntryLimit + kWholeEntryLimit / 8) {
-      return false;
-    }
+    if (entry.size != size || entry.encrypted) return false;
+    if (size <= kWholeEntryLimit && entry.compressedSize > kWholeEntryLimit + kWholeEntryLimit / 8) return false;
     return entry.compressionMethod == 0 || entry.compressionMethod == 8;
   }
 
-  // Writes the children of `folder` below `dir`: its whole entries go to the workers in batches
+  // Writes the children of `folder` below `dir`: the entries workers read go to them in batches
   // (still in progress on return; the batches keep `dir` open), the rest is written here, then each
   // subfolder is made and entered.
   void write(Workers& workers, const std::shared_ptr<const UniqueFd>& dir, const Item& folder) {
