@@ -217,16 +217,35 @@ TEST_F(ParallelExtractTest, EntryDataIsFoundFromItsLocalHeader) {
       writeFile(package, bytes);
     };
   };
+  // As a writer that streams its output leaves it: sizes and CRC only in a data descriptor and the
+  // directory.
+  const auto sizesOnlyInTheDirectory = [](const char* entry) {
+    return [entry](const std::string& package) {
+      std::string bytes = readFile(package);
+      const std::size_t at = bytes.find(entry);
+      ASSERT_NE(at, std::string::npos);
+      const std::size_t header = at - 30;
+      ASSERT_EQ(bytes.compare(header, 4, "PK\x03\x04"), 0);
+      bytes[header + 6] = static_cast<char>(bytes[header + 6] | 0x08);
+      std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(header + 14),
+                bytes.begin() + static_cast<std::ptrdiff_t>(header + 26), '\0');
+      writeFile(package, bytes);
+    };
+  };
   const std::vector<Case> cases = {
+      {"SizesOnlyInTheDirectory", sizesOnlyInTheDirectory("fsroot/a/text.txt"), nullptr},
       {"LongLocalExtraOnADeflatedEntry", localExtra("fsroot/a/text.txt", 3000), nullptr},
       {"ShortLocalExtraOnAStoredEntry", localExtra("fsroot/a/noise.png", 8), nullptr},
       {"LocalExtraJustPastTheGuess", localExtra("fsroot/b/tiny.txt", 65), nullptr},
+      {"LocalExtraOnAStreamedEntry", localExtra("fsroot/a/big.txt", 500), nullptr},
       {"DamagedLocalHeader", damageSignature("fsroot/b/tiny.txt"), "tiny.txt': its local header"},
+      {"DamagedLocalHeaderOfAStreamedEntry", damageSignature("fsroot/a/big.txt"), "big.txt': its local header"},
   };
   const std::filesystem::path source = dir.path() / "source";
   plantFile(source, "a/text.txt", TreeFile{patternBytes(70'000, 5), 1'600'000'000, 0, false});
   plantFile(source, "a/noise.png", TreeFile{randomBytes(30'000, 6), 1'600'000'001, 0, true});
   plantFile(source, "b/tiny.txt", TreeFile{"tiny", 1'600'000'002, 0, false});
+  plantFile(source, "a/big.txt", TreeFile{patternBytes(1'500'000, 8), 1'600'000'004, 0, false});
   plantFile(source, "c/other.txt", TreeFile{patternBytes(5000, 7), 1'600'000'003, 0, false});
   const TreeSnapshot expected = snapshot(source);
   for (const char* threads : {"1", "2"}) {
