@@ -44,8 +44,9 @@ using detail::TreeNode;
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
 constexpr std::size_t kCopyBuffer = 64 * 1024;
 // Entries up to this size are read, inflated and written whole by a worker; larger ones stream
-// through it in kStreamChunk pieces, so a worker holds at most a few MiB whatever the part sizes.
-constexpr std::uint64_t kWholeEntryLimit = 1u << 20;
+// through it in kStreamChunk pieces, so a worker holds under 1 MiB whatever the part sizes. Most
+// files of an add-on are far smaller.
+constexpr std::uint64_t kWholeEntryLimit = 256u << 10;
 constexpr std::size_t kStreamChunk = 256u << 10;
 // Files of one folder handed to a worker at a time: enough to make a batch worth its queueing,
 // few enough that a large folder is still spread over every worker.
@@ -420,28 +421,22 @@ class Workers {
   std::vector<std::thread> threads_;
 };
 
-// Where each entry's local header starts, by entry index, read from the package's directory; empty
-// when the package is not open for reading or its directory does not match what libzip listed
-// (every entry then streams through libzip).
+// Where each entry's local header starts, by entry index, from the directory the package keeps
+// open; empty when the package is not open for reading. An entry whose record does not agree with
+// what the package listed gets ~0 and streams through the package.
 std::vector<std::uint64_t> localHeaderOffsets(const model::Package& package) {
   if (package.getOpenMode() != interfaces::OpenMode::Read) return {};
   const zippackage::ZipPhysicalPackage& physical = package.getPhysicalPackage();
   const std::vector<zippackage::ZipEntry>& entries = physical.getEntries();
-  if (physical.rawDescriptor() < 0 || entries.empty()) return {};
-  zippackage::CentralDirectory directory;
-  try {
-    directory = zippackage::CentralDirectory::read(physical.rawDescriptor(), physical.getNarrowPath());
-  } catch (const Exception&) {
-    return {};
-  }
-  const std::vector<zippackage::DirectoryRecord>& records = directory.records();
-  if (records.size() != entries.size()) return {};
+  const std::shared_ptr<const zippackage::CentralDirectory>& directory = physical.directory();
+  if (physical.rawDescriptor() < 0 || !directory || directory->records().size() != entries.size()) return {};
+  const std::vector<zippackage::DirectoryRecord>& records = directory->records();
   std::vector<std::uint64_t> offsets(entries.size(), ~std::uint64_t{0});
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const zippackage::DirectoryRecord& record = records[i];
     const zippackage::ZipEntry& entry = entries[i];
-    if (record.name == entry.name && record.compressedSize == entry.compressedSize && record.size == entry.size &&
-        record.crc == entry.crc && record.method == entry.compressionMethod) {
+    if (record.compressedSize == entry.compressedSize && record.size == entry.size && record.crc == entry.crc &&
+        record.method == entry.compressionMethod) {
       offsets[i] = record.localHeaderOffset;
     }
   }
