@@ -304,6 +304,38 @@ TEST_F(PackageTest, UnicodeNamesRoundTrip) {
   }
 }
 
+// A foreign package's [Content_Types].xml (Overrides only) stays as it is through changes that keep
+// its list of types, and is written anew once a part comes.
+TEST_F(PackageTest, ContentTypesAreKeptUntilTheListOfTypesChanges) {
+  const std::string types =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Types xmlns=\"http://schemas.openxmlformats.org/package/2006/"
+      "content-types\"><Override PartName=\"/a.xml\" ContentType=\"application/xml\"/></Types>";
+  {
+    int error = 0;
+    zip_t* za = zip_open(file.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    ASSERT_NE(za, nullptr);
+    zip_file_add(za, "[Content_Types].xml", zip_source_buffer(za, types.data(), types.size(), 0), 0);
+    zip_file_add(za, "a.xml", zip_source_buffer(za, "<a/>", 4, 0), 0);
+    ASSERT_EQ(zip_close(za), 0);
+  }
+  {
+    Session s(path, OpenMode::Modify);
+    writeAll(*s.package.getPart(PartName(u"/a.xml"))->getOutputStream(), "<b/>");
+    s.package.close();
+  }
+  EXPECT_EQ(itemText(file, "a.xml"), "<b/>");
+  EXPECT_EQ(itemText(file, "[Content_Types].xml"), types);
+  {
+    Session s(path, OpenMode::Modify);
+    addPart(s.package, u"/b.new", u"application/x-new", "n");
+    s.package.close();
+  }
+  EXPECT_NE(itemText(file, "[Content_Types].xml"), types);
+  Session s(path, OpenMode::Read);
+  EXPECT_EQ(s.package.getPart(PartName(u"/b.new"))->getContentType().toString(), u"application/x-new");
+  EXPECT_EQ(s.package.getPart(PartName(u"/a.xml"))->getContentType().toString(), kXml);
+}
+
 TEST_F(PackageTest, PartNameConflictsAreRefused) {
   makeBasePackage();
   Session s(path, OpenMode::Modify);

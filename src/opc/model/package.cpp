@@ -184,6 +184,7 @@ void Package::load() {
     xmlBudget -= entry.size;
     return allowed;
   };
+  contentTypesEntry_ = contentTypesEntry->index;
   const auto contentTypes = [&] {
     const std::string where = "package '" + path + "': [Content_Types].xml";
     const std::uint64_t maxBytes = spendXml(*contentTypesEntry, where);
@@ -441,6 +442,7 @@ void Package::release() noexcept {
   partCount_ = 0;
   relationships_ = Relationships(PackageHelper::getPackageRootURI());
   relationshipsEntry_.reset();
+  contentTypesEntry_.reset();
   structureChanged_ = false;
   physical_.closeArchive();
   mode_.reset();
@@ -467,9 +469,22 @@ void Package::write() {
       types.emplace_back(&relationshipNames.back(), &relationshipsType);
     }
   }
-  writer->addEntry(detail::kContentTypesItemName,
-                   std::make_shared<opc::detail::MemoryContentSource>(detail::buildContentTypesXml(types)),
-                   Compression::Deflated, {});
+  // The file's content types still hold when no part came or went and every relationships part that
+  // is there now was there before: then the item is copied like any unchanged part.
+  bool sameTypes = contentTypesEntry_.has_value() && !structureChanged_ &&
+                   relationships_.empty() != relationshipsEntry_.has_value();
+  for (const auto& p : parts_) {
+    if (!sameTypes) break;
+    if (p && p->hasRelationships() != p->relationshipsEntry_.has_value()) sameTypes = false;
+  }
+  if (sameTypes) {
+    writer->copyEntry(detail::kContentTypesItemName, *contentTypesEntry_,
+                      physical_.getEntries()[*contentTypesEntry_].attributes);
+  } else {
+    writer->addEntry(detail::kContentTypesItemName,
+                     std::make_shared<opc::detail::MemoryContentSource>(detail::buildContentTypesXml(types)),
+                     Compression::Deflated, {});
+  }
 
   const auto writeRelationships = [&](const Relationships& relationships, const std::optional<std::uint64_t>& entry,
                                       const PartName& name) {

@@ -107,6 +107,7 @@ class Package {
   std::size_t partCount_ = 0;
   Relationships relationships_;
   std::optional<std::uint64_t> relationshipsEntry_;
+  std::optional<std::uint64_t> contentTypesEntry_;  // the file's [Content_Types].xml
   bool structureChanged_ = false;                      // parts created or deleted
 };
 

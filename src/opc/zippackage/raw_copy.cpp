@@ -30,7 +30,7 @@ using le::put64;
 void copyRange(int in, std::uint64_t from, int out, std::uint64_t to, std::uint64_t size, const std::string& path) {
   bool kernel = true;
   std::vector<std::uint8_t> buffer;
-  std::uint64_t handed = to;
+  detail::WriteBehind behind(out, to);
   while (size > 0) {
     const std::size_t chunk = static_cast<std::size_t>(std::min<std::uint64_t>(size, detail::kWriteBehind));
     std::size_t n = 0;
@@ -56,7 +56,7 @@ void copyRange(int in, std::uint64_t from, int out, std::uint64_t to, std::uint6
     from += n;
     to += n;
     size -= n;
-    detail::writeBehind(out, handed, to, size == 0);
+    behind.written(to, size == 0);
   }
 }
 

@@ -122,7 +122,8 @@ struct WriteTarget {
       tempName = name;
       ::fchmod(fd.get(), 0666 & ~currentUmask());
     }
-    position = length = handed = 0;
+    position = length = 0;
+    behind.emplace(fd.get());
     pendingHeader.reset();
     buffered.clear();
     buffered.reserve(kBufferSize);
@@ -161,7 +162,7 @@ struct WriteTarget {
     flush();
     if (size >= kBufferSize / 2) {
       detail::pwriteAll(fd.get(), bytes, size, at, folder);
-      detail::writeBehind(fd.get(), handed, at + size);
+      behind->written(at + size);
       return;
     }
     bufferStart = at;
@@ -171,10 +172,10 @@ struct WriteTarget {
   void flush() {
     if (buffered.empty()) return;
     detail::pwriteAll(fd.get(), buffered.data(), buffered.size(), bufferStart, folder);
-    detail::writeBehind(fd.get(), handed, bufferStart + buffered.size());
+    behind->written(bufferStart + buffered.size());
     buffered.clear();
   }
-  std::uint64_t handed = 0;  // written behind up to here
+  std::optional<detail::WriteBehind> behind;  // made with the file
 
   // libzip sets the UTF-8 name flag (bit 11) only on names with non-ASCII bytes; every name we write
   // is UTF-8, so the flag goes on every local and central header. libzip writes each header's fixed
@@ -214,6 +215,7 @@ struct WriteTarget {
   zip_int64_t commit() {
     try {
       flush();
+      behind.reset();
       if (finish) finish(fd.get());
     } catch (const Exception& e) {
       failures->record(std::string("writing the new package: ") + e.what());
@@ -265,6 +267,7 @@ struct WriteTarget {
 
   void rollback() noexcept {
     buffered = {};
+    behind.reset();  // its thread uses the descriptor
     fd = UniqueFd();
     if (!tempName.empty()) ::unlink(tempName.c_str());
     tempName.clear();
