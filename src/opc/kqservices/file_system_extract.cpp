@@ -27,7 +27,6 @@
 #include "opc/kqservices/file_system_tree.h"
 #include "opc/model/package.h"
 #include "opc/zippackage/central_directory.h"
-#include "opc/zippackage/little_endian.h"
 #include "opc/zippackage/parallel_deflate.h"
 #include "opc/zippackage/zip_physical_package.h"
 
@@ -54,8 +53,7 @@ constexpr std::uint32_t kBatchFiles = 32;
 // Batches queued at one time; each holds its folder's descriptor open.
 constexpr std::size_t kQueuedLimit = 64;
 constexpr std::uint32_t kNone = 0xffffffffu;
-constexpr std::uint32_t kLocalHeaderSignature = 0x04034b50;
-constexpr std::size_t kLocalHeaderSize = 30;
+using zippackage::kLocalHeaderSize;
 // Read with each entry's data in the same pread, for a local extra field the directory does not show.
 constexpr std::size_t kLocalExtraSlack = 64;
 
@@ -203,11 +201,9 @@ std::size_t readLocalHeader(const zippackage::ZipPhysicalPackage& physical, cons
   const std::size_t guess = std::max(want, kLocalHeaderSize + entry.name.size() + kLocalExtraSlack);
   if (state.stored.size() < guess) state.stored.resize(guess);
   got = readPackage(physical, state.stored.data(), guess, item.localHeader);
-  if (got < kLocalHeaderSize || zippackage::le::get32(state.stored.data()) != kLocalHeaderSignature) {
-    refuse(partNameOf(item), "its local header in the package is missing or damaged");
-  }
-  return kLocalHeaderSize + zippackage::le::get16(state.stored.data() + 26) +
-         zippackage::le::get16(state.stored.data() + 28);
+  const std::size_t headerLength = zippackage::localHeaderLength(state.stored.data(), got);
+  if (headerLength == 0) refuse(partNameOf(item), "its local header in the package is missing or damaged");
+  return headerLength;
 }
 
 // Reads, checks and writes one whole entry below `dirfd`. The file is created only once its bytes

@@ -72,6 +72,11 @@ void resolveZip64(DirectoryRecord& record, std::string_view extra, const std::st
 
 }  // namespace
 
+std::size_t localHeaderLength(const std::uint8_t* header, std::size_t available) {
+  if (available < kLocalHeaderSize || get32(header) != 0x04034b50) return 0;
+  return kLocalHeaderSize + get16(header + 26) + get16(header + 28);
+}
+
 int openPackageFile(const ustring& path, const std::string& narrowPath) {
   detail::UniqueFd fd(::open(narrowPath.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fd) {

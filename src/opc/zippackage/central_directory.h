@@ -30,6 +30,12 @@ struct DirectoryRecord {
   std::size_t recordLength = 0;  // fixed part, name, extra field and comment
 };
 
+// An entry's local header: its fixed part is kLocalHeaderSize bytes. localHeaderLength gives the
+// whole header's length (name and extra field included) from the `available` bytes read at its
+// start, or 0 when they are no local header.
+inline constexpr std::size_t kLocalHeaderSize = 30;
+[[nodiscard]] std::size_t localHeaderLength(const std::uint8_t* header, std::size_t available);
+
 class CentralDirectory {
  public:
   // Reads the end records and the directory of the archive open on `fd`. Throws opc::Exception

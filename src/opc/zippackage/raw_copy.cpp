@@ -14,7 +14,6 @@ namespace opc::zippackage {
 
 namespace {
 
-constexpr std::size_t kLocalHeaderSize = 30;
 constexpr std::uint32_t kMax32 = 0xFFFFFFFF;
 
 using le::append16;

@@ -337,17 +337,18 @@ std::unique_ptr<InputStream> ZipPhysicalPackage::open(std::uint64_t index, bool 
                     " is not supported");
   }
   const DirectoryRecord& r = directory_->records()[index];
-  std::uint8_t header[30];
+  std::uint8_t header[kLocalHeaderSize];
   std::size_t got = 0;
   while (got < sizeof header) {
     const std::size_t n = detail::preadSome(rawFd_, header + got, sizeof header - got, r.localHeaderOffset + got, narrowPath_);
     if (n == 0) break;
     got += n;
   }
-  if (got != sizeof header || get32(header) != 0x04034b50) {
+  const std::size_t headerLength = localHeaderLength(header, got);
+  if (headerLength == 0) {
     throw Exception("cannot open " + description + ": no local header where its directory record points");
   }
-  const std::uint64_t dataOffset = r.localHeaderOffset + 30 + get16(header + 26) + get16(header + 28);
+  const std::uint64_t dataOffset = r.localHeaderOffset + headerLength;
   if (dataOffset > directory_->offset() || r.compressedSize > directory_->offset() - dataOffset) {
     throw Exception("cannot open " + description + ": its data runs into the central directory");
   }
