@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <unistd.h>
+#include <zip.h>
 
 #include "opc/kqservices/file_content_source.h"
 #include "package_test_support.h"
@@ -67,6 +68,16 @@ TEST(LargePackageTest, PartOverFourGibibytesRoundTrip) {
     part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(source)));
     addPart(s.package, u"/after.xml", u"application/xml", "<after/>");
     s.package.close();
+  }
+  {
+    // An independent reader agrees, its check that local headers match the directory included.
+    int error = 0;
+    zip_t* za = zip_open(dir.file("big.zip").c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);
+    ASSERT_NE(za, nullptr) << error;
+    zip_stat_t st;
+    ASSERT_EQ(zip_stat(za, "big.bin", 0, &st), 0);
+    EXPECT_EQ(st.size, kSize);
+    zip_discard(za);
   }
   Session s(path, OpenMode::Read);
   auto part = s.package.getPart(PartName(u"/big.bin"));

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <functional>
+#include <optional>
 
 #ifdef ZV_HAVE_LIBDEFLATE
 #include <libdeflate.h>
@@ -66,22 +68,100 @@ TEST(ZipWriterTest, AFailingSourceLeavesThePackageAndFolderUntouched) {
     SCOPED_TRACE(static_cast<int>(at));
     ZipPhysicalPackage physical(u16(file), true);
     auto writer = physical.createWriter();
-    writer->addEntry("good.txt", std::make_shared<detail::MemoryContentSource>("fine"), Compression::Deflated, {});
-    writer->addEntry("bad.bin", std::make_shared<FailingSource>(at), Compression::Deflated, {});
+    // The failure may surface when the entry is added (entries are written as they come) or at commit.
     try {
+      writer->addEntry("good.txt", std::make_shared<detail::MemoryContentSource>("fine"), Compression::Deflated, {});
+      writer->addEntry("bad.bin", std::make_shared<FailingSource>(at), Compression::Deflated, {});
       writer->commit();
       ADD_FAILURE() << "committed";
     } catch (const Exception& e) {
       EXPECT_NE(std::string(e.what()).find("'bad.bin'"), std::string::npos) << e.what();
       EXPECT_NE(std::string(e.what()).find("injected"), std::string::npos) << e.what();
     }
-    EXPECT_THROW(writer->commit(), Exception);  // a writer is used once
+    EXPECT_THROW(writer->commit(), Exception);  // a failed writer is done
     EXPECT_EQ(readFile(file), "old bytes");
     EXPECT_EQ(dir.list(), std::vector<std::string>{"pkg.zip"});
   }
   ZipPhysicalPackage physical(u16(dir.file("new.zip")), false);
   EXPECT_THROW(physical.createWriter()->commit(), Exception);  // an archive needs an entry
   EXPECT_EQ(dir.list(), std::vector<std::string>{"pkg.zip"});
+}
+
+// Bytes whose source does not tell their size up front, or tells a wrong one.
+class UnsizedSource : public ContentSource {
+ public:
+  UnsizedSource(std::string bytes, std::optional<std::uint64_t> claimed) : bytes_(std::move(bytes)), claimed_(claimed) {}
+  [[nodiscard]] std::unique_ptr<InputStream> openStream() const override {
+    return detail::MemoryContentSource(bytes_).openStream();
+  }
+  [[nodiscard]] std::optional<std::uint64_t> size() const override { return claimed_; }
+
+ private:
+  std::string bytes_;
+  std::optional<std::uint64_t> claimed_;
+};
+
+// Every path an entry takes through the writer gives an archive that libzip opens with its
+// consistency checks (local headers agree with the directory) and reads back byte for byte; copied
+// again with new times (so rewritten from their data, not copied as stored), they still do.
+TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzip) {
+  ScratchDir dir;
+  const std::string file = dir.file("kinds.zip");
+  std::string noise(1536u << 10, '\0');
+  std::uint32_t x = 12345;
+  for (char& c : noise) c = static_cast<char>((x = x * 1103515245u + 12345u) >> 24);
+  const struct {
+    const char* name;
+    std::string bytes;
+    Compression compression;
+    std::optional<std::uint64_t> claimed;  // what the source says its size is
+    int method;                             // what the archive should hold
+  } cases[] = {
+      {"stored.txt", patternBytes(70000, 1), Compression::Stored, 70000, ZIP_CM_STORE},
+      {"stored unsized.txt", patternBytes(5000, 2), Compression::Stored, std::nullopt, ZIP_CM_STORE},
+      {"stored grew.txt", patternBytes(9000, 3), Compression::Stored, 10, ZIP_CM_STORE},
+      {"small.txt", patternBytes(40000, 4), Compression::Deflated, 40000, ZIP_CM_DEFLATE},
+      {"deflated unsized.txt", patternBytes(3u << 20, 5), Compression::Deflated, std::nullopt, ZIP_CM_DEFLATE},
+      {"in pieces.txt", patternBytes((5u << 20) + 17, 6), Compression::Deflated, (5u << 20) + 17, ZIP_CM_DEFLATE},
+      {"noise.bin", noise, Compression::Deflated, noise.size(), ZIP_CM_STORE},
+      {"image.png", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_STORE},
+      {"empty.txt", "", Compression::Deflated, 0, ZIP_CM_DEFLATE},
+  };
+  {
+    ZipPhysicalPackage physical(u16(file), false);
+    auto writer = physical.createWriter();
+    for (const auto& c : cases) {
+      writer->addEntry(c.name, std::make_shared<UnsizedSource>(c.bytes, c.claimed), c.compression,
+                       {FileTime{1600000000, 500}, 0600});
+    }
+    writer->commit();
+  }
+  const std::string copy = dir.file("copy.zip");
+  {
+    std::filesystem::copy_file(file, copy);
+    ZipPhysicalPackage physical(u16(copy), false);
+    physical.openArchive();
+    auto writer = physical.createWriter();
+    for (const ZipEntry& e : physical.getEntries()) writer->copyEntry(e.name, e.index, {FileTime{1700000000, 0}, 0644});
+    writer->commit();
+  }
+  for (const std::string& path : {file, copy}) {
+    SCOPED_TRACE(path);
+    const auto raw = rawItems(path);  // opened with ZIP_CHECKCONS
+    ASSERT_EQ(raw.size(), std::size(cases));
+    for (const auto& c : cases) {
+      SCOPED_TRACE(c.name);
+      EXPECT_EQ(raw.at(c.name).method, c.method);
+      EXPECT_EQ(itemText(path, c.name), c.bytes);
+    }
+    ZipPhysicalPackage physical(u16(path), false);
+    physical.openArchive();
+    const FileTime expected = path == file ? FileTime{1600000000, 500} : FileTime{1700000000, 0};
+    for (const ZipEntry& e : physical.getEntries()) {
+      EXPECT_EQ(e.attributes.lastModified, expected) << e.name;
+      EXPECT_EQ(e.attributes.unixMode, path == file ? 0600u : 0644u) << e.name;
+    }
+  }
 }
 
 // An archive made by libzip with the shapes a foreign package may have: deflated data longer than
@@ -216,7 +296,7 @@ TEST(ZipWriterTest, PrecompressedDeflateIsStoredAsGiven) {
   }
   const auto raw = rawItems(file);
   EXPECT_EQ(raw.at("pre.bin").method, ZIP_CM_DEFLATE);
-  EXPECT_EQ(raw.at("pre.bin").compressed, compressed);  // libzip copied, did not recompress
+  EXPECT_EQ(raw.at("pre.bin").compressed, compressed);  // copied, not recompressed
   EXPECT_EQ(raw.at("pre.bin").crc, crc);
   ZipPhysicalPackage physical(u16(file), false);
   physical.openArchive();

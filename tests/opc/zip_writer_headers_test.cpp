@@ -1,7 +1,10 @@
 // What the package writer puts in entry headers: the UTF-8 name flag on every local and central
 // header, and the shortest timestamp field that holds each modification time exactly.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <zip.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -12,6 +15,7 @@
 #include "opc/detail/content_sources.h"
 #include "opc/zippackage/extra_fields.h"
 #include "opc/zippackage/raw_copy.h"
+#include "opc/zippackage/zip_headers.h"
 #include "opc/zippackage/zip_physical_package.h"
 #include "package_test_support.h"
 
@@ -77,8 +81,8 @@ void copyAllAndAdd(const std::string& file, const TestEntry& added) {
 }
 
 TEST(ZipWriterHeadersTest, EveryNameIsMarkedUtf8AndDataLikeAHeaderStaysIntact) {
-  // Stored bytes whose tail, as libzip copies it, is one write that looks like a local header
-  // followed by a name length of 30: the next write (a real header) must not be taken for a name.
+  // Stored bytes that end like a local header with a name length of 30, right before a real
+  // header: nothing that patches headers may take the data for one.
   std::string lookalike = patternBytes(8192, 3);
   std::string fake(30, 'x');
   std::memcpy(fake.data(), "PK\x03\x04", 4);
@@ -308,6 +312,61 @@ TEST(ZipWriterHeadersTest, RelocatedRecordsTakeZip64OffsetsWhenNeeded) {
       EXPECT_EQ(get32(r, 51 + 8 * i) | (std::uint64_t{get32(r, 55 + 8 * i)} << 32), c.zip64[i]) << i;
     }
   }
+}
+
+// The writer's headers where ZIP64 is needed, laid out in a sparse file: an entry past 4 GiB, one
+// whose local header carries its sizes in a ZIP64 field, more entries than 16 bits count. libzip
+// (with its check that local headers agree with the directory) and our reader both read them.
+TEST(ZipWriterHeadersTest, Zip64HeadersReadBackAsWritten) {
+  ScratchDir dir;
+  const std::string file = dir.file("far.zip");
+  const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0);
+  std::uint64_t position = 0;
+  std::string directory;
+  std::vector<std::string> texts;
+  const auto add = [&](const std::string& name, std::uint64_t at, bool zip64) {
+    const std::string text = "text of " + name;
+    EntryHeader h;
+    h.crc = static_cast<std::uint32_t>(::crc32(0, reinterpret_cast<const Bytef*>(text.data()), text.size()));
+    h.size = h.compressedSize = text.size();
+    h.zip64 = zip64;
+    h.time = FileTime{1600000000, 0};
+    h.exactTime = true;
+    const std::string bytes = localHeader(name, h, at) + text;
+    ASSERT_EQ(::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)), static_cast<ssize_t>(bytes.size()));
+    position = at + bytes.size();
+    directory += centralRecord(name, h, at);
+    texts.push_back(text);
+  };
+  add("near.txt", 0, false);
+  add("sizes in zip64.txt", position, true);
+  for (int i = 0; i < 70000; ++i) add("many/" + std::to_string(i), position, false);
+  add("far.txt", 5ull << 30, false);
+  const std::string end = endRecords(texts.size(), position, directory.size());
+  const std::string tail = directory + end;
+  ASSERT_EQ(::pwrite(fd, tail.data(), tail.size(), static_cast<off_t>(position)), static_cast<ssize_t>(tail.size()));
+  ::close(fd);
+
+  int error = 0;
+  zip_t* za = zip_open(file.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);
+  ASSERT_NE(za, nullptr) << error;
+  ASSERT_EQ(zip_get_num_entries(za, 0), static_cast<zip_int64_t>(texts.size()));
+  ZipPhysicalPackage physical(u16(file), false);
+  physical.openArchive();
+  ASSERT_EQ(physical.getEntries().size(), texts.size());
+  for (const zip_uint64_t i : {zip_uint64_t{0}, zip_uint64_t{1}, zip_uint64_t{40000}, zip_uint64_t{texts.size() - 1}}) {
+    SCOPED_TRACE(i);
+    zip_file_t* f = zip_fopen_index(za, i, 0);
+    ASSERT_NE(f, nullptr) << zip_strerror(za);
+    std::string read(100, '\0');
+    read.resize(static_cast<std::size_t>(zip_fread(f, read.data(), read.size())));
+    zip_fclose(f);
+    EXPECT_EQ(read, texts[i]);
+    EXPECT_EQ(readAll(*physical.openEntry(i)), texts[i]);
+    EXPECT_EQ(physical.getEntries()[i].attributes.lastModified, (FileTime{1600000000, 0}));
+  }
+  zip_discard(za);
 }
 
 }  // namespace

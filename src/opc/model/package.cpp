@@ -509,8 +509,6 @@ void Package::write() {
   std::size_t relationshipIndex = 0;
   for (const auto& p : parts_) {
     if (!p) continue;
-    // The seam for compressing content in parallel: deflate these sources beforehand and hand them
-    // to addPrecompressedEntry; libzip then copies them as it copies unchanged entries.
     const EntryAttributes attributes{p->lastModified_, p->unixMode_};
     const std::string itemName = p->getPartName().getZipItemName();
     if (!p->contentChanged_ && p->sourceEntry_) {

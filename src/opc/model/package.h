@@ -24,7 +24,7 @@ namespace opc::model {
 // close() to write or revert() to discard. Holds a reference to the physical package, which must
 // outlive it. Not copyable, not thread-safe.
 //
-// Opening validates the whole package: a ZIP that libzip accepts; "[Content_Types].xml" present and
+// Opening validates the whole package: a readable ZIP directory; "[Content_Types].xml" present and
 // well formed; every item a valid part name, no two equivalent, none a prefix segment of another;
 // every part with a content type; every relationships part well formed and for an existing source.
 // Each failure is an opc::Exception naming the entry or part; a missing file is PackageNotFound.

@@ -1,7 +1,6 @@
 #pragma once
-// The central directory of a ZIP archive read in two reads, for the paths where libzip's full open
-// costs more than the work itself: listing a package (libzip converts every entry's DOS time and
-// hashes every name) and copying unchanged entries as raw bytes into a new archive.
+// The central directory of a ZIP archive read in two reads: what the package reader lists, what
+// extraction finds entries by and what unchanged entries are copied from as raw bytes.
 // Entry data is never read here.
 #include <cstdint>
 #include <string>

@@ -255,22 +255,31 @@ DeflatePipeline::~DeflatePipeline() {
 }
 
 std::size_t DeflatePipeline::add(std::shared_ptr<const ContentSource> source) {
-  jobs_.push_back(Job{std::move(source), {}, false});
-  return jobs_.size() - 1;
+  std::size_t ticket = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    jobs_.push_back(Job{std::move(source), {}, false});
+    ticket = first_ + jobs_.size() - 1;
+  }
+  changed_.notify_all();
+  return ticket;
 }
 
 void DeflatePipeline::start() {
-  const unsigned count = static_cast<unsigned>(std::min<std::size_t>(threads_, jobs_.size()));
-  for (unsigned i = 0; i < count; ++i) workers_.emplace_back([this] { work(); });
+  for (unsigned i = 0; i < threads_; ++i) workers_.emplace_back([this] { work(); });
 }
 
 DeflatedEntry DeflatePipeline::take(std::size_t ticket) {
   std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return jobs_[ticket].done; });
-  DeflatedEntry result = std::move(jobs_[ticket].result);
-  jobs_[ticket].source.reset();
+  changed_.wait(lock, [&] { return jobs_[ticket - first_].done; });
+  DeflatedEntry result = std::move(jobs_[ticket - first_].result);
   held_ -= std::min<std::uint64_t>(held_, result.compressed.size());
   taken_ = ticket + 1;
+  // Taken jobs are done, so no worker holds them.
+  while (first_ < taken_) {
+    jobs_.pop_front();
+    ++first_;
+  }
   lock.unlock();
   changed_.notify_all();
   return result;
@@ -288,9 +297,11 @@ void DeflatePipeline::work() {
   std::unique_lock lock(mutex_);
   for (;;) {
     // The job the caller waits for is always taken, whatever the window holds: no deadlock.
-    changed_.wait(lock, [&] { return stopping_ || (next_ < jobs_.size() && (held_ < window_ || next_ == taken_)); });
+    changed_.wait(lock, [&] {
+      return stopping_ || (next_ < first_ + jobs_.size() && (held_ < window_ || next_ == taken_));
+    });
     if (stopping_) return;
-    Job& job = jobs_[next_++];
+    Job& job = jobs_[next_++ - first_];
     lock.unlock();
     DeflatedEntry result;
     try {

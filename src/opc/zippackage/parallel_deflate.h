@@ -1,5 +1,5 @@
 #pragma once
-// Deflating entries on every core ahead of libzip, which then copies the finished streams.
+// Deflating entries on every core ahead of the writer, which then copies the finished streams.
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -78,10 +78,11 @@ struct DeflatedEntry {
 };
 
 // Deflates sources of at most kWholeEntryLimit bytes on worker threads, in the order they were
-// added, while the caller takes the results in that same order. Finished results not yet taken hold
-// at most about `window` bytes (at least one result is always allowed), so memory stays bounded
-// however many entries there are. Each source is used by one worker at a time and by nobody else
-// meanwhile. Destroying the pipeline stops and joins the workers.
+// added, while the caller takes the results in that same order. Sources may be added before and
+// after start(). Finished results not yet taken hold at most about `window` bytes (at least one
+// result is always allowed), and a job is forgotten once taken, so memory stays bounded however many
+// entries there are. Each source is used by one worker at a time and by nobody else meanwhile.
+// Destroying the pipeline stops and joins the workers.
 class DeflatePipeline {
  public:
   explicit DeflatePipeline(unsigned threads, std::uint64_t window = 4u << 20);
@@ -89,9 +90,7 @@ class DeflatePipeline {
   DeflatePipeline(const DeflatePipeline&) = delete;
   DeflatePipeline& operator=(const DeflatePipeline&) = delete;
 
-  // Room for `count` sources, so that queueing many does not hold two copies of the queue at once.
-  void reserve(std::size_t count) { jobs_.reserve(count); }
-  // Queues a source; returns its ticket (0, 1, 2, ... in order). Call before start().
+  // Queues a source; returns its ticket (0, 1, 2, ... in order).
   std::size_t add(std::shared_ptr<const ContentSource> source);
   void start();
   // Waits for the result of `ticket`. Tickets must be taken in increasing order, each once.
@@ -107,7 +106,8 @@ class DeflatePipeline {
 
   unsigned threads_;
   std::uint64_t window_;
-  std::vector<Job> jobs_;
+  std::deque<Job> jobs_;  // from ticket `first_` on; a worker's job keeps its place while others come
+  std::size_t first_ = 0;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::size_t next_ = 0;         // the first job no worker has taken

@@ -17,7 +17,6 @@ namespace {
 constexpr std::uint32_t kMax32 = 0xFFFFFFFF;
 
 using le::append16;
-using le::append32;
 using le::append64;
 using le::get16;
 using le::get32;
@@ -138,28 +137,9 @@ bool RawCopier::canCopy(std::size_t index, std::string_view name) const {
          extent - r.compressedSize >= kLocalHeaderSize + r.name.size();
 }
 
-std::size_t RawCopier::takeFirst() {
-  const std::size_t first = queued_.front();
-  queued_.erase(queued_.begin());
-  return first;
-}
-
-void RawCopier::appendTo(int fd, const std::string& path) const {
+std::uint64_t RawCopier::copyTo(int fd, std::uint64_t position, const std::function<void(std::string_view)>& record,
+                                const std::string& path) const {
   const auto& records = source_->records();
-  // The joint directory is built in one buffer of its final size: it is made when everything else
-  // the writer holds is still alive, so a doubling string would set the call's peak memory.
-  std::string directory;
-  std::uint64_t position = 0;
-  std::uint64_t freshCount = 0;
-  {
-    const CentralDirectory fresh = CentralDirectory::read(fd, path);
-    std::size_t size = fresh.bytes().size() + 98;  // + the ZIP64 and classic end records
-    for (const std::size_t q : queued_) size += records[q].recordLength + 12;
-    directory.reserve(size);
-    directory = fresh.bytes();
-    position = fresh.offset();
-    freshCount = fresh.records().size();
-  }
   // Runs of entries that follow each other in the old file are copied with one call.
   std::size_t i = 0;
   while (i < queued_.size()) {
@@ -171,8 +151,8 @@ void RawCopier::appendTo(int fd, const std::string& path) const {
     for (std::size_t k = i; k < j; ++k) {
       const DirectoryRecord& r = records[queued_[k]];
       const std::uint64_t offset = position + (r.localHeaderOffset - runStart);
-      std::string record = relocatedRecord(source_->bytes().substr(r.recordOffset, r.recordLength), offset);
-      if ((r.flags & 0x0800) == 0 && (get16(record.data() + 8) & 0x0800) != 0) {
+      const std::string relocated = relocatedRecord(source_->bytes().substr(r.recordOffset, r.recordLength), offset);
+      if ((r.flags & 0x0800) == 0 && (get16(relocated.data() + 8) & 0x0800) != 0) {
         // The local header carries the flag too.
         std::uint8_t flags[2];
         if (detail::preadSome(sourceFd_, flags, 2, r.localHeaderOffset + 6, sourcePath_) != 2) {
@@ -181,44 +161,12 @@ void RawCopier::appendTo(int fd, const std::string& path) const {
         flags[1] |= 0x08;
         detail::pwriteAll(fd, flags, 2, offset + 6, path);
       }
-      directory += record;
+      record(relocated);
     }
     position += runEnd - runStart;
     i = j;
   }
-
-  const std::uint64_t count = freshCount + queued_.size();
-  const std::uint64_t directoryOffset = position;
-  const std::uint64_t directorySize = directory.size();
-  if (count >= 0xFFFF || directoryOffset >= kMax32 || directorySize >= kMax32) {
-    const std::uint64_t end64At = directoryOffset + directorySize;
-    append32(directory, 0x06064b50);
-    append64(directory, 44);
-    append16(directory, 45);
-    append16(directory, 45);
-    append32(directory, 0);
-    append32(directory, 0);
-    append64(directory, count);
-    append64(directory, count);
-    append64(directory, directorySize);
-    append64(directory, directoryOffset);
-    append32(directory, 0x07064b50);
-    append32(directory, 0);
-    append64(directory, end64At);
-    append32(directory, 1);
-  }
-  append32(directory, 0x06054b50);
-  append16(directory, 0);
-  append16(directory, 0);
-  append16(directory, static_cast<std::uint16_t>(std::min<std::uint64_t>(count, 0xFFFF)));
-  append16(directory, static_cast<std::uint16_t>(std::min<std::uint64_t>(count, 0xFFFF)));
-  append32(directory, static_cast<std::uint32_t>(std::min<std::uint64_t>(directorySize, kMax32)));
-  append32(directory, static_cast<std::uint32_t>(std::min<std::uint64_t>(directoryOffset, kMax32)));
-  append16(directory, 0);
-  detail::pwriteAll(fd, reinterpret_cast<const std::uint8_t*>(directory.data()), directory.size(), position, path);
-  if (::ftruncate(fd, static_cast<off_t>(position + directory.size())) != 0) {
-    throw Exception(detail::osError("cannot write the new package in", path, errno));
-  }
+  return position;
 }
 
 }  // namespace opc::zippackage

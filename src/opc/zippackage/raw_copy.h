@@ -5,6 +5,7 @@
 // or CRC-checked, which is what makes a one-record change on a large package cost little more than
 // copying its file.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -27,21 +28,20 @@ class RawCopier {
   RawCopier(int sourceFd, std::string sourcePath, std::shared_ptr<const CentralDirectory> source);
 
   // True when directory record `index` is named `name` and its bytes lie whole between its start
-  // and the next entry (or the directory): only such entries are copied raw; the caller copies the
-  // others through libzip, which checks them.
+  // and the next entry (or the directory): only such entries are copied raw; the caller rewrites
+  // the others from their data.
   [[nodiscard]] bool canCopy(std::size_t index, std::string_view name) const;
   // Queues record `index` (canCopy must hold); entries go in the order queued.
   void add(std::size_t index) { queued_.push_back(index); }
   [[nodiscard]] bool empty() const { return queued_.empty(); }
   [[nodiscard]] std::size_t size() const { return queued_.size(); }
-  // Removes and returns the first queued record.
-  std::size_t takeFirst();
 
-  // `fd` holds a complete archive (the new entries): its end records are replaced by the queued
-  // entries' bytes, then one directory of its records followed by theirs, and new end records
-  // (ZIP64 when counts or offsets need it). Throws opc::Exception naming `path` on any failure; the
-  // file is then garbage, to be discarded by the caller.
-  void appendTo(int fd, const std::string& path) const;
+  // Writes the queued entries' bytes into `fd` from `position` on, hands each one's directory
+  // record, relocated, to `record` in order, and returns the position after the last. Throws
+  // opc::Exception naming `path` on any failure; the file is then garbage, to be discarded by the
+  // caller.
+  std::uint64_t copyTo(int fd, std::uint64_t position, const std::function<void(std::string_view)>& record,
+                       const std::string& path) const;
 
  private:
   int sourceFd_;

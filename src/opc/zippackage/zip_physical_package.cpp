@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <zip.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -19,7 +18,6 @@
 #include "opc/zippackage/central_directory.h"
 #include "opc/zippackage/extra_fields.h"
 #include "opc/zippackage/little_endian.h"
-#include "opc/zippackage/zip_support.h"
 
 namespace opc::zippackage {
 
@@ -274,46 +272,10 @@ void ZipPhysicalPackage::openArchive() {
 }
 
 void ZipPhysicalPackage::closeArchive() noexcept {
-  if (archive_ != nullptr) zip_discard(archive_);
-  archive_ = nullptr;
   if (rawFd_ >= 0) ::close(rawFd_);
   rawFd_ = -1;
   directory_.reset();
   entries_.clear();
-}
-
-zip_t* ZipPhysicalPackage::libzipArchive() const {
-  if (archive_ != nullptr) return archive_;
-  if (rawFd_ < 0) throw Exception("package '" + narrowPath_ + "' is not open");
-  // On its own descriptor: libzip seeks and reads through its FILE.
-  detail::UniqueFd fd(::fcntl(rawFd_, F_DUPFD_CLOEXEC, 0));
-  if (!fd) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
-  FILE* file = ::fdopen(fd.get(), "rb");
-  if (file == nullptr) throw Exception(detail::osError("cannot open package", narrowPath_, errno));
-  fd.release();
-  zip_error_t error;
-  zip_error_init(&error);
-  ZipSourcePtr source(zip_source_filep_create(file, 0, -1, &error));
-  if (!source) {
-    ::fclose(file);
-    const std::string text = zipErrorText(&error);
-    zip_error_fini(&error);
-    throw Exception("cannot open package '" + narrowPath_ + "': " + text);
-  }
-  zip_t* archive = zip_open_from_source(source.get(), ZIP_RDONLY, &error);
-  if (archive == nullptr) {
-    const std::string text = zipErrorText(&error);
-    zip_error_fini(&error);
-    throw Exception("cannot open package '" + narrowPath_ + "': " + text);
-  }
-  source.release();  // the archive owns it now
-  zip_error_fini(&error);
-  if (static_cast<std::uint64_t>(zip_get_num_entries(archive, 0)) != entries_.size()) {
-    zip_discard(archive);
-    throw Exception("cannot open package '" + narrowPath_ + "': libzip finds another number of entries");
-  }
-  archive_ = archive;
-  return archive_;
 }
 
 std::unique_ptr<InputStream> ZipPhysicalPackage::openEntry(std::uint64_t index) const {

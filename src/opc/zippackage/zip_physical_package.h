@@ -1,5 +1,5 @@
 #pragma once
-// The ZIP container of a package: read with our own directory reader and pread, written through libzip.
+// The ZIP container of a package: read with the directory reader and pread, written entry by entry.
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -10,8 +10,6 @@
 #include "opc/content_source.h"
 #include "opc/file_time.h"
 #include "opc/streams.h"
-
-struct zip;
 
 namespace opc::zippackage {
 
@@ -36,8 +34,8 @@ struct ZipEntry {
   EntryAttributes attributes;
 };
 
-// Deflate data made outside libzip (e.g. in parallel, with libdeflate), stored as is: `compressed`
-// yields the raw deflate stream of `uncompressedSize` bytes whose CRC-32 is `crc`.
+// Deflate data made beforehand, stored as is: `compressed` yields the raw deflate stream of
+// `uncompressedSize` bytes whose CRC-32 is `crc`.
 struct PrecompressedContent {
   std::shared_ptr<const ContentSource> compressed;
   std::uint64_t compressedSize = 0;
@@ -85,7 +83,7 @@ class ZipPhysicalPackage {
   [[nodiscard]] std::unique_ptr<InputStream> openRawEntry(std::uint64_t index) const;
   // The open archive's file (read only; -1 when none is open), for reading stored bytes with pread
   // from several threads at offsets found in its directory. Owned by this package; valid until
-  // closeArchive(). libzip never reads through it.
+  // closeArchive().
   [[nodiscard]] int rawDescriptor() const { return rawFd_; }
   // The open archive's central directory as stored (null when none is open); valid until closeArchive().
   [[nodiscard]] const std::shared_ptr<const CentralDirectory>& directory() const { return directory_; }
@@ -97,22 +95,22 @@ class ZipPhysicalPackage {
  private:
   friend class ZipWriter;
   [[nodiscard]] std::unique_ptr<InputStream> open(std::uint64_t index, bool raw) const;
-  // libzip's view of the open archive, made on first use: only entries that cannot be copied as raw
-  // bytes are copied through it. Throws opc::Exception when libzip refuses the file.
-  [[nodiscard]] struct zip* libzipArchive() const;
   ustring path_;
   std::string narrowPath_;
   bool durable_;
-  mutable struct zip* archive_ = nullptr;
   int rawFd_ = -1;  // the open archive's file (owned)
   std::shared_ptr<const CentralDirectory> directory_;
   std::vector<ZipEntry> entries_;
 };
 
-// Builds a new archive entry by entry, then commit() writes it all in one pass. Nothing is read
-// before commit(): sources are opened one at a time while writing, so memory and open files do not
-// grow with the number or size of entries. Destroying an uncommitted writer discards everything and
-// leaves the package file untouched. Throws opc::Exception naming the entry and libzip's text.
+// Builds a new archive entry by entry into a temporary file that commit() puts in the package's
+// place. Entries are written in the order added, a few behind the calls that add them (small ones
+// are deflated meanwhile on every core), and unchanged entries copied as raw bytes after them; a
+// source is opened only while its entry is written. Memory holds the directory (about 100 bytes an
+// entry) and no more than a window of entries, so it does not grow with their size and barely with
+// their number. Destroying an uncommitted writer discards everything and leaves the package file
+// untouched. Throws opc::Exception naming the package and the entry; after a throw the writer
+// cannot be used again.
 class ZipWriter {
  public:
   ~ZipWriter();
@@ -121,15 +119,16 @@ class ZipWriter {
 
   // The entry `sourceIndex` of the package's open archive, its compressed bytes copied unchanged.
   void copyEntry(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes);
-  // Bytes from `source`, compressed by libzip as asked.
+  // Bytes from `source`, stored or deflated as asked (data that is already compressed, or does not
+  // shrink, is stored even so).
   void addEntry(const std::string& name, std::shared_ptr<const ContentSource> source, Compression compression,
                 const EntryAttributes& attributes);
   // Deflate data compressed beforehand, copied as is.
   void addPrecompressedEntry(const std::string& name, PrecompressedContent content,
                              const EntryAttributes& attributes);
-  // Writes the archive to a temporary file in the package's folder, syncs it (durable packages),
-  // renames it over the package file and syncs the folder. On failure the package file is untouched
-  // and no temporary file is left behind; the writer cannot be used again.
+  // Finishes the archive in its temporary file, syncs it (durable packages), renames it over the
+  // package file and syncs the folder. On failure the package file is untouched and no temporary
+  // file is left behind. An archive without entries is refused.
   void commit();
 
  private:

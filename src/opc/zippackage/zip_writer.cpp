@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <ctime>
+#include <deque>
 #include <dirent.h>
 #include <cstdlib>
 #include <cstring>
@@ -13,23 +15,27 @@
 #include <vector>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <zip.h>
+
+#include <libdeflate.h>
 
 #include "foundation/clock.h"
 #include "opc/detail/content_sources.h"
 #include "opc/detail/fd.h"
 #include "opc/exception.h"
-#include "opc/zippackage/extra_fields.h"
 #include "opc/zippackage/parallel_deflate.h"
 #include "opc/zippackage/raw_copy.h"
+#include "opc/zippackage/zip_headers.h"
 #include "opc/zippackage/zip_physical_package.h"
-#include "opc/zippackage/zip_support.h"
 
 namespace opc::zippackage {
 
 namespace {
 
 using detail::UniqueFd;
+
+// Deflated entries of at least this size get a ZIP64 field before their compressed size is known:
+// deflate never grows data by anywhere near the rest of 4 GiB.
+constexpr std::uint64_t kZip64Guess = 0xF0000000;
 
 std::string folderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -73,492 +79,384 @@ void removeStaleTemporaries(const std::string& folder, const std::string& base) 
   ::closedir(dir);
 }
 
-// First failure seen inside a libzip callback, where no exception may pass.
-struct Failures {
-  std::string first;
-  void record(const std::string& message) {
-    if (first.empty()) first = message;
-  }
-};
-
-zip_int64_t fail(zip_error_t* error, int code, int sysErr = 0) {
-  zip_error_set(error, code, sysErr);
-  return -1;
-}
-
-// The archive's file. New archives only: stat reports "no such file" so libzip starts empty, and
-// writing goes to a temporary file that replaces the package on commit.
-struct WriteTarget {
-  std::string finalPath;
-  std::string folder;
-  bool durable = true;
-  std::shared_ptr<Failures> failures;
-  UniqueFd fd;
-  std::string tempName;  // a named temporary file that exists on disk
-  std::uint64_t position = 0;
-  std::uint64_t length = 0;
-  zip_error_t error{};
-
-  std::string uniqueTempName() const {
-    static std::atomic<unsigned> counter{0};
-    return folder + "/." + baseOf(finalPath) + "." + std::to_string(::getpid()) + "." +
-           std::to_string(counter++) + ".tmp";
-  }
-
-  zip_int64_t begin() {
-    rollback();
-    fd = UniqueFd(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
-    if (!fd) {
+// The new archive's file: a temporary in the package's folder that replaces the package on commit.
+// Small writes are gathered into one system call per megabyte; a header may be rewritten after its
+// data, in the buffer while it is still there, else in the file.
+class Output {
+ public:
+  Output(std::string finalPath, bool durable) : finalPath_(std::move(finalPath)), durable_(durable) {
+    folder_ = folderOf(finalPath_);
+    fd_ = UniqueFd(::open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
+    if (!fd_) {
       if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
-        failures->record(detail::osError("cannot create a temporary file in", folder, errno));
-        return fail(&error, ZIP_ER_TMPOPEN, errno);
+        throw Exception(detail::osError("cannot create a temporary file in", folder_, errno));
       }
-      std::string name = folder + "/." + baseOf(finalPath) + "." + std::to_string(::getpid()) + ".XXXXXX.tmp";
-      fd = UniqueFd(::mkostemps(name.data(), 4, O_CLOEXEC));
-      if (!fd) {
-        failures->record(detail::osError("cannot create a temporary file in", folder, errno));
-        return fail(&error, ZIP_ER_TMPOPEN, errno);
-      }
-      tempName = name;
-      ::fchmod(fd.get(), 0666 & ~currentUmask());
+      std::string name = folder_ + "/." + baseOf(finalPath_) + "." + std::to_string(::getpid()) + ".XXXXXX.tmp";
+      fd_ = UniqueFd(::mkostemps(name.data(), 4, O_CLOEXEC));
+      if (!fd_) throw Exception(detail::osError("cannot create a temporary file in", folder_, errno));
+      tempName_ = name;
+      ::fchmod(fd_.get(), 0666 & ~currentUmask());
     }
-    position = length = 0;
-    behind.emplace(fd.get());
-    pendingHeader.reset();
-    buffered.clear();
-    buffered.reserve(kBufferSize);
-    return 0;
+    behind_.emplace(fd_.get());
+    buffer_.reserve(kBufferSize);
   }
 
-  zip_int64_t write(const void* data, zip_uint64_t size) {
+  ~Output() {
+    behind_.reset();  // its thread uses the descriptor
+    fd_ = UniqueFd();
+    if (!tempName_.empty()) ::unlink(tempName_.c_str());
+  }
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  [[nodiscard]] std::uint64_t position() const { return position_; }
+  [[nodiscard]] int descriptor() const { return fd_.get(); }
+  [[nodiscard]] const std::string& folder() const { return folder_; }
+
+  void append(const void* data, std::size_t size) {
     const auto* bytes = static_cast<const std::uint8_t*>(data);
-    try {
-      put(position, bytes, static_cast<std::size_t>(size));
-      markUtf8Name(bytes, size);
-    } catch (const Exception& e) {
-      failures->record(std::string("writing the new package: ") + e.what());
-      return fail(&error, ZIP_ER_WRITE, errno);
+    if (buffer_.size() + size > kBufferSize || size >= kBufferSize / 2) flush();
+    if (size >= kBufferSize / 2) {
+      detail::pwriteAll(fd_.get(), bytes, size, position_, folder_);
+      position_ += size;
+      behind_->written(position_);
+      bufferStart_ = position_;
+      return;
     }
-    position += size;
-    length = std::max(length, position);
-    return static_cast<zip_int64_t>(size);
+    if (buffer_.empty()) bufferStart_ = position_;
+    buffer_.insert(buffer_.end(), bytes, bytes + size);
+    position_ += size;
   }
+  void append(std::string_view text) { append(text.data(), text.size()); }
 
-  // libzip writes each header in three or four small pieces and goes back to rewrite the local
-  // header after the data; gathering writes here turns those into one system call per megabyte.
-  // `buffered` holds the bytes of [bufferStart, bufferStart + buffered.size()), not yet on disk.
-  static constexpr std::size_t kBufferSize = 1u << 20;
-  std::vector<std::uint8_t> buffered;
-  std::uint64_t bufferStart = 0;
-
-  void put(std::uint64_t at, const std::uint8_t* bytes, std::size_t size) {
-    if (buffered.empty()) bufferStart = at;
-    if (at >= bufferStart && at <= bufferStart + buffered.size() && at + size <= bufferStart + kBufferSize) {
-      const std::size_t offset = static_cast<std::size_t>(at - bufferStart);
-      if (offset + size > buffered.size()) buffered.resize(offset + size);
-      std::memcpy(buffered.data() + offset, bytes, size);
+  // Rewrites bytes already appended.
+  void rewrite(std::uint64_t at, std::string_view bytes) {
+    if (!buffer_.empty() && at >= bufferStart_ && at + bytes.size() <= bufferStart_ + buffer_.size()) {
+      std::memcpy(buffer_.data() + (at - bufferStart_), bytes.data(), bytes.size());
       return;
     }
     flush();
-    if (size >= kBufferSize / 2) {
-      detail::pwriteAll(fd.get(), bytes, size, at, folder);
-      behind->written(at + size);
-      return;
-    }
-    bufferStart = at;
-    buffered.assign(bytes, bytes + size);
+    detail::pwriteAll(fd_.get(), reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), at, folder_);
   }
 
+  // Everything appended is in the file (for writers that go around this one); `to` moves the end.
   void flush() {
-    if (buffered.empty()) return;
-    detail::pwriteAll(fd.get(), buffered.data(), buffered.size(), bufferStart, folder);
-    behind->written(bufferStart + buffered.size());
-    buffered.clear();
+    if (buffer_.empty()) return;
+    detail::pwriteAll(fd_.get(), buffer_.data(), buffer_.size(), bufferStart_, folder_);
+    buffer_.clear();
+    bufferStart_ = position_;
+    behind_->written(position_);
   }
-  std::optional<detail::WriteBehind> behind;  // made with the file
-
-  // libzip sets the UTF-8 name flag (bit 11) only on names with non-ASCII bytes; every name we write
-  // is UTF-8, so the flag goes on every local and central header. libzip writes each header's fixed
-  // part in one call and the name in the next; the flag is set once both are seen, so that entry data
-  // that happens to look like a header is never touched (its next write is not a name of that length).
-  struct PendingHeader {
-    std::uint64_t flagsAt = 0;
-    std::uint16_t flags = 0;
-    std::uint16_t nameLength = 0;
-  };
-  std::optional<PendingHeader> pendingHeader;
-
-  void markUtf8Name(const std::uint8_t* bytes, zip_uint64_t size) {
-    const auto get16 = [&](std::size_t at) { return static_cast<std::uint16_t>(bytes[at] | (bytes[at + 1] << 8)); };
-    if (pendingHeader) {
-      const PendingHeader header = *pendingHeader;
-      pendingHeader.reset();
-      if (size == header.nameLength && std::memchr(bytes, 0, size) == nullptr) {
-        const std::uint16_t flags = header.flags | 0x0800;
-        const std::uint8_t patch[2] = {static_cast<std::uint8_t>(flags), static_cast<std::uint8_t>(flags >> 8)};
-        put(header.flagsAt, patch, sizeof patch);
-        return;
-      }
-    }
-    constexpr std::uint8_t kLocal[4] = {'P', 'K', 3, 4};
-    constexpr std::uint8_t kCentral[4] = {'P', 'K', 1, 2};
-    if (size == 30 && std::memcmp(bytes, kLocal, 4) == 0) {
-      pendingHeader = PendingHeader{position + 6, get16(6), get16(26)};
-    } else if (size == 46 && std::memcmp(bytes, kCentral, 4) == 0) {
-      pendingHeader = PendingHeader{position + 8, get16(8), get16(28)};
-    }
+  void skipTo(std::uint64_t to) {
+    flush();
+    position_ = bufferStart_ = to;
   }
 
-  // Runs on the finished archive before it is synced and renamed; may rewrite it.
-  std::function<void(int fd)> finish;
-
-  zip_int64_t commit() {
-    try {
-      flush();
-      behind.reset();
-      if (finish) finish(fd.get());
-    } catch (const Exception& e) {
-      failures->record(std::string("writing the new package: ") + e.what());
-      return fail(&error, ZIP_ER_WRITE, errno);
-    }
+  // Syncs (durable packages), renames the file over the package and syncs the folder.
+  void commit() {
+    flush();
+    behind_.reset();
     struct stat old {};
-    if (::stat(finalPath.c_str(), &old) == 0) ::fchmod(fd.get(), old.st_mode & 07777);
-    if (durable && ::fsync(fd.get()) != 0) {
-      failures->record(detail::osError("cannot sync the new package in", folder, errno));
-      return fail(&error, ZIP_ER_WRITE, errno);
-    }
-    if (tempName.empty()) {
-      const std::string procPath = "/proc/self/fd/" + std::to_string(fd.get());
+    if (::stat(finalPath_.c_str(), &old) == 0) ::fchmod(fd_.get(), old.st_mode & 07777);
+    if (durable_ && ::fsync(fd_.get()) != 0) throw Exception(detail::osError("cannot sync the new package in", folder_, errno));
+    if (tempName_.empty()) {
+      static std::atomic<unsigned> counter{0};
+      const std::string procPath = "/proc/self/fd/" + std::to_string(fd_.get());
       for (int attempt = 0;; ++attempt) {
-        const std::string name = uniqueTempName();
+        const std::string name = folder_ + "/." + baseOf(finalPath_) + "." + std::to_string(::getpid()) + "." +
+                                 std::to_string(counter++) + ".tmp";
         if (::linkat(AT_FDCWD, procPath.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-          tempName = name;
+          tempName_ = name;
           break;
         }
-        if (errno != EEXIST || attempt > 100) {
-          failures->record(detail::osError("cannot name the new package in", folder, errno));
-          return fail(&error, ZIP_ER_TMPOPEN, errno);
-        }
+        if (errno != EEXIST || attempt > 100) throw Exception(detail::osError("cannot name the new package in", folder_, errno));
       }
     }
-    if (::rename(tempName.c_str(), finalPath.c_str()) != 0) {
-      const int err = errno;
-      ::unlink(tempName.c_str());
-      tempName.clear();
-      failures->record(detail::osError("cannot replace", finalPath, err));
-      return fail(&error, ZIP_ER_RENAME, err);
+    if (::rename(tempName_.c_str(), finalPath_.c_str()) != 0) throw Exception(detail::osError("cannot replace", finalPath_, errno));
+    tempName_.clear();
+    removeStaleTemporaries(folder_, baseOf(finalPath_));
+    const std::string closeError = fd_.close();
+    if (!closeError.empty()) throw Exception("closing the new package '" + finalPath_ + "': " + closeError);
+    if (durable_) {
+      UniqueFd dir(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      if (!dir || ::fsync(dir.get()) != 0) throw Exception(detail::osError("cannot sync the folder", folder_, errno));
     }
-    tempName.clear();
-    removeStaleTemporaries(folder, baseOf(finalPath));
-    const std::string closeError = fd.close();
-    if (!closeError.empty()) {
-      failures->record("closing the new package '" + finalPath + "': " + closeError);
-      return fail(&error, ZIP_ER_WRITE, 0);
-    }
-    if (durable) {
-      UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-      if (!dir || ::fsync(dir.get()) != 0) {
-        failures->record(detail::osError("cannot sync the folder", folder, errno));
-        return fail(&error, ZIP_ER_WRITE, errno);
-      }
-    }
-    return 0;
   }
 
-  void rollback() noexcept {
-    buffered = {};
-    behind.reset();  // its thread uses the descriptor
-    fd = UniqueFd();
-    if (!tempName.empty()) ::unlink(tempName.c_str());
-    tempName.clear();
-  }
+ private:
+  static constexpr std::size_t kBufferSize = 1u << 20;
+  std::string finalPath_;
+  std::string folder_;
+  bool durable_;
+  UniqueFd fd_;
+  std::string tempName_;  // a named temporary file that exists on disk
+  std::optional<detail::WriteBehind> behind_;
+  std::vector<std::uint8_t> buffer_;  // the bytes of [bufferStart_, position_), not yet in the file
+  std::uint64_t bufferStart_ = 0;
+  std::uint64_t position_ = 0;
 };
 
-zip_int64_t targetCallback(void* state, void* data, zip_uint64_t len, zip_source_cmd_t command) {
-  auto* t = static_cast<WriteTarget*>(state);
-  switch (command) {
-    case ZIP_SOURCE_SUPPORTS:
-      return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
-                                            ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, ZIP_SOURCE_SEEK, ZIP_SOURCE_TELL,
-                                            ZIP_SOURCE_BEGIN_WRITE, ZIP_SOURCE_COMMIT_WRITE,
-                                            ZIP_SOURCE_ROLLBACK_WRITE, ZIP_SOURCE_WRITE, ZIP_SOURCE_SEEK_WRITE,
-                                            ZIP_SOURCE_TELL_WRITE, ZIP_SOURCE_REMOVE, -1);
-    case ZIP_SOURCE_STAT:  // how libzip learns that there is no archive to read yet
-      return fail(&t->error, ZIP_ER_READ, ENOENT);
-    case ZIP_SOURCE_BEGIN_WRITE:
-      return t->begin();
-    case ZIP_SOURCE_WRITE:
-      return t->write(data, len);
-    case ZIP_SOURCE_SEEK_WRITE: {
-      const zip_int64_t offset = zip_source_seek_compute_offset(t->position, t->length, data, len, &t->error);
-      if (offset < 0) return -1;
-      t->position = static_cast<std::uint64_t>(offset);
-      return 0;
-    }
-    case ZIP_SOURCE_TELL_WRITE:
-      return static_cast<zip_int64_t>(t->position);
-    case ZIP_SOURCE_COMMIT_WRITE:
-      return t->commit();
-    case ZIP_SOURCE_ROLLBACK_WRITE:
-      t->rollback();
-      return 0;
-    case ZIP_SOURCE_ERROR:
-      return zip_error_to_data(&t->error, data, len);
-    case ZIP_SOURCE_FREE:
-      t->rollback();
-      delete t;
-      return 0;
-    case ZIP_SOURCE_REMOVE:  // an archive without entries; never wanted
-    default:
-      return fail(&t->error, ZIP_ER_OPNOTSUPP);
+// The central directory as it grows: one megabyte in memory, the rest in a scratch file in the
+// package's folder, so that memory does not grow with the number of entries (a record is about
+// 100-200 bytes).
+class DirectoryBuffer {
+ public:
+  explicit DirectoryBuffer(std::string folder) : folder_(std::move(folder)) { chunk_.reserve(kChunk); }
+
+  void add(std::string_view record) {
+    if (chunk_.size() + record.size() > kChunk) spill();
+    chunk_ += record;
+    size_ += record.size();
+    ++count_;
   }
-}
+  [[nodiscard]] std::uint64_t count() const { return count_; }
+  [[nodiscard]] std::uint64_t size() const { return size_; }
 
-// The bytes of one entry, opened only while libzip copies them. An entry deflated by the pipeline
-// gets its result at the first stat (libzip stats each entry just before writing it, in order) and
-// lets go of the bytes when libzip closes it.
-struct EntrySource {
-  std::string name;
-  std::shared_ptr<const ContentSource> content;
-  std::optional<PrecompressedContent> precompressed;
-  std::shared_ptr<Failures> failures;
-  std::unique_ptr<InputStream> stream;
-  zip_error_t error{};
-  DeflatePipeline* pipeline = nullptr;
-  std::size_t ticket = 0;
-  std::string pieceSpoolFolder;  // non-empty: deflate in pieces at the first stat, spooled here
-
-  zip_int64_t deflatePieces() {
-    struct Sink : OutputSink {
-      detail::SpoolContent& spool;
-      explicit Sink(detail::SpoolContent& s) : spool(s) {}
-      void append(const std::uint8_t* data, std::size_t size) override { spool.append(data, size); }
-    };
-    try {
-      auto spool = std::make_shared<detail::SpoolContent>(pieceSpoolFolder);
-      Sink sink(*spool);
-      const PieceStream result = deflateInPieces(*content, sink, deflateThreads());
-      pieceSpoolFolder.clear();
-      content = spool;
-      precompressed = PrecompressedContent{spool, result.compressedSize, result.size, result.crc};
-      return 0;
-    } catch (const std::exception& e) {
-      failures->record("entry '" + name + "': " + e.what());
-      return fail(&error, ZIP_ER_READ);
-    }
-  }
-
-  zip_int64_t takeDeflated() {
-    DeflatedEntry result = pipeline->take(ticket);
-    pipeline = nullptr;
-    if (!result.error.empty()) {
-      failures->record("entry '" + name + "': " + result.error);
-      return fail(&error, ZIP_ER_READ);
-    }
-    const std::uint64_t compressedSize = result.compressed.size();
-    content = std::make_shared<detail::MemoryContentSource>(std::move(result.compressed));
-    precompressed = PrecompressedContent{content, compressedSize, result.size, result.crc};
-    return 0;
-  }
-
-  void close() {
-    stream.reset();
-    if (precompressed) {
-      precompressed->compressed.reset();
-      content.reset();
-    }
-  }
-
-  zip_int64_t stat(void* data, zip_uint64_t len) {
-    auto* st = ZIP_SOURCE_GET_ARGS(zip_stat_t, data, len, &error);
-    if (st == nullptr) return -1;
-    zip_stat_init(st);
-    if (pipeline != nullptr && takeDeflated() != 0) return -1;
-    if (!pieceSpoolFolder.empty() && deflatePieces() != 0) return -1;
-    if (precompressed) {
-      st->size = precompressed->uncompressedSize;
-      st->comp_size = precompressed->compressedSize;
-      st->comp_method = ZIP_CM_DEFLATE;
-      st->crc = precompressed->crc;
-      st->valid |= ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_COMP_METHOD | ZIP_STAT_CRC;
-    } else {
-      try {
-        if (const auto size = content->size()) {
-          st->size = *size;
-          st->valid |= ZIP_STAT_SIZE;
-        }
-      } catch (const std::exception& e) {
-        failures->record("entry '" + name + "': " + e.what());
-        return fail(&error, ZIP_ER_READ);
+  void writeTo(Output& out) {
+    if (spool_) {
+      std::vector<std::uint8_t> buffer(kChunk);
+      std::uint64_t at = 0;
+      while (const std::size_t n = spool_->readAt(at, buffer.data(), buffer.size())) {
+        out.append(buffer.data(), n);
+        at += n;
       }
     }
-    return sizeof(zip_stat_t);
+    out.append(chunk_);
   }
 
-  zip_int64_t open() {
-    try {
-      stream = content->openStream();
-      return 0;
-    } catch (const std::exception& e) {
-      failures->record("entry '" + name + "': " + e.what());
-      return fail(&error, ZIP_ER_OPEN);
-    }
+ private:
+  void spill() {
+    if (!spool_) spool_ = std::make_shared<detail::SpoolContent>(folder_, 0);
+    spool_->append(reinterpret_cast<const std::uint8_t*>(chunk_.data()), chunk_.size());
+    chunk_.clear();
   }
-
-  zip_int64_t read(void* data, zip_uint64_t len) {
-    try {
-      return static_cast<zip_int64_t>(stream->read(static_cast<std::uint8_t*>(data), static_cast<std::size_t>(len)));
-    } catch (const std::exception& e) {
-      failures->record("entry '" + name + "': " + e.what());
-      return fail(&error, ZIP_ER_READ);
-    }
-  }
+  static constexpr std::size_t kChunk = 1u << 20;
+  std::string folder_;
+  std::string chunk_;
+  std::shared_ptr<detail::SpoolContent> spool_;
+  std::uint64_t size_ = 0;
+  std::uint64_t count_ = 0;
 };
-
-zip_int64_t entryCallback(void* state, void* data, zip_uint64_t len, zip_source_cmd_t command) {
-  auto* s = static_cast<EntrySource*>(state);
-  switch (command) {
-    case ZIP_SOURCE_SUPPORTS:
-      return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
-                                            ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, -1);
-    case ZIP_SOURCE_STAT:
-      return s->stat(data, len);
-    case ZIP_SOURCE_OPEN:
-      return s->open();
-    case ZIP_SOURCE_READ:
-      return s->read(data, len);
-    case ZIP_SOURCE_CLOSE:
-      s->close();
-      return 0;
-    case ZIP_SOURCE_ERROR:
-      return zip_error_to_data(&s->error, data, len);
-    case ZIP_SOURCE_FREE:
-      delete s;
-      return 0;
-    default:
-      return fail(&s->error, ZIP_ER_OPNOTSUPP);
-  }
-}
 
 }  // namespace
 
 struct ZipWriter::Impl {
-  // A deflated entry whose compression commit() chooses: stored, deflated by the pipeline, or left
-  // to libzip.
-  struct Deferred {
-    EntrySource* state;  // owned by libzip's source, alive until the archive is closed or discarded
-    zip_uint64_t index;
+  // An entry waiting for its turn: entries are written in the order added, a few behind the
+  // deflate workers, so that memory does not grow with the number of entries.
+  struct Pending {
+    enum class Kind : std::uint8_t { Stored, Whole, Pieces, Precompressed, Copied } kind = Kind::Stored;
+    std::string name;
+    std::shared_ptr<const ContentSource> content;  // Precompressed: the deflate stream
+    EntryAttributes attributes;
+    std::size_t ticket = 0;  // Whole: the pipeline's; Copied: the old archive's entry index
+    PrecompressedContent precompressed;  // Precompressed: sizes and CRC (its source is `content`)
   };
+  static constexpr std::size_t kAhead = 128;
 
   ZipPhysicalPackage& package;
-  std::shared_ptr<Failures> failures = std::make_shared<Failures>();
-  std::vector<Deferred> deferred;
-  // Declared before the archive so that the workers outlive every source that refers to them.
+  std::optional<Output> out;
+  std::optional<DirectoryBuffer> directory;
+  std::deque<Pending> pending;
+  // Declared after `pending` so that the workers stop before the sources they use go.
   std::unique_ptr<DeflatePipeline> pipeline;
-  ZipArchivePtr archive;
-  WriteTarget* target = nullptr;  // owned by the archive's source
-  // Unchanged entries copied as stored bytes after libzip has written the rest; empty when the
-  // old archive's directory could not be read that way (libzip then copies every entry).
+  // Unchanged entries copied as stored bytes after the rest; empty when the old archive's
+  // directory could not be read that way (they are then read and written one by one).
   std::optional<RawCopier> rawCopies;
   bool rawCopiesTried = false;
-  bool used = false;
-  std::uint64_t entries = 0;
+  bool used = false;    // commit() was called
+  bool failed = false;  // a call threw; the temporary file goes with the writer
+  std::vector<std::uint8_t> buffer;
 
   explicit Impl(ZipPhysicalPackage& p) : package(p) {}
 
-  [[noreturn]] void raise(const std::string& doing) {
-    std::string text = failures->first.empty() ? std::string(zip_strerror(archive.get())) : failures->first;
-    throw Exception("cannot write package '" + package.getNarrowPath() + "': " + doing + ": " + text);
+  // Marks the writer spent and throws; the destructor then discards the temporary file.
+  [[noreturn]] void fail(const std::string& text) {
+    failed = true;
+    throw Exception("cannot write package '" + package.getNarrowPath() + "': " + text);
   }
 
-  zip_uint64_t add(const std::string& name, zip_source_t* source) {
-    if (source == nullptr) raise("entry '" + name + "'");
-    const zip_int64_t index = zip_file_add(archive.get(), name.c_str(), source, ZIP_FL_ENC_UTF_8);
-    if (index < 0) {
-      zip_source_free(source);
-      raise("entry '" + name + "'");
+  template <class F>
+  void guarded(const std::string& entry, F&& work) {
+    try {
+      work();
+    } catch (const std::exception& e) {
+      if (failed) throw;
+      fail(entry.empty() ? std::string("writing the new package: ") + e.what() : "entry '" + entry + "': " + e.what());
     }
-    ++entries;
-    return static_cast<zip_uint64_t>(index);
   }
 
-  zip_source_t* functionSource(EntrySource* state) {
-    zip_source_t* source = zip_source_function(archive.get(), entryCallback, state);
-    if (source == nullptr) delete state;
-    return source;
+  void requireUsable() const {
+    if (used || failed) throw Exception("package writer for '" + package.getNarrowPath() + "' was already committed or failed");
   }
 
-  void apply(const std::string& name, zip_uint64_t index, const EntryAttributes& attributes) {
+  DeflatePipeline& deflater() {
+    if (!pipeline) {
+      pipeline = std::make_unique<DeflatePipeline>(deflateThreads());
+      pipeline->start();
+    }
+    return *pipeline;
+  }
+
+  void queue(Pending entry) {
+    pending.push_back(std::move(entry));
+    while (pending.size() > kAhead) writeFront();
+  }
+
+  static EntryHeader headerFor(const EntryAttributes& attributes, std::uint16_t method) {
+    EntryHeader h;
+    h.method = method;
     if (attributes.lastModified) {
-      const FileTime time = *attributes.lastModified;
-      if (zip_file_set_mtime(archive.get(), index, extra::clampToDosRange(time), 0) != 0) raise("entry '" + name + "'");
-      // The local header gets the extended timestamp only (Info-ZIP's tools restore times from it);
-      // the central directory the shortest field that holds the time exactly: 9 bytes for whole
-      // seconds from 1901 to 2038, else the 36-byte NTFS field. This keeps a tree's headers no
-      // longer than Info-ZIP's own.
-      const auto ut = extra::encodeExtendedTimestamp(time);
-      if (ut && zip_file_extra_field_set(archive.get(), index, extra::kExtendedTimestampId, ZIP_EXTRA_FIELD_NEW,
-                                         ut->data(), static_cast<zip_uint16_t>(ut->size()), ZIP_FL_LOCAL) != 0) {
-        raise("entry '" + name + "'");
-      }
-      if (ut && time.nanoseconds == 0) {
-        if (zip_file_extra_field_set(archive.get(), index, extra::kExtendedTimestampId, ZIP_EXTRA_FIELD_NEW,
-                                     ut->data(), static_cast<zip_uint16_t>(ut->size()), ZIP_FL_CENTRAL) != 0) {
-          raise("entry '" + name + "'");
-        }
-      } else if (const auto ntfs = extra::encodeNtfs(time)) {
-        if (zip_file_extra_field_set(archive.get(), index, extra::kNtfsId, ZIP_EXTRA_FIELD_NEW, ntfs->data(),
-                                     static_cast<zip_uint16_t>(ntfs->size()), ZIP_FL_CENTRAL) != 0) {
-          raise("entry '" + name + "'");
-        }
-      }
+      h.time = *attributes.lastModified;
+      h.exactTime = true;
     } else {
-      // Generated parts carry the system's clock, not libzip's, so SOURCE_DATE_EPOCH reaches them.
-      const FileTime now{foundation::clock::now(), 0};
-      if (zip_file_set_mtime(archive.get(), index, extra::clampToDosRange(now), 0) != 0) raise("entry '" + name + "'");
+      // Generated parts carry the system's clock, so SOURCE_DATE_EPOCH reaches them.
+      h.time = FileTime{foundation::clock::now(), 0};
     }
-    if (attributes.unixMode) {
-      const zip_uint32_t external = (static_cast<zip_uint32_t>(S_IFREG) | (*attributes.unixMode & 07777)) << 16;
-      if (zip_file_set_external_attributes(archive.get(), index, 0, ZIP_OPSYS_UNIX, external) != 0) {
-        raise("entry '" + name + "'");
+    if (attributes.unixMode) h.external = (static_cast<std::uint32_t>(S_IFREG) | (*attributes.unixMode & 07777)) << 16;
+    return h;
+  }
+
+  // Appends `size` bytes of `stream` (all of them when `size` is unset), counting their CRC when
+  // asked; returns how many there were.
+  std::uint64_t copyStream(InputStream& stream, std::optional<std::uint64_t> size, std::uint32_t* crc) {
+    if (buffer.empty()) buffer.resize(256u << 10);
+    std::uint64_t total = 0;
+    for (;;) {
+      std::size_t want = buffer.size();
+      if (size) want = static_cast<std::size_t>(std::min<std::uint64_t>(want, *size - total));
+      if (want == 0) break;
+      const std::size_t n = stream.read(buffer.data(), want);
+      if (n == 0) break;
+      if (crc != nullptr) *crc = libdeflate_crc32(*crc, buffer.data(), n);
+      out->append(buffer.data(), n);
+      total += n;
+    }
+    return total;
+  }
+
+  // A header written before its data and rewritten after it, when sizes and CRC are known.
+  void writeLater(const Pending& e, EntryHeader& h, const std::function<void()>& data) {
+    const std::uint64_t at = out->position();
+    out->append(localHeader(e.name, h, at));
+    data();
+    if (!h.zip64 && (h.size >= kMax32 || h.compressedSize >= kMax32)) {
+      throw Exception("it grew past 4 GiB while being written");
+    }
+    out->rewrite(at, localHeader(e.name, h, at));
+    directory->add(centralRecord(e.name, h, at));
+  }
+
+  void writeKnown(const Pending& e, const EntryHeader& h, const std::function<void()>& data) {
+    const std::uint64_t at = out->position();
+    out->append(localHeader(e.name, h, at));
+    data();
+    directory->add(centralRecord(e.name, h, at));
+  }
+
+  void writeFront() {
+    Pending e = std::move(pending.front());
+    pending.pop_front();
+    guarded(e.name, [&] { write(e); });
+  }
+
+  void write(Pending& e) {
+    using Kind = Pending::Kind;
+    switch (e.kind) {
+      case Kind::Stored: {
+        EntryHeader h = headerFor(e.attributes, 0);
+        h.size = h.compressedSize = *e.content->size();
+        h.zip64 = h.size >= kMax32;
+        writeLater(e, h, [&] {
+          const auto stream = e.content->openStream();
+          h.crc = 0;
+          h.size = h.compressedSize = copyStream(*stream, std::nullopt, &h.crc);
+        });
+        break;
+      }
+      case Kind::Whole: {
+        DeflatedEntry result = pipeline->take(e.ticket);
+        if (!result.error.empty()) throw Exception(result.error);
+        EntryHeader h = headerFor(e.attributes, 8);
+        h.crc = result.crc;
+        h.size = result.size;
+        h.compressedSize = result.compressed.size();
+        writeKnown(e, h, [&] { out->append(result.compressed); });
+        break;
+      }
+      case Kind::Pieces: {
+        EntryHeader h = headerFor(e.attributes, 8);
+        h.zip64 = *e.content->size() >= kZip64Guess;
+        writeLater(e, h, [&] {
+          struct Sink : OutputSink {
+            Output& out;
+            explicit Sink(Output& o) : out(o) {}
+            void append(const std::uint8_t* data, std::size_t size) override { out.append(data, size); }
+          } sink(*out);
+          const std::uint64_t start = out->position();
+          const PieceStream result = deflateInPieces(*e.content, sink, deflateThreads());
+          h.crc = result.crc;
+          h.size = result.size;
+          h.compressedSize = out->position() - start;
+        });
+        break;
+      }
+      case Kind::Precompressed: {
+        EntryHeader h = headerFor(e.attributes, 8);
+        h.crc = e.precompressed.crc;
+        h.size = e.precompressed.uncompressedSize;
+        h.compressedSize = e.precompressed.compressedSize;
+        h.zip64 = h.size >= kMax32 || h.compressedSize >= kMax32;
+        writeKnown(e, h, [&] {
+          const auto stream = e.content->openStream();
+          if (copyStream(*stream, h.compressedSize, nullptr) != h.compressedSize) {
+            throw Exception("its compressed data ended early");
+          }
+        });
+        break;
+      }
+      case Kind::Copied: {
+        const ZipEntry& entry = package.entries_[e.ticket];
+        if (entry.encrypted) throw Exception("an encrypted entry cannot be copied");
+        EntryHeader h = headerFor(e.attributes, entry.compressionMethod);
+        h.crc = entry.crc;
+        h.size = entry.size;
+        h.compressedSize = entry.compressedSize;
+        h.zip64 = h.size >= kMax32 || h.compressedSize >= kMax32;
+        writeKnown(e, h, [&] {
+          const auto stream = package.openRawEntry(e.ticket);
+          if (copyStream(*stream, h.compressedSize, nullptr) != h.compressedSize) {
+            throw Exception("the old package ended early");
+          }
+        });
+        break;
       }
     }
   }
 
-  void setCompression(const std::string& name, zip_uint64_t index, zip_int32_t method, zip_uint32_t level) {
-    if (zip_set_file_compression(archive.get(), index, method, level) != 0) raise("entry '" + name + "'");
+  // A source that cannot tell its size is read into a spool first, so that every entry's header
+  // is sized up front (ZIP64 fields only where sizes need them).
+  void sizeUp(Pending& e) {
+    if (e.content->size()) return;
+    auto spool = std::make_shared<detail::SpoolContent>(out->folder());
+    const auto stream = e.content->openStream();
+    if (buffer.empty()) buffer.resize(256u << 10);
+    while (const std::size_t n = stream->read(buffer.data(), buffer.size())) spool->append(buffer.data(), n);
+    e.content = std::move(spool);
   }
 
   // Already-compressed formats and data that does not shrink are stored; entries small enough to
-  // hold in memory go to the pipeline; larger ones are deflated in pieces when libzip reaches them;
-  // those of unknown size libzip deflates itself.
-  void planCompression() {
-    pipeline = std::make_unique<DeflatePipeline>(deflateThreads());
-    pipeline->reserve(deferred.size());
-    for (const Deferred& d : deferred) {
-      EntrySource& s = *d.state;
-      std::optional<std::uint64_t> size;
-      try {
-        size = s.content->size();
-        if (isCompressedFormat(s.name) || (size && *size > kWholeEntryLimit && !worthDeflating(*s.content))) {
-          setCompression(s.name, d.index, ZIP_CM_STORE, 0);
-          continue;
-        }
-      } catch (const Exception& e) {
-        failures->record("entry '" + s.name + "': " + e.what());
-        raise("entry '" + s.name + "'");
-      }
-      if (size && *size <= kWholeEntryLimit) {
-        s.ticket = pipeline->add(s.content);
-        s.pipeline = pipeline.get();
-        setCompression(s.name, d.index, ZIP_CM_DEFAULT, 0);
-      } else if (size) {
-        s.pieceSpoolFolder = folderOf(package.getNarrowPath());
-        setCompression(s.name, d.index, ZIP_CM_DEFAULT, 0);
-      }
+  // hold in memory go to the workers; larger ones are deflated in pieces when their turn comes.
+  void planDeflated(Pending& e) {
+    const std::uint64_t size = *e.content->size();
+    using Kind = Pending::Kind;
+    if (isCompressedFormat(e.name) || (size > kWholeEntryLimit && !worthDeflating(*e.content))) {
+      e.kind = Kind::Stored;
+    } else if (size <= kWholeEntryLimit) {
+      e.kind = Kind::Whole;
+      e.ticket = deflater().add(e.content);
+    } else {
+      e.kind = Kind::Pieces;
     }
-    deferred.clear();
-    pipeline->start();
   }
 
   // True when the entry was queued for copying as raw bytes.
@@ -575,53 +473,21 @@ struct ZipWriter::Impl {
     rawCopies->add(static_cast<std::size_t>(sourceIndex));
     return true;
   }
-
-  void addLibzipCopy(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
-    zip_source_t* source = zip_source_zip(archive.get(), package.libzipArchive(), sourceIndex, ZIP_FL_COMPRESSED, 0, 0);
-    const zip_uint64_t index = add(name, source);
-    // Stored entries stay stored; left at the default method libzip would deflate them.
-    if (package.entries_[sourceIndex].compressionMethod == ZIP_CM_STORE &&
-        zip_set_file_compression(archive.get(), index, ZIP_CM_STORE, 0) != 0) {
-      raise("entry '" + name + "'");
-    }
-    apply(name, index, attributes);
-  }
-
-  void requireUsable() const {
-    if (used) throw Exception("package writer for '" + package.getNarrowPath() + "' was already committed or failed");
-  }
 };
 
 ZipWriter::ZipWriter(ZipPhysicalPackage& package) : impl_(std::make_unique<Impl>(package)) {
-  auto* target = new WriteTarget();
   // Through a symbolic link the file it names is replaced, and the link stays.
-  target->finalPath = package.getNarrowPath();
-  if (char* resolved = ::realpath(target->finalPath.c_str(), nullptr)) {
-    target->finalPath = resolved;
+  std::string finalPath = package.getNarrowPath();
+  if (char* resolved = ::realpath(finalPath.c_str(), nullptr)) {
+    finalPath = resolved;
     std::free(resolved);
   }
-  target->folder = folderOf(target->finalPath);
-  target->durable = package.isDurable();
-  target->failures = impl_->failures;
-  impl_->target = target;
-  zip_error_t error;
-  zip_error_init(&error);
-  zip_source_t* source = zip_source_function_create(targetCallback, target, &error);
-  if (source == nullptr) {
-    delete target;
-    const std::string text = zipErrorText(&error);
-    zip_error_fini(&error);
-    throw Exception("cannot write package '" + package.getNarrowPath() + "': " + text);
+  try {
+    impl_->out.emplace(finalPath, package.isDurable());
+    impl_->directory.emplace(impl_->out->folder());
+  } catch (const std::exception& e) {
+    throw Exception("cannot write package '" + package.getNarrowPath() + "': " + e.what());
   }
-  zip_t* archive = zip_open_from_source(source, ZIP_CREATE | ZIP_TRUNCATE, &error);
-  if (archive == nullptr) {
-    zip_source_free(source);
-    const std::string text = zipErrorText(&error);
-    zip_error_fini(&error);
-    throw Exception("cannot write package '" + package.getNarrowPath() + "': " + text);
-  }
-  zip_error_fini(&error);
-  impl_->archive.reset(archive);
 }
 
 ZipWriter::~ZipWriter() = default;
@@ -633,74 +499,65 @@ void ZipWriter::copyEntry(const std::string& name, std::uint64_t sourceIndex, co
     throw Exception("cannot copy entry " + std::to_string(sourceIndex) + " of '" + package.getNarrowPath() +
                     "': no such entry in the open archive");
   }
-  if (!impl_->queueRawCopy(name, sourceIndex, attributes)) impl_->addLibzipCopy(name, sourceIndex, attributes);
+  if (impl_->queueRawCopy(name, sourceIndex, attributes)) return;
+  Impl::Pending e;
+  e.kind = Impl::Pending::Kind::Copied;
+  e.name = name;
+  e.attributes = attributes;
+  e.ticket = static_cast<std::size_t>(sourceIndex);
+  impl_->guarded(name, [&] { impl_->queue(std::move(e)); });
 }
 
 void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentSource> source,
                          Compression compression, const EntryAttributes& attributes) {
   impl_->requireUsable();
-  auto* state = new EntrySource{name, std::move(source), std::nullopt, impl_->failures, nullptr, {}, nullptr, 0, {}};
-  const zip_uint64_t index = impl_->add(name, impl_->functionSource(state));
-  const bool stored = compression == Compression::Stored;
-  impl_->setCompression(name, index, stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, stored ? 0 : kDeflateLevel);
-  if (!stored) impl_->deferred.push_back({state, index});
-  impl_->apply(name, index, attributes);
+  Impl::Pending e;
+  e.name = name;
+  e.content = std::move(source);
+  e.attributes = attributes;
+  impl_->guarded(name, [&] {
+    impl_->sizeUp(e);
+    if (compression == Compression::Deflated) impl_->planDeflated(e);
+    impl_->queue(std::move(e));
+  });
 }
 
 void ZipWriter::addPrecompressedEntry(const std::string& name, PrecompressedContent content,
                                       const EntryAttributes& attributes) {
   impl_->requireUsable();
-  auto compressed = content.compressed;
-  auto* state = new EntrySource{name, std::move(compressed), std::move(content), impl_->failures, nullptr, {}, nullptr, 0, {}};
-  const zip_uint64_t index = impl_->add(name, impl_->functionSource(state));
-  impl_->apply(name, index, attributes);
+  Impl::Pending e;
+  e.kind = Impl::Pending::Kind::Precompressed;
+  e.name = name;
+  e.content = content.compressed;
+  e.attributes = attributes;
+  e.precompressed = std::move(content);
+  e.precompressed.compressed.reset();
+  impl_->guarded(name, [&] { impl_->queue(std::move(e)); });
 }
 
 void ZipWriter::commit() {
-  impl_->requireUsable();
-  impl_->used = true;
-  if (impl_->rawCopies && !impl_->rawCopies->empty()) {
-    // libzip writes no empty archive; it gets one of the copies then.
-    if (impl_->entries == 0) {
-      const std::size_t first = impl_->rawCopies->takeFirst();
-      const ZipEntry& entry = impl_->package.entries_[first];
-      impl_->addLibzipCopy(entry.name, first, entry.attributes);
+  Impl& w = *impl_;
+  w.requireUsable();
+  w.used = true;
+  while (!w.pending.empty()) w.writeFront();
+  w.pipeline.reset();
+  w.guarded({}, [&] {
+    if (w.rawCopies && !w.rawCopies->empty()) {
+      w.out->flush();
+      const std::uint64_t end = w.rawCopies->copyTo(
+          w.out->descriptor(), w.out->position(), [&](std::string_view record) { w.directory->add(record); },
+          w.out->folder());
+      w.out->skipTo(end);
     }
-    if (!impl_->rawCopies->empty()) {
-      const RawCopier* copies = &*impl_->rawCopies;
-      const std::string path = impl_->target->folder;
-      impl_->target->finish = [copies, path](int fd) { copies->appendTo(fd, path); };
-    }
-  }
-  if (impl_->entries == 0) {
-    impl_->archive.reset();
-    throw Exception("cannot write package '" + impl_->package.getNarrowPath() + "': it has no entries");
-  }
-  try {
-    impl_->planCompression();
-  } catch (...) {
-    impl_->archive.reset();
-    throw;
-  }
-  if (zip_close(impl_->archive.get()) != 0) {
-    std::string text = impl_->failures->first.empty() ? std::string(zip_strerror(impl_->archive.get()))
-                                                       : impl_->failures->first;
-    impl_->archive.reset();  // zip_discard: the target rolls back and removes its temporary file
-    throw Exception("cannot write package '" + impl_->package.getNarrowPath() + "': " + text);
-  }
-  (void)impl_->archive.release();  // zip_close freed it
-}
-
-std::string zipErrorText(int code) {
-  zip_error_t error;
-  zip_error_init_with_code(&error, code);
-  std::string text = zip_error_strerror(&error);
-  zip_error_fini(&error);
-  return text;
-}
-
-std::string zipErrorText(zip_error_t* error) {
-  return zip_error_strerror(error);
+  });
+  if (w.directory->count() == 0) w.fail("it has no entries");
+  w.guarded({}, [&] {
+    const std::uint64_t offset = w.out->position();
+    w.directory->writeTo(*w.out);
+    w.out->append(endRecords(w.directory->count(), offset, w.directory->size()));
+    w.out->commit();
+  });
+  w.out.reset();
 }
 
 }  // namespace opc::zippackage
