@@ -33,13 +33,51 @@ bool copyAscii(const From* begin, const From* end, std::basic_string<To>& out) {
 
 // Boost.Locale's converter in its stopping form: a lone surrogate, an overlong or truncated sequence
 // or a code point beyond U+10FFFF throws instead of being replaced.
+// Two passes, so that the result is allocated once at its exact size: converted paths and names
+// are kept by the ten thousand, and a string grown a character at a time keeps up to twice its size.
 std::string to_utf8(ustring_view text) {
   if (std::string out; copyAscii(text.data(), text.data() + text.size(), out)) return out;
-  try {
-    return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size(), boost::locale::conv::stop);
-  } catch (const boost::locale::conv::conversion_error&) {
-    throw conversion_error("text is not valid UTF-16");
+  const auto isHigh = [](char16_t c) { return c >= 0xD800 && c <= 0xDBFF; };
+  const auto isLow = [](char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; };
+  std::size_t length = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char16_t c = text[i];
+    if (c < 0x80) {
+      length += 1;
+    } else if (c < 0x800) {
+      length += 2;
+    } else if (isHigh(c) && i + 1 < text.size() && isLow(text[i + 1])) {
+      length += 4;
+      ++i;
+    } else if (isHigh(c) || isLow(c)) {
+      throw conversion_error("text is not valid UTF-16");
+    } else {
+      length += 3;
+    }
   }
+  std::string out(length, '\0');
+  std::size_t at = 0;
+  const auto put = [&](unsigned value) { out[at++] = static_cast<char>(value); };
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char32_t cp = text[i];
+    if (isHigh(text[i])) cp = 0x10000 + ((cp - 0xD800) << 10) + (text[++i] - 0xDC00);
+    if (cp < 0x80) {
+      put(cp);
+    } else if (cp < 0x800) {
+      put(0xC0 | (cp >> 6));
+      put(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+      put(0xE0 | (cp >> 12));
+      put(0x80 | ((cp >> 6) & 0x3F));
+      put(0x80 | (cp & 0x3F));
+    } else {
+      put(0xF0 | (cp >> 18));
+      put(0x80 | ((cp >> 12) & 0x3F));
+      put(0x80 | ((cp >> 6) & 0x3F));
+      put(0x80 | (cp & 0x3F));
+    }
+  }
+  return out;
 }
 
 ustring from_utf8(std::string_view text) {

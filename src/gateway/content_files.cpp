@@ -1,4 +1,6 @@
 // zvAddonAddFiles, zvAddonAddFolders, zvAddonExtractAllFiles, zvAddonGetFileList: the add-on's content.
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "gateway/frame.h"
@@ -25,31 +27,28 @@ std::vector<ustring> cellTexts(const qxArray* cell) {
 ZV_GATEWAY void zvAddonAddFiles(int outputCount, qxArray** /*outputs*/, int inputCount, const qxArray** inputs) {
   checkArgumentCounts(outputCount, inputCount, 0, 3);
   const ustring path = matrix::get_ustring(inputs[0]);
-  std::vector<ustring> first;
-  std::vector<ustring> second;
+  // Element i of input 2 goes with element i of input 1; a shorter input 2 yields an empty slot,
+  // which the host's string conversion refuses. Every element is converted once here, before the
+  // package is touched, and again as its file is added: tens of thousands of paths are not held
+  // twice while the package grows.
+  std::size_t count = 0;
+  std::function<std::pair<ustring, ustring>(std::size_t)> file;
   if (qxIsCell(inputs[1])) {
     if (!qxIsCell(inputs[2])) return;
-    // Element i of input 2 goes with element i of input 1; a shorter input 2 yields an empty slot,
-    // which the host's string conversion refuses before the package is touched.
-    const qxSize count = qxGetNumberOfElements(inputs[1]);
-    for (qxSize i = 0; i < count; ++i) {
-      first.push_back(matrix::get_ustring(qxGetCell(inputs[1], i)));
-      second.push_back(matrix::get_ustring(qxGetCell(inputs[2], i)));
-    }
+    count = qxGetNumberOfElements(inputs[1]);
+    file = [&](std::size_t i) {
+      return std::pair(matrix::get_ustring(qxGetCell(inputs[1], i)), matrix::get_ustring(qxGetCell(inputs[2], i)));
+    };
   } else if (qxIsChar(inputs[1]) && qxIsChar(inputs[2])) {
-    first.push_back(matrix::get_ustring(inputs[1]));
-    second.push_back(matrix::get_ustring(inputs[2]));
+    count = 1;
+    file = [&](std::size_t) { return std::pair(matrix::get_ustring(inputs[1]), matrix::get_ustring(inputs[2])); };
   } else {
     return;
   }
-  if (first.empty()) return;
+  if (count == 0) return;
+  for (std::size_t i = 0; i < count; ++i) (void)file(i);
   guarded<keys::ZVADDON_BUILTINS_ERROR_ADD_FILES>(path, [&] {
-    withPackage(path, kModify, [&](AddonPackage& package) {
-      package.addFiles(first, second);
-      // The package keeps what it needs of the lists; let them go before closing writes the package.
-      std::vector<ustring>().swap(first);
-      std::vector<ustring>().swap(second);
-    });
+    withPackage(path, kModify, [&](AddonPackage& package) { package.addFiles(count, file); });
   });
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 // One add-on package file held open in the OPC model for a single gateway call.
 #include <cstdint>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "foundation/ustring.h"
@@ -55,8 +57,9 @@ class ZV_API AddonPackage {
   // The bytes of the one part the root relates to by `relationshipType`, or nothing.
   [[nodiscard]] std::vector<std::uint8_t> getBinaryPart(const ustring& relationshipType);
 
-  // Content files (first: files on disk; second: their paths inside the add-on).
-  void addFiles(const std::vector<ustring>& first, const std::vector<ustring>& second);
+  // Content files: file(i) gives the i-th file on disk and its path inside the add-on, asked for in
+  // order and once each, so that the caller's lists are never copied whole.
+  void addFiles(std::size_t count, const std::function<std::pair<ustring, ustring>(std::size_t)>& file);
   void addFolders(const std::vector<ustring>& folders);
   [[nodiscard]] std::vector<ustring> getFileList();
   // getFileList of the package at `path` read from its ZIP directory alone, without opening the

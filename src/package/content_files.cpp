@@ -9,11 +9,10 @@ namespace addon::packaging {
 
 namespace fs = opc::kqservices;
 
-// `second` is indexed, not checked: the gateway always passes two lists of one length, and a
-// shorter one is the caller's error (it would be out of range).
-void AddonPackage::addFiles(const std::vector<ustring>& first, const std::vector<ustring>& second) {
-  for (std::size_t i = 0; i < first.size(); ++i) {
-    (void)fileSystem_.addFile(first[i], second[i], fs::TransformMode::Encode);
+void AddonPackage::addFiles(std::size_t count, const std::function<std::pair<ustring, ustring>(std::size_t)>& file) {
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto [source, target] = file(i);
+    (void)fileSystem_.addFile(source, target, fs::TransformMode::Encode);
   }
   // Closing writes the package next, which needs the parts but not the tree (megabytes for a large add-on).
   fileSystem_.releaseTree();

@@ -18,6 +18,7 @@ TEST(Utf, ValidTextRoundTripsBothWays) {
       {"astral emoji", "\xF0\x9F\x98\x80", u"\U0001F600"},
       {"last code point", "\xF4\x8F\xBF\xBF", u"\U0010FFFF"},
       {"embedded nul", std::string("a\0b", 3), ustring(u"a\0b", 3)},
+      {"every width in a row", "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80z", u"a\u00E9\u4E2D\U0001F600z"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(fl::i18n::from_utf8(c.utf8), c.utf16) << c.name;
@@ -39,6 +40,7 @@ TEST(Utf, IllFormedUtf8AndLoneSurrogatesAreRefused) {
   }
   EXPECT_THROW((void)fl::i18n::to_utf8(ustring(1, char16_t(0xDC00))), fl::i18n::conversion_error);
   EXPECT_THROW((void)fl::i18n::to_utf8(ustring{char16_t(0xD83D), u'a'}), fl::i18n::conversion_error);
+  EXPECT_THROW((void)fl::i18n::to_utf8(ustring{u'\u00E9', char16_t(0xD83D)}), fl::i18n::conversion_error);
 }
 
 TEST(Utf, ConverterObjectsAcceptOnlyUtf8) {

@@ -6,18 +6,19 @@
 namespace opc::kqservices {
 
 FileContentSource::FileContentSource(const ustring& path, std::shared_ptr<FileSystemOps> fileSystem)
-    : path_(path), fileSystem_(std::move(fileSystem)) {
-  status_ = fileSystem_->status(path_);
+    : fileSystem_(std::move(fileSystem)) {
+  status_ = fileSystem_->status(path);
   if (status_.type == FileType::NotFound) {
-    throw Exception("content file not found: '" + detail::narrow(path_) + "'");
+    throw Exception("content file not found: '" + detail::narrow(path) + "'");
   }
   if (status_.type != FileType::Regular) {
-    throw Exception("content file is not a regular file: '" + detail::narrow(path_) + "'");
+    throw Exception("content file is not a regular file: '" + detail::narrow(path) + "'");
   }
+  path_ = detail::toUtf8(path, "content file path");
 }
 
 std::unique_ptr<InputStream> FileContentSource::openStream() const {
-  return fileSystem_->openInputStream(path_);
+  return fileSystem_->openInputStream(detail::fromUtf8(path_, "content file path"));
 }
 
 }  // namespace opc::kqservices

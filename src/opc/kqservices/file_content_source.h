@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "foundation/ustring.h"
 #include "opc/content_source.h"
@@ -23,11 +24,10 @@ class FileContentSource : public ContentSource {
   [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
   [[nodiscard]] std::optional<std::uint64_t> size() const override { return status_.size; }
 
-  [[nodiscard]] const ustring& getPath() const { return path_; }
   [[nodiscard]] const FileStatus& getStatus() const { return status_; }
 
  private:
-  ustring path_;
+  std::string path_;  // UTF-8: half the size of the text for the usual paths, and a build holds one a file
   std::shared_ptr<FileSystemOps> fileSystem_;
   FileStatus status_;
 };
