@@ -187,7 +187,7 @@ TEST(ZipWriterHeadersTest, CopiedEntriesKeepTheirStoredBytes) {
     ZipPhysicalPackage physical(u16(file), false);
     physical.openArchive();
     std::map<std::string, std::pair<std::string, std::uint32_t>> raw;
-    for (const ZipEntry& e : physical.getEntries()) raw[e.name] = {readAll(*physical.openRawEntry(e.index)), e.crc};
+    for (const ZipEntry& e : physical.getEntries()) raw[std::string(e.name)] = {readAll(*physical.openRawEntry(e.index)), e.crc};
     return raw;
   };
   const auto before = rawEntries();
@@ -199,7 +199,7 @@ TEST(ZipWriterHeadersTest, CopiedEntriesKeepTheirStoredBytes) {
       auto writer = physical.createWriter();
       for (const ZipEntry& e : physical.getEntries()) {
         if (e.name == "fsroot/replaced.txt") {
-          writer->addEntry(e.name, std::make_shared<detail::MemoryContentSource>("new " + std::to_string(round)),
+          writer->addEntry(std::string(e.name), std::make_shared<detail::MemoryContentSource>("new " + std::to_string(round)),
                            Compression::Deflated, {});
         } else {
           writer->copyEntry(e.name, e.index, e.attributes);

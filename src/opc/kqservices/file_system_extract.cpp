@@ -449,6 +449,9 @@ class Extraction {
 
   // Builds the plan below the tree's root and checks everything that needs no disk.
   void plan(const TreeNode& root) {
+    // One item a part and one a folder: a doubling table would cost half as much again at its peak.
+    const std::size_t parts = package_.getPartCount();
+    plan_.items.reserve(parts + parts / 8 + 16);
     plan_.items.emplace_back();
     plan_.items[0].node = &root;
     plan_.names.push_back('\0');

@@ -35,7 +35,7 @@ std::string folderOf(const std::string& path) {
 }
 
 std::string describeEntry(const ZipEntry& entry) {
-  return "entry " + std::to_string(entry.index) + " '" + entry.name + "'";
+  return "entry " + std::to_string(entry.index) + " '" + std::string(entry.name) + "'";
 }
 
 // Calls `visit` with every proper prefix segment of `name` ("/a", "/a/b" for "/a/b/c") and its hash,

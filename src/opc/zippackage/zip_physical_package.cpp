@@ -8,6 +8,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <deque>
 #include <ctime>
 #include <string_view>
 
@@ -253,11 +254,16 @@ void ZipPhysicalPackage::openArchive() {
   detail::UniqueFd fd(openPackageFile(path_, narrowPath_));
   auto directory = std::make_shared<const CentralDirectory>(CentralDirectory::read(fd.get(), narrowPath_));
   std::vector<ZipEntry> entries;
+  std::deque<std::string> convertedNames;
   entries.reserve(directory->records().size());
   for (const DirectoryRecord& r : directory->records()) {
     ZipEntry entry;
     entry.index = entries.size();
-    entry.name = ((r.flags & 0x0800) != 0 || isUtf8(r.name)) ? std::string(r.name) : cp437ToUtf8(r.name);
+    if ((r.flags & 0x0800) != 0 || isUtf8(r.name)) {
+      entry.name = r.name;
+    } else {
+      entry.name = convertedNames.emplace_back(cp437ToUtf8(r.name));
+    }
     entry.size = r.size;
     entry.compressedSize = r.compressedSize;
     entry.compressionMethod = r.method;
@@ -269,13 +275,15 @@ void ZipPhysicalPackage::openArchive() {
   rawFd_ = fd.release();
   directory_ = std::move(directory);
   entries_ = std::move(entries);
+  convertedNames_ = std::move(convertedNames);
 }
 
 void ZipPhysicalPackage::closeArchive() noexcept {
   if (rawFd_ >= 0) ::close(rawFd_);
   rawFd_ = -1;
-  directory_.reset();
   entries_.clear();
+  convertedNames_.clear();
+  directory_.reset();
 }
 
 std::unique_ptr<InputStream> ZipPhysicalPackage::openEntry(std::uint64_t index) const {
@@ -289,7 +297,7 @@ std::unique_ptr<InputStream> ZipPhysicalPackage::openRawEntry(std::uint64_t inde
 std::unique_ptr<InputStream> ZipPhysicalPackage::open(std::uint64_t index, bool raw) const {
   if (rawFd_ < 0) throw Exception("package '" + narrowPath_ + "' is not open");
   const std::string description = "entry " + std::to_string(index) +
-                                  (index < entries_.size() ? " '" + entries_[index].name + "'" : std::string()) +
+                                  (index < entries_.size() ? " '" + std::string(entries_[index].name) + "'" : std::string()) +
                                   " of '" + narrowPath_ + "'";
   if (index >= entries_.size()) throw Exception("cannot open " + description + ": no such entry");
   const ZipEntry& entry = entries_[index];

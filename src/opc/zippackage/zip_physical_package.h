@@ -1,9 +1,11 @@
 #pragma once
 // The ZIP container of a package: read with the directory reader and pread, written entry by entry.
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "foundation/ustring.h"
@@ -25,7 +27,9 @@ enum class Compression { Stored, Deflated };
 
 struct ZipEntry {
   std::uint64_t index = 0;
-  std::string name;  // UTF-8 (names without the UTF-8 flag that are not UTF-8 are read as code page 437)
+  // UTF-8 (names without the UTF-8 flag that are not UTF-8 are read as code page 437): a view into
+  // the open archive's directory, valid until closeArchive().
+  std::string_view name;
   std::uint64_t size = 0;
   std::uint64_t compressedSize = 0;
   std::uint16_t compressionMethod = 0;  // ZIP method number: 0 stored, 8 deflate
@@ -101,6 +105,7 @@ class ZipPhysicalPackage {
   int rawFd_ = -1;  // the open archive's file (owned)
   std::shared_ptr<const CentralDirectory> directory_;
   std::vector<ZipEntry> entries_;
+  std::deque<std::string> convertedNames_;  // names read as code page 437, in UTF-8
 };
 
 // Builds a new archive entry by entry into a temporary file that commit() puts in the package's
@@ -118,7 +123,7 @@ class ZipWriter {
   ZipWriter& operator=(const ZipWriter&) = delete;
 
   // The entry `sourceIndex` of the package's open archive, its compressed bytes copied unchanged.
-  void copyEntry(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes);
+  void copyEntry(std::string_view name, std::uint64_t sourceIndex, const EntryAttributes& attributes);
   // Bytes from `source`, stored or deflated as asked (data that is already compressed, or does not
   // shrink, is stored even so).
   void addEntry(const std::string& name, std::shared_ptr<const ContentSource> source, Compression compression,

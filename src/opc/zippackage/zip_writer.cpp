@@ -460,7 +460,7 @@ struct ZipWriter::Impl {
   }
 
   // True when the entry was queued for copying as raw bytes.
-  bool queueRawCopy(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
+  bool queueRawCopy(std::string_view name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
     const ZipEntry& entry = package.entries_[sourceIndex];
     if (entry.attributes.lastModified != attributes.lastModified || entry.attributes.unixMode != attributes.unixMode) {
       return false;
@@ -492,7 +492,7 @@ ZipWriter::ZipWriter(ZipPhysicalPackage& package) : impl_(std::make_unique<Impl>
 
 ZipWriter::~ZipWriter() = default;
 
-void ZipWriter::copyEntry(const std::string& name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
+void ZipWriter::copyEntry(std::string_view name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
   impl_->requireUsable();
   auto& package = impl_->package;
   if (!package.isArchiveOpen() || sourceIndex >= package.entries_.size()) {
@@ -505,7 +505,7 @@ void ZipWriter::copyEntry(const std::string& name, std::uint64_t sourceIndex, co
   e.name = name;
   e.attributes = attributes;
   e.ticket = static_cast<std::size_t>(sourceIndex);
-  impl_->guarded(name, [&] { impl_->queue(std::move(e)); });
+  impl_->guarded(e.name, [&] { impl_->queue(std::move(e)); });
 }
 
 void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentSource> source,
