@@ -369,5 +369,42 @@ TEST(ZipWriterHeadersTest, Zip64HeadersReadBackAsWritten) {
   zip_discard(za);
 }
 
+// An entry copied as stored bytes to past 4 GiB: its record takes a ZIP64 offset that libzip
+// follows, and version 4.5, which its local header is given too so that the two headers agree.
+TEST(ZipWriterHeadersTest, RawCopiesPastFourGibibytesKeepBothHeadersAgreeing) {
+  ScratchDir dir;
+  const std::string source = dir.file("near.zip");
+  const std::string text = patternBytes(3000, 9);
+  writeEntries(source, {{"a.txt", text, Compression::Deflated}});
+  ZipPhysicalPackage physical(u16(source), false);
+  physical.openArchive();
+  RawCopier copier(physical.rawDescriptor(), source, physical.directory());
+  ASSERT_TRUE(copier.canCopy(0, "a.txt"));
+  copier.add(0);
+  const std::string target = dir.file("far.zip");
+  const int fd = ::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0);
+  std::string directory;
+  const std::uint64_t end =
+      copier.copyTo(fd, 5ull << 30, [&](std::string_view record) { directory += record; }, target);
+  const std::string tail = directory + endRecords(1, end, directory.size());
+  ASSERT_EQ(::pwrite(fd, tail.data(), tail.size(), static_cast<off_t>(end)), static_cast<ssize_t>(tail.size()));
+  char localVersion[2];
+  ASSERT_EQ(::pread(fd, localVersion, 2, static_cast<off_t>((5ull << 30) + 4)), 2);
+  ::close(fd);
+  EXPECT_EQ(get16(directory, 6), 45);
+  EXPECT_EQ(get16(std::string(localVersion, 2), 0), 45);
+  int error = 0;
+  zip_t* za = zip_open(target.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);
+  ASSERT_NE(za, nullptr) << error;
+  zip_file_t* f = zip_fopen_index(za, 0, 0);
+  ASSERT_NE(f, nullptr) << zip_strerror(za);
+  std::string read(text.size() + 1, '\0');
+  read.resize(static_cast<std::size_t>(zip_fread(f, read.data(), read.size())));
+  zip_fclose(f);
+  zip_discard(za);
+  EXPECT_EQ(read, text);
+}
+
 }  // namespace
 }  // namespace opc::zippackage

@@ -152,6 +152,13 @@ std::uint64_t RawCopier::copyTo(int fd, std::uint64_t position, const std::funct
       const DirectoryRecord& r = records[queued_[k]];
       const std::uint64_t offset = position + (r.localHeaderOffset - runStart);
       const std::string relocated = relocatedRecord(source_->bytes().substr(r.recordOffset, r.recordLength), offset);
+      const std::uint16_t version = get16(relocated.data() + 6);
+      if (version != get16(source_->bytes().data() + r.recordOffset + 6)) {
+        // A ZIP64 offset raised "version needed"; readers check that the local header agrees.
+        std::uint8_t value[2];
+        put16(value, version);
+        detail::pwriteAll(fd, value, 2, offset + 4, path);
+      }
       if ((r.flags & 0x0800) == 0 && (get16(relocated.data() + 8) & 0x0800) != 0) {
         // The local header carries the flag too.
         std::uint8_t flags[2];
