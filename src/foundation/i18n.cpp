@@ -57,25 +57,10 @@ std::string to_utf8(ustring_view text) {
   }
   std::string out(length, '\0');
   std::size_t at = 0;
-  const auto put = [&](unsigned value) { out[at++] = static_cast<char>(value); };
   for (std::size_t i = 0; i < text.size(); ++i) {
     char32_t cp = text[i];
     if (isHigh(text[i])) cp = 0x10000 + ((cp - 0xD800) << 10) + (text[++i] - 0xDC00);
-    if (cp < 0x80) {
-      put(cp);
-    } else if (cp < 0x800) {
-      put(0xC0 | (cp >> 6));
-      put(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      put(0xE0 | (cp >> 12));
-      put(0x80 | ((cp >> 6) & 0x3F));
-      put(0x80 | (cp & 0x3F));
-    } else {
-      put(0xF0 | (cp >> 18));
-      put(0x80 | ((cp >> 12) & 0x3F));
-      put(0x80 | ((cp >> 6) & 0x3F));
-      put(0x80 | (cp & 0x3F));
-    }
+    at += encode_utf8(cp, out.data() + at);
   }
   return out;
 }

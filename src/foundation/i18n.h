@@ -3,6 +3,7 @@
 // Only UTF-8 is supported ("utf8", "UTF-8" and case variants). Conversion is strict: a lone surrogate
 // in UTF-16 or an ill-formed sequence in UTF-8 throws conversion_error; nothing is replaced silently.
 #include <stdexcept>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,32 @@ class codecvt_string_to_ustring {
 
 // Shorthands for UTF-8, the only narrow encoding the system uses.
 [[nodiscard]] std::string to_utf8(ustring_view text);
+
+// Writes the UTF-8 bytes of `cp` (a code point up to U+10FFFF, not a surrogate) to `out` and
+// returns how many there are (1 to 4).
+inline std::size_t encode_utf8(char32_t cp, char* out) noexcept {
+  const auto put = [&](std::size_t at, unsigned value) { out[at] = static_cast<char>(value); };
+  if (cp < 0x80) {
+    put(0, cp);
+    return 1;
+  }
+  if (cp < 0x800) {
+    put(0, 0xC0 | (cp >> 6));
+    put(1, 0x80 | (cp & 0x3F));
+    return 2;
+  }
+  if (cp < 0x10000) {
+    put(0, 0xE0 | (cp >> 12));
+    put(1, 0x80 | ((cp >> 6) & 0x3F));
+    put(2, 0x80 | (cp & 0x3F));
+    return 3;
+  }
+  put(0, 0xF0 | (cp >> 18));
+  put(1, 0x80 | ((cp >> 12) & 0x3F));
+  put(2, 0x80 | ((cp >> 6) & 0x3F));
+  put(3, 0x80 | (cp & 0x3F));
+  return 4;
+}
 [[nodiscard]] ustring from_utf8(std::string_view text);
 
 }  // namespace fl::i18n

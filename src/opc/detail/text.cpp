@@ -16,21 +16,8 @@ std::string narrow(ustring_view text) {
     } else if (cp >= 0xD800 && cp <= 0xDFFF) {
       cp = 0xFFFD;
     }
-    if (cp < 0x80) {
-      out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-      out += static_cast<char>(0xC0 | (cp >> 6));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      out += static_cast<char>(0xE0 | (cp >> 12));
-      out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (cp >> 18));
-      out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
+    char bytes[4];
+    out.append(bytes, fl::i18n::encode_utf8(cp, bytes));
   }
   return out;
 }
@@ -79,28 +66,14 @@ bool equalsIgnoreAsciiCase(ustring_view a, ustring_view b) {
 }
 
 void appendPercentEncodedUtf8(ustring& out, char32_t cp) {
-  unsigned char bytes[4];
-  int n = 0;
-  if (cp < 0x80) {
-    bytes[n++] = static_cast<unsigned char>(cp);
-  } else if (cp < 0x800) {
-    bytes[n++] = static_cast<unsigned char>(0xC0 | (cp >> 6));
-    bytes[n++] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    bytes[n++] = static_cast<unsigned char>(0xE0 | (cp >> 12));
-    bytes[n++] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
-    bytes[n++] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-  } else {
-    bytes[n++] = static_cast<unsigned char>(0xF0 | (cp >> 18));
-    bytes[n++] = static_cast<unsigned char>(0x80 | ((cp >> 12) & 0x3F));
-    bytes[n++] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
-    bytes[n++] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-  }
+  char bytes[4];
+  const std::size_t n = fl::i18n::encode_utf8(cp, bytes);
   static constexpr char16_t hex[] = u"0123456789ABCDEF";
-  for (int k = 0; k < n; ++k) {
+  for (std::size_t k = 0; k < n; ++k) {
+    const auto byte = static_cast<unsigned char>(bytes[k]);
     out += u'%';
-    out += hex[bytes[k] >> 4];
-    out += hex[bytes[k] & 0xF];
+    out += hex[byte >> 4];
+    out += hex[byte & 0xF];
   }
 }
 
