@@ -455,19 +455,9 @@ void Package::write() {
   auto writer = physical_.createWriter();
   const ContentType relationshipsType(PackageHelper::getRelationshipsContentType());
   const PartName rootRelationshipsName(u"/_rels/.rels");
-  std::vector<PartName> relationshipNames;  // stable storage for the content-type list
-  relationshipNames.reserve(partCount_ + 1);
-
-  std::vector<std::pair<const PartName*, const ContentType*>> types;
-  types.reserve(partCount_ + 1);
-  if (!relationships_.empty()) types.emplace_back(&rootRelationshipsName, &relationshipsType);
+  std::vector<PartName> relationshipNames;  // one a part that has relationships, in part order
   for (const auto& p : parts_) {
-    if (!p) continue;
-    types.emplace_back(&p->getPartName(), &p->getContentType());
-    if (p->hasRelationships()) {
-      relationshipNames.push_back(PackageHelper::getRelationshipsPartName(p->getURI()));
-      types.emplace_back(&relationshipNames.back(), &relationshipsType);
-    }
+    if (p && p->hasRelationships()) relationshipNames.push_back(PackageHelper::getRelationshipsPartName(p->getURI()));
   }
   // The file's content types still hold when no part came or went and every relationships part that
   // is there now was there before: then the item is copied like any unchanged part.
@@ -481,6 +471,15 @@ void Package::write() {
     writer->copyEntry(detail::kContentTypesItemName, *contentTypesEntry_,
                       physical_.getEntries()[*contentTypesEntry_].attributes);
   } else {
+    std::vector<std::pair<const PartName*, const ContentType*>> types;
+    types.reserve(partCount_ + relationshipNames.size() + 1);
+    if (!relationships_.empty()) types.emplace_back(&rootRelationshipsName, &relationshipsType);
+    std::size_t next = 0;
+    for (const auto& p : parts_) {
+      if (!p) continue;
+      types.emplace_back(&p->getPartName(), &p->getContentType());
+      if (p->hasRelationships()) types.emplace_back(&relationshipNames[next++], &relationshipsType);
+    }
     writer->addEntry(detail::kContentTypesItemName,
                      std::make_shared<opc::detail::MemoryContentSource>(detail::buildContentTypesXml(types)),
                      Compression::Deflated, {});
