@@ -504,22 +504,22 @@ class Extraction {
 
  private:
   void planFolder(std::uint32_t folderIndex, const TreeNode& folder, ustring& encoded) {
-    const std::vector<const TreeNode*> children = folder.sortedChildren();
+    const std::vector<TreeNode::Named> children = folder.sortedChildren();
     const auto first = static_cast<std::uint32_t>(plan_.items.size());
     plan_.items[folderIndex].first = first;
     plan_.items[folderIndex].count = static_cast<std::uint32_t>(children.size());
     plan_.items.resize(plan_.items.size() + children.size());
     const std::size_t base = encoded.size();
     for (std::uint32_t k = 0; k < children.size(); ++k) {
-      const TreeNode& node = *children[k];
+      const TreeNode& node = *children[k].node;
       Item& item = plan_.items[first + k];
       item.node = &node;
       item.parent = folderIndex;
       encoded.resize(base);
       if (base != 0) encoded += u'/';
-      encoded += node.segment;
+      encoded += node.segment();
       const ustring partName = FileSystemManager::getPrefix() + encoded;
-      const ustring& name = transform_ == TransformMode::Encode ? node.name : node.segment;
+      const ustring name = transform_ == TransformMode::Encode ? children[k].name : ustring(node.segment());
       if (const char* defect = detail::componentDefect(name)) refuse(partName, defect);
       item.name = static_cast<std::uint32_t>(plan_.names.size());
       plan_.names += opc::detail::toUtf8(name, "file name of part '" + narrow(partName) + "'");
@@ -552,8 +552,8 @@ class Extraction {
       if (plan_.items[first + k].file) continue;
       encoded.resize(base);
       if (base != 0) encoded += u'/';
-      encoded += children[k]->segment;
-      planFolder(first + k, *children[k], encoded);
+      encoded += children[k].node->segment();
+      planFolder(first + k, *children[k].node, encoded);
     }
     encoded.resize(base);
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <map>
 #include <string>
 
 #include "foundation/clock.h"
@@ -92,36 +93,57 @@ bool detail::AsciiCaseLess::operator()(ustring_view a, ustring_view b) const noe
   return a.size() < b.size();
 }
 
-TreeNode* TreeNode::child(ustring_view segmentText) const {
-  const auto it = children.find(segmentText);
-  return it == children.end() ? nullptr : it->second.get();
+TreeNode::~TreeNode() { children.clear_and_dispose(Deleter()); }
+
+void TreeNode::Deleter::operator()(TreeNode* node) const noexcept {
+  node->~TreeNode();
+  ::operator delete(node);
 }
 
-TreeNode* TreeNode::adopt(std::unique_ptr<TreeNode> node) {
-  TreeNode* raw = node.get();
+TreeNode::Ptr TreeNode::make(ustring_view segment) {
+  if (segment.size() > UINT32_MAX) throw Exception("a name in the add-on is too long");
+  void* memory = ::operator new(sizeof(TreeNode) + segment.size() * sizeof(char16_t));
+  Ptr node(::new (memory) TreeNode());
+  node->length_ = static_cast<std::uint32_t>(segment.size());
+  std::memcpy(static_cast<unsigned char*>(memory) + sizeof(TreeNode), segment.data(), segment.size() * sizeof(char16_t));
+  return node;
+}
+
+ustring TreeNode::name() const {
+  return parent == nullptr ? ustring() : detail::decodeComponent(ustring(segment()));
+}
+
+TreeNode* TreeNode::child(ustring_view segmentText) const {
+  const auto it = children.find(segmentText);
+  return it == children.end() ? nullptr : const_cast<TreeNode*>(&*it);
+}
+
+TreeNode* TreeNode::adopt(Ptr node) {
+  TreeNode* raw = node.release();
   raw->parent = this;
-  children.emplace(ustring_view(raw->segment), std::move(node));
+  children.insert_unique(*raw);
   return raw;
 }
 
 ustring TreeNode::encodedPath() const {
   if (parent == nullptr) return {};
-  const ustring above = parent->encodedPath();
-  return above.empty() ? segment : above + u'/' + segment;
+  ustring above = parent->encodedPath();
+  if (!above.empty()) above += u'/';
+  return above += segment();
 }
 
 ustring TreeNode::pathName() const {
   if (parent == nullptr) return u"/";
-  const ustring above = parent->pathName();
-  return above == u"/" ? above + name : above + u'/' + name;
+  ustring above = parent->pathName();
+  if (above != u"/") above += u'/';
+  return above += name();
 }
 
-std::vector<const TreeNode*> TreeNode::sortedChildren() const {
-  std::vector<const TreeNode*> out;
-  out.reserve(children.size());
-  for (const auto& [key, node] : children) out.push_back(node.get());
-  std::sort(out.begin(), out.end(), [](const TreeNode* a, const TreeNode* b) {
-    return a->name != b->name ? a->name < b->name : a->segment < b->segment;
+std::vector<TreeNode::Named> TreeNode::sortedChildren() const {
+  std::vector<Named> out;
+  for (const TreeNode& node : children) out.push_back({&node, node.name()});
+  std::sort(out.begin(), out.end(), [](const Named& a, const Named& b) {
+    return a.name != b.name ? a.name < b.name : a.node->segment() < b.node->segment();
   });
   return out;
 }
@@ -134,7 +156,7 @@ ustring partNameText(const TreeNode& node) {
 
 const TreeNode& firstLeaf(const TreeNode& folder) {
   const TreeNode* node = &folder;
-  while (!node->children.empty()) node = node->children.begin()->second.get();
+  while (!node->children.empty()) node = &*node->children.begin();
   return *node;
 }
 
@@ -159,15 +181,11 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
     const std::size_t slash = encodedPath.find(u'/', start);
     const bool last = slash == ustring_view::npos;
     const ustring_view segment = encodedPath.substr(start, last ? ustring_view::npos : slash - start);
-    const auto found = folder->children.find(segment);
-    TreeNode* next = nullptr;
-    if (found == folder->children.end()) {
-      auto node = std::make_unique<TreeNode>();
-      node->segment = ustring(segment);
-      node->name = detail::decodeComponent(node->segment);
-      next = folder->adopt(std::move(node));
+    TreeNode* next = folder->child(segment);
+    if (next == nullptr) {
+      (void)detail::decodeComponent(ustring(segment));  // refuses what does not decode
+      next = folder->adopt(TreeNode::make(segment));
     } else {
-      next = found->second.get();
       if (next->file || next->placeholder) {
         throw Exception(last ? "its name is equivalent to that of part '" + narrow(partNameText(*next)) + "'"
                              : "part '" + narrow(partNameText(*next)) + "' is named like one of its folders");
@@ -190,10 +208,10 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
 namespace {
 
 void collectLeaves(const TreeNode& folder, ustring& path, std::vector<ustring>& out) {
-  for (const TreeNode* child : folder.sortedChildren()) {
+  for (const auto& [child, name] : folder.sortedChildren()) {
     const std::size_t length = path.size();
     path += u'/';
-    path += child->name;
+    path += name;
     if (child->file || child->children.empty()) {
       out.push_back(path);
     } else {
@@ -295,7 +313,7 @@ Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>&
   for (std::size_t i = 0; i < segments.size(); ++i) {
     TreeNode* next = folder->child(segments[i]);
     if (next == nullptr) return {folder, i};
-    if (next->segment != segments[i]) caseConflict(path, *next);
+    if (next->segment() != segments[i]) caseConflict(path, *next);
     if (i + 1 == segments.size() && !(folderWanted && next->file)) {
       throw FileSystemEntryAlreadyExists(next->pathName());
     }
@@ -309,14 +327,11 @@ Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>&
 
 // Records a successful add in the tree: the folder that held the empty-folder part no longer does,
 // and the missing nodes of the path hang below it, the last one a file or an empty folder.
-TreeNode* attachMissing(const Placement& at, const std::vector<ustring>& components,
-                        const std::vector<ustring>& segments, bool file) {
+TreeNode* attachMissing(const Placement& at, const std::vector<ustring>& segments, bool file) {
   at.folder->placeholder = false;
   TreeNode* folder = at.folder;
   for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
-    auto node = std::make_unique<TreeNode>();
-    node->name = components[i];
-    node->segment = segments[i];
+    TreeNode::Ptr node = TreeNode::make(segments[i]);
     const bool last = i + 1 == segments.size();
     node->file = last && file;
     node->placeholder = last && !file;
@@ -370,7 +385,7 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
     throw;
   }
 
-  const TreeNode* const folder = attachMissing(at, components, segments, true);
+  const TreeNode* const folder = attachMissing(at, segments, true);
   tree.partCount = package_.getPartCount();
   return FileSystemEntry(folder->pathName(), folder->encodedPath(), true);
 }
@@ -392,7 +407,7 @@ FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
     throw;
   }
 
-  const TreeNode* const folder = attachMissing(at, components, segments, false);
+  const TreeNode* const folder = attachMissing(at, segments, false);
   tree.partCount = package_.getPartCount();
   return FileSystemEntry(folder->pathName(), folder->encodedPath(), false);
 }
@@ -422,9 +437,10 @@ std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntr
   const TreeNode& node = findFolder(folder);
   const ustring base = node.encodedPath();
   const ustring basePath = node.pathName();
-  for (const TreeNode* child : node.sortedChildren()) {
-    out.push_back(FileSystemEntry(basePath == u"/" ? basePath + child->name : basePath + u'/' + child->name,
-                                  base.empty() ? child->segment : base + u'/' + child->segment, child->file));
+  for (const auto& [child, name] : node.sortedChildren()) {
+    const ustring segment(child->segment());
+    out.push_back(FileSystemEntry(basePath == u"/" ? basePath + name : basePath + u'/' + name,
+                                  base.empty() ? segment : base + u'/' + segment, child->file));
   }
   return out;
 }
@@ -554,7 +570,7 @@ bool FileSystemManager::exists(const ustring& pathInAddon) const {
   const TreeNode* node = &index().root;
   for (const ustring& component : detail::splitPath(pathInAddon)) {
     node = node->child(detail::encodeComponent(component));
-    if (node == nullptr || node->name != component) return false;
+    if (node == nullptr || node->name() != component) return false;
   }
   return true;
 }

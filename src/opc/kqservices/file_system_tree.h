@@ -1,9 +1,11 @@
 #pragma once
 // The in-memory picture of the add-on's folder tree, shared by the manager and its extraction.
 #include <cstddef>
-#include <map>
+#include <cstdint>
 #include <memory>
 #include <vector>
+
+#include <boost/intrusive/set.hpp>
 
 #include "foundation/ustring.h"
 #include "opc/interfaces/open_mode.h"
@@ -17,24 +19,65 @@ struct AsciiCaseLess {
   [[nodiscard]] bool operator()(ustring_view a, ustring_view b) const noexcept;
 };
 
-// A file or folder. Children are keyed by their segment without case, so a name equal but for case
-// finds its rival; each key views the child's own segment, which lives as long as the child.
-struct TreeNode {
-  ustring name;     // decoded
-  ustring segment;  // encoded, as in the part name
-  bool file = false;
-  bool placeholder = false;  // an empty folder held by a part of its own
-  TreeNode* parent = nullptr;
-  std::map<ustring_view, std::unique_ptr<TreeNode>, AsciiCaseLess> children;
+// A file or folder, one block a node with its encoded segment stored after it: a package may hold
+// hundreds of thousands. Children hang in an intrusive set keyed by their segment without case, so
+// a name equal but for case finds its rival. The decoded name is made when asked for: segments are
+// the reversible encoding of names, so each name is its segment decoded.
+class TreeNode;
+using TreeHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
+struct SegmentOf {
+  using type = ustring_view;
+  [[nodiscard]] ustring_view operator()(const TreeNode& node) const noexcept;
+};
 
+class TreeNode : public TreeHook {
+ public:
+  struct Deleter {
+    void operator()(TreeNode* node) const noexcept;
+  };
+  using Ptr = std::unique_ptr<TreeNode, Deleter>;
+  using Children = boost::intrusive::set<TreeNode, boost::intrusive::base_hook<TreeHook>,
+                                         boost::intrusive::key_of_value<SegmentOf>,
+                                         boost::intrusive::compare<AsciiCaseLess>,
+                                         boost::intrusive::constant_time_size<false>>;
+
+  TreeNode() = default;  // a root: no segment
+  TreeNode(const TreeNode&) = delete;
+  TreeNode& operator=(const TreeNode&) = delete;
+  ~TreeNode();
+  // A node below a root, not yet hung anywhere.
+  [[nodiscard]] static Ptr make(ustring_view segment);
+
+  [[nodiscard]] ustring_view segment() const noexcept {
+    return {reinterpret_cast<const char16_t*>(reinterpret_cast<const unsigned char*>(this) + sizeof(TreeNode)),
+            length_};
+  }
+  // Decoded; "" for a root.
+  [[nodiscard]] ustring name() const;
   [[nodiscard]] TreeNode* child(ustring_view segmentText) const;
   // Hangs `node` below this one, keyed by its segment; returns it.
-  TreeNode* adopt(std::unique_ptr<TreeNode> node);
+  TreeNode* adopt(Ptr node);
   // Path below the tree prefix ("a/b%20c"), and the decoded path name ("/a/b c").
   [[nodiscard]] ustring encodedPath() const;
   [[nodiscard]] ustring pathName() const;
-  [[nodiscard]] std::vector<const TreeNode*> sortedChildren() const;
+
+  struct Named {
+    const TreeNode* node;
+    ustring name;
+  };
+  // Ordered by name, then segment (UTF-16 code units).
+  [[nodiscard]] std::vector<Named> sortedChildren() const;
+
+  TreeNode* parent = nullptr;
+  Children children;
+  bool file = false;
+  bool placeholder = false;  // an empty folder held by a part of its own
+
+ private:
+  std::uint32_t length_ = 0;
 };
+
+inline ustring_view SegmentOf::operator()(const TreeNode& node) const noexcept { return node.segment(); }
 
 // Builds a tree from part names one by one. Keeps the folders of the last path added, so a path in
 // the same folder as the one before (the usual order of a package's items) is not walked from the
