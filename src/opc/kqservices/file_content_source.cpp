@@ -5,20 +5,53 @@
 
 namespace opc::kqservices {
 
-FileContentSource::FileContentSource(const ustring& path, std::shared_ptr<FileSystemOps> fileSystem)
-    : fileSystem_(std::move(fileSystem)) {
-  status_ = fileSystem_->status(path);
-  if (status_.type == FileType::NotFound) {
+namespace {
+
+FileStatus regularFileStatus(const FileSystemOps& fileSystem, const ustring& path) {
+  FileStatus status = fileSystem.status(path);
+  if (status.type == FileType::NotFound) {
     throw Exception("content file not found: '" + detail::narrow(path) + "'");
   }
-  if (status_.type != FileType::Regular) {
+  if (status.type != FileType::Regular) {
     throw Exception("content file is not a regular file: '" + detail::narrow(path) + "'");
   }
+  return status;
+}
+
+}  // namespace
+
+FileContentSource::FileContentSource(const ustring& path, std::shared_ptr<FileSystemOps> fileSystem)
+    : fileSystem_(std::move(fileSystem)) {
+  status_ = regularFileStatus(*fileSystem_, path);
   path_ = detail::toUtf8(path, "content file path");
 }
 
 std::unique_ptr<InputStream> FileContentSource::openStream() const {
   return fileSystem_->openInputStream(detail::fromUtf8(path_, "content file path"));
+}
+
+FileContentBatch::Added FileContentBatch::add(const ustring& path) {
+  const FileStatus status = regularFileStatus(*fileSystem_, path);
+  const std::string utf8 = detail::toUtf8(path, "content file path");
+  const std::size_t slash = utf8.rfind('/');
+  const std::string_view folder = slash == std::string::npos ? std::string_view() : std::string_view(utf8).substr(0, slash + 1);
+  const std::string_view name = std::string_view(utf8).substr(folder.size());
+  if (name.size() > UINT32_MAX) throw Exception("content file path too long: '" + detail::narrow(path) + "'");
+  if (folders_.empty() || folders_.back() != folder) {
+    if (folders_.size() == UINT32_MAX) throw Exception("too many folders of content files");
+    folders_.emplace_back(folder);
+  }
+  const std::uint64_t at = names_.size();
+  names_ += name;
+  Source& source = sources_.emplace_back(*this, static_cast<std::uint32_t>(folders_.size() - 1), at,
+                                         static_cast<std::uint32_t>(name.size()), status.size);
+  return {std::shared_ptr<const ContentSource>(shared_from_this(), &source), status};
+}
+
+std::unique_ptr<InputStream> FileContentBatch::Source::openStream() const {
+  std::string utf8 = batch_->folders_[folder_];
+  utf8.append(batch_->names_, name_, length_);
+  return batch_->fileSystem_->openInputStream(detail::fromUtf8(utf8, "content file path"));
 }
 
 }  // namespace opc::kqservices

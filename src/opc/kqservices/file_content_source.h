@@ -1,9 +1,11 @@
 #pragma once
 // A part's content taken from a file on disk.
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "foundation/ustring.h"
 #include "opc/content_source.h"
@@ -30,6 +32,45 @@ class FileContentSource : public ContentSource {
   std::string path_;  // UTF-8: half the size of the text for the usual paths, and a build holds one a file
   std::shared_ptr<FileSystemOps> fileSystem_;
   FileStatus status_;
+};
+
+// The content of many files on disk, as sources that share one table of their paths: a folder's
+// path is kept once for the run of files added from it, a file's name and place in a few dozen
+// bytes, where a source of its own costs a block for the object and one for the path. Each source
+// handed out keeps the whole batch alive. add() runs on one thread and never while a source of the
+// batch is being read; reading (openStream) may run on several threads at once.
+class FileContentBatch : public std::enable_shared_from_this<FileContentBatch> {
+ public:
+  explicit FileContentBatch(std::shared_ptr<FileSystemOps> fileSystem) : fileSystem_(std::move(fileSystem)) {}
+
+  struct Added {
+    std::shared_ptr<const ContentSource> source;
+    FileStatus status;  // as seen now; the source's size is this one
+  };
+  // Checks the file at `path` as FileContentSource does (same errors) and returns its source.
+  [[nodiscard]] Added add(const ustring& path);
+
+ private:
+  class Source final : public ContentSource {
+   public:
+    Source(const FileContentBatch& batch, std::uint32_t folder, std::uint64_t name, std::uint32_t length,
+           std::uint64_t size)
+        : batch_(&batch), name_(name), folder_(folder), length_(length), size_(size) {}
+    [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
+    [[nodiscard]] std::optional<std::uint64_t> size() const override { return size_; }
+
+   private:
+    const FileContentBatch* batch_;
+    std::uint64_t name_;  // in names_
+    std::uint32_t folder_;
+    std::uint32_t length_;
+    std::uint64_t size_;
+  };
+
+  std::shared_ptr<FileSystemOps> fileSystem_;
+  std::vector<std::string> folders_;  // UTF-8, '/' last; "" for a path without one
+  std::string names_;                 // UTF-8 file names, back to back
+  std::deque<Source> sources_;        // never moved: the shared pointers handed out point in here
 };
 
 }  // namespace opc::kqservices

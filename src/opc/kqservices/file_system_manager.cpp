@@ -364,8 +364,8 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
   const std::vector<ustring> segments = encodePath(pathInAddon, components, mode);
   const Placement at = place(tree.root, pathInAddon, segments, false);
   const model::PartName name = partNameOf(joinSegments(segments, segments.size()));
-  auto source = std::make_shared<FileContentSource>(sourcePath, ops_);
-  const FileStatus& status = source->getStatus();
+  if (!sources_) sources_ = std::make_shared<FileContentBatch>(ops_);
+  auto [source, status] = sources_->add(sourcePath);
 
   // An empty folder's part is in the way of anything below it; it comes back if the add fails.
   TreeNode* const emptied = at.folder->placeholder ? at.folder : nullptr;

@@ -18,8 +18,10 @@ class CentralDirectory;
 
 namespace opc::kqservices {
 
+class FileContentBatch;
+
 namespace detail {
-struct TreeNode;
+class TreeNode;
 struct TreeIndex;
 }  // namespace detail
 
@@ -185,6 +187,7 @@ class FileSystemManager {
 
   opc::model::Package& package_;
   std::shared_ptr<FileSystemOps> ops_;
+  std::shared_ptr<FileContentBatch> sources_;  // of the files added, made with the first
   mutable std::unique_ptr<detail::TreeIndex> index_;
 };
 
