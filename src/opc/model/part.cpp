@@ -23,7 +23,7 @@ std::string folderOf(const std::string& path) {
 class PartOutputStream : public OutputStream {
  public:
   PartOutputStream(std::shared_ptr<Part> part, std::shared_ptr<opc::detail::SpoolContent> spool,
-                   const std::uint64_t* generation, std::uint64_t expected)
+                   const std::uint32_t* generation, std::uint32_t expected)
       : part_(std::move(part)), spool_(std::move(spool)), generation_(generation), expected_(expected) {}
 
   void write(const std::uint8_t* data, std::size_t size) override {
@@ -38,8 +38,8 @@ class PartOutputStream : public OutputStream {
  private:
   std::shared_ptr<Part> part_;  // keeps *generation_ alive
   std::shared_ptr<opc::detail::SpoolContent> spool_;
-  const std::uint64_t* generation_;
-  std::uint64_t expected_;
+  const std::uint32_t* generation_;
+  std::uint32_t expected_;
 };
 
 }  // namespace

@@ -16,6 +16,35 @@ namespace opc::model {
 
 class Package;
 
+namespace detail {
+// An optional value kept in the room of the value, one value standing for "absent": a package
+// holds tens of thousands of parts, and std::optional doubles a 64-bit field with its padding.
+// Reads as, and converts to, std::optional<T>.
+template <class T, class None>
+class PackedOptional {
+ public:
+  PackedOptional() : value_(None::value()) {}
+  PackedOptional& operator=(const T& value) {
+    value_ = value;
+    return *this;
+  }
+  PackedOptional& operator=(const std::optional<T>& value) { return *this = value ? *value : None::value(); }
+  [[nodiscard]] bool has_value() const { return !(value_ == None::value()); }
+  explicit operator bool() const { return has_value(); }
+  [[nodiscard]] const T& operator*() const { return value_; }
+  operator std::optional<T>() const { return has_value() ? std::optional<T>(value_) : std::nullopt; }
+
+ private:
+  T value_;
+};
+struct NoEntry {
+  static constexpr std::uint64_t value() { return UINT64_MAX; }  // no ZIP entry has this index
+};
+struct NoTime {
+  static constexpr FileTime value() { return {0, UINT32_MAX}; }  // nanoseconds never reach it
+};
+}  // namespace detail
+
 // A part: its name, content type, content and relationships. Made only by Package (createPart,
 // getPart, getParts), which owns the part's state; a PartPtr is a handle that may outlive the part's
 // presence in the package. Once the part is deleted or the package is closed or reverted, the
@@ -79,16 +108,16 @@ class Part : public std::enable_shared_from_this<Part> {
   PartName name_;
   ContentType contentType_;
   StandardPartInfo info_;
-  std::optional<std::uint64_t> sourceEntry_;       // unchanged content: this ZIP entry
+  detail::PackedOptional<std::uint64_t, detail::NoEntry> sourceEntry_;  // unchanged content: this ZIP entry
   std::uint64_t sourceSize_ = 0;
   std::shared_ptr<const ContentSource> content_;   // replaced content
-  std::uint64_t contentGeneration_ = 0;            // invalidates older output streams
-  std::optional<FileTime> lastModified_;
+  detail::PackedOptional<FileTime, detail::NoTime> lastModified_;
+  mutable std::unique_ptr<Relationships> relationships_;  // made on first use: most parts have none
+  detail::PackedOptional<std::uint64_t, detail::NoEntry> relationshipsEntry_;  // its relationships part, when unchanged
+  std::uint32_t contentGeneration_ = 0;            // invalidates older output streams
   std::optional<std::uint32_t> unixMode_;
   bool contentChanged_ = false;                    // content differs from the file's entry
   bool attributesChanged_ = false;                 // time or mode differ from the file's entry
-  mutable std::unique_ptr<Relationships> relationships_;  // made on first use: most parts have none
-  std::optional<std::uint64_t> relationshipsEntry_;  // its relationships part, when unchanged
 };
 
 using PartPtr = std::shared_ptr<Part>;
