@@ -17,6 +17,7 @@
 namespace opc::kqservices {
 
 using detail::TreeIndex;
+using detail::TreeFolder;
 using detail::TreeNode;
 
 namespace {
@@ -93,20 +94,35 @@ bool detail::AsciiCaseLess::operator()(ustring_view a, ustring_view b) const noe
   return a.size() < b.size();
 }
 
-TreeNode::~TreeNode() { children.clear_and_dispose(Deleter()); }
+TreeFolder::~TreeFolder() { members.clear_and_dispose(Deleter()); }
 
 void TreeNode::Deleter::operator()(TreeNode* node) const noexcept {
-  node->~TreeNode();
+  if (node->file) {
+    node->~TreeNode();
+  } else {
+    static_cast<TreeFolder*>(node)->~TreeFolder();
+  }
   ::operator delete(node);
 }
 
-TreeNode::Ptr TreeNode::make(ustring_view segment) {
+TreeNode::Ptr TreeNode::make(ustring_view segment, bool file) {
   if (segment.size() > UINT32_MAX) throw Exception("a name in the add-on is too long");
-  void* memory = ::operator new(sizeof(TreeNode) + segment.size() * sizeof(char16_t));
-  Ptr node(::new (memory) TreeNode());
+  const std::size_t head = file ? sizeof(TreeNode) : sizeof(TreeFolder);
+  void* memory = ::operator new(head + segment.size() * sizeof(char16_t));
+  Ptr node(file ? ::new (memory) TreeNode(true) : ::new (memory) TreeFolder());
   node->length_ = static_cast<std::uint32_t>(segment.size());
-  std::memcpy(static_cast<unsigned char*>(memory) + sizeof(TreeNode), segment.data(), segment.size() * sizeof(char16_t));
+  std::memcpy(static_cast<unsigned char*>(memory) + head, segment.data(), segment.size() * sizeof(char16_t));
   return node;
+}
+
+ustring_view TreeNode::segment() const noexcept {
+  const auto* start = file ? reinterpret_cast<const unsigned char*>(this) + sizeof(TreeNode)
+                           : reinterpret_cast<const unsigned char*>(static_cast<const TreeFolder*>(this)) + sizeof(TreeFolder);
+  return {reinterpret_cast<const char16_t*>(start), length_};
+}
+
+const TreeNode::Children* TreeNode::children() const noexcept {
+  return file ? nullptr : &static_cast<const TreeFolder*>(this)->members;
 }
 
 ustring TreeNode::name() const {
@@ -114,14 +130,17 @@ ustring TreeNode::name() const {
 }
 
 TreeNode* TreeNode::child(ustring_view segmentText) const {
-  const auto it = children.find(segmentText);
-  return it == children.end() ? nullptr : const_cast<TreeNode*>(&*it);
+  if (file) return nullptr;
+  const Children& members = static_cast<const TreeFolder*>(this)->members;
+  const auto it = members.find(segmentText);
+  return it == members.end() ? nullptr : const_cast<TreeNode*>(&*it);
 }
 
 TreeNode* TreeNode::adopt(Ptr node) {
+  if (file) throw Exception("internal: a file of the add-on's tree cannot hold '" + narrow(ustring(node->segment())) + "'");
   TreeNode* raw = node.release();
   raw->parent = this;
-  children.insert_unique(*raw);
+  static_cast<TreeFolder*>(this)->members.insert_unique(*raw);
   return raw;
 }
 
@@ -141,7 +160,8 @@ ustring TreeNode::pathName() const {
 
 std::vector<TreeNode::Named> TreeNode::sortedChildren() const {
   std::vector<Named> out;
-  for (const TreeNode& node : children) out.push_back({&node, node.name()});
+  if (file) return out;
+  for (const TreeNode& node : *children()) out.push_back({&node, node.name()});
   std::sort(out.begin(), out.end(), [](const Named& a, const Named& b) {
     return a.name != b.name ? a.name < b.name : a.node->segment() < b.node->segment();
   });
@@ -156,7 +176,7 @@ ustring partNameText(const TreeNode& node) {
 
 const TreeNode& firstLeaf(const TreeNode& folder) {
   const TreeNode* node = &folder;
-  while (!node->children.empty()) node = &*node->children.begin();
+  while (node->hasChildren()) node = &*node->children()->begin();
   return *node;
 }
 
@@ -184,7 +204,7 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
     TreeNode* next = folder->child(segment);
     if (next == nullptr) {
       (void)detail::decodeComponent(ustring(segment));  // refuses what does not decode
-      next = folder->adopt(TreeNode::make(segment));
+      next = folder->adopt(TreeNode::make(segment, last && !placeholder));
     } else {
       if (next->file || next->placeholder) {
         throw Exception(last ? "its name is equivalent to that of part '" + narrow(partNameText(*next)) + "'"
@@ -195,7 +215,7 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
       }
     }
     if (last) {
-      (placeholder ? next->placeholder : next->file) = true;
+      next->placeholder = placeholder;
       last_.assign(encodedPath);
       return;
     }
@@ -212,7 +232,7 @@ void collectLeaves(const TreeNode& folder, ustring& path, std::vector<ustring>& 
     const std::size_t length = path.size();
     path += u'/';
     path += name;
-    if (child->file || child->children.empty()) {
+    if (!child->hasChildren()) {
       out.push_back(path);
     } else {
       collectLeaves(*child, path, out);
@@ -331,9 +351,8 @@ TreeNode* attachMissing(const Placement& at, const std::vector<ustring>& segment
   at.folder->placeholder = false;
   TreeNode* folder = at.folder;
   for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
-    TreeNode::Ptr node = TreeNode::make(segments[i]);
     const bool last = i + 1 == segments.size();
-    node->file = last && file;
+    TreeNode::Ptr node = TreeNode::make(segments[i], last && file);
     node->placeholder = last && !file;
     folder = folder->adopt(std::move(node));
   }
@@ -522,7 +541,7 @@ std::vector<ustring> FileSystemManager::listFiles(const zippackage::CentralDirec
   }
   if (contentTypes > 1) throw Exception("package '" + packagePath + "': two [Content_Types].xml items");
 
-  detail::TreeNode root;
+  detail::TreeFolder root;
   detail::TreeBuilder builder(root);
   ustring below;  // the item's path below the prefix, reused
   std::size_t prefixItem = records.size();  // an item named "fsroot" itself
@@ -559,7 +578,7 @@ std::vector<ustring> FileSystemManager::listFiles(const zippackage::CentralDirec
       throw Exception(where(i) + ": " + e.what());
     }
   }
-  if (prefixItem != records.size() && !root.children.empty()) {
+  if (prefixItem != records.size() && root.hasChildren()) {
     throw Exception(where(prefixItem) + ": part '" + narrow(kPrefix.substr(0, kPrefix.size() - 1)) +
                     "' is named like a folder of other parts");
   }

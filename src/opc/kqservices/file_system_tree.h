@@ -20,10 +20,12 @@ struct AsciiCaseLess {
 };
 
 // A file or folder, one block a node with its encoded segment stored after it: a package may hold
-// hundreds of thousands. Children hang in an intrusive set keyed by their segment without case, so
-// a name equal but for case finds its rival. The decoded name is made when asked for: segments are
-// the reversible encoding of names, so each name is its segment decoded.
+// hundreds of thousands. Only folders (TreeFolder) carry children, which hang in an intrusive set
+// keyed by their segment without case, so a name equal but for case finds its rival. The decoded
+// name is made when asked for: segments are the reversible encoding of names, so each name is its
+// segment decoded.
 class TreeNode;
+class TreeFolder;
 using TreeHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
 struct SegmentOf {
   using type = ustring_view;
@@ -41,21 +43,20 @@ class TreeNode : public TreeHook {
                                          boost::intrusive::compare<AsciiCaseLess>,
                                          boost::intrusive::constant_time_size<false>>;
 
-  TreeNode() = default;  // a root: no segment
   TreeNode(const TreeNode&) = delete;
   TreeNode& operator=(const TreeNode&) = delete;
-  ~TreeNode();
-  // A node below a root, not yet hung anywhere.
-  [[nodiscard]] static Ptr make(ustring_view segment);
+  // A file, or a folder with no children yet; not hung anywhere.
+  [[nodiscard]] static Ptr make(ustring_view segment, bool file);
 
-  [[nodiscard]] ustring_view segment() const noexcept {
-    return {reinterpret_cast<const char16_t*>(reinterpret_cast<const unsigned char*>(this) + sizeof(TreeNode)),
-            length_};
-  }
+  [[nodiscard]] ustring_view segment() const noexcept;
   // Decoded; "" for a root.
   [[nodiscard]] ustring name() const;
+  // A folder's children; nullptr for a file.
+  [[nodiscard]] const Children* children() const noexcept;
+  [[nodiscard]] bool hasChildren() const noexcept { return children() != nullptr && !children()->empty(); }
+  // The child of that segment (without case), if this is a folder and has one.
   [[nodiscard]] TreeNode* child(ustring_view segmentText) const;
-  // Hangs `node` below this one, keyed by its segment; returns it.
+  // Hangs `node` below this folder, keyed by its segment; returns it.
   TreeNode* adopt(Ptr node);
   // Path below the tree prefix ("a/b%20c"), and the decoded path name ("/a/b c").
   [[nodiscard]] ustring encodedPath() const;
@@ -65,16 +66,27 @@ class TreeNode : public TreeHook {
     const TreeNode* node;
     ustring name;
   };
-  // Ordered by name, then segment (UTF-16 code units).
+  // Ordered by name, then segment (UTF-16 code units); empty for a file.
   [[nodiscard]] std::vector<Named> sortedChildren() const;
 
   TreeNode* parent = nullptr;
-  Children children;
-  bool file = false;
+  const bool file;
   bool placeholder = false;  // an empty folder held by a part of its own
+
+ protected:
+  explicit TreeNode(bool isFile) : file(isFile) {}
+  ~TreeNode() = default;
 
  private:
   std::uint32_t length_ = 0;
+};
+
+class TreeFolder : public TreeNode {
+ public:
+  TreeFolder() : TreeNode(false) {}  // a root: no segment
+  ~TreeFolder();
+
+  Children members;
 };
 
 inline ustring_view SegmentOf::operator()(const TreeNode& node) const noexcept { return node.segment(); }
@@ -84,7 +96,7 @@ inline ustring_view SegmentOf::operator()(const TreeNode& node) const noexcept {
 // root again. Holds a reference to the root, which must outlive it; nodes are only ever added.
 class TreeBuilder {
  public:
-  explicit TreeBuilder(TreeNode& root) : root_(root) {}
+  explicit TreeBuilder(TreeFolder& root) : root_(root) {}
 
   // Adds the leaf at `encodedPath` (the part name below the tree prefix, segments encoded) and the
   // folders above it; a folder whose segment is equal but for ASCII case is reused, so the order of
@@ -99,7 +111,7 @@ class TreeBuilder {
     std::size_t slash;  // where the folder's segment ends in last_
     TreeNode* node;
   };
-  TreeNode& root_;
+  TreeFolder& root_;
   ustring last_;                  // the path added last
   std::vector<Folder> folders_;   // the folders of its segments but the last, root first
 };
@@ -109,7 +121,7 @@ class TreeBuilder {
 [[nodiscard]] std::vector<ustring> listLeaves(const TreeNode& root);
 
 struct TreeIndex {
-  TreeNode root;
+  TreeFolder root;
   std::size_t partCount = 0;  // the package's part count the tree was last in step with
   interfaces::OpenMode mode{};
 };
