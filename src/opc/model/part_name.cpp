@@ -86,7 +86,11 @@ PartName PartName::fromZipItemName(std::string_view itemName) {
   for (const char c : itemName) {
     if (static_cast<unsigned char>(c) > 0x7F) ascii = false;
   }
-  if (!ascii) return PartName(u"/" + fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'"));
+  if (!ascii) {
+    ustring name(1, u'/');
+    name += fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'");
+    return PartName(name);
+  }
   // ASCII needs no encoding: the URI form is the name itself, only its grammar is checked.
   std::string name;
   name.reserve(itemName.size() + 1);
