@@ -100,6 +100,85 @@ TEST(PartNameTest, ZipItemNamesMapBothWays) {
   EXPECT_THROW(PartName::fromZipItemName("a b.xml"), Exception);
 }
 
+TEST(PartNameTest, TextIsTheAsciiUriFormWithUpperCaseEscapes) {
+  const struct {
+    const char16_t* given;
+    std::string_view text;
+  } cases[] = {
+      {u"/a/%d1%86.xml", "/a/%D1%86.xml"},
+      {u"/%5b%5d/%3a%fA", "/%5B%5D/%3A%FA"},
+      {u"/\u00e9/\U0001F600", "/%C3%A9/%F0%9F%98%80"},
+      {u"/Mixed/CASE.Xml", "/Mixed/CASE.Xml"},  // only escapes are upper-cased
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.given));
+    const PartName name(c.given);
+    EXPECT_EQ(name.text(), c.text);
+    EXPECT_EQ(name.getName(), ustring(c.text.begin(), c.text.end()));
+    EXPECT_EQ(name.getZipItemName(), c.text.substr(1));
+    EXPECT_EQ(PartName::fromZipItemName(c.text.substr(1)).text(), c.text);
+  }
+  EXPECT_EQ(PartName::fromZipItemName("a/%c3%a9.xml").text(), "/a/%C3%A9.xml");
+  // A refused item name is quoted as it was given, not as upper-casing left it.
+  try {
+    (void)PartName::fromZipItemName("a/%c3/%2f");
+    ADD_FAILURE() << "accepted";
+  } catch (const Exception& e) {
+    EXPECT_NE(std::string(e.what()).find("'/a/%c3/%2f'"), std::string::npos) << e.what();
+  }
+}
+
+TEST(PartNameTest, KeysFoldAsciiLettersOnly) {
+  const struct {
+    std::string_view a;
+    std::string_view b;
+    bool equal;
+  } cases[] = {
+      {"/a/B.xml", "/A/b.XML", true},
+      {"/%C3%A9", "/%c3%a9", true},
+      {"/[", "/{", false},  // 0x5B and 0x7B differ by 32 but are no letters
+      {"/@", "/`", false},
+      {"/\xC3\x89", "/\xC3\xA9", false},  // UTF-8 of a Default extension: no folding above 0x7F
+      {"/a", "/a/", false},
+  };
+  const PartNameKeyHash hash;
+  const PartNameKeyEqual equal;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.a) + " vs " + std::string(c.b));
+    EXPECT_EQ(equal(c.a, c.b), c.equal);
+    // FNV-1a separates these short pairs whenever they do not fold together.
+    EXPECT_EQ(hash(c.a) == hash(c.b), c.equal);
+  }
+  // Hashing one byte at a time gives every prefix's hash on the way (Package walks prefixes so).
+  const std::string_view name = "/Docs/Sub/A.xml";
+  std::size_t running = PartNameKeyHash::kSeed;
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    EXPECT_EQ(running, hash(name.substr(0, i))) << i;
+    running = PartNameKeyHash::step(running, name[i]);
+  }
+  EXPECT_EQ(running, hash(PartName(u"/docs/sub/a.XML")));
+}
+
+TEST(PartNameTest, OrderIsThatOfTheLowerCasedNames) {
+  const struct {
+    const char16_t* a;
+    const char16_t* b;
+    bool less;
+  } cases[] = {
+      {u"/_x", u"/Bx", true},  // '_' sorts between 'B' and 'b': upper case must be folded first
+      {u"/Bx", u"/_x", false},
+      {u"/a", u"/Z", true},
+      {u"/A", u"/a", false},
+      {u"/a", u"/A/b", true},
+      {u"/a/b", u"/a", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.a) + " < " + u8(c.b));
+    EXPECT_EQ(PartName(c.a) < PartName(c.b), c.less);
+    EXPECT_EQ(PartName(c.a) < PartName(c.b), PartName(c.a).getKey() < PartName(c.b).getKey());
+  }
+}
+
 TEST(PartNameTest, ExtensionAndRelationshipsNames) {
   const struct {
     const char16_t* name;
@@ -116,6 +195,7 @@ TEST(PartNameTest, ExtensionAndRelationshipsNames) {
   for (const auto& c : cases) {
     SCOPED_TRACE(u8(c.name));
     EXPECT_EQ(PartName(c.name).getExtension(), c.extension);
+    EXPECT_EQ(PartName(c.name).extensionView(), u8(c.extension));
     EXPECT_EQ(PartName(c.name).isRelationshipsPartName(), c.relationships);
   }
 }

@@ -65,16 +65,39 @@ bool equalsIgnoreAsciiCase(ustring_view a, ustring_view b) {
   return true;
 }
 
-void appendPercentEncodedUtf8(ustring& out, char32_t cp) {
+bool equalsIgnoreAsciiCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    const auto x = static_cast<unsigned char>(a[i]);
+    const auto y = static_cast<unsigned char>(b[i]);
+    if (x != y && asciiLower(x) != asciiLower(y)) return false;
+  }
+  return true;
+}
+
+namespace {
+
+template <class String>
+void appendPercentEncoded(String& out, char32_t cp) {
   char bytes[4];
   const std::size_t n = fl::i18n::encode_utf8(cp, bytes);
-  static constexpr char16_t hex[] = u"0123456789ABCDEF";
+  static constexpr char hex[] = "0123456789ABCDEF";
   for (std::size_t k = 0; k < n; ++k) {
     const auto byte = static_cast<unsigned char>(bytes[k]);
-    out += u'%';
+    out += '%';
     out += hex[byte >> 4];
     out += hex[byte & 0xF];
   }
+}
+
+}  // namespace
+
+void appendPercentEncodedUtf8(ustring& out, char32_t cp) {
+  appendPercentEncoded(out, cp);
+}
+
+void appendPercentEncodedUtf8(std::string& out, char32_t cp) {
+  appendPercentEncoded(out, cp);
 }
 
 char32_t nextCodePoint(ustring_view text, std::size_t& i, std::string_view what) {

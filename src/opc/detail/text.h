@@ -19,6 +19,8 @@ namespace opc::detail {
 [[nodiscard]] constexpr char16_t asciiLower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c + 32 : c; }
 [[nodiscard]] ustring asciiLower(ustring_view text);
 [[nodiscard]] bool equalsIgnoreAsciiCase(ustring_view a, ustring_view b);
+// Bytes above 0x7F compare as they are.
+[[nodiscard]] bool equalsIgnoreAsciiCase(std::string_view a, std::string_view b);
 
 [[nodiscard]] constexpr bool isAlpha(char16_t c) { return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z'); }
 [[nodiscard]] constexpr bool isDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
@@ -42,6 +44,7 @@ namespace opc::detail {
 
 // Appends "%XX" (upper-case hex) for every UTF-8 byte of the code point.
 void appendPercentEncodedUtf8(ustring& out, char32_t codePoint);
+void appendPercentEncodedUtf8(std::string& out, char32_t codePoint);
 // Reads the code point at `i` (a surrogate pair counts as one) and advances `i`; throws
 // opc::Exception for an unpaired surrogate.
 [[nodiscard]] char32_t nextCodePoint(ustring_view text, std::size_t& i, std::string_view what);

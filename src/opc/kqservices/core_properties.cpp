@@ -283,7 +283,7 @@ xercesc::DOMNode* usePrefixes(xercesc::DOMNode* imported) {
 
 void requireContentType(const model::Part& part, const ustring& expected) {
   if (!(part.getContentType() == model::ContentType(expected))) {
-    throw opc::Exception("part " + utf8(part.getPartName().getName()) + " has content type '" +
+    throw opc::Exception("part " + std::string(part.getPartName().text()) + " has content type '" +
                          utf8(part.getContentType().toString()) + "', expected '" + utf8(expected) + "'");
   }
 }
@@ -477,7 +477,7 @@ std::optional<model::PartName> singleTarget(const model::Package& package, const
 model::DocumentPtr readPart(const model::Package& package, const model::PartName& name,
                             const ustring& contentType, const ustring& ns) {
   if (!package.partExists(name)) {
-    throw opc::Exception("the package root relates to " + utf8(name.getName()) + ", which is not in the package");
+    throw opc::Exception("the package root relates to " + std::string(name.text()) + ", which is not in the package");
   }
   model::PartPtr part = package.getPart(name);
   requireContentType(*part, contentType);
@@ -485,7 +485,7 @@ model::DocumentPtr readPart(const model::Package& package, const model::PartName
   try {
     return XercesHelper::readDocumentFromStream(XercesHelper::createParser(), *in, false, u"", ns);
   } catch (const opc::Exception& e) {
-    throw opc::Exception("part " + utf8(name.getName()) + ": " + e.what());
+    throw opc::Exception("part " + std::string(name.text()) + ": " + e.what());
   }
 }
 
@@ -533,7 +533,7 @@ CoreProperties CorePropertiesManager::getCoreProperties() const {
     try {
       readCorePropertiesDocument(*document, properties);
     } catch (const opc::Exception& e) {
-      throw opc::Exception("part " + utf8(name->getName()) + ": " + e.what());
+      throw opc::Exception("part " + std::string(name->text()) + ": " + e.what());
     }
   }
   if (auto name = singleTarget(package_, getPackagePropertiesRelationshipType())) {

@@ -85,7 +85,7 @@ ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what
           const ustring& extension = required(child, u"Extension", what);
           if (!isValidExtension(extension)) throw Exception(what + ": invalid extension '" + narrow(extension) + "'");
           const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
-          if (!map.defaults_.emplace(extension, type).second) {
+          if (!map.defaults_.emplace(narrow(extension), type).second) {
             throw Exception(what + ": extension '" + narrow(extension) + "' has more than one Default");
           }
         } else if (child.localName == u"Override") {
@@ -98,7 +98,7 @@ ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what
             throw Exception(what + ": Override: " + e.what());
           }
           const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
-          if (!map.overrides_.emplace(name->getName(), type).second) {
+          if (!map.overrides_.emplace(name->text(), type).second) {
             throw Exception(what + ": part '" + narrow(text) + "' has more than one Override");
           }
         } else {
@@ -110,9 +110,9 @@ ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what
 
 const ContentType* ContentTypeMap::lookup(const PartName& name) const {
   if (!overrides_.empty()) {
-    if (const auto it = overrides_.find(ustring_view(name.getName())); it != overrides_.end()) return &it->second;
+    if (const auto it = overrides_.find(name.text()); it != overrides_.end()) return &it->second;
   }
-  const ustring_view extension = name.extensionView();
+  const std::string_view extension = name.extensionView();
   if (extension.empty()) return nullptr;
   if (const auto it = defaults_.find(extension); it != defaults_.end()) return &it->second;
   return nullptr;
@@ -130,13 +130,13 @@ std::string buildContentTypesXml(const std::vector<std::pair<const PartName*, co
   };
   std::vector<Extension> extensions;
   // Keyed by views of the parts' names, which outlive this function.
-  std::unordered_map<ustring_view, std::size_t, PartNameKeyHash, PartNameKeyEqual> byKey;
+  std::unordered_map<std::string_view, std::size_t, PartNameKeyHash, PartNameKeyEqual> byKey;
   std::vector<std::size_t> extensionOf(parts.size(), SIZE_MAX);
   for (std::size_t i = 0; i < parts.size(); ++i) {
-    const ustring_view extension = parts[i].first->extensionView();
+    const std::string_view extension = parts[i].first->extensionView();
     if (extension.empty()) continue;
     auto [it, inserted] = byKey.emplace(extension, extensions.size());
-    if (inserted) extensions.push_back(Extension{ustring(extension), {}, nullptr});
+    if (inserted) extensions.push_back(Extension{opc::detail::widenAscii(extension), {}, nullptr});
     extensionOf[i] = it->second;
     auto& candidates = extensions[it->second].candidates;
     bool found = false;
@@ -165,8 +165,8 @@ std::string buildContentTypesXml(const std::vector<std::pair<const PartName*, co
   for (std::size_t i = 0; i < parts.size(); ++i) {
     const std::size_t ext = extensionOf[i];
     if (ext != SIZE_MAX && *extensions[ext].chosen == *parts[i].second) continue;
-    writer.emptyElement(u"Override",
-                        {{u"PartName", parts[i].first->getName()}, {u"ContentType", parts[i].second->toString()}});
+    const ustring name = parts[i].first->getName();
+    writer.emptyElement(u"Override", {{u"PartName", name}, {u"ContentType", parts[i].second->toString()}});
   }
   writer.endElement(u"Types");
   return writer.take();

@@ -30,8 +30,8 @@ class ContentTypeMap {
 
  private:
   // Keys compare ignoring ASCII case.
-  using Map = std::unordered_map<ustring, ContentType, PartNameKeyHash, PartNameKeyEqual>;
-  Map defaults_;   // extension
+  using Map = std::unordered_map<std::string, ContentType, PartNameKeyHash, PartNameKeyEqual>;
+  Map defaults_;   // extension, in UTF-8 (a part's extension is ASCII, so one that is not never matches)
   Map overrides_;  // part name
 };
 

@@ -41,10 +41,10 @@ std::string describeEntry(const ZipEntry& entry) {
 // Calls `visit` with every proper prefix segment of `name` ("/a", "/a/b" for "/a/b/c") and its hash,
 // hashing the name once rather than each prefix anew.
 template <class Visit>
-void forEachPrefix(ustring_view name, Visit visit) {
-  std::size_t hash = PartNameKeyHash::step(PartNameKeyHash::kSeed, name.empty() ? u'/' : name[0]);
+void forEachPrefix(std::string_view name, Visit visit) {
+  std::size_t hash = PartNameKeyHash::step(PartNameKeyHash::kSeed, name.empty() ? '/' : name[0]);
   for (std::size_t i = 1; i < name.size(); ++i) {
-    if (name[i] == u'/') visit(PartNameKey{name.substr(0, i), hash});
+    if (name[i] == '/') visit(PartNameKey{name.substr(0, i), hash});
     hash = PartNameKeyHash::step(hash, name[i]);
   }
 }
@@ -195,7 +195,7 @@ void Package::load() {
   parts_.reserve(entries.size());
   byKey_.reserve(entries.size());
   std::vector<std::pair<PartName, const ZipEntry*>> relationshipParts;
-  std::unordered_map<ustring, std::size_t, PartNameKeyHash, PartNameKeyEqual> relationshipKeys;
+  std::unordered_map<std::string, std::size_t, PartNameKeyHash, PartNameKeyEqual> relationshipKeys;
   for (const auto& entry : entries) {
     if (&entry == contentTypesEntry) continue;
     if (!entry.name.empty() && entry.name.back() == '/') continue;  // a folder item: no part
@@ -212,14 +212,14 @@ void Package::load() {
       throw Exception(where() + ": " + e.what());
     }
     if (name->isRelationshipsPartName()) {
-      if (!relationshipKeys.emplace(name->getName(), relationshipParts.size()).second) {
+      if (!relationshipKeys.emplace(name->text(), relationshipParts.size()).second) {
         throw Exception(where() + ": its name is equivalent to that of another item");
       }
       relationshipParts.emplace_back(*name, &entry);
       continue;
     }
     const ContentType* type = contentTypes.lookup(*name);
-    if (type == nullptr) throw Exception(where() + ": part '" + narrow(name->getName()) + "' has no content type");
+    if (type == nullptr) throw Exception(where() + ": part '" + std::string(name->text()) + "' has no content type");
     PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type,
                           StandardPartInfo(entry.compressionMethod == 0 ? StandardPartInfo::Stored
                                                                         : StandardPartInfo::Deflated,
@@ -237,9 +237,9 @@ void Package::load() {
 
   const ContentType relationshipsType(PackageHelper::getRelationshipsContentType());
   for (const auto& [name, entry] : relationshipParts) {
-    const std::string where = "package '" + path + "': relationships part '" + narrow(name.getName()) + "' (" +
+    const std::string where = "package '" + path + "': relationships part '" + std::string(name.text()) + "' (" +
                               describeEntry(*entry) + ")";
-    forEachPrefix(name.getName(), [&](const PartNameKey& prefix) {
+    forEachPrefix(name.text(), [&](const PartNameKey& prefix) {
       if (byKey_.contains(prefix)) throw Exception(where + ": a part is named like one of its folders");
     });
     const ContentType* type = contentTypes.lookup(name);
@@ -255,7 +255,7 @@ void Package::load() {
     Relationships* target = &relationships_;
     Part* sourcePart = nullptr;
     if (source.toString() != u"/") {
-      const auto it = byKey_.find(ustring_view(PartName(source.toString()).getName()));
+      const auto it = byKey_.find(PartName(source.toString()).text());
       if (it == byKey_.end()) throw Exception(where + ": its source part does not exist");
       sourcePart = parts_[it->second].get();
       target = &sourcePart->relationships();
@@ -272,14 +272,14 @@ void Package::load() {
 }
 
 void Package::insertPart(PartPtr part) {
-  const ustring_view text = part->getPartName().getName();
+  const std::string_view text = part->getPartName().text();
   const PartNameKey key{text, PartNameKeyHash{}(text)};
-  const auto name = [&] { return narrow(text); };  // for errors only
+  const auto name = [&] { return std::string(text); };  // for errors only
   if (byKey_.contains(key)) throw Exception("a part named like '" + name() + "' exists (names differ in case only or not at all)");
   if (folders_.contains(key)) throw Exception("part name '" + name() + "' is a prefix segment of another part's name");
   // Parts come mostly folder by folder: when this part's folder is the last one's, its prefixes are
   // folders already (so none is a part) and their counts are where they were.
-  const ustring_view folder = text.substr(0, text.rfind(u'/'));
+  const std::string_view folder = text.substr(0, text.rfind('/'));
   if (!lastFolderValid_ || !opc::detail::equalsIgnoreAsciiCase(folder, lastFolder_)) {
     // A prefix that is a folder already cannot be a part; only new folders need the part check. All
     // checks come before any change, so a refused part leaves the index as it was.
@@ -295,7 +295,9 @@ void Package::insertPart(PartPtr part) {
         uncounted_.push_back(prefix.text);
       }
     });
-    for (const ustring_view prefix : uncounted_) counted_.push_back(&folders_.emplace(ustring(prefix), 0u).first->second);
+    for (const std::string_view prefix : uncounted_) {
+      counted_.push_back(&folders_.emplace(std::string(prefix), 0u).first->second);
+    }
   }
   for (std::uint32_t* count : counted_) ++*count;
   byKey_.emplace(text, parts_.size());
@@ -307,10 +309,10 @@ void Package::insertPart(PartPtr part) {
 
 void Package::removeFromIndex(const PartName& name) {
   lastFolderValid_ = false;  // its counts may go, and its text with its part
-  const auto it = byKey_.find(ustring_view(name.getName()));
+  const auto it = byKey_.find(name.text());
   PartPtr part = std::move(parts_[it->second]);  // keeps the key's text alive until it is erased
   byKey_.erase(it);
-  forEachPrefix(name.getName(), [&](const PartNameKey& prefix) {
+  forEachPrefix(name.text(), [&](const PartNameKey& prefix) {
     const auto f = folders_.find(prefix);
     if (--f->second == 0) folders_.erase(f);
   });
@@ -321,7 +323,7 @@ void Package::removeFromIndex(const PartName& name) {
     live.reserve(partCount_);
     for (auto& p : parts_) {
       if (p) {
-        byKey_[p->getPartName().getName()] = live.size();
+        byKey_[p->getPartName().text()] = live.size();
         live.push_back(std::move(p));
       }
     }
@@ -332,13 +334,13 @@ void Package::removeFromIndex(const PartName& name) {
 PartPtr Package::createPart(const PartName& name, const ContentType& contentType, const StandardPartInfo& info) {
   requireWritable();
   if (name.isRelationshipsPartName()) {
-    throw Exception("cannot create part '" + narrow(name.getName()) +
+    throw Exception("cannot create part '" + std::string(name.text()) +
                     "': relationships parts are made through relationships");
   }
   // A part named like the folder of relationships parts would clash with them when written.
-  const ustring_view key = name.getName();
-  if (key.size() >= 6 && opc::detail::equalsIgnoreAsciiCase(key.substr(key.size() - 6), u"/_rels")) {
-    throw Exception("cannot create part '" + narrow(name.getName()) + "': the segment '_rels' is reserved");
+  const std::string_view key = name.text();
+  if (key.size() >= 6 && opc::detail::equalsIgnoreAsciiCase(key.substr(key.size() - 6), std::string_view("/_rels"))) {
+    throw Exception("cannot create part '" + std::string(name.text()) + "': the segment '_rels' is reserved");
   }
   PartPtr part = std::make_shared<Part>(Part::Key{}, this, name, contentType, info);
   part->contentChanged_ = true;
@@ -349,23 +351,23 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
 
 PartPtr Package::getPart(const PartName& name) const {
   requireOpen();
-  const auto it = byKey_.find(ustring_view(name.getName()));
+  const auto it = byKey_.find(name.text());
   if (it == byKey_.end()) {
-    throw Exception("package '" + physical_.getNarrowPath() + "' has no part '" + narrow(name.getName()) + "'");
+    throw Exception("package '" + physical_.getNarrowPath() + "' has no part '" + std::string(name.text()) + "'");
   }
   return parts_[it->second];
 }
 
 bool Package::partExists(const PartName& name) const {
   requireOpen();
-  return byKey_.contains(ustring_view(name.getName()));
+  return byKey_.contains(name.text());
 }
 
 void Package::deletePart(const PartName& name) {
   requireWritable();
-  const auto it = byKey_.find(ustring_view(name.getName()));
+  const auto it = byKey_.find(name.text());
   if (it == byKey_.end()) {
-    throw Exception("cannot delete part '" + narrow(name.getName()) + "' of package '" + physical_.getNarrowPath() +
+    throw Exception("cannot delete part '" + std::string(name.text()) + "' of package '" + physical_.getNarrowPath() +
                     "': no such part");
   }
   parts_[it->second]->owner_ = nullptr;
@@ -509,13 +511,12 @@ void Package::write() {
   for (const auto& p : parts_) {
     if (!p) continue;
     const EntryAttributes attributes{p->lastModified_, p->unixMode_};
-    const std::string itemName = p->getPartName().getZipItemName();
     if (!p->contentChanged_ && p->sourceEntry_) {
-      writer->copyEntry(itemName, *p->sourceEntry_, attributes);
+      writer->copyEntry(p->getPartName().text().substr(1), *p->sourceEntry_, attributes);
     } else {
       std::shared_ptr<const ContentSource> content = p->content_;
       if (!content) content = std::make_shared<opc::detail::MemoryContentSource>(std::string());
-      writer->addEntry(itemName, std::move(content),
+      writer->addEntry(p->getPartName().getZipItemName(), std::move(content),
                        p->info_.getCompressionType() == StandardPartInfo::Stored ? Compression::Stored
                                                                                  : Compression::Deflated,
                        attributes);

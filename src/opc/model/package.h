@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -96,14 +98,14 @@ class Package {
   // Names compare ignoring ASCII case; looked up by views, so that checking a name's prefixes
   // allocates nothing. byKey_'s keys view the names of the parts in parts_: an entry is erased
   // before its part is let go.
-  std::unordered_map<ustring_view, std::size_t, PartNameKeyHash, PartNameKeyEqual> byKey_;  // -> parts_
-  std::unordered_map<ustring, std::uint32_t, PartNameKeyHash, PartNameKeyEqual> folders_;  // prefix -> parts below
+  std::unordered_map<std::string_view, std::size_t, PartNameKeyHash, PartNameKeyEqual> byKey_;  // -> parts_
+  std::unordered_map<std::string, std::uint32_t, PartNameKeyHash, PartNameKeyEqual> folders_;  // prefix -> parts below
   // insertPart's memory of the last part's folder: its text (in that part's name) and the counts of
   // its prefixes in folders_. Dropped whenever a part or folder count can go.
-  ustring_view lastFolder_;
+  std::string_view lastFolder_;
   bool lastFolderValid_ = false;
   std::vector<std::uint32_t*> counted_;
-  std::vector<ustring_view> uncounted_;  // scratch
+  std::vector<std::string_view> uncounted_;  // scratch
   std::size_t partCount_ = 0;
   Relationships relationships_;
   std::optional<std::uint64_t> relationshipsEntry_;

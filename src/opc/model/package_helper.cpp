@@ -83,7 +83,7 @@ PartName PackageHelper::getRelationshipsPartName(const URI& source) {
   const ustring& text = source.toString();
   if (text == u"/") return PartName(u"/_rels/.rels");
   const PartName part(text);  // validates
-  const ustring& name = part.getName();
+  const ustring name = part.getName();
   const std::size_t slash = name.rfind(u'/');
   return PartName(name.substr(0, slash + 1) + u"_rels/" + name.substr(slash + 1) + u".rels");
 }
@@ -92,7 +92,7 @@ URI PackageHelper::getSourceURI(const PartName& relationshipsPart) {
   if (!relationshipsPart.isRelationshipsPartName()) {
     throw Exception("'" + detail::narrow(relationshipsPart.getName()) + "' is no relationships part name");
   }
-  const ustring& name = relationshipsPart.getName();
+  const ustring name = relationshipsPart.getName();
   const std::size_t last = name.rfind(u'/');
   const std::size_t relsFolder = name.rfind(u'/', last - 1);
   const ustring folder = name.substr(0, relsFolder + 1);          // "/a/"

@@ -28,7 +28,7 @@ class PartOutputStream : public OutputStream {
 
   void write(const std::uint8_t* data, std::size_t size) override {
     if (part_->isDetached() || *generation_ != expected_) {
-      throw Exception("cannot write to part '" + narrow(part_->getPartName().getName()) +
+      throw Exception("cannot write to part '" + std::string(part_->getPartName().text()) +
                       "': its content was replaced, or the part was deleted or closed");
     }
     spool_->append(data, size);
@@ -62,7 +62,7 @@ Part::~Part() = default;
 
 Package& Part::owner() const {
   if (owner_ == nullptr) {
-    throw Exception("part '" + narrow(name_.getName()) + "' is no longer in an open package");
+    throw Exception("part '" + std::string(name_.text()) + "' is no longer in an open package");
   }
   return *owner_;
 }
@@ -96,7 +96,7 @@ std::unique_ptr<OutputStream> Part::getOutputStream() {
 
 void Part::setContentSource(std::shared_ptr<const ContentSource> source) {
   writableOwner();
-  if (!source) throw Exception("part '" + narrow(name_.getName()) + "': no content source given");
+  if (!source) throw Exception("part '" + std::string(name_.text()) + "': no content source given");
   content_ = std::move(source);
   contentChanged();
 }

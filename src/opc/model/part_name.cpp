@@ -1,7 +1,6 @@
 #include "opc/model/part_name.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "opc/detail/text.h"
 #include "opc/exception.h"
@@ -16,33 +15,46 @@ using namespace opc::detail;
   throw Exception("invalid part name '" + narrow(name) + "': " + rule);
 }
 
-bool isPchar(char16_t c) {
-  return isUnreserved(c) || isSubDelim(c) || c == u':' || c == u'@';
+[[noreturn]] void invalid(std::string_view name, const char* rule) {
+  throw Exception("invalid part name '" + std::string(name) + "': " + rule);
+}
+
+bool isPchar(char c) {
+  const auto u = static_cast<char16_t>(static_cast<unsigned char>(c));
+  return isUnreserved(u) || isSubDelim(u) || u == u':' || u == u'@';
+}
+
+char upperHex(char c) {
+  return (c >= 'a' && c <= 'f') ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
 // Checks the grammar of a name already in URI form and upper-cases percent-encodings in place.
-void checkGrammar(ustring& name, const ustring& original) {
+// `original` is the text as given, for messages.
+template <class Original>
+void checkGrammar(std::string& name, const Original& original) {
   if (name.empty()) invalid(original, "it is empty");
-  if (name[0] != u'/') invalid(original, "it does not start with '/'");
-  if (name.back() == u'/') invalid(original, "it ends with '/'");
+  if (name[0] != '/') invalid(original, "it does not start with '/'");
+  if (name.back() == '/') invalid(original, "it ends with '/'");
   std::size_t segmentStart = 1;
   for (std::size_t i = 1; i <= name.size(); ++i) {
-    if (i == name.size() || name[i] == u'/') {
+    if (i == name.size() || name[i] == '/') {
       if (i == segmentStart) invalid(original, "it has an empty segment");
-      if (name[i - 1] == u'.') invalid(original, "a segment ends with '.'");
+      if (name[i - 1] == '.') invalid(original, "a segment ends with '.'");
       segmentStart = i + 1;
       continue;
     }
-    const char16_t c = name[i];
-    if (c == u'%') {
-      if (i + 2 >= name.size() || !isHexDigit(name[i + 1]) || !isHexDigit(name[i + 2])) {
+    const char c = name[i];
+    if (c == '%') {
+      if (i + 2 >= name.size() || !isHexDigit(static_cast<unsigned char>(name[i + 1])) ||
+          !isHexDigit(static_cast<unsigned char>(name[i + 2]))) {
         invalid(original, "'%' is not followed by two hex digits");
       }
-      const auto value = static_cast<char16_t>(hexValue(name[i + 1]) * 16 + hexValue(name[i + 2]));
+      const auto value = static_cast<char16_t>(hexValue(static_cast<unsigned char>(name[i + 1])) * 16 +
+                                               hexValue(static_cast<unsigned char>(name[i + 2])));
       if (value == u'/' || value == u'\\') invalid(original, "a segment holds a percent-encoded '/' or '\\'");
       if (isUnreserved(value)) invalid(original, "a segment holds a percent-encoded unreserved character");
-      name[i + 1] = static_cast<char16_t>(std::toupper(static_cast<int>(name[i + 1])));
-      name[i + 2] = static_cast<char16_t>(std::toupper(static_cast<int>(name[i + 2])));
+      name[i + 1] = upperHex(name[i + 1]);
+      name[i + 2] = upperHex(name[i + 2]);
       i += 2;
       continue;
     }
@@ -53,88 +65,92 @@ void checkGrammar(ustring& name, const ustring& original) {
 }  // namespace
 
 PartName::PartName(const ustring& name) {
-  ustring uriForm;
+  std::string uriForm;
   uriForm.reserve(name.size());
   for (std::size_t i = 0; i < name.size();) {
     const char32_t cp = nextCodePoint(name, i, "part name");
     if (cp > 0x7F) {
       appendPercentEncodedUtf8(uriForm, cp);
     } else {
-      uriForm += static_cast<char16_t>(cp);
+      uriForm += static_cast<char>(cp);
     }
   }
   checkGrammar(uriForm, name);
   name_ = std::move(uriForm);
 }
 
-PartName::PartName(ustring uriForm, Checked) : name_(std::move(uriForm)) {}
+PartName::PartName(std::string uriForm, Checked) : name_(std::move(uriForm)) {}
 
 PartName PartName::fromZipItemName(std::string_view itemName) {
   bool ascii = true;
   for (const char c : itemName) {
     if (static_cast<unsigned char>(c) > 0x7F) ascii = false;
   }
-  if (!ascii) return PartName(u"/" + fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'"));
+  if (!ascii) {
+    ustring name(1, u'/');
+    name += fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'");
+    return PartName(name);
+  }
   // ASCII needs no encoding: the URI form is the name itself, only its grammar is checked.
-  ustring name;
+  std::string name;
   name.reserve(itemName.size() + 1);
-  name += u'/';
-  for (const char c : itemName) name += static_cast<char16_t>(c);
+  name += '/';
+  name += itemName;
   if (itemName.find('%') == std::string_view::npos) {
-    checkGrammar(name, name);  // nothing to upper-case, so the text in messages stays as given
+    checkGrammar(name, std::string_view(name));  // nothing to upper-case, so the text in messages stays as given
   } else {
-    const ustring original = name;
-    checkGrammar(name, original);
+    const std::string original = name;
+    checkGrammar(name, std::string_view(original));
   }
   return PartName(std::move(name), Checked{});
 }
 
 ustring PartName::getKey() const {
-  return asciiLower(name_);
+  ustring key(name_.size(), u'\0');
+  for (std::size_t i = 0; i < name_.size(); ++i) key[i] = asciiLower(static_cast<char16_t>(name_[i]));
+  return key;
 }
 
 bool PartName::operator==(const PartName& other) const {
-  return equalsIgnoreAsciiCase(name_, other.name_);
+  return equalsIgnoreAsciiCase(std::string_view(name_), std::string_view(other.name_));
 }
 
 bool PartName::operator<(const PartName& other) const {
   const std::size_t n = std::min(name_.size(), other.name_.size());
   for (std::size_t i = 0; i < n; ++i) {
-    const char16_t a = asciiLower(name_[i]);
-    const char16_t b = asciiLower(other.name_[i]);
+    const char16_t a = asciiLower(static_cast<char16_t>(name_[i]));
+    const char16_t b = asciiLower(static_cast<char16_t>(other.name_[i]));
     if (a != b) return a < b;
   }
   return name_.size() < other.name_.size();
 }
 
-bool PartNameKeyEqual::operator()(ustring_view a, ustring_view b) const noexcept {
+bool PartNameKeyEqual::operator()(std::string_view a, std::string_view b) const noexcept {
   return equalsIgnoreAsciiCase(a, b);
 }
 
 std::string PartName::getZipItemName() const {
-  std::string out(name_.size() - 1, '\0');
-  for (std::size_t i = 1; i < name_.size(); ++i) out[i - 1] = static_cast<char>(name_[i]);
-  return out;
+  return name_.substr(1);
 }
 
 URI PartName::getURI() const {
-  return URI(name_);
+  return URI(getName());
 }
 
-ustring_view PartName::extensionView() const {
-  const std::size_t slash = name_.rfind(u'/');
-  const std::size_t dot = name_.rfind(u'.');
-  if (dot == ustring::npos || dot < slash) return {};
-  return ustring_view(name_).substr(dot + 1);
+std::string_view PartName::extensionView() const {
+  const std::size_t slash = name_.rfind('/');
+  const std::size_t dot = name_.rfind('.');
+  if (dot == std::string::npos || dot < slash) return {};
+  return std::string_view(name_).substr(dot + 1);
 }
 
 bool PartName::isRelationshipsPartName() const {
-  const ustring_view name(name_);
-  const std::size_t last = name.rfind(u'/');
-  if (name.size() < 5 || !equalsIgnoreAsciiCase(name.substr(name.size() - 5), u".rels")) return false;
+  const std::string_view name(name_);
+  const std::size_t last = name.rfind('/');
+  if (name.size() < 5 || !equalsIgnoreAsciiCase(name.substr(name.size() - 5), std::string_view(".rels"))) return false;
   if (last == 0) return false;
-  const std::size_t previous = name.rfind(u'/', last - 1);
-  return equalsIgnoreAsciiCase(name.substr(previous + 1, last - previous - 1), u"_rels");
+  const std::size_t previous = name.rfind('/', last - 1);
+  return equalsIgnoreAsciiCase(name.substr(previous + 1, last - previous - 1), std::string_view("_rels"));
 }
 
 ustring PartName::encodeSegment(ustring_view text) {

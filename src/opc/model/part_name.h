@@ -19,7 +19,8 @@ namespace opc::model {
 // package's to check.
 //
 // Equivalence (operator==, PartNameKeyHash) compares as case-insensitive ASCII: "/A.xml" and "/a.XML"
-// are the same part. No lower-cased copy is kept: a package holds tens of thousands of names.
+// are the same part. The URI form is ASCII, so it is held as one byte a character, and no
+// lower-cased copy is kept: a package holds tens of thousands of names.
 class PartName {
  public:
   explicit PartName(const ustring& name);
@@ -30,12 +31,18 @@ class PartName {
   [[nodiscard]] static PartName fromZipItemName(std::string_view itemName);
   [[nodiscard]] std::string getZipItemName() const;
 
-  [[nodiscard]] const ustring& getName() const { return name_; }
+  // The URI form (ASCII). The view lives as long as this name.
+  [[nodiscard]] std::string_view text() const { return name_; }
+  // The URI form widened to UTF-16, made on each call: for messages and the host, not for lookups.
+  [[nodiscard]] ustring getName() const { return ustring(name_.begin(), name_.end()); }
   [[nodiscard]] URI getURI() const;
   // The text after the last "." of the last segment; "" when there is none. The view lives as long
   // as this name.
-  [[nodiscard]] ustring getExtension() const { return ustring(extensionView()); }
-  [[nodiscard]] ustring_view extensionView() const;
+  [[nodiscard]] ustring getExtension() const {
+    const std::string_view extension = extensionView();
+    return ustring(extension.begin(), extension.end());
+  }
+  [[nodiscard]] std::string_view extensionView() const;
   // "/a/_rels/b.xml.rels" and "/_rels/.rels" are relationships part names.
   [[nodiscard]] bool isRelationshipsPartName() const;
 
@@ -55,36 +62,39 @@ class PartName {
 
  private:
   struct Checked {};
-  PartName(ustring uriForm, Checked);
-  ustring name_;
+  PartName(std::string uriForm, Checked);
+  std::string name_;
 };
 
-// Hash and equality of names as keys (case-insensitive ASCII), over views so that maps can be keyed
-// by views of names they do not own and looked up without allocating. The hash is built one code
-// unit at a time, so that all prefixes of a name can be hashed in one pass (PartNameKey).
+// Hash and equality of names as keys (case-insensitive ASCII), over views of the ASCII text
+// (PartName::text()) so that maps can be keyed by views of names they do not own and looked up
+// without allocating. The hash is built one byte at a time, so that all prefixes of a name can be
+// hashed in one pass (PartNameKey). Bytes above 0x7F (a UTF-8 extension in [Content_Types].xml)
+// are hashed and compared as they are.
 struct PartNameKey {
-  ustring_view text;
+  std::string_view text;
   std::size_t hash;  // PartNameKeyHash of text
 };
 struct PartNameKeyHash {
   using is_transparent = void;
   static constexpr std::size_t kSeed = 14695981039346656037ull;
-  [[nodiscard]] static constexpr std::size_t step(std::size_t hash, char16_t c) {
-    return (hash ^ ((c >= u'A' && c <= u'Z') ? c + 32 : c)) * 1099511628211ull;  // FNV-1a
+  [[nodiscard]] static constexpr std::size_t step(std::size_t hash, char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return (hash ^ ((byte >= 'A' && byte <= 'Z') ? byte + 32u : byte)) * 1099511628211ull;  // FNV-1a
   }
-  [[nodiscard]] std::size_t operator()(ustring_view name) const noexcept {
+  [[nodiscard]] std::size_t operator()(std::string_view name) const noexcept {
     std::size_t hash = kSeed;
-    for (const char16_t c : name) hash = step(hash, c);
+    for (const char c : name) hash = step(hash, c);
     return hash;
   }
   [[nodiscard]] std::size_t operator()(const PartNameKey& key) const noexcept { return key.hash; }
-  [[nodiscard]] std::size_t operator()(const PartName& name) const noexcept { return (*this)(name.getName()); }
+  [[nodiscard]] std::size_t operator()(const PartName& name) const noexcept { return (*this)(name.text()); }
 };
 struct PartNameKeyEqual {
   using is_transparent = void;
-  [[nodiscard]] bool operator()(ustring_view a, ustring_view b) const noexcept;
-  [[nodiscard]] bool operator()(const PartNameKey& a, ustring_view b) const noexcept { return (*this)(a.text, b); }
-  [[nodiscard]] bool operator()(ustring_view a, const PartNameKey& b) const noexcept { return (*this)(a, b.text); }
+  [[nodiscard]] bool operator()(std::string_view a, std::string_view b) const noexcept;
+  [[nodiscard]] bool operator()(const PartNameKey& a, std::string_view b) const noexcept { return (*this)(a.text, b); }
+  [[nodiscard]] bool operator()(std::string_view a, const PartNameKey& b) const noexcept { return (*this)(a, b.text); }
 };
 using PartNameHash = PartNameKeyHash;
 

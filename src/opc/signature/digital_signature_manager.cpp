@@ -147,7 +147,7 @@ Status checkSignature(const Package& package, const SignatureLayout& layout, con
     return {Status::Result::DigestMismatch, "the package object changed"};
   }
   for (const auto& ref : content.references) {
-    const std::string name = narrow(ref.part.getName());
+    const std::string name(ref.part.text());
     const ContentType claimed(ref.contentType);
     if (!ref.relationshipsTransform) {
       if (layout.isInfrastructure(ref.part)) return {Status::Result::MalformedSignature, "signs signature part " + name};
@@ -210,7 +210,7 @@ std::vector<DigitalSignature> DigitalSignatureManager::getSignatures() const {
     try {
       content = signature::readSignatureScope(*input);
     } catch (const opc::Exception& error) {
-      throw opc::Exception("signature part " + narrow(entry.part.getName()) + ": " + error.what());
+      throw opc::Exception("signature part " + std::string(entry.part.text()) + ": " + error.what());
     }
     result.emplace_back(entry.part, signedPartsOf(content), selectorsOf(content), content.signingTime);
   }
@@ -231,10 +231,10 @@ DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(
   const PartName& partName = signature.getSignaturePartName();
   const bool listed =
       std::any_of(layout.signatures.begin(), layout.signatures.end(), [&](const auto& s) { return s.part == partName; });
-  if (!listed) return {Status::Result::PartMissing, "no signature part " + narrow(partName.getName())};
+  if (!listed) return {Status::Result::PartMissing, "no signature part " + std::string(partName.text())};
   const PartPtr part = package_.getPart(partName);
   if (!(part->getContentType() == ContentType(PackageHelper::getDigitalSignatureXMLSignatureContentType()))) {
-    return {Status::Result::MalformedSignature, "part " + narrow(partName.getName()) + " is not an XML signature"};
+    return {Status::Result::MalformedSignature, "part " + std::string(partName.text()) + " is not an XML signature"};
   }
   signature::ParsedSignature parsed;
   try {
@@ -268,7 +268,7 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
   content.signatureMethod = params.getSignatureMethod();
   content.objectDigestMethod = params.getDigestMethod();
   for (const PartName& name : parts) {
-    const std::string text = narrow(name.getName());
+    const std::string text(name.text());
     if (name.isRelationshipsPartName()) throw opc::Exception("cannot sign relationships part " + text + " as a part");
     if (layout.isInfrastructure(name)) throw opc::Exception("cannot sign signature part " + text);
     if (!package_.partExists(name)) throw opc::Exception("cannot sign: there is no part " + text);
@@ -377,7 +377,7 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
       if (package_.partExists(originName)) {
         origin = package_.getPart(originName);
         if (!(origin->getContentType() == ContentType(PackageHelper::getDigitalSignatureOriginContentType()))) {
-          throw opc::Exception("cannot sign: part " + narrow(originName.getName()) + " is not a signature origin");
+          throw opc::Exception("cannot sign: part " + std::string(originName.text()) + " is not a signature origin");
         }
       } else {
         origin = package_.createPart(originName, ContentType(PackageHelper::getDigitalSignatureOriginContentType()),
@@ -432,7 +432,7 @@ void DigitalSignatureManager::removeSignature(const DigitalSignature& signature)
   const PartName& name = signature.getSignaturePartName();
   const auto entry =
       std::find_if(layout.signatures.begin(), layout.signatures.end(), [&](const auto& s) { return s.part == name; });
-  if (entry == layout.signatures.end()) throw opc::Exception("there is no signature part " + narrow(name.getName()));
+  if (entry == layout.signatures.end()) throw opc::Exception("there is no signature part " + std::string(name.text()));
   // Every relationship of the origin to this part goes, not just the first.
   std::vector<ustring> ids;
   for (const Relationship& r : layout.origin->getRelationships().getRelationships()) {

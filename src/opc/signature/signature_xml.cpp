@@ -268,8 +268,8 @@ ManifestReference readManifestReference(const DOMElement* e) {
   }
   if (ref.relationshipsTransform != part->isRelationshipsPartName()) {
     malformed(part->isRelationshipsPartName()
-                  ? "relationships part " + opc::detail::narrow(part->getName()) + " without the relationships transform"
-                  : "part " + opc::detail::narrow(part->getName()) + " with transforms");
+                  ? "relationships part " + std::string(part->text()) + " without the relationships transform"
+                  : "part " + std::string(part->text()) + " with transforms");
   }
   if (children.size() != next + 2) malformed("a manifest reference must hold DigestMethod and DigestValue");
   ref.digestMethod = readDigestMethod(children[next]);
@@ -462,7 +462,7 @@ ParsedSignature readSignature(opc::InputStream& input) {
   for (const DOMElement* e : references) {
     ManifestReference ref = readManifestReference(e);
     for (const ManifestReference& earlier : parsed.content.references) {
-      if (earlier.part == ref.part) malformed("part " + opc::detail::narrow(ref.part.getName()) + " is referenced twice");
+      if (earlier.part == ref.part) malformed("part " + std::string(ref.part.text()) + " is referenced twice");
     }
     parsed.content.references.push_back(std::move(ref));
   }

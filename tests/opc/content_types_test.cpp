@@ -1,0 +1,102 @@
+#include "opc/model/content_types.h"
+
+#include <gtest/gtest.h>
+
+#include "opc/exception.h"
+#include "opc/xml/xerces_helper.h"
+#include "opc_test_support.h"
+#include "xml_test_streams.h"
+
+namespace opc::model::detail {
+namespace {
+
+ContentTypeMap readTypes(const std::string& body) {
+  const XercesGuard xml;
+  opc::testing::BytesInput in(
+      "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">" + body + "</Types>");
+  return ContentTypeMap::read(in, "types");
+}
+
+TEST(ContentTypesTest, LookupIgnoresAsciiCaseOfExtensionsAndNames) {
+  const ContentTypeMap map = readTypes(
+      "<Default Extension=\"XML\" ContentType=\"application/xml\"/>"
+      "<Default Extension=\"%c3%a9\" ContentType=\"text/e\"/>"
+      "<Override PartName=\"/Docs/A.xml\" ContentType=\"text/a\"/>"
+      "<Override PartName=\"/a/%d1%86\" ContentType=\"text/c\"/>");
+  const struct {
+    const char16_t* part;
+    const char16_t* type;  // nullptr: none
+  } cases[] = {
+      {u"/b.xml", u"application/xml"},
+      {u"/b.XmL", u"application/xml"},
+      {u"/docs/a.XML", u"text/a"},  // the Override wins over the Default
+      {u"/a/\u0446", u"text/c"},
+      {u"/x.\u00e9", u"text/e"},
+      {u"/x.\u00c9", nullptr},  // non-ASCII case is not folded
+      {u"/b.xmlx", nullptr},
+      {u"/noextension", nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(test::u8(c.part));
+    const ContentType* type = map.lookup(PartName(c.part));
+    if (c.type == nullptr) {
+      EXPECT_EQ(type, nullptr);
+    } else {
+      ASSERT_NE(type, nullptr);
+      EXPECT_EQ(type->toString(), c.type);
+    }
+  }
+}
+
+TEST(ContentTypesTest, RepeatedEntriesAreRefused) {
+  const struct {
+    const char* body;
+    const char* message;  // nullptr: accepted
+  } cases[] = {
+      {"<Default Extension=\"png\" ContentType=\"a/b\"/><Default Extension=\"PNG\" ContentType=\"a/c\"/>",
+       "extension 'PNG' has more than one Default"},
+      {"<Default Extension=\"\xc3\xa9\" ContentType=\"a/b\"/><Default Extension=\"\xc3\xa9\" ContentType=\"a/c\"/>",
+       "more than one Default"},
+      {"<Default Extension=\"\xc3\xa9\" ContentType=\"a/b\"/><Default Extension=\"\xc3\x89\" ContentType=\"a/c\"/>",
+       nullptr},
+      {"<Override PartName=\"/a/b\" ContentType=\"a/b\"/><Override PartName=\"/A/B\" ContentType=\"a/c\"/>",
+       "part '/A/B' has more than one Override"},
+      {"<Override PartName=\"/%C3%A9\" ContentType=\"a/b\"/><Override PartName=\"/\xc3\xa9\" ContentType=\"a/c\"/>",
+       "more than one Override"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.body);
+    if (c.message == nullptr) {
+      EXPECT_NO_THROW((void)readTypes(c.body));
+      continue;
+    }
+    try {
+      (void)readTypes(c.body);
+      ADD_FAILURE() << "accepted";
+    } catch (const Exception& e) {
+      EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
+    }
+  }
+}
+
+TEST(ContentTypesTest, WrittenTypesReadBackForEveryPart) {
+  const ContentType xml(u"application/xml");
+  const ContentType text(u"text/plain");
+  const PartName names[] = {PartName(u"/a.xml"), PartName(u"/B.XML"), PartName(u"/c.xml"),
+                            PartName(u"/\u00e9.Txt"), PartName(u"/plain")};
+  const ContentType* types[] = {&xml, &xml, &text, &text, &text};
+  std::vector<std::pair<const PartName*, const ContentType*>> parts;
+  for (std::size_t i = 0; i < std::size(names); ++i) parts.emplace_back(&names[i], types[i]);
+  const XercesGuard guard;
+  opc::testing::BytesInput in(buildContentTypesXml(parts));
+  const ContentTypeMap map = ContentTypeMap::read(in, "written");
+  for (std::size_t i = 0; i < std::size(names); ++i) {
+    SCOPED_TRACE(names[i].text());
+    const ContentType* type = map.lookup(names[i]);
+    ASSERT_NE(type, nullptr);
+    EXPECT_TRUE(*type == *types[i]);
+  }
+}
+
+}  // namespace
+}  // namespace opc::model::detail
