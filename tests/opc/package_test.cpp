@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <functional>
 #include <sstream>
 
@@ -372,6 +374,55 @@ TEST_F(PackageTest, PartNameConflictsAreRefused) {
   }
   EXPECT_NO_THROW(addPart(s.package, u"/f/g", kXml, ""));
   EXPECT_THROW(addPart(s.package, u"/F", kXml, ""), Exception);
+}
+
+// The name index through growth, deletions (erased slots, then renumbering once most parts are
+// gone) and re-creation under other cases: every live part is found under any case of its name and
+// keeps the spelling it was created with, no deleted one is found, before and after a reopen.
+TEST_F(PackageTest, ThousandsOfPartsStayFoundThroughDeletionsAndRecreation) {
+  constexpr int kParts = 3000;
+  const auto name = [](int i, bool upper) {
+    std::string text = "/d" + std::to_string(i % 37) + "/part" + std::to_string(i) + ".xml";
+    if (upper) std::transform(text.begin(), text.end(), text.begin(), [](char c) { return std::toupper(c); });
+    return text;
+  };
+  std::vector<int> spelling(kParts, -1);  // -1: absent, else 0 lower / 1 upper
+  const auto check = [&](Package& package) {
+    for (int i = 0; i < kParts; ++i) {
+      SCOPED_TRACE(i);
+      ASSERT_EQ(package.partExists(PartName(u16(name(i, i % 2 == 0)))), spelling[i] >= 0);
+      if (spelling[i] >= 0) {
+        EXPECT_EQ(std::string(package.getPart(PartName(u16(name(i, i % 2 != 0))))->getPartName().text()),
+                  name(i, spelling[i] == 1));
+      }
+    }
+    EXPECT_EQ(package.getPartCount(), static_cast<std::size_t>(std::count_if(
+                                          spelling.begin(), spelling.end(), [](int s) { return s >= 0; })));
+  };
+  {
+    Session s(path, OpenMode::Create);
+    for (int i = 0; i < kParts; ++i) {
+      addPart(s.package, u16(name(i, false)), kXml, "");
+      spelling[i] = 0;
+    }
+    for (int i = 0; i < kParts; ++i) {
+      if (i % 3 != 0) {
+        s.package.deletePart(PartName(u16(name(i, i % 2 == 0))));
+        spelling[i] = -1;
+      }
+    }
+    check(s.package);
+    for (int i = 0; i < kParts; i += 2) {
+      if (spelling[i] < 0) {
+        addPart(s.package, u16(name(i, true)), kXml, "");
+        spelling[i] = 1;
+      }
+    }
+    check(s.package);
+    s.package.close();
+  }
+  Session s(path, OpenMode::Read);
+  check(s.package);
 }
 
 TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {

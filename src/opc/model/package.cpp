@@ -255,9 +255,9 @@ void Package::load() {
     Relationships* target = &relationships_;
     Part* sourcePart = nullptr;
     if (source.toString() != u"/") {
-      const auto it = byKey_.find(PartName(source.toString()).text());
-      if (it == byKey_.end()) throw Exception(where + ": its source part does not exist");
-      sourcePart = parts_[it->second].get();
+      const auto found = byKey_.find(PartName(source.toString()).text());
+      if (!found) throw Exception(where + ": its source part does not exist");
+      sourcePart = parts_[*found].get();
       target = &sourcePart->relationships();
     }
     const std::uint64_t maxBytes = spendXml(*entry, where);
@@ -300,8 +300,13 @@ void Package::insertPart(PartPtr part) {
     }
   }
   for (std::uint32_t* count : counted_) ++*count;
-  byKey_.emplace(text, parts_.size());
   parts_.push_back(std::move(part));
+  try {
+    byKey_.insert(static_cast<std::uint32_t>(parts_.size() - 1));
+  } catch (...) {
+    parts_.pop_back();
+    throw;
+  }
   ++partCount_;
   lastFolder_ = folder;
   lastFolderValid_ = true;
@@ -309,9 +314,9 @@ void Package::insertPart(PartPtr part) {
 
 void Package::removeFromIndex(const PartName& name) {
   lastFolderValid_ = false;  // its counts may go, and its text with its part
-  const auto it = byKey_.find(name.text());
-  PartPtr part = std::move(parts_[it->second]);  // keeps the key's text alive until it is erased
-  byKey_.erase(it);
+  const std::uint32_t number = *byKey_.find(name.text());
+  byKey_.erase(name.text());  // reads the part's name: it goes after
+  const PartPtr part = std::move(parts_[number]);
   forEachPrefix(name.text(), [&](const PartNameKey& prefix) {
     const auto f = folders_.find(prefix);
     if (--f->second == 0) folders_.erase(f);
@@ -322,12 +327,12 @@ void Package::removeFromIndex(const PartName& name) {
     std::vector<PartPtr> live;
     live.reserve(partCount_);
     for (auto& p : parts_) {
-      if (p) {
-        byKey_[p->getPartName().text()] = live.size();
-        live.push_back(std::move(p));
-      }
+      if (p) live.push_back(std::move(p));
     }
     parts_ = std::move(live);
+    byKey_.clear();
+    byKey_.reserve(parts_.size());
+    for (std::size_t i = 0; i < parts_.size(); ++i) byKey_.insert(static_cast<std::uint32_t>(i));
   }
 }
 
@@ -351,11 +356,11 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
 
 PartPtr Package::getPart(const PartName& name) const {
   requireOpen();
-  const auto it = byKey_.find(name.text());
-  if (it == byKey_.end()) {
+  const auto found = byKey_.find(name.text());
+  if (!found) {
     throw Exception("package '" + physical_.getNarrowPath() + "' has no part '" + std::string(name.text()) + "'");
   }
-  return parts_[it->second];
+  return parts_[*found];
 }
 
 bool Package::partExists(const PartName& name) const {
@@ -365,12 +370,12 @@ bool Package::partExists(const PartName& name) const {
 
 void Package::deletePart(const PartName& name) {
   requireWritable();
-  const auto it = byKey_.find(name.text());
-  if (it == byKey_.end()) {
+  const auto found = byKey_.find(name.text());
+  if (!found) {
     throw Exception("cannot delete part '" + std::string(name.text()) + "' of package '" + physical_.getNarrowPath() +
                     "': no such part");
   }
-  parts_[it->second]->owner_ = nullptr;
+  parts_[*found]->owner_ = nullptr;
   removeFromIndex(name);
   structureChanged_ = true;
 }

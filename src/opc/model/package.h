@@ -12,6 +12,7 @@
 #include "opc/interfaces/open_mode.h"
 #include "opc/model/content_type.h"
 #include "opc/model/part.h"
+#include "opc/model/part_index.h"
 #include "opc/model/part_name.h"
 #include "opc/model/relationship.h"
 #include "opc/model/standard_part_info.h"
@@ -96,9 +97,9 @@ class Package {
   std::optional<interfaces::OpenMode> mode_;
   std::vector<PartPtr> parts_;                        // null where a part was deleted
   // Names compare ignoring ASCII case; looked up by views, so that checking a name's prefixes
-  // allocates nothing. byKey_'s keys view the names of the parts in parts_: an entry is erased
-  // before its part is let go.
-  std::unordered_map<std::string_view, std::size_t, PartNameKeyHash, PartNameKeyEqual> byKey_;  // -> parts_
+  // allocates nothing. byKey_ holds numbers into parts_ and reads the names from the parts: an entry
+  // is erased before its part is let go.
+  PartIndex byKey_{parts_};
   std::unordered_map<std::string, std::uint32_t, PartNameKeyHash, PartNameKeyEqual> folders_;  // prefix -> parts below
   // insertPart's memory of the last part's folder: its text (in that part's name) and the counts of
   // its prefixes in folders_. Dropped whenever a part or folder count can go.
