@@ -50,7 +50,12 @@ void readUpTo(const ContentSource& source, std::uint64_t limit, std::string& byt
 struct Scratch {
   std::string input;
   std::string output;
+  void swap(Scratch& other) noexcept {
+    input.swap(other.input);
+    output.swap(other.output);
+  }
 };
+constexpr std::size_t kKeptScratch = 256u << 10;
 
 DeflatedEntry deflateWhole(libdeflate_compressor* compressor, const ContentSource& source, Scratch& scratch) {
   DeflatedEntry entry;
@@ -126,13 +131,14 @@ int pieceLevel(const std::uint8_t* data, std::size_t size) {
 
 // One piece of a large entry, deflated cold: libdeflate takes no preset dictionary, and what a piece
 // loses for it is small next to what libdeflate gains over zlib in speed and size.
-std::string deflatePiece(libdeflate_compressor* compressor, const std::uint8_t* data, std::size_t size, bool last) {
-  std::string out(libdeflate_deflate_compress_bound(compressor, size) + 5, '\0');
+// Into `out`, whose capacity is kept from one piece to the next.
+void deflatePiece(libdeflate_compressor* compressor, const std::uint8_t* data, std::size_t size, bool last,
+                  std::string& out) {
+  out.resize(libdeflate_deflate_compress_bound(compressor, size) + 5);
   const std::size_t n = libdeflate_deflate_compress(compressor, data, size, out.data(), out.size());
   if (n == 0) throw Exception("deflate output exceeded its bound");
   out.resize(n);
   if (!last) unfinishStream(out);
-  return out;
 }
 
 }  // namespace
@@ -191,7 +197,7 @@ PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, unsign
       try {
         const std::size_t begin = i * kPieceSize;
         const std::size_t length = std::min(kPieceSize, filled - begin);
-        outputs[i] = deflatePiece(compressors[i].get(), buffer.data() + begin, length, end && i + 1 == pieces);
+        deflatePiece(compressors[i].get(), buffer.data() + begin, length, end && i + 1 == pieces, outputs[i]);
       } catch (const std::exception& e) {
         failures[i] = e.what();
       }
@@ -307,6 +313,9 @@ void DeflatePipeline::work() {
     try {
       if (!failure.empty()) throw Exception(failure);
       result = deflateWhole(compressor.get(), *job.source, scratch);
+      // Most entries are small: the buffers of a large one go with it rather than stay a megabyte
+      // or two a worker for the rest of the package.
+      if (scratch.input.capacity() > kKeptScratch) Scratch().swap(scratch);
     } catch (const std::exception& e) {
       result = DeflatedEntry{};
       result.error = e.what();

@@ -184,7 +184,7 @@ class Output {
   }
 
  private:
-  static constexpr std::size_t kBufferSize = 1u << 20;
+  static constexpr std::size_t kBufferSize = 256u << 10;
   std::string finalPath_;
   std::string folder_;
   bool durable_;
@@ -196,7 +196,7 @@ class Output {
   std::uint64_t position_ = 0;
 };
 
-// The central directory as it grows: one megabyte in memory, the rest in a scratch file in the
+// The central directory as it grows: a quarter megabyte in memory, the rest in a scratch file in the
 // package's folder, so that memory does not grow with the number of entries (a record is about
 // 100-200 bytes).
 class DirectoryBuffer {
@@ -230,7 +230,7 @@ class DirectoryBuffer {
     spool_->append(reinterpret_cast<const std::uint8_t*>(chunk_.data()), chunk_.size());
     chunk_.clear();
   }
-  static constexpr std::size_t kChunk = 1u << 20;
+  static constexpr std::size_t kChunk = 256u << 10;
   std::string folder_;
   std::string chunk_;
   std::shared_ptr<detail::SpoolContent> spool_;
