@@ -95,7 +95,8 @@ std::map<std::string, std::uint64_t> PackageIndex::contentFileSizes() const {
     while (start <= e.name.size()) {
       const std::size_t slash = e.name.find('/', start);
       const std::size_t end = slash == std::string::npos ? e.name.size() : slash;
-      path += "/" + decodeContentSegment(e.name.substr(start, end - start));
+      path += '/';
+      path += decodeContentSegment(e.name.substr(start, end - start));
       if (slash == std::string::npos) break;
       start = slash + 1;
     }
