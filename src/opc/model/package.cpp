@@ -226,8 +226,7 @@ void Package::load() {
                                            entry.size));
     part->sourceEntry_ = entry.index;
     part->sourceSize_ = entry.size;
-    part->lastModified_ = entry.attributes.lastModified;
-    part->unixMode_ = entry.attributes.unixMode;
+    part->recordAttributes(entry.attributes.lastModified, entry.attributes.unixMode);
     try {
       insertPart(part);
     } catch (const Exception& e) {
@@ -515,14 +514,14 @@ void Package::write() {
   std::size_t relationshipIndex = 0;
   for (const auto& p : parts_) {
     if (!p) continue;
-    const EntryAttributes attributes{p->lastModified_, p->unixMode_};
+    const EntryAttributes attributes{p->modified(), p->mode()};
     if (!p->contentChanged_ && p->sourceEntry_) {
       writer->copyEntry(p->getPartName().text().substr(1), *p->sourceEntry_, attributes);
     } else {
       std::shared_ptr<const ContentSource> content = p->content_;
       if (!content) content = std::make_shared<opc::detail::MemoryContentSource>(std::string());
       writer->addEntry(p->getPartName().getZipItemName(), std::move(content),
-                       p->info_.getCompressionType() == StandardPartInfo::Stored ? Compression::Stored
+                       p->compression_ == StandardPartInfo::Stored ? Compression::Stored
                                                                                  : Compression::Deflated,
                        attributes);
     }

@@ -56,7 +56,8 @@ Part::Part(Key, Package* owner, PartName name, ContentType contentType, Standard
     : owner_(owner),
       name_(std::move(name)),
       contentType_(std::move(contentType)),
-      info_(info) {}
+      declaredSize_(info.getSize()),
+      compression_(static_cast<std::uint8_t>(info.getCompressionType())) {}
 
 Part::~Part() = default;
 
@@ -90,8 +91,9 @@ std::unique_ptr<OutputStream> Part::getOutputStream() {
   auto spool = std::make_shared<opc::detail::SpoolContent>(folderOf(package.physical_.getNarrowPath()));
   content_ = spool;
   contentChanged();
-  return std::make_unique<PartOutputStream>(shared_from_this(), std::move(spool), &contentGeneration_,
-                                            contentGeneration_);
+  // The package's handle keeps the part (and so the generation) alive as long as the stream.
+  PartPtr self = package.parts_[*package.byKey_.find(name_.text())];
+  return std::make_unique<PartOutputStream>(std::move(self), std::move(spool), &contentGeneration_, contentGeneration_);
 }
 
 void Part::setContentSource(std::shared_ptr<const ContentSource> source) {
@@ -114,26 +116,45 @@ std::uint64_t Part::getSize() const {
   return sourceEntry_ ? sourceSize_ : 0;
 }
 
+std::optional<FileTime> Part::modified() const {
+  if (modifiedNanoseconds_ == kNoTime) return std::nullopt;
+  return FileTime{modifiedSeconds_, modifiedNanoseconds_};
+}
+
+std::optional<std::uint32_t> Part::mode() const {
+  if (!hasUnixMode_) return std::nullopt;
+  return unixMode_;
+}
+
+void Part::recordAttributes(const std::optional<FileTime>& time, const std::optional<std::uint32_t>& mode) {
+  modifiedSeconds_ = time ? time->seconds : 0;
+  modifiedNanoseconds_ = time ? time->nanoseconds : kNoTime;
+  hasUnixMode_ = mode.has_value();
+  unixMode_ = static_cast<std::uint16_t>(mode.value_or(0) & 07777);
+}
+
 std::optional<FileTime> Part::getLastModifiedTime() const {
   owner();
-  return lastModified_;
+  return modified();
 }
 
 void Part::setLastModifiedTime(FileTime time) {
   writableOwner();
   if (time.nanoseconds > 999'999'999) throw Exception("invalid modification time: nanoseconds out of range");
-  lastModified_ = time;
+  modifiedSeconds_ = time.seconds;
+  modifiedNanoseconds_ = time.nanoseconds;
   attributesChanged_ = true;
 }
 
 std::optional<std::uint32_t> Part::getUnixMode() const {
   owner();
-  return unixMode_;
+  return mode();
 }
 
 void Part::setUnixMode(std::uint32_t mode) {
   writableOwner();
-  unixMode_ = mode & 07777;
+  unixMode_ = static_cast<std::uint16_t>(mode & 07777);
+  hasUnixMode_ = true;
   attributesChanged_ = true;
 }
 

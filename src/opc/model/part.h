@@ -40,9 +40,6 @@ class PackedOptional {
 struct NoEntry {
   static constexpr std::uint64_t value() { return UINT64_MAX; }  // no ZIP entry has this index
 };
-struct NoTime {
-  static constexpr FileTime value() { return {0, UINT32_MAX}; }  // nanoseconds never reach it
-};
 }  // namespace detail
 
 // A part: its name, content type, content and relationships. Made only by Package (createPart,
@@ -55,7 +52,7 @@ struct NoTime {
 // as compressed bytes on close), a content source (a file on disk, streamed on close), or a spool
 // written through getOutputStream (memory up to a small limit, then an unnamed temporary file in the
 // package's folder). No part's content is ever held whole in memory beyond that limit.
-class Part : public std::enable_shared_from_this<Part> {
+class Part {
   struct Key {
     explicit Key() = default;
   };
@@ -70,7 +67,7 @@ class Part : public std::enable_shared_from_this<Part> {
   [[nodiscard]] const PartName& getPartName() const { return name_; }
   [[nodiscard]] URI getURI() const { return name_.getURI(); }
   [[nodiscard]] const ContentType& getContentType() const { return contentType_; }
-  [[nodiscard]] const StandardPartInfo& getPartInfo() const { return info_; }
+  [[nodiscard]] StandardPartInfo getPartInfo() const { return StandardPartInfo(compression_, declaredSize_); }
   [[nodiscard]] bool isDetached() const { return owner_ == nullptr; }
 
   // The current content from its first byte. Several streams may be open at once.
@@ -104,18 +101,29 @@ class Part : public std::enable_shared_from_this<Part> {
   Relationships& relationships() const;
   [[nodiscard]] bool hasRelationships() const { return relationships_ && !relationships_->empty(); }
 
+  // What the writer needs of the attributes, as the entry records them.
+  [[nodiscard]] std::optional<FileTime> modified() const;
+  [[nodiscard]] std::optional<std::uint32_t> mode() const;
+  void recordAttributes(const std::optional<FileTime>& time, const std::optional<std::uint32_t>& mode);
+
+  // Packed (a package holds tens of thousands of parts): fields of the part information and of the
+  // optional attributes live side by side rather than in their own padded structures.
+  static constexpr std::uint32_t kNoTime = UINT32_MAX;  // in modifiedNanoseconds_: no time recorded
   Package* owner_;
   PartName name_;
   ContentType contentType_;
-  StandardPartInfo info_;
+  std::uint64_t declaredSize_;                      // the part information's size
   detail::PackedOptional<std::uint64_t, detail::NoEntry> sourceEntry_;  // unchanged content: this ZIP entry
   std::uint64_t sourceSize_ = 0;
   std::shared_ptr<const ContentSource> content_;   // replaced content
-  detail::PackedOptional<FileTime, detail::NoTime> lastModified_;
   mutable std::unique_ptr<Relationships> relationships_;  // made on first use: most parts have none
   detail::PackedOptional<std::uint64_t, detail::NoEntry> relationshipsEntry_;  // its relationships part, when unchanged
+  std::int64_t modifiedSeconds_ = 0;
+  std::uint32_t modifiedNanoseconds_ = kNoTime;
   std::uint32_t contentGeneration_ = 0;            // invalidates older output streams
-  std::optional<std::uint32_t> unixMode_;
+  std::uint16_t unixMode_ = 0;                     // 07777 at most
+  std::uint8_t compression_;                       // the part information's compression type
+  bool hasUnixMode_ = false;
   bool contentChanged_ = false;                    // content differs from the file's entry
   bool attributesChanged_ = false;                 // time or mode differ from the file's entry
 };
