@@ -102,13 +102,12 @@ void TreeNode::Deleter::operator()(TreeNode* node) const noexcept {
   } else {
     static_cast<TreeFolder*>(node)->~TreeFolder();
   }
-  ::operator delete(node);
 }
 
-TreeNode::Ptr TreeNode::make(ustring_view segment, bool file) {
+TreeNode::Ptr TreeNode::make(std::pmr::memory_resource& arena, ustring_view segment, bool file) {
   if (segment.size() > UINT32_MAX) throw Exception("a name in the add-on is too long");
   const std::size_t head = file ? sizeof(TreeNode) : sizeof(TreeFolder);
-  void* memory = ::operator new(head + segment.size() * sizeof(char16_t));
+  void* memory = arena.allocate(head + segment.size() * sizeof(char16_t), alignof(TreeFolder));
   Ptr node(file ? ::new (memory) TreeNode(true) : ::new (memory) TreeFolder());
   node->length_ = static_cast<std::uint32_t>(segment.size());
   std::memcpy(static_cast<unsigned char*>(memory) + head, segment.data(), segment.size() * sizeof(char16_t));
@@ -204,7 +203,7 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
     TreeNode* next = folder->child(segment);
     if (next == nullptr) {
       (void)detail::decodeComponent(ustring(segment));  // refuses what does not decode
-      next = folder->adopt(TreeNode::make(segment, last && !placeholder));
+      next = folder->adopt(TreeNode::make(arena_, segment, last && !placeholder));
     } else {
       if (next->file || next->placeholder) {
         throw Exception(last ? "its name is equivalent to that of part '" + narrow(partNameText(*next)) + "'"
@@ -283,7 +282,7 @@ TreeIndex& FileSystemManager::index() const {
   auto fresh = std::make_unique<TreeIndex>();
   const ustring prefixKey = asciiLower(kPrefix);
   const model::ContentType& folderType = folderContentType();
-  detail::TreeBuilder builder(fresh->root);
+  detail::TreeBuilder builder(fresh->root, fresh->arena);
   for (const model::PartPtr& part : package_.getParts()) {
     const ustring& key = part->getPartName().getKey();
     if (key.compare(0, prefixKey.size(), prefixKey) != 0) continue;
@@ -347,12 +346,13 @@ Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>&
 
 // Records a successful add in the tree: the folder that held the empty-folder part no longer does,
 // and the missing nodes of the path hang below it, the last one a file or an empty folder.
-TreeNode* attachMissing(const Placement& at, const std::vector<ustring>& segments, bool file) {
+TreeNode* attachMissing(std::pmr::memory_resource& arena, const Placement& at, const std::vector<ustring>& segments,
+                        bool file) {
   at.folder->placeholder = false;
   TreeNode* folder = at.folder;
   for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
     const bool last = i + 1 == segments.size();
-    TreeNode::Ptr node = TreeNode::make(segments[i], last && file);
+    TreeNode::Ptr node = TreeNode::make(arena, segments[i], last && file);
     node->placeholder = last && !file;
     folder = folder->adopt(std::move(node));
   }
@@ -404,7 +404,7 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
     throw;
   }
 
-  const TreeNode* const folder = attachMissing(at, segments, true);
+  const TreeNode* const folder = attachMissing(tree.arena, at, segments, true);
   tree.partCount = package_.getPartCount();
   return FileSystemEntry(folder->pathName(), folder->encodedPath(), true);
 }
@@ -426,7 +426,7 @@ FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
     throw;
   }
 
-  const TreeNode* const folder = attachMissing(at, segments, false);
+  const TreeNode* const folder = attachMissing(tree.arena, at, segments, false);
   tree.partCount = package_.getPartCount();
   return FileSystemEntry(folder->pathName(), folder->encodedPath(), false);
 }
@@ -541,8 +541,9 @@ std::vector<ustring> FileSystemManager::listFiles(const zippackage::CentralDirec
   }
   if (contentTypes > 1) throw Exception("package '" + packagePath + "': two [Content_Types].xml items");
 
-  detail::TreeFolder root;
-  detail::TreeBuilder builder(root);
+  detail::Tree tree;
+  detail::TreeFolder& root = tree.root;
+  detail::TreeBuilder builder(root, tree.arena);
   ustring below;  // the item's path below the prefix, reused
   std::size_t prefixItem = records.size();  // an item named "fsroot" itself
   for (std::size_t i = 0; i < records.size(); ++i) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <memory_resource>
 #include <vector>
 
 #include <boost/intrusive/set.hpp>
@@ -19,8 +20,9 @@ struct AsciiCaseLess {
   [[nodiscard]] bool operator()(ustring_view a, ustring_view b) const noexcept;
 };
 
-// A file or folder, one block a node with its encoded segment stored after it: a package may hold
-// hundreds of thousands. Only folders (TreeFolder) carry children, which hang in an intrusive set
+// A file or folder, one block a node with its encoded segment stored after it, taken from the tree's
+// arena: a package may hold hundreds of thousands, and letting go of the tree hands back a few
+// large blocks rather than a heap riddled with small holes. Only folders (TreeFolder) carry children, which hang in an intrusive set
 // keyed by their segment without case, so a name equal but for case finds its rival. The decoded
 // name is made when asked for: segments are the reversible encoding of names, so each name is its
 // segment decoded.
@@ -34,6 +36,7 @@ struct SegmentOf {
 
 class TreeNode : public TreeHook {
  public:
+  // Ends the node's life; its memory stays with the arena until the arena goes.
   struct Deleter {
     void operator()(TreeNode* node) const noexcept;
   };
@@ -45,8 +48,8 @@ class TreeNode : public TreeHook {
 
   TreeNode(const TreeNode&) = delete;
   TreeNode& operator=(const TreeNode&) = delete;
-  // A file, or a folder with no children yet; not hung anywhere.
-  [[nodiscard]] static Ptr make(ustring_view segment, bool file);
+  // A file, or a folder with no children yet; not hung anywhere. `arena` must outlive the node.
+  [[nodiscard]] static Ptr make(std::pmr::memory_resource& arena, ustring_view segment, bool file);
 
   [[nodiscard]] ustring_view segment() const noexcept;
   // Decoded; "" for a root.
@@ -96,7 +99,7 @@ inline ustring_view SegmentOf::operator()(const TreeNode& node) const noexcept {
 // root again. Holds a reference to the root, which must outlive it; nodes are only ever added.
 class TreeBuilder {
  public:
-  explicit TreeBuilder(TreeFolder& root) : root_(root) {}
+  TreeBuilder(TreeFolder& root, std::pmr::memory_resource& arena) : root_(root), arena_(arena) {}
 
   // Adds the leaf at `encodedPath` (the part name below the tree prefix, segments encoded) and the
   // folders above it; a folder whose segment is equal but for ASCII case is reused, so the order of
@@ -112,6 +115,7 @@ class TreeBuilder {
     TreeNode* node;
   };
   TreeFolder& root_;
+  std::pmr::memory_resource& arena_;
   ustring last_;                  // the path added last
   std::vector<Folder> folders_;   // the folders of its segments but the last, root first
 };
@@ -120,8 +124,13 @@ class TreeBuilder {
 // order.
 [[nodiscard]] std::vector<ustring> listLeaves(const TreeNode& root);
 
-struct TreeIndex {
+// A tree with the arena of its nodes (declared first: it goes last).
+struct Tree {
+  std::pmr::monotonic_buffer_resource arena{64u << 10};
   TreeFolder root;
+};
+
+struct TreeIndex : Tree {
   std::size_t partCount = 0;  // the package's part count the tree was last in step with
   interfaces::OpenMode mode{};
 };
