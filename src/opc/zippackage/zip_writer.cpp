@@ -250,18 +250,13 @@ struct ZipWriter::Impl {
     EntryAttributes attributes;
     std::size_t ticket = 0;  // Whole: the pipeline's; Copied: the old archive's entry index
     PrecompressedContent precompressed;  // Precompressed: sizes and CRC (its source is `content`)
-    std::uint64_t held = 0;  // Whole: the bytes its deflated result may hold until written
   };
-  // How far the workers may run ahead of the writing: enough entries and bytes to keep both busy,
-  // few enough that the results waiting their turn stay a few megabytes.
   static constexpr std::size_t kAhead = 128;
-  static constexpr std::uint64_t kAheadBytes = 4u << 20;
 
   ZipPhysicalPackage& package;
   std::optional<Output> out;
   std::optional<DirectoryBuffer> directory;
   std::deque<Pending> pending;
-  std::uint64_t pendingBytes = 0;  // sum of their `held`
   // Declared after `pending` so that the workers stop before the sources they use go.
   std::unique_ptr<DeflatePipeline> pipeline;
   // Unchanged entries copied as stored bytes after the rest; empty when the old archive's
@@ -303,9 +298,8 @@ struct ZipWriter::Impl {
   }
 
   void queue(Pending entry) {
-    pendingBytes += entry.held;
     pending.push_back(std::move(entry));
-    while (pending.size() > kAhead || (pendingBytes > kAheadBytes && pending.size() > 1)) writeFront();
+    while (pending.size() > kAhead) writeFront();
   }
 
   static EntryHeader headerFor(const EntryAttributes& attributes, std::uint16_t method) {
@@ -362,7 +356,6 @@ struct ZipWriter::Impl {
   void writeFront() {
     Pending e = std::move(pending.front());
     pending.pop_front();
-    pendingBytes -= e.held;
     guarded(e.name, [&] { write(e); });
   }
 
@@ -460,7 +453,6 @@ struct ZipWriter::Impl {
       e.kind = Kind::Stored;
     } else if (size <= kWholeEntryLimit) {
       e.kind = Kind::Whole;
-      e.held = size;
       e.ticket = deflater().add(e.content);
     } else {
       e.kind = Kind::Pieces;
