@@ -65,6 +65,14 @@ TEST(FileSystemOpsTest, ContentBatchSourcesReadTheirOwnFiles) {
       }
     }
   }
+  // Names past the first blocks of the table: a long name in a long folder, many times over.
+  const std::string longName = std::string(200, 'n') + "\xC3\xA9";
+  const std::string longFolder = "deep/" + std::string(120, 'f');
+  std::filesystem::create_directories(dir.file(longFolder));
+  writeFile(dir.file(longFolder + "/" + longName), "long");
+  for (int i = 0; i < 1000; ++i) sources.push_back(batch->add(u16(dir.file(longFolder + "/" + longName))).source);
+  for (std::size_t i = sources.size() - 1000; i < sources.size(); i += 97) EXPECT_EQ(readAll(*sources[i]->openStream()), "long");
+  sources.resize(sources.size() - 1000);
   batch.reset();  // the sources keep it alive
   // Each round rewrote the files of round % 3: only the last three rounds hold what is on disk now.
   const std::size_t fresh = sources.size() - 3 * names.size();

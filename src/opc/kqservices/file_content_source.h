@@ -35,7 +35,7 @@ class FileContentSource : public ContentSource {
 };
 
 // The content of many files on disk, as sources that share one table of their paths: a folder's
-// path is kept once for the run of files added from it, a file's name and place in a few dozen
+// path is kept once for the run of files added from it, a file's name and source in about fifty
 // bytes, where a source of its own costs a block for the object and one for the path. Each source
 // handed out keeps the whole batch alive. add() runs on one thread and never while a source of the
 // batch is being read; reading (openStream) may run on several threads at once.
@@ -47,30 +47,30 @@ class FileContentBatch : public std::enable_shared_from_this<FileContentBatch> {
     std::shared_ptr<const ContentSource> source;
     FileStatus status;  // as seen now; the source's size is this one
   };
-  // Checks the file at `path` as FileContentSource does (same errors) and returns its source.
+  // Checks the file at `path` as FileContentSource does (same errors) and returns its source. Also
+  // refuses a file of 2^48 bytes or more and a file name of more than 65,535 bytes.
   [[nodiscard]] Added add(const ustring& path);
 
  private:
   class Source final : public ContentSource {
    public:
-    Source(const FileContentBatch& batch, std::uint32_t folder, std::uint64_t name, std::uint32_t length,
-           std::uint64_t size)
-        : batch_(&batch), name_(name), folder_(folder), length_(length), size_(size) {}
+    Source(const FileContentBatch& batch, const char* record, std::uint64_t size, std::size_t length)
+        : batch_(&batch), record_(record), sizeAndLength_(size << 16 | length) {}
     [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
-    [[nodiscard]] std::optional<std::uint64_t> size() const override { return size_; }
+    [[nodiscard]] std::optional<std::uint64_t> size() const override { return sizeAndLength_ >> 16; }
 
    private:
     const FileContentBatch* batch_;
-    std::uint64_t name_;  // in names_
-    std::uint32_t folder_;
-    std::uint32_t length_;
-    std::uint64_t size_;
+    const char* record_;           // in names_: the folder's number (4 bytes), then the name
+    std::uint64_t sizeAndLength_;  // the size above the name's length (16 bits)
   };
+  static constexpr std::size_t kChunk = 64u << 10;
 
   std::shared_ptr<FileSystemOps> fileSystem_;
-  std::vector<std::string> folders_;  // UTF-8, '/' last; "" for a path without one
-  std::string names_;                 // UTF-8 file names, back to back
-  std::deque<Source> sources_;        // never moved: the shared pointers handed out point in here
+  std::vector<std::string> folders_;             // UTF-8, '/' last; "" for a path without one
+  std::vector<std::unique_ptr<char[]>> names_;   // chunks of records, never moved
+  std::size_t chunkUsed_ = kChunk;               // in names_.back()
+  std::deque<Source> sources_;                   // never moved: the shared pointers handed out point in here
 };
 
 }  // namespace opc::kqservices
