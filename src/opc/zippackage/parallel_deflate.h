@@ -85,7 +85,7 @@ struct DeflatedEntry {
 // Destroying the pipeline stops and joins the workers.
 class DeflatePipeline {
  public:
-  explicit DeflatePipeline(unsigned threads, std::uint64_t window = 4u << 20);
+  explicit DeflatePipeline(unsigned threads, std::uint64_t window = 2u << 20);
   ~DeflatePipeline();
   DeflatePipeline(const DeflatePipeline&) = delete;
   DeflatePipeline& operator=(const DeflatePipeline&) = delete;
