@@ -74,7 +74,7 @@ ContentType::ContentType(const ustring& text) {
     key += ustring_view(text).substr(nameEnd, valueEnd - nameEnd);
     j = valueEnd;
   }
-  data_ = std::make_shared<const Data>(Data{text, std::move(key)});
+  data_ = new Data(text, std::move(key));
 }
 
 ustring ContentType::getType() const {

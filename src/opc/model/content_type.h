@@ -1,7 +1,9 @@
 #pragma once
 // Media types of parts.
-#include <memory>
 #include <string>
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <boost/smart_ptr/intrusive_ref_counter.hpp>
 
 #include "foundation/ustring.h"
 
@@ -10,7 +12,7 @@ namespace opc::model {
 // A media type "type/subtype" with optional ";name=value" parameters, RFC 2616 grammar without
 // linear white space (the packaging conventions forbid it). Throws opc::Exception when invalid.
 // Equality ignores ASCII case in type, subtype and parameter names; parameter values compare exactly.
-// Copies share one immutable text: every part of a package holds one.
+// Copies share one immutable text: every part of a package holds one, in one pointer's room.
 class ContentType {
  public:
   explicit ContentType(const ustring& text);
@@ -27,11 +29,12 @@ class ContentType {
   }
 
  private:
-  struct Data {
+  struct Data : boost::intrusive_ref_counter<Data, boost::thread_safe_counter> {
+    Data(ustring t, ustring k) : text(std::move(t)), key(std::move(k)) {}
     ustring text;
     ustring key;  // lower-cased except parameter values
   };
-  std::shared_ptr<const Data> data_;
+  boost::intrusive_ptr<const Data> data_;
 };
 
 }  // namespace opc::model

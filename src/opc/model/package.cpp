@@ -225,7 +225,6 @@ void Package::load() {
                                                                         : StandardPartInfo::Deflated,
                                            entry.size));
     part->sourceEntry_ = entry.index;
-    part->sourceSize_ = entry.size;
     part->recordAttributes(entry.attributes.lastModified, entry.attributes.unixMode);
     try {
       insertPart(part);

@@ -113,7 +113,7 @@ std::uint64_t Part::getSize() const {
     while (const std::size_t n = stream->read(buffer, sizeof buffer)) total += n;
     return total;
   }
-  return sourceEntry_ ? sourceSize_ : 0;
+  return sourceEntry_ ? owner_->physical_.getEntries()[*sourceEntry_].size : 0;
 }
 
 std::optional<FileTime> Part::modified() const {

@@ -114,7 +114,6 @@ class Part {
   ContentType contentType_;
   std::uint64_t declaredSize_;                      // the part information's size
   detail::PackedOptional<std::uint64_t, detail::NoEntry> sourceEntry_;  // unchanged content: this ZIP entry
-  std::uint64_t sourceSize_ = 0;
   std::shared_ptr<const ContentSource> content_;   // replaced content
   mutable std::unique_ptr<Relationships> relationships_;  // made on first use: most parts have none
   detail::PackedOptional<std::uint64_t, detail::NoEntry> relationshipsEntry_;  // its relationships part, when unchanged
