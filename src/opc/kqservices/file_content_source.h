@@ -26,8 +26,6 @@ class FileContentSource : public ContentSource {
   [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
   [[nodiscard]] std::optional<std::uint64_t> size() const override { return status_.size; }
 
-  [[nodiscard]] const FileStatus& getStatus() const { return status_; }
-
  private:
   std::string path_;  // UTF-8: half the size of the text for the usual paths, and a build holds one a file
   std::shared_ptr<FileSystemOps> fileSystem_;

@@ -35,6 +35,7 @@ FileTime clampedToSourceDateEpoch(FileTime time) {
 }
 
 const ustring kPrefix = u"/fsroot/";
+constexpr std::string_view kPrefixText = "/fsroot/";  // the same, as part names hold it
 const ustring kFolderContentType = u"application/x-zvaddon-folder";
 
 // Content types of files by extension (lower case); anything else is an octet stream. Only what
@@ -280,17 +281,20 @@ TreeIndex& FileSystemManager::index() const {
   if (index_ && index_->partCount == package_.getPartCount() && index_->mode == mode) return *index_;
 
   auto fresh = std::make_unique<TreeIndex>();
-  const ustring prefixKey = asciiLower(kPrefix);
   const model::ContentType& folderType = folderContentType();
   detail::TreeBuilder builder(fresh->root, fresh->arena);
+  ustring below;  // the part name below the prefix, reused
   for (const model::PartPtr& part : package_.getParts()) {
-    const ustring& key = part->getPartName().getKey();
-    if (key.compare(0, prefixKey.size(), prefixKey) != 0) continue;
-    const ustring& name = part->getPartName().getName();
+    const std::string_view name = part->getPartName().text();
+    if (name.size() < kPrefixText.size() ||
+        !opc::detail::equalsIgnoreAsciiCase(name.substr(0, kPrefixText.size()), kPrefixText)) {
+      continue;
+    }
+    below.assign(name.begin() + static_cast<std::ptrdiff_t>(kPrefixText.size()), name.end());  // ASCII
     try {
-      builder.add(ustring_view(name).substr(kPrefix.size()), part->getContentType() == folderType);
+      builder.add(below, part->getContentType() == folderType);
     } catch (const Exception& e) {
-      throw Exception("part '" + narrow(name) + "': " + e.what());
+      throw Exception("part '" + std::string(name) + "': " + e.what());
     }
   }
   fresh->partCount = package_.getPartCount();
