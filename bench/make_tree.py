@@ -6,6 +6,9 @@ Shapes (the same seed always gives the same bytes):
          16 data files of 1-60 MiB holding a quarter of the bytes
   small  the same mix at a tenth of the files and bytes
   huge   70,000 files over 4 GiB (the data files grow to 256-600 MiB), for the ZIP64 limits
+  mixed  20,000 files, about 600 MiB: by bytes 27% large incompressible data files (.mat, 2-48
+         MiB), 42% images, 31% small text
+  bulk   2,000 files, about 600 MiB: by bytes over 90% large incompressible data files (1-64 MiB)
 
 Names carry spaces, "#", "%" and non-ASCII letters. Text compresses about as source code does;
 images and ".mat" data are incompressible (as already-compressed formats are); ".csv" and ".dat"
@@ -18,13 +21,17 @@ import random
 import struct
 import sys
 
+MIXED_DATA = ["csv", "dat", "mat"]
 SHAPES = {
-    # files, folders, mean text bytes, mean image bytes, data file sizes in MiB
+    # files, folders, mean text bytes, mean image bytes, data file sizes in MiB, data kinds in turn
     "full": (20000, 1344, 13 * 1024, 100 * 1024,
-             [60, 24, 16, 12, 8, 6, 5, 4, 3, 3, 2, 2, 1, 1, 1, 1]),
-    "small": (2000, 134, 13 * 1024, 100 * 1024, [6, 4, 2, 1, 1, 1]),
+             [60, 24, 16, 12, 8, 6, 5, 4, 3, 3, 2, 2, 1, 1, 1, 1], MIXED_DATA),
+    "small": (2000, 134, 13 * 1024, 100 * 1024, [6, 4, 2, 1, 1, 1], MIXED_DATA),
     "huge": (70000, 4000, 13 * 1024, 100 * 1024,
-             [600, 512, 480, 400, 360, 320, 300, 256, 128, 64, 32, 16, 8, 4, 2, 1]),
+             [600, 512, 480, 400, 360, 320, 300, 256, 128, 64, 32, 16, 8, 4, 2, 1], MIXED_DATA),
+    "mixed": (20000, 1344, 10850, 132000, [48, 32, 24, 16, 12, 10, 8, 6, 4, 2], ["mat"]),
+    "bulk": (2000, 134, 13 * 1024, 100 * 1024,
+             [64, 60, 56, 48, 48, 40, 32, 32, 28, 24, 24, 20, 16, 16, 12, 8, 8, 8, 4, 4, 2, 2, 1, 1], ["mat"]),
 }
 
 STEMS = ["filter", "signal", "Spectrum", "plot data", "helper#2", "100% done", "résumé", "naïve fit",
@@ -113,7 +120,7 @@ def main():
     if len(sys.argv) != 3 or sys.argv[1] not in SHAPES:
         sys.exit(__doc__)
     shape, root = sys.argv[1], sys.argv[2]
-    files, folder_count, text_mean, image_mean, data_mib = SHAPES[shape]
+    files, folder_count, text_mean, image_mean, data_mib, kinds = SHAPES[shape]
     rng = random.Random(20240601 + len(shape))
     os.makedirs(root)
     folders = make_folders(rng, folder_count)
@@ -135,9 +142,8 @@ def main():
         size = int(rng.lognormvariate(0, 1.0) * mean / 1.65)
         with open(path, "wb") as f:
             f.write(image_bytes(rng, size) if image else text_bytes(rng, pool, size))
-    kinds = ["csv", "dat", "mat"]
     for i, mib in enumerate(data_mib):
-        kind = kinds[i % 3]
+        kind = kinds[i % len(kinds)]
         write_data(os.path.join(root, rng.choice(folders), name(rng, "." + kind)), rng, mib << 20, kind)
     # A fixed time for every file, so that archives of the same tree are comparable byte for byte.
     for dirpath, _, names in os.walk(root):
