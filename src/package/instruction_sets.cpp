@@ -24,7 +24,7 @@ void AddonPackage::addInstructionSets(const std::vector<ustring>& files) {
     const ustring fileName = fileSystem.getFilename(path);
     const opc::model::PartName name(kPartPrefix + fileName);
     const opc::model::PartPtr part =
-        package_.createPart(name, opc::model::ContentType(kContentType), opc::model::StandardPartInfo(1, 0));
+        package_.createPart(name, opc::model::ContentType(kContentType), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
     package_.createRelationship(name.getURI(), instructionSetRelationshipType(), kIdPrefix + fileName,
                                 opc::model::TargetMode::Internal);
     copyFileIntoPart(*part, path);

@@ -43,7 +43,7 @@ void AddonPackage::setScreenshot(const ustring& imagePath) {
   const ustring contentType = getContentTypeFromImageExtension(extension);
   const opc::model::PartName name(kScreenshotPrefix + (contentType == kJpeg ? ustring(u"jpg") : extension));
   const opc::model::PartPtr part =
-      package_.createPart(name, opc::model::ContentType(contentType), opc::model::StandardPartInfo(1, 0));
+      package_.createPart(name, opc::model::ContentType(contentType), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
   package_.createRelationship(name.getURI(), screenshotRelationshipType(), kScreenshotId, opc::model::TargetMode::Internal);
   package_.createRelationship(name.getURI(), opc::model::PackageHelper::getThumbnailRelationshipType(), kThumbnailId,
                               opc::model::TargetMode::Internal);

@@ -8,7 +8,6 @@
 namespace addon::packaging {
 namespace {
 
-constexpr int kDeflate = 1;
 
 // The part of the one root relationship of `type`, or nothing when there are none or several.
 std::optional<opc::model::PartName> uniqueTarget(const opc::model::Package& package, const ustring& type) {
@@ -32,7 +31,7 @@ void AddonPackage::addXMLPart(XMLPartType& record) {
   const bool existed = package_.partExists(name);
   if (existed) package_.deletePart(name);
   opc::model::PartPtr part =
-      package_.createPart(name, opc::model::ContentType(record.getContentType()), opc::model::StandardPartInfo(kDeflate, 0));
+      package_.createPart(name, opc::model::ContentType(record.getContentType()), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
   if (!existed) {
     package_.createRelationship(name.getURI(), record.getRelationshipType(), ustring(), opc::model::TargetMode::Internal);
   }

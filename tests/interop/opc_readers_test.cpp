@@ -102,7 +102,7 @@ void buildPackage(const std::string& path, const std::function<void(model::Packa
 }
 
 model::PartPtr addPart(model::Package& package, const ustring& name, const ustring& contentType,
-                       const std::string& bytes, int compression = model::StandardPartInfo::Deflated) {
+                       const std::string& bytes, Compression compression = Compression::Deflated) {
   model::PartPtr part = package.createPart(model::PartName(name), model::ContentType(contentType),
                                            model::StandardPartInfo(compression, bytes.size()));
   auto out = part->getOutputStream();
@@ -152,7 +152,7 @@ TEST_F(OpcReadersTest, IndependentReadersSeeWhatTheLibraryWrote) {
                  "<?xml version=\"1.0\" encoding=\"UTF-8\"?><addonProperties xmlns=\"urn:zv:test\"/>");
          package.createRelationship(model::URI(u"/metadata/addonProperties.xml"), u"urn:zv:test:properties",
                                     u"rId100");
-         addPart(package, u"/metadata/primaryScreenShot.png", u"image/png", kPng, model::StandardPartInfo::Stored);
+         addPart(package, u"/metadata/primaryScreenShot.png", u"image/png", kPng, Compression::Stored);
          package.createRelationship(model::URI(u"/metadata/primaryScreenShot.png"),
                                     model::PackageHelper::getThumbnailRelationshipType());
          model::PartPtr content = addPart(package, unicodeName, u"text/plain", opc::test::patternBytes(5000, 7));

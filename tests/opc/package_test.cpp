@@ -32,7 +32,7 @@ class PackageTest : public ::testing::Test {
   void makeBasePackage() {
     Session s(path, OpenMode::Create);
     addPart(s.package, u"/docs/a.xml", kXml, "<a/>");
-    auto data = addPart(s.package, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), 0);
+    auto data = addPart(s.package, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), Compression::Stored);
     data->setLastModifiedTime(kFarFuture);  // beyond DOS time, with a sub-second part
     data->setUnixMode(04755);
     s.package.createRelationship(URI(u"/docs/a.xml"), kType);
@@ -55,7 +55,7 @@ TEST_F(PackageTest, CreateCloseOpenModifyCloseCycles) {
     EXPECT_EQ(names, (std::vector<ustring>{u"/docs/a.xml", u"/bin/data.bin"}));
     EXPECT_EQ(partBytes(s.package, u"/docs/a.xml"), "<a/>");
     EXPECT_EQ(partBytes(s.package, u"/bin/data.bin"), patternBytes(70000, 1));
-    EXPECT_EQ(s.package.getPart(PartName(u"/bin/data.bin"))->getPartInfo().getCompressionType(), 0);
+    EXPECT_EQ(s.package.getPart(PartName(u"/bin/data.bin"))->getPartInfo().getCompressionType(), Compression::Stored);
     EXPECT_EQ(s.package.getPart(PartName(u"/bin/data.bin"))->getContentType(), ContentType(u"application/octet-stream"));
     const auto rels = s.package.getRelationshipsByType(kType);
     ASSERT_EQ(rels.size(), 2u);

@@ -25,7 +25,7 @@ struct Session {
 };
 
 inline model::PartPtr addPart(model::Package& package, const ustring& name, const ustring& type,
-                              const std::string& bytes, int compression = 1) {
+                              const std::string& bytes, Compression compression = Compression::Deflated) {
   auto part = package.createPart(model::PartName(name), model::ContentType(type), model::StandardPartInfo(compression, 0));
   auto out = part->getOutputStream();
   writeAll(*out, bytes);

@@ -1,19 +1,20 @@
-// The parallel deflate path of the package writer: what it stores, that its output does not depend on
-// the number of threads, and that the pipeline hands results over in order within its window.
+// The writer's parallel paths: the work queue every worker runs on, which names are stored, and how
+// pieces of a large entry join into one stream whatever the number of workers.
 #include "opc/zippackage/parallel_deflate.h"
 
 #include <gtest/gtest.h>
 #include <libdeflate.h>
 #include <zlib.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <random>
 
 #include "opc/detail/content_sources.h"
+#include "opc/detail/work_queue.h"
 #include "opc/exception.h"
-#include "opc/zippackage/zip_physical_package.h"
 #include "package_test_support.h"
 
 namespace opc::zippackage {
@@ -25,15 +26,6 @@ std::string randomBytes(std::size_t size, unsigned seed) {
   std::mt19937 gen(seed);
   std::string out(size, '\0');
   for (auto& c : out) c = static_cast<char>(gen());
-  return out;
-}
-
-std::string inflate(const std::string& compressed, std::size_t size) {
-  std::string out(size, '\0');
-  libdeflate_decompressor* d = libdeflate_alloc_decompressor();
-  const auto result = libdeflate_deflate_decompress(d, compressed.data(), compressed.size(), out.data(), size, nullptr);
-  libdeflate_free_decompressor(d);
-  EXPECT_EQ(result, LIBDEFLATE_SUCCESS);
   return out;
 }
 
@@ -60,10 +52,8 @@ std::string zlibInflate(const std::string& compressed) {
 }
 
 std::string libdeflateCompress(const std::string& data, int level) {
-  libdeflate_compressor* c = libdeflate_alloc_compressor(level);
-  std::string out(libdeflate_deflate_compress_bound(c, data.size()), '\0');
-  out.resize(libdeflate_deflate_compress(c, data.data(), data.size(), out.data(), out.size()));
-  libdeflate_free_compressor(c);
+  std::string out;
+  deflateInto(makeCompressor(level).get(), data.data(), data.size(), out);
   return out;
 }
 
@@ -92,18 +82,47 @@ std::string noisySamples(std::size_t size, unsigned seed) {
 // Runs of text and noise that straddle piece boundaries, so that a piece holds blocks of both kinds.
 std::string mixedBytes(std::size_t size, unsigned seed) {
   std::string out;
-  for (unsigned run = 0; out.size() < size; ++run) {
-    out += (run % 2 != 0 ? randomBytes : wordBytes)(200000 + run * 37111, seed);
-  }
+  for (unsigned run = 0; out.size() < size; ++run) out += (run % 2 != 0 ? randomBytes : wordBytes)(200000 + run * 37111, seed);
   out.resize(size);
   return out;
 }
 
-class ThreadsOverride {
- public:
-  explicit ThreadsOverride(const char* value) { ::setenv("ZVADDON_THREADS", value, 1); }
-  ~ThreadsOverride() { ::unsetenv("ZVADDON_THREADS"); }
+struct StringSink : OutputSink {
+  std::string bytes;
+  void append(const std::uint8_t* data, std::size_t size) override { bytes.append(reinterpret_cast<const char*>(data), size); }
 };
+
+// Tasks run in order on any number of workers, each told a worker number below slots(); the first
+// failure reaches the caller from finish() and every later submit, whose task then never runs.
+TEST(WorkQueueTest, TasksRunAndTheFirstFailureReachesTheCaller) {
+  for (const unsigned workers : {0u, 1u, 3u}) {
+    SCOPED_TRACE(workers);
+    detail::WorkQueue queue(workers, 4);
+    std::vector<int> ran(40, 0);
+    std::atomic<bool> slotsKept{true};
+    for (int i = 0; i < 40; ++i) {
+      EXPECT_EQ(queue.submit([&, i](unsigned worker) {
+        if (worker >= queue.slots()) slotsKept = false;
+        ran[i] = i + 1;
+      }), static_cast<std::uint64_t>(i));
+    }
+    queue.wait(20);
+    EXPECT_EQ(ran[20], 21);
+    queue.finish();
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(ran[i], i + 1);
+    EXPECT_TRUE(slotsKept);
+    try {
+      (void)queue.submit([](unsigned) { throw Exception("the first failure"); });
+      queue.finish();
+      ADD_FAILURE() << "finished";
+    } catch (const Exception& e) {
+      EXPECT_STREQ(e.what(), "the first failure");
+    }
+    bool late = false;
+    EXPECT_THROW((void)queue.submit([&](unsigned) { late = true; }), Exception);
+    EXPECT_FALSE(late);
+  }
+}
 
 TEST(ParallelDeflateTest, NamesOfCompressedFormats) {
   const struct {
@@ -115,71 +134,10 @@ TEST(ParallelDeflateTest, NamesOfCompressedFormats) {
   for (const auto& c : cases) EXPECT_EQ(isCompressedFormat(c.name), c.compressed) << c.name;
 }
 
-// One table of entries written with one thread and with several: the archives are the same bytes,
-// each entry reads back whole, and each is stored or deflated as its content calls for.
-TEST(ParallelDeflateTest, PackagesDoNotDependOnThreadsAndStoreWhatDoesNotShrink) {
-  const struct {
-    const char* name;
-    std::string bytes;
-    Compression asked;
-    std::uint16_t method;
-  } entries[] = {
-      {"empty.txt", "", Compression::Deflated, 8},
-      {"small.m", patternBytes(1000, 1), Compression::Deflated, 8},
-      {"image.png", randomBytes(300000, 2), Compression::Deflated, 0},
-      {"noise.bin", randomBytes(300000, 3), Compression::Deflated, 8},  // small: deflate falls back to stored blocks
-      {"at limit.txt", patternBytes(kWholeEntryLimit, 4), Compression::Deflated, 8},
-      {"large text.csv", patternBytes(kWholeEntryLimit + 4097, 5), Compression::Deflated, 8},
-      {"large noise.mat", randomBytes(kWholeEntryLimit + 1, 6), Compression::Deflated, 0},
-      {"asked stored.txt", patternBytes(5000, 7), Compression::Stored, 0},
-  };
-  ScratchDir dir;
-  std::string archives[2];
-  const char* threads[2] = {"1", "4"};
-  for (int run = 0; run < 2; ++run) {
-    SCOPED_TRACE(threads[run]);
-    const ThreadsOverride override(threads[run]);
-    const std::string file = dir.file(std::string("pkg") + threads[run] + ".zip");
-    {
-      ZipPhysicalPackage physical(u16(file), false);
-      auto writer = physical.createWriter();
-      for (int copy = 0; copy < 3; ++copy) {  // more entries than workers
-        for (const auto& e : entries) {
-          writer->addEntry(std::to_string(copy) + "/" + e.name, std::make_shared<detail::MemoryContentSource>(e.bytes),
-                           e.asked, {FileTime{1700000000, 0}, 0644});
-        }
-      }
-      writer->commit();
-    }
-    archives[run] = readFile(file);
-    ZipPhysicalPackage physical(u16(file), false);
-    physical.openArchive();
-    std::size_t i = 0;
-    for (int copy = 0; copy < 3; ++copy) {
-      for (const auto& e : entries) {
-        const ZipEntry& entry = physical.getEntries().at(i);
-        EXPECT_EQ(entry.name, std::to_string(copy) + "/" + e.name);
-        EXPECT_EQ(entry.compressionMethod, e.method) << entry.name;
-        if (copy == 0) {
-          EXPECT_EQ(readAll(*physical.openEntry(i)), e.bytes) << entry.name;
-        }
-        ++i;
-      }
-    }
-  }
-  EXPECT_TRUE(archives[0] == archives[1]) << "the archives differ";
-}
-
-struct StringSink : OutputSink {
-  std::string bytes;
-  void append(const std::uint8_t* data, std::size_t size) override {
-    bytes.append(reinterpret_cast<const char*>(data), size);
-  }
-};
-
 // Pieces join into one stream that zlib inflates whole, for each kind of content, at and around every
-// piece boundary and over many rounds; the stream is the same bytes for any thread count.
-TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheThreads) {
+// piece boundary; the stream is the same bytes for any number of workers. A source that holds another
+// size than it says is refused.
+TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
   const struct {
     const char* kind;
     std::string (*make)(std::size_t, unsigned);
@@ -192,17 +150,18 @@ TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheThreads) {
       SCOPED_TRACE(std::string(content.kind) + " " + std::to_string(size));
       const std::string data = content.make(size, static_cast<unsigned>(size));
       std::string first;
-      for (const unsigned threads : {1u, 2u, 3u}) {
+      for (const unsigned workers : {0u, 2u, 3u}) {
+        detail::WorkQueue work(workers, 8);
         StringSink sink;
-        const PieceStream result = deflateInPieces(detail::MemoryContentSource(data), sink, threads);
+        const PieceStream result = deflateInPieces(detail::MemoryContentSource(data), sink, work, "x");
         EXPECT_EQ(result.size, size);
         EXPECT_EQ(result.crc, libdeflate_crc32(0, data.data(), data.size()));
         EXPECT_EQ(result.compressedSize, sink.bytes.size());
-        if (threads == 1) {
+        if (workers == 0) {
           EXPECT_TRUE(zlibInflate(sink.bytes) == data) << "the joined stream inflates to other bytes";
           first = sink.bytes;
         } else {
-          EXPECT_TRUE(sink.bytes == first) << threads << " threads";
+          EXPECT_TRUE(sink.bytes == first) << workers << " workers";
         }
       }
     }
@@ -212,14 +171,17 @@ TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheThreads) {
     Lying(std::string bytes, std::uint64_t c) : MemoryContentSource(std::move(bytes)), claimed(c) {}
     [[nodiscard]] std::optional<std::uint64_t> size() const override { return claimed; }
   };
+  detail::WorkQueue work(2, 8);
   StringSink sink;
-  EXPECT_THROW((void)deflateInPieces(Lying(patternBytes(3 * kPieceSize, 1), 3 * kPieceSize - 1), sink, 2), Exception);
-  EXPECT_THROW((void)deflateInPieces(Lying(patternBytes(3 * kPieceSize, 1), 5 * kPieceSize), sink, 2), Exception);
+  for (const std::uint64_t claimed : {3 * kPieceSize - 1, 5 * kPieceSize}) {
+    EXPECT_THROW((void)deflateInPieces(Lying(patternBytes(3 * kPieceSize, 1), claimed), sink, work, "x"), Exception);
+  }
 }
 
 // A stream made joinable is followed by another, and zlib reads both as one: whether the final
 // block's padding had room for the stored block's header bits or not, whatever the block type
-// (stored, fixed, dynamic) and wherever the final block starts.
+// (stored, fixed, dynamic) and wherever the final block starts. What is not exactly one stream is
+// refused and left as it was.
 TEST(ParallelDeflateTest, UnfinishedStreamsJoinWhateverTheirPadding) {
   unsigned roomy = 0;
   unsigned cramped = 0;
@@ -228,13 +190,13 @@ TEST(ParallelDeflateTest, UnfinishedStreamsJoinWhateverTheirPadding) {
       for (const bool noise : {false, true}) {
         SCOPED_TRACE("level " + std::to_string(level) + ", " + std::to_string(size) + (noise ? " noise" : " text"));
         const std::string a = noise ? randomBytes(size, 11 + static_cast<unsigned>(size)) : wordBytes(size, 3);
-        const std::string b = wordBytes(size / 2 + 5, 4);
         std::string stream = libdeflateCompress(a, level);
         const std::size_t before = stream.size();
         unfinishStream(stream);
         ASSERT_TRUE(stream.size() == before + 4 || stream.size() == before + 5) << stream.size() - before;
         EXPECT_EQ(stream.compare(stream.size() - 4, 4, std::string("\x00\x00\xff\xff", 4)), 0);
         (stream.size() == before + 4 ? roomy : cramped) += 1;
+        const std::string b = wordBytes(size / 2 + 5, 4);
         EXPECT_TRUE(zlibInflate(stream + libdeflateCompress(b, 6)) == a + b);
       }
     }
@@ -251,9 +213,7 @@ TEST(ParallelDeflateTest, UnfinishedStreamsJoinWhateverTheirPadding) {
     unfinishStream(stream);
     EXPECT_TRUE(zlibInflate(stream + libdeflateCompress("tail", 6)) == a + "tail") << a.size();
   }
-}
 
-TEST(ParallelDeflateTest, WhatIsNotOneStreamIsNotUnfinished) {
   const std::string whole = libdeflateCompress(wordBytes(100000, 8), 6);
   // Empty, truncated, trailing bytes, a reserved block type, a stored length and its complement
   // that disagree, two streams.
@@ -279,36 +239,13 @@ TEST(ParallelDeflateTest, PoorlyCompressibleEntriesUseTheFasterLevel) {
       {"noisy samples and text", noisySamples(kPieceSize / 2, 3) + wordBytes(kPieceSize / 2, 3), kPoorDataLevel},
       {"short noisy samples", noisySamples(60000, 4), kDeflateLevel},
   };
+  detail::WorkQueue work(0, 1);
   for (const auto& c : cases) {
     ASSERT_FALSE(libdeflateCompress(c.bytes, kPoorDataLevel) == libdeflateCompress(c.bytes, kDeflateLevel)) << c.kind;
     StringSink sink;
-    (void)deflateInPieces(detail::MemoryContentSource(c.bytes), sink, 1);
+    (void)deflateInPieces(detail::MemoryContentSource(c.bytes), sink, work, "x");
     EXPECT_TRUE(sink.bytes == libdeflateCompress(c.bytes, c.level)) << c.kind;
   }
-}
-
-TEST(ParallelDeflateTest, PipelineGivesResultsInOrderWhateverItsWindow) {
-  for (const std::uint64_t window : {std::uint64_t{1}, std::uint64_t{64} << 20}) {
-    SCOPED_TRACE(window);
-    DeflatePipeline pipeline(3, window);
-    std::vector<std::string> inputs;
-    for (unsigned i = 0; i < 60; ++i) {
-      inputs.push_back(patternBytes(1000 + i * 3001, i));
-      EXPECT_EQ(pipeline.add(std::make_shared<detail::MemoryContentSource>(inputs.back())), i);
-    }
-    pipeline.start();
-    for (std::size_t i = 0; i < inputs.size(); ++i) {
-      const DeflatedEntry result = pipeline.take(i);
-      ASSERT_TRUE(result.error.empty()) << result.error;
-      EXPECT_EQ(result.size, inputs[i].size());
-      EXPECT_EQ(result.crc, libdeflate_crc32(0, inputs[i].data(), inputs[i].size()));
-      EXPECT_EQ(inflate(result.compressed, inputs[i].size()), inputs[i]);
-    }
-  }
-  // Stopping with results nobody took joins the workers.
-  DeflatePipeline abandoned(2, 1);
-  for (unsigned i = 0; i < 10; ++i) (void)abandoned.add(std::make_shared<detail::MemoryContentSource>(patternBytes(5000, i)));
-  abandoned.start();
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
 // zvaddon extract, sign, verify and hash: one gateway call each (verify: the exported C++ check).
-#include <atomic>
-#include <condition_variable>
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 #include "commands.h"
 #include "package_report.h"
@@ -22,61 +18,6 @@ struct PackageOptions {
   bool quiet = false;
 };
 
-// Extraction is one gateway call, so its progress is read from the destination folder while the call
-// runs: files and bytes that have appeared there since it began.
-class FolderWatch {
- public:
-  FolderWatch(fs::path folder, Progress& progress) : folder_(std::move(folder)), progress_(progress) {
-    baseline_ = measure();
-    thread_ = std::thread([this] { run(); });
-  }
-  ~FolderWatch() {
-    {
-      std::lock_guard lock(mutex_);
-      stop_ = true;
-    }
-    wake_.notify_all();
-    thread_.join();
-  }
-  FolderWatch(const FolderWatch&) = delete;
-  FolderWatch& operator=(const FolderWatch&) = delete;
-
- private:
-  struct Amount {
-    std::uint64_t files = 0, bytes = 0;
-  };
-
-  Amount measure() const {
-    Amount amount;
-    std::error_code ec;
-    for (fs::recursive_directory_iterator it(folder_, ec), end; !ec && it != end; it.increment(ec)) {
-      std::error_code e;
-      if (!it->is_regular_file(e)) continue;
-      ++amount.files;
-      amount.bytes += it->file_size(e);
-    }
-    return amount;
-  }
-
-  void run() {
-    std::unique_lock lock(mutex_);
-    while (!wake_.wait_for(lock, std::chrono::milliseconds(250), [this] { return stop_; })) {
-      lock.unlock();
-      const Amount now = measure();
-      progress_.update(now.files - std::min(now.files, baseline_.files), now.bytes - std::min(now.bytes, baseline_.bytes));
-      lock.lock();
-    }
-  }
-
-  fs::path folder_;
-  Progress& progress_;
-  Amount baseline_;
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  bool stop_ = false;
-  std::thread thread_;
-};
-
 void runExtract(const PackageOptions& options, int& exitStatus) {
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
@@ -87,11 +28,9 @@ void runExtract(const PackageOptions& options, int& exitStatus) {
     bytes += f["bytes"].get<std::uint64_t>();
   }
   {
+    // One gateway call: the bar shows the start and the end.
     Progress progress("extract", files, bytes, shouldShowProgress(options.quiet));
-    std::optional<FolderWatch> watch;
-    if (progress.enabled()) watch.emplace(options.destination, progress);
     (void)callGateway("zvAddonExtractAllFiles", {options.package, options.destination});
-    watch.reset();
     progress.update(files, bytes);
     progress.finish();
   }

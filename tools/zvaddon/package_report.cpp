@@ -1,28 +1,19 @@
 #include "package_report.h"
 
+#include <map>
+
 #include "foundation/i18n.h"
-#include "package/addon_package.h"
-#include "package_index.h"
 #include "records.h"
 #include "tool_error.h"
 
 namespace zvaddon::tool {
 namespace fs = std::filesystem;
+using Contents = addon::packaging::AddonPackage::Contents;
 
-std::string_view signatureStateName(SignatureState state) {
-  switch (state) {
-    case SignatureState::unsigned_: return "unsigned";
-    case SignatureState::valid: return "valid";
-    case SignatureState::invalid: return "invalid";
-  }
-  return "unknown";
-}
+namespace {
 
-SignatureStatus checkSignature(const fs::path& package) {
-  // Opening through a gateway function first gives the host's own error for a missing or broken
-  // package, the same one every other command gives.
-  (void)getFromGateway("zvAddonGetProperties", {package.string()});
-  if (!PackageIndex::read(package).hasSignatureParts()) return {};
+SignatureStatus signatureOf(const fs::path& package, const Contents& contents) {
+  if (!contents.hasSignatureParts) return {};
   try {
     addon::packaging::AddonPackage addon(fl::i18n::from_utf8(package.string()));
     return {addon.verifyAddonRequirements() ? SignatureState::valid : SignatureState::invalid, {}};
@@ -32,9 +23,10 @@ SignatureStatus checkSignature(const fs::path& package) {
   }
 }
 
-Json listFiles(const fs::path& package) {
-  const Json names = getFromGateway("zvAddonGetFileList", {package.string()});
-  const auto sizes = PackageIndex::read(package).contentFileSizes();
+// The names zvAddonGetFileList gave, each with its size.
+Json filesOf(const Json& names, const Contents& contents) {
+  std::map<std::string, std::uint64_t> sizes;
+  for (const auto& [path, size] : contents.files) sizes.emplace(fl::i18n::to_utf8(path), size);
   Json files = Json::array();
   auto add = [&](const Json& name) {
     const std::string path = name.is_string() ? name.get<std::string>() : name.dump();
@@ -50,28 +42,62 @@ Json listFiles(const fs::path& package) {
   return files;
 }
 
+}  // namespace
+
+std::string_view signatureStateName(SignatureState state) {
+  switch (state) {
+    case SignatureState::unsigned_: return "unsigned";
+    case SignatureState::valid: return "valid";
+    case SignatureState::invalid: return "invalid";
+  }
+  return "unknown";
+}
+
+Contents readContents(const fs::path& package) {
+  try {
+    return addon::packaging::AddonPackage(fl::i18n::from_utf8(package.string())).readContents();
+  } catch (const std::exception& e) {
+    throw ToolError(ExitStatus::hostError, "cannot read the package '" + package.string() + "': " + e.what());
+  }
+}
+
+SignatureStatus checkSignature(const fs::path& package) {
+  // Opening through a gateway function first gives the host's own error for a missing or broken
+  // package, the same one every other command gives.
+  (void)getFromGateway("zvAddonGetProperties", {package.string()});
+  return signatureOf(package, readContents(package));
+}
+
+Json listFiles(const fs::path& package) {
+  // The gateway first: its error is the host's for a missing or broken package.
+  const Json names = getFromGateway("zvAddonGetFileList", {package.string()});
+  return filesOf(names, readContents(package));
+}
+
 Json inspectPackage(const fs::path& package) {
   Json report = Json::object();
   report["package"] = package.string();
   // The properties come first: their error is the one people expect for a missing package.
   const Json properties = getFromGateway("zvAddonGetProperties", {package.string()});
+  const Contents contents = readContents(package);
   std::error_code ec;
   report["bytes"] = fs::file_size(package, ec);
   report["sha512"] = getFromGateway("zvAddonComputeHash", {package.string()});
-  report["signature"] = std::string(signatureStateName(checkSignature(package).state));
+  report["signature"] = std::string(signatureStateName(signatureOf(package, contents).state));
   for (const RecordInfo& info : allRecords()) {
     const Json host = info.record == Record::properties ? properties
                                                          : getFromGateway(info.getFunction, {package.string()});
     report[std::string(info.name)] = recordFromHost(info.record, host);
   }
-  const PackageIndex index = PackageIndex::read(package);
-  if (const auto shot = index.screenshot()) {
-    report["screenshot"] = {{"part", "/" + shot->name}, {"bytes", shot->size}};
+  if (contents.screenshot) {
+    report["screenshot"] = {{"part", fl::i18n::to_utf8(contents.screenshot->name)}, {"bytes", contents.screenshot->size}};
   } else {
     report["screenshot"] = nullptr;
   }
-  report["instructionSets"] = index.instructionSets();
-  report["files"] = listFiles(package);
+  Json sets = Json::array();
+  for (const ustring& name : contents.instructionSets) sets.push_back(fl::i18n::to_utf8(name));
+  report["instructionSets"] = sets;
+  report["files"] = filesOf(getFromGateway("zvAddonGetFileList", {package.string()}), contents);
   return report;
 }
 

@@ -1,12 +1,13 @@
 #pragma once
 // Everything `inspect` shows about a package, gathered through the gateway functions (records, file
-// list, hash), the package's ZIP directory (sizes, screenshot and instruction-set parts) and
-// AddonPackage::verifyAddonRequirements (the signature).
+// list, hash) and the library's read-only view of the package (AddonPackage::readContents: sizes,
+// screenshot and instruction-set parts, whether it is signed), and AddonPackage::verifyAddonRequirements.
 #include <cstdint>
 #include <filesystem>
 #include <string>
 
 #include "gateway.h"
+#include "package/addon_package.h"
 
 namespace zvaddon::tool {
 
@@ -19,12 +20,16 @@ struct SignatureStatus {
 
 [[nodiscard]] std::string_view signatureStateName(SignatureState state);
 
+// AddonPackage::readContents of the package; throws ToolError(hostError) naming the path when it
+// cannot be read.
+[[nodiscard]] addon::packaging::AddonPackage::Contents readContents(const std::filesystem::path& package);
+
 // Verifies the requirements signature. "unsigned" when the package holds no signature parts. Host
 // errors of a package that cannot be opened propagate as HostError.
 [[nodiscard]] SignatureStatus checkSignature(const std::filesystem::path& package);
 
-// The content files as zvAddonGetFileList lists them, each with its size from the ZIP directory
-// (null for an entry the directory does not show as a file, such as an empty folder).
+// The content files as zvAddonGetFileList lists them, each with its size (null for a name the
+// package holds no part for, such as a folder item of a foreign archive).
 [[nodiscard]] Json listFiles(const std::filesystem::path& package);
 
 // The whole report in the form `inspect --json` prints: "package", "bytes", "sha512", "signature",

@@ -6,8 +6,9 @@
 
 #include "commands.h"
 #include "foundation/crypto.h"
+#include "foundation/i18n.h"
 #include "manifest.h"
-#include "package_index.h"
+#include "package_report.h"
 #include "progress.h"
 #include "records.h"
 #include "tool_error.h"
@@ -75,11 +76,11 @@ void runScreenshot(const ScreenshotOptions& options, int& exitStatus) {
   }
   const std::string encoded = getFromGateway("zvAddonGetScreenshot", {options.package}).get<std::string>();
   if (options.get.empty()) {
-    const auto shot = PackageIndex::read(options.package).screenshot();
+    const auto shot = readContents(options.package).screenshot;
     if (encoded.empty() || !shot) {
       std::cout << "no screenshot\n";
     } else {
-      std::cout << "/" << shot->name << " (" << formatBytes(shot->size) << ")\n";
+      std::cout << fl::i18n::to_utf8(shot->name) << " (" << formatBytes(shot->size) << ")\n";
     }
     return;
   }

@@ -2,8 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <system_error>
-#include <utility>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -83,50 +81,24 @@ std::size_t preadSome(int fd, std::uint8_t* data, std::size_t size, std::uint64_
 void WriteBehind::written(std::uint64_t end, bool force) {
   if (end <= posted_ || (!force && end - posted_ < kWriteBehind)) return;
   posted_ = end;
-  {
-    const std::lock_guard lock(mutex_);
-    target_ = end;
-  }
-  if (!thread_.joinable() && !unthreaded_) {
-    try {
-      thread_ = std::thread([this] { run(); });
-    } catch (const std::system_error&) {
-      unthreaded_ = true;
-    }
-  }
-  if (unthreaded_) {  // no thread to spare: hand the bytes here
-    const std::uint64_t from = std::exchange(handed_, end);
-    (void)::sync_file_range(fd_, static_cast<off_t>(from), static_cast<off_t>(end - from), SYNC_FILE_RANGE_WRITE);
-    return;
-  }
-  wake_.notify_one();
+  target_ = end;
+  // One hand() waiting covers every step posted before it starts.
+  if (!queued_.exchange(true)) (void)worker_.submit([this](unsigned) { hand(); });
 }
 
-void WriteBehind::run() {
-  std::unique_lock lock(mutex_);
-  for (;;) {
-    if (target_ > handed_) {
-      const std::uint64_t from = handed_;
-      const std::uint64_t to = target_;
-      handed_ = to;
-      lock.unlock();
-      (void)::sync_file_range(fd_, static_cast<off_t>(from), static_cast<off_t>(to - from), SYNC_FILE_RANGE_WRITE);
-      lock.lock();
-      continue;
-    }
-    if (stop_) return;
-    wake_.wait(lock);
-  }
+void WriteBehind::hand() {
+  queued_ = false;
+  const std::uint64_t to = target_;
+  if (to <= handed_) return;
+  (void)::sync_file_range(fd_, static_cast<off_t>(handed_), static_cast<off_t>(to - handed_), SYNC_FILE_RANGE_WRITE);
+  handed_ = to;
 }
 
 WriteBehind::~WriteBehind() {
-  if (!thread_.joinable()) return;
-  {
-    const std::lock_guard lock(mutex_);
-    stop_ = true;
+  try {
+    worker_.finish();
+  } catch (...) {  // hand() throws nothing
   }
-  wake_.notify_one();
-  thread_.join();
 }
 
 }  // namespace opc::detail

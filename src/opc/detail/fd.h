@@ -1,12 +1,11 @@
 #pragma once
 // POSIX file descriptors owned by scope, and streams over them.
-#include <condition_variable>
+#include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <string_view>
-#include <thread>
 
+#include "opc/detail/work_queue.h"
 #include "opc/streams.h"
 
 namespace opc::detail {
@@ -66,14 +65,13 @@ void pwriteAll(int fd, const std::uint8_t* data, std::size_t size, std::uint64_t
                                     std::string_view path);
 
 // Writes behind a growing file: the bytes written so far are handed to the disk in steps of
-// kWriteBehind, on a thread of its own so that the writer goes on meanwhile, and the sync before a
-// rename then finds little left to write: the disk's writing overlaps the making of the file instead
-// of following it. A hint that never fails. Destruction waits until every step has been handed (not
-// for the disk).
+// kWriteBehind by a worker of its own, so that the writer goes on meanwhile and the sync before a
+// rename finds little left to write. A hint that never fails. Destruction waits until every step has
+// been handed (not for the disk).
 inline constexpr std::uint64_t kWriteBehind = 32u << 20;
 class WriteBehind {
  public:
-  explicit WriteBehind(int fd, std::uint64_t start = 0) : fd_(fd), posted_(start), handed_(start) {}
+  explicit WriteBehind(int fd, std::uint64_t start = 0) : fd_(fd), posted_(start), target_(start), handed_(start) {}
   ~WriteBehind();
   WriteBehind(const WriteBehind&) = delete;
   WriteBehind& operator=(const WriteBehind&) = delete;
@@ -81,16 +79,13 @@ class WriteBehind {
   void written(std::uint64_t end, bool force = false);
 
  private:
-  void run();
+  void hand();
   int fd_;
-  std::uint64_t posted_;  // the writer's side: handed up to here
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  std::uint64_t target_ = 0;   // under mutex_: hand up to here
-  std::uint64_t handed_;       // under mutex_: handed up to here
-  bool stop_ = false;
-  bool unthreaded_ = false;  // no thread could be made: hand in written()
-  std::thread thread_;
+  std::uint64_t posted_;                 // the writer's side: handed up to here
+  std::atomic<std::uint64_t> target_;    // hand up to here
+  std::uint64_t handed_;                 // the worker's side
+  std::atomic<bool> queued_{false};      // a hand() waits to start
+  WorkQueue worker_{1, 1};
 };
 
 }  // namespace opc::detail

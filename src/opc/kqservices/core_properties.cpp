@@ -515,7 +515,7 @@ void writePart(model::Package& package, const ustring& type, const ustring& cont
   }
   if (!part) {
     const model::PartName name = target ? *target : freeName(package, preferredName);
-    part = package.createPart(name, wanted, model::StandardPartInfo(model::StandardPartInfo::Deflated));
+    part = package.createPart(name, wanted, model::StandardPartInfo(Compression::Deflated));
     if (!target) package.createRelationship(name.getURI(), type);
   }
   std::unique_ptr<OutputStream> out = part->getOutputStream();

@@ -395,7 +395,7 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
   if (emptied != nullptr) package_.deletePart(partNameOf(emptied->encodedPath()));
   try {
     model::PartPtr part = package_.createPart(name, contentTypeFor(components.back()),
-                                              model::StandardPartInfo(model::StandardPartInfo::Deflated, status.size));
+                                              model::StandardPartInfo(Compression::Deflated, status.size));
     part->setContentSource(std::move(source));
     part->setLastModifiedTime(clampedToSourceDateEpoch(status.lastWriteTime));
     part->setUnixMode(status.mode & 0777);

@@ -201,7 +201,7 @@ void Package::load() {
     if (!entry.name.empty() && entry.name.back() == '/') continue;  // a folder item: no part
     const auto where = [&] { return "package '" + path + "': " + describeEntry(entry); };  // for errors only
     if (entry.encrypted) throw Exception(where() + " is encrypted");
-    if (entry.compressionMethod != 0 && entry.compressionMethod != 8) {
+    if (!entry.compression) {
       throw Exception(where() + " uses compression method " + std::to_string(entry.compressionMethod) +
                       " (stored and deflate are supported)");
     }
@@ -221,9 +221,7 @@ void Package::load() {
     const ContentType* type = contentTypes.lookup(*name);
     if (type == nullptr) throw Exception(where() + ": part '" + std::string(name->text()) + "' has no content type");
     PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type,
-                          StandardPartInfo(entry.compressionMethod == 0 ? StandardPartInfo::Stored
-                                                                        : StandardPartInfo::Deflated,
-                                           entry.size));
+                                          StandardPartInfo(*entry.compression, entry.size));
     part->sourceEntry_ = entry.index;
     part->recordAttributes(entry.attributes.lastModified, entry.attributes.unixMode);
     try {
@@ -455,7 +453,6 @@ void Package::release() noexcept {
 
 void Package::write() {
   const XercesGuard xml;
-  using zippackage::Compression;
   using zippackage::EntryAttributes;
   auto writer = physical_.createWriter();
   const ContentType relationshipsType(PackageHelper::getRelationshipsContentType());
@@ -519,10 +516,7 @@ void Package::write() {
     } else {
       std::shared_ptr<const ContentSource> content = p->content_;
       if (!content) content = std::make_shared<opc::detail::MemoryContentSource>(std::string());
-      writer->addEntry(p->getPartName().getZipItemName(), std::move(content),
-                       p->compression_ == StandardPartInfo::Stored ? Compression::Stored
-                                                                                 : Compression::Deflated,
-                       attributes);
+      writer->addEntry(p->getPartName().getZipItemName(), std::move(content), p->compression_, attributes);
     }
     if (p->hasRelationships()) {
       writeRelationships(*p->relationships_, p->relationshipsEntry_, relationshipNames[relationshipIndex++]);

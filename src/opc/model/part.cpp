@@ -44,20 +44,12 @@ class PartOutputStream : public OutputStream {
 
 }  // namespace
 
-StandardPartInfo::StandardPartInfo(int compressionType, std::uint64_t size)
-    : compressionType_(compressionType), size_(size) {
-  if (compressionType != Stored && compressionType != Deflated) {
-    throw Exception("unknown compression type " + std::to_string(compressionType) +
-                    " (0 stored and 1 deflate are known)");
-  }
-}
-
 Part::Part(Key, Package* owner, PartName name, ContentType contentType, StandardPartInfo info)
     : owner_(owner),
       name_(std::move(name)),
       contentType_(std::move(contentType)),
       declaredSize_(info.getSize()),
-      compression_(static_cast<std::uint8_t>(info.getCompressionType())) {}
+      compression_(info.getCompressionType()) {}
 
 Part::~Part() = default;
 

@@ -121,7 +121,7 @@ class Part {
   std::uint32_t modifiedNanoseconds_ = kNoTime;
   std::uint32_t contentGeneration_ = 0;            // invalidates older output streams
   std::uint16_t unixMode_ = 0;                     // 07777 at most
-  std::uint8_t compression_;                       // the part information's compression type
+  Compression compression_;                        // the part information's compression type
   bool hasUnixMode_ = false;
   bool contentChanged_ = false;                    // content differs from the file's entry
   bool attributesChanged_ = false;                 // time or mode differ from the file's entry

@@ -2,21 +2,21 @@
 // How a part is stored physically.
 #include <cstdint>
 
+#include "opc/compression.h"
+
 namespace opc::model {
 
-// compressionType: 0 stored, 1 deflate (the default). size: the expected content length, a hint
-// that may be 0 when unknown. Throws opc::Exception for any other compression type.
+// The compression type (deflate, value 1, by default) and the expected content length, a hint that
+// may be 0 when unknown.
 class StandardPartInfo {
  public:
-  static constexpr int Stored = 0;
-  static constexpr int Deflated = 1;
-
-  explicit StandardPartInfo(int compressionType = Deflated, std::uint64_t size = 0);
-  [[nodiscard]] int getCompressionType() const { return compressionType_; }
+  explicit StandardPartInfo(Compression compression = Compression::Deflated, std::uint64_t size = 0)
+      : compression_(compression), size_(size) {}
+  [[nodiscard]] Compression getCompressionType() const { return compression_; }
   [[nodiscard]] std::uint64_t getSize() const { return size_; }
 
  private:
-  int compressionType_;
+  Compression compression_;
   std::uint64_t size_;
 };
 

@@ -5,24 +5,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "opc/detail/fd.h"
 #include "opc/exception.h"
-#include "opc/zippackage/little_endian.h"
 
 namespace opc::zippackage {
 
 namespace {
-
-constexpr std::size_t kEndSize = 22;
-constexpr std::size_t kLocatorSize = 20;
-constexpr std::size_t kEnd64Size = 56;
-constexpr std::size_t kRecordSize = 46;
-constexpr std::uint32_t kEndSignature = 0x06054b50;
-constexpr std::uint32_t kLocatorSignature = 0x07064b50;
-constexpr std::uint32_t kEnd64Signature = 0x06064b50;
-constexpr std::uint32_t kRecordSignature = 0x02014b50;
 
 using le::get16;
 using le::get32;
@@ -45,15 +34,15 @@ void readExactly(int fd, char* into, std::size_t size, std::uint64_t at, const s
 // Replaces the 32-bit fields that hold 0xFFFFFFFF by their values in the ZIP64 extra field, in
 // the order the format gives: size, compressed size, local header offset.
 void resolveZip64(DirectoryRecord& record, std::string_view extra, const std::string& path) {
-  const bool wantSize = record.size == 0xFFFFFFFF;
-  const bool wantCompressed = record.compressedSize == 0xFFFFFFFF;
-  const bool wantOffset = record.localHeaderOffset == 0xFFFFFFFF;
+  const bool wantSize = record.size == kMax32;
+  const bool wantCompressed = record.compressedSize == kMax32;
+  const bool wantOffset = record.localHeaderOffset == kMax32;
   if (!wantSize && !wantCompressed && !wantOffset) return;
   while (extra.size() >= 4) {
     const std::uint16_t id = get16(extra.data());
     const std::uint16_t length = get16(extra.data() + 2);
     if (length > extra.size() - 4) break;
-    if (id == 0x0001) {
+    if (id == kZip64Id) {
       std::string_view fields = extra.substr(4, length);
       const auto take = [&](std::uint64_t& value) {
         if (fields.size() < 8) malformed(path, "a ZIP64 extra field is too short");
@@ -71,11 +60,6 @@ void resolveZip64(DirectoryRecord& record, std::string_view extra, const std::st
 }
 
 }  // namespace
-
-std::size_t localHeaderLength(const std::uint8_t* header, std::size_t available) {
-  if (available < kLocalHeaderSize || get32(header) != 0x04034b50) return 0;
-  return kLocalHeaderSize + get16(header + 26) + get16(header + 28);
-}
 
 int openPackageFile(const ustring& path, const std::string& narrowPath) {
   detail::UniqueFd fd(::open(narrowPath.c_str(), O_RDONLY | O_CLOEXEC));
@@ -137,9 +121,7 @@ CentralDirectory CentralDirectory::read(int fd, const std::string& path) {
                         " a package may hold");
   }
   if (size > kMaxBytes) malformed(path, "its central directory is larger than " + std::to_string(kMaxBytes) + " bytes");
-  if (offset > directoryEnd || size > directoryEnd - offset) {
-    malformed(path, "the central directory lies outside the file");
-  }
+  if (offset > directoryEnd || size > directoryEnd - offset) malformed(path, "the central directory lies outside the file");
   if (size < count * kRecordSize) malformed(path, "the central directory is shorter than its entries");
 
   CentralDirectory directory;
@@ -156,8 +138,7 @@ CentralDirectory CentralDirectory::read(int fd, const std::string& path) {
     const char* r = bytes.data() + at;
     const std::size_t nameLength = get16(r + 28);
     const std::size_t extraLength = get16(r + 30);
-    const std::size_t commentLength = get16(r + 32);
-    const std::size_t length = kRecordSize + nameLength + extraLength + commentLength;
+    const std::size_t length = kRecordSize + nameLength + extraLength + get16(r + 32);
     if (length > bytes.size() - at) malformed(path, "central directory record " + std::to_string(i) + " is cut short");
     DirectoryRecord record;
     record.flags = get16(r + 8);

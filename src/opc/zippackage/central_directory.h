@@ -1,13 +1,13 @@
 #pragma once
-// The central directory of a ZIP archive read in two reads: what the package reader lists, what
-// extraction finds entries by and what unchanged entries are copied from as raw bytes.
-// Entry data is never read here.
+// The central directory of a ZIP archive, read in two reads: what the package reader lists and
+// copies unchanged entries from. Entry data is never read here. Internal to opc::zippackage.
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "foundation/ustring.h"
+#include "opc/zippackage/zip_format.h"
 
 namespace opc::zippackage {
 
@@ -27,19 +27,15 @@ struct DirectoryRecord {
   std::uint16_t flags = 0;
   std::size_t recordOffset = 0;  // where the record starts in bytes()
   std::size_t recordLength = 0;  // fixed part, name, extra field and comment
+  [[nodiscard]] bool encrypted() const { return (flags & (kFlagEncrypted | kFlagStrongEncryption)) != 0; }
 };
 
-// An entry's local header: its fixed part is kLocalHeaderSize bytes. localHeaderLength gives the
-// whole header's length (name and extra field included) from the `available` bytes read at its
-// start, or 0 when they are no local header.
-inline constexpr std::size_t kLocalHeaderSize = 30;
-[[nodiscard]] std::size_t localHeaderLength(const std::uint8_t* header, std::size_t available);
-
+// The central directory of an archive, read in two reads. Entry data is never read here.
 class CentralDirectory {
  public:
   // Reads the end records and the directory of the archive open on `fd`. Throws opc::Exception
   // naming `path` when they are malformed, claim more than kMaxEntries entries or kMaxBytes of
-  // directory, or lie outside the file; the file is not otherwise checked.
+  // directory, or lie outside the file; the entries' data is not checked.
   static CentralDirectory read(int fd, const std::string& path);
 
   static constexpr std::uint64_t kMaxEntries = 1'000'000;
@@ -48,6 +44,9 @@ class CentralDirectory {
   [[nodiscard]] const std::vector<DirectoryRecord>& records() const { return records_; }
   // The directory as stored: records back to back.
   [[nodiscard]] const std::string& bytes() const { return bytes_; }
+  [[nodiscard]] std::string_view recordBytes(const DirectoryRecord& r) const {
+    return std::string_view(bytes_).substr(r.recordOffset, r.recordLength);
+  }
   // Where the directory starts in the file.
   [[nodiscard]] std::uint64_t offset() const { return offset_; }
 

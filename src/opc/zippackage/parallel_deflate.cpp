@@ -6,72 +6,15 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdlib>
-#include <cstring>
+#include <deque>
 #include <limits>
+#include <vector>
 
 #include "opc/exception.h"
 
 namespace opc::zippackage {
 
 namespace {
-
-struct CompressorDeleter {
-  void operator()(libdeflate_compressor* c) const noexcept { libdeflate_free_compressor(c); }
-};
-using Compressor = std::unique_ptr<libdeflate_compressor, CompressorDeleter>;
-
-Compressor makeCompressor(int level) {
-  Compressor c(libdeflate_alloc_compressor(level));
-  if (!c) throw Exception("cannot allocate a deflate compressor");
-  return c;
-}
-
-// Reads up to `limit` bytes into `bytes` (whose capacity is kept from one call to the next); the
-// stream's end comes first for every source the pipeline gets.
-void readUpTo(const ContentSource& source, std::uint64_t limit, std::string& bytes) {
-  bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(source.size().value_or(limit), limit)) + 1);
-  auto stream = source.openStream();
-  std::size_t used = 0;
-  for (;;) {
-    if (used == bytes.size()) {
-      if (used > limit) break;
-      bytes.resize(std::min<std::size_t>(used * 2 + 4096, static_cast<std::size_t>(limit) + 1));
-    }
-    const std::size_t n = stream->read(reinterpret_cast<std::uint8_t*>(bytes.data()) + used, bytes.size() - used);
-    if (n == 0) break;
-    used += n;
-  }
-  bytes.resize(std::min<std::size_t>(used, static_cast<std::size_t>(limit)));
-}
-
-// What one worker reuses from entry to entry, so that deflating many files does not allocate and
-// free a megabyte or two for each.
-struct Scratch {
-  std::string input;
-  std::string output;
-  void swap(Scratch& other) noexcept {
-    input.swap(other.input);
-    output.swap(other.output);
-  }
-};
-constexpr std::size_t kKeptScratch = 256u << 10;
-
-DeflatedEntry deflateWhole(libdeflate_compressor* compressor, const ContentSource& source, Scratch& scratch) {
-  DeflatedEntry entry;
-  readUpTo(source, kWholeEntryLimit + 1, scratch.input);
-  const std::string& bytes = scratch.input;
-  if (bytes.size() > kWholeEntryLimit) throw Exception("the content grew past the size it had when added");
-  entry.size = bytes.size();
-  entry.crc = libdeflate_crc32(0, bytes.data(), bytes.size());
-  const std::size_t bound = libdeflate_deflate_compress_bound(compressor, bytes.size());
-  if (scratch.output.size() < bound) scratch.output.resize(bound);
-  const std::size_t n = libdeflate_deflate_compress(compressor, bytes.data(), bytes.size(), scratch.output.data(),
-                                                    scratch.output.size());
-  if (n == 0) throw Exception("deflate output exceeded its bound");
-  entry.compressed.assign(scratch.output.data(), n);
-  return entry;
-}
 
 // Where a raw deflate stream's blocks lie: the bit at which its final block's header starts (the
 // BFINAL bit) and the bit just past that block's end-of-block code.
@@ -123,25 +66,53 @@ int pieceLevel(const std::uint8_t* data, std::size_t size) {
   constexpr std::size_t kSample = 64u << 10;
   size = std::min(size, kSample);
   if (size < kSample) return kDeflateLevel;
-  const Compressor fast = makeCompressor(1);
-  std::string out(libdeflate_deflate_compress_bound(fast.get(), size), '\0');
-  const std::size_t n = libdeflate_deflate_compress(fast.get(), data, size, out.data(), out.size());
-  return n * 4 > size * 3 ? kPoorDataLevel : kDeflateLevel;
-}
-
-// One piece of a large entry, deflated cold: libdeflate takes no preset dictionary, and what a piece
-// loses for it is small next to what libdeflate gains over zlib in speed and size.
-// Into `out`, whose capacity is kept from one piece to the next.
-void deflatePiece(libdeflate_compressor* compressor, const std::uint8_t* data, std::size_t size, bool last,
-                  std::string& out) {
-  out.resize(libdeflate_deflate_compress_bound(compressor, size) + 5);
-  const std::size_t n = libdeflate_deflate_compress(compressor, data, size, out.data(), out.size());
-  if (n == 0) throw Exception("deflate output exceeded its bound");
-  out.resize(n);
-  if (!last) unfinishStream(out);
+  std::string out;
+  deflateInto(makeCompressor(1).get(), data, size, out);
+  return out.size() * 4 > size * 3 ? kPoorDataLevel : kDeflateLevel;
 }
 
 }  // namespace
+
+std::size_t readFully(InputStream& stream, std::uint8_t* into, std::size_t size) {
+  std::size_t filled = 0;
+  while (filled < size) {
+    const std::size_t n = stream.read(into + filled, size - filled);
+    if (n == 0) break;
+    filled += n;
+  }
+  return filled;
+}
+
+void CompressorDeleter::operator()(libdeflate_compressor* c) const noexcept {
+  libdeflate_free_compressor(c);
+}
+
+Compressor makeCompressor(int level) {
+  Compressor c(libdeflate_alloc_compressor(level));
+  if (!c) throw Exception("cannot allocate a deflate compressor");
+  return c;
+}
+
+void deflateInto(libdeflate_compressor* compressor, const void* data, std::size_t size, std::string& out) {
+  out.resize(libdeflate_deflate_compress_bound(compressor, size));
+  const std::size_t n = libdeflate_deflate_compress(compressor, data, size, out.data(), out.size());
+  if (n == 0) throw Exception("deflate output exceeded its bound");
+  out.resize(n);
+}
+
+void readWhole(const ContentSource& source, std::uint64_t limit, std::string& bytes) {
+  // One byte more than expected, so that the end shows in the same read.
+  bytes.resize(static_cast<std::size_t>(std::min(source.size().value_or(0), limit)) + 1);
+  const auto stream = source.openStream();
+  std::size_t used = 0;
+  while (const std::size_t n = stream->read(reinterpret_cast<std::uint8_t*>(bytes.data()) + used, bytes.size() - used)) {
+    used += n;
+    if (used < bytes.size()) continue;
+    if (used > limit) throw Exception("the content grew past the size it had when added");
+    bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(used * 2 + 4096, limit + 1)));
+  }
+  bytes.resize(used);
+}
 
 void unfinishStream(std::string& stream) {
   auto* bytes = reinterpret_cast<std::uint8_t*>(stream.data());
@@ -155,72 +126,67 @@ void unfinishStream(std::string& stream) {
   stream.append("\x00\x00\xff\xff", 4);
 }
 
-PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, unsigned threads) {
+PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, detail::WorkQueue& work,
+                            std::string_view entry) {
   const std::optional<std::uint64_t> expected = source.size();
   if (!expected) throw Exception("a source of unknown size cannot be deflated in pieces");
-  // No more threads (and buffers) than the entry has pieces: a small entry on a many-core machine
-  // does not take a piece's memory per core.
-  const std::uint64_t pieceCount = (*expected + kPieceSize - 1) / kPieceSize;
-  threads = static_cast<unsigned>(std::clamp<std::uint64_t>(pieceCount, 1, std::max(1u, threads)));
-  auto stream = source.openStream();
-  std::vector<Compressor> compressors;  // one per thread, made once the first bytes show the level
+  struct Piece {
+    std::vector<std::uint8_t> input;
+    std::string output;
+    std::uint64_t task = 0;
+  };
+  struct Shared {  // what the tasks use, kept alive by each of them
+    std::string entry;
+    int level = kDeflateLevel;
+    std::vector<Compressor> compressors;  // a worker's, made on its first piece
+  };
+  const auto shared = std::make_shared<Shared>();
+  shared->entry = entry;
+  shared->compressors.resize(work.slots());
+  std::deque<std::shared_ptr<Piece>> flight;  // submitted, in order
+  std::vector<std::shared_ptr<Piece>> spare;
   PieceStream result;
-  // Each round reads `threads` pieces. Pieces start at multiples of kPieceSize whatever the thread
-  // count, so the stream does not depend on it.
-  std::vector<std::uint8_t> buffer(threads * kPieceSize);
-  std::vector<std::string> outputs(threads);
-  std::vector<std::string> failures(threads);
-  bool end = false;
-  while (!end) {
-    std::size_t filled = 0;
-    while (filled < buffer.size()) {
-      const std::size_t n = stream->read(buffer.data() + filled, buffer.size() - filled);
-      if (n == 0) break;
-      filled += n;
-    }
-    result.crc = libdeflate_crc32(result.crc, buffer.data(), filled);
+  const auto writeOldest = [&] {
+    std::shared_ptr<Piece> piece = std::move(flight.front());
+    flight.pop_front();
+    work.wait(piece->task);
+    out.append(reinterpret_cast<const std::uint8_t*>(piece->output.data()), piece->output.size());
+    result.compressedSize += piece->output.size();
+    spare.push_back(std::move(piece));
+  };
+  const auto stream = source.openStream();
+  for (bool end = false; !end;) {
+    std::shared_ptr<Piece> piece = spare.empty() ? std::make_shared<Piece>() : std::move(spare.back());
+    if (!spare.empty()) spare.pop_back();
+    piece->input.resize(kPieceSize);
+    const std::size_t filled = readFully(*stream, piece->input.data(), kPieceSize);
+    piece->input.resize(filled);
+    result.crc = static_cast<std::uint32_t>(libdeflate_crc32(result.crc, piece->input.data(), filled));
     result.size += filled;
     if (result.size > *expected) throw Exception("the content grew past the size it had when added");
     end = result.size == *expected;
-    if (end) {
-      std::uint8_t probe;
-      if (stream->read(&probe, 1) != 0) throw Exception("the content grew past the size it had when added");
-    } else if (filled < buffer.size()) {
-      throw Exception("the content shrank below the size it had when added");
-    }
-    if (compressors.empty()) {
-      const int level = pieceLevel(buffer.data(), filled);
-      for (unsigned i = 0; i < threads; ++i) compressors.push_back(makeCompressor(level));
-    }
-    const std::size_t pieces = std::max<std::size_t>(1, (filled + kPieceSize - 1) / kPieceSize);
-    auto run = [&](std::size_t i) {
+    std::uint8_t probe;
+    if (end && stream->read(&probe, 1) != 0) throw Exception("the content grew past the size it had when added");
+    if (!end && filled < kPieceSize) throw Exception("the content shrank below the size it had when added");
+    // The level rests on the entry's first bytes, so that the stream does not depend on the workers.
+    if (result.size == filled) shared->level = pieceLevel(piece->input.data(), filled);
+    piece->task = work.submit([shared, piece, end](unsigned worker) {
       try {
-        const std::size_t begin = i * kPieceSize;
-        const std::size_t length = std::min(kPieceSize, filled - begin);
-        deflatePiece(compressors[i].get(), buffer.data() + begin, length, end && i + 1 == pieces, outputs[i]);
+        Compressor& compressor = shared->compressors[worker];
+        if (!compressor) compressor = makeCompressor(shared->level);
+        // Cold: libdeflate takes no preset dictionary, and what a piece loses for it is small next
+        // to what libdeflate gains over zlib in speed and size.
+        deflateInto(compressor.get(), piece->input.data(), piece->input.size(), piece->output);
+        if (!end) unfinishStream(piece->output);
       } catch (const std::exception& e) {
-        failures[i] = e.what();
+        throw EntryError("entry '" + shared->entry + "': " + e.what());
       }
-    };
-    std::vector<std::thread> helpers;
-    for (std::size_t i = 1; i < pieces; ++i) helpers.emplace_back(run, i);
-    run(0);
-    for (auto& helper : helpers) helper.join();
-    for (std::size_t i = 0; i < pieces; ++i) {
-      if (!failures[i].empty()) throw Exception(failures[i]);
-      out.append(reinterpret_cast<const std::uint8_t*>(outputs[i].data()), outputs[i].size());
-      result.compressedSize += outputs[i].size();
-    }
+    }, true);
+    flight.push_back(std::move(piece));
+    if (flight.size() > work.slots()) writeOldest();
   }
+  while (!flight.empty()) writeOldest();
   return result;
-}
-
-unsigned deflateThreads() {
-  if (const char* text = std::getenv("ZVADDON_THREADS")) {
-    const long n = std::strtol(text, nullptr, 10);
-    if (n >= 1 && n <= 256) return static_cast<unsigned>(n);
-  }
-  return std::max(1u, std::thread::hardware_concurrency());
 }
 
 bool isCompressedFormat(std::string_view name) {
@@ -238,94 +204,12 @@ bool isCompressedFormat(std::string_view name) {
 
 bool worthDeflating(const ContentSource& source) {
   constexpr std::size_t kSample = 256u << 10;
-  std::string sample;
-  readUpTo(source, kSample, sample);
+  std::vector<std::uint8_t> sample(kSample);
+  sample.resize(readFully(*source.openStream(), sample.data(), kSample));
   if (sample.empty()) return true;
-  const Compressor compressor = makeCompressor(1);
-  std::string out(libdeflate_deflate_compress_bound(compressor.get(), sample.size()), '\0');
-  const std::size_t n =
-      libdeflate_deflate_compress(compressor.get(), sample.data(), sample.size(), out.data(), out.size());
-  return n != 0 && n * 100 <= sample.size() * 92;
-}
-
-DeflatePipeline::DeflatePipeline(unsigned threads, std::uint64_t window)
-    : threads_(std::max(1u, threads)), window_(window) {}
-
-DeflatePipeline::~DeflatePipeline() {
-  {
-    const std::lock_guard lock(mutex_);
-    stopping_ = true;
-  }
-  changed_.notify_all();
-  for (auto& worker : workers_) worker.join();
-}
-
-std::size_t DeflatePipeline::add(std::shared_ptr<const ContentSource> source) {
-  std::size_t ticket = 0;
-  {
-    const std::lock_guard lock(mutex_);
-    jobs_.push_back(Job{std::move(source), {}, false});
-    ticket = first_ + jobs_.size() - 1;
-  }
-  changed_.notify_all();
-  return ticket;
-}
-
-void DeflatePipeline::start() {
-  for (unsigned i = 0; i < threads_; ++i) workers_.emplace_back([this] { work(); });
-}
-
-DeflatedEntry DeflatePipeline::take(std::size_t ticket) {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return jobs_[ticket - first_].done; });
-  DeflatedEntry result = std::move(jobs_[ticket - first_].result);
-  held_ -= std::min<std::uint64_t>(held_, result.compressed.size());
-  taken_ = ticket + 1;
-  // Taken jobs are done, so no worker holds them.
-  while (first_ < taken_) {
-    jobs_.pop_front();
-    ++first_;
-  }
-  lock.unlock();
-  changed_.notify_all();
-  return result;
-}
-
-void DeflatePipeline::work() {
-  Compressor compressor;
-  Scratch scratch;
-  std::string failure;
-  try {
-    compressor = makeCompressor(kDeflateLevel);
-  } catch (const std::exception& e) {
-    failure = e.what();
-  }
-  std::unique_lock lock(mutex_);
-  for (;;) {
-    // The job the caller waits for is always taken, whatever the window holds: no deadlock.
-    changed_.wait(lock, [&] {
-      return stopping_ || (next_ < first_ + jobs_.size() && (held_ < window_ || next_ == taken_));
-    });
-    if (stopping_) return;
-    Job& job = jobs_[next_++ - first_];
-    lock.unlock();
-    DeflatedEntry result;
-    try {
-      if (!failure.empty()) throw Exception(failure);
-      result = deflateWhole(compressor.get(), *job.source, scratch);
-      // Most entries are small: the buffers of a large one go with it rather than stay a megabyte
-      // or two a worker for the rest of the package.
-      if (scratch.input.capacity() > kKeptScratch) Scratch().swap(scratch);
-    } catch (const std::exception& e) {
-      result = DeflatedEntry{};
-      result.error = e.what();
-    }
-    lock.lock();
-    held_ += result.compressed.size();
-    job.result = std::move(result);
-    job.done = true;
-    changed_.notify_all();
-  }
+  std::string out;
+  deflateInto(makeCompressor(1).get(), sample.data(), sample.size(), out);
+  return out.size() * 100 <= sample.size() * 92;
 }
 
 }  // namespace opc::zippackage

@@ -8,21 +8,13 @@
 
 #include "opc/detail/fd.h"
 #include "opc/exception.h"
-#include "opc/zippackage/little_endian.h"
 
 namespace opc::zippackage {
 
 namespace {
 
-constexpr std::uint32_t kMax32 = 0xFFFFFFFF;
-
-using le::append16;
-using le::append64;
 using le::get16;
-using le::get32;
 using le::put16;
-using le::put32;
-using le::put64;
 
 // Copies [from, from + size) of `in` to `to` in `out`, inside the kernel where it can, writing behind.
 void copyRange(int in, std::uint64_t from, int out, std::uint64_t to, std::uint64_t size, const std::string& path) {
@@ -60,58 +52,6 @@ void copyRange(int in, std::uint64_t from, int out, std::uint64_t to, std::uint6
 
 }  // namespace
 
-std::string relocatedRecord(std::string record, std::uint64_t offset) {
-  const std::size_t nameLength = get16(record.data() + 28);
-  const std::string_view name(record.data() + 46, nameLength);
-  if (std::all_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
-    put16(record.data() + 8, static_cast<std::uint16_t>(get16(record.data() + 8) | 0x0800));
-  }
-  const std::size_t extraAt = 46 + nameLength;
-  const std::size_t extraLength = get16(record.data() + 30);
-  if (get32(record.data() + 42) != kMax32 && offset < kMax32) {
-    put32(record.data() + 42, static_cast<std::uint32_t>(offset));
-    return record;
-  }
-  // The offset lives in the ZIP64 extra field, after the sizes that overflow.
-  const std::size_t before = (get32(record.data() + 24) == kMax32 ? 8 : 0) + (get32(record.data() + 20) == kMax32 ? 8 : 0);
-  const bool hadOffset = get32(record.data() + 42) == kMax32;
-  put32(record.data() + 42, kMax32);
-  std::size_t at = extraAt;
-  while (at + 4 <= extraAt + extraLength) {
-    const std::uint16_t id = get16(record.data() + at);
-    const std::uint16_t length = get16(record.data() + at + 2);
-    if (at + 4 + length > extraAt + extraLength) break;
-    if (id == 0x0001) {
-      if (hadOffset && length >= before + 8) {
-        put64(record.data() + at + 4 + before, offset);
-        put16(record.data() + 6, std::max<std::uint16_t>(get16(record.data() + 6), 45));
-        return record;
-      }
-      if (!hadOffset && length >= before) {
-        char value[8];
-        put64(value, offset);
-        record.insert(at + 4 + before, value, 8);
-        put16(record.data() + at + 2, static_cast<std::uint16_t>(length + 8));
-        put16(record.data() + 30, static_cast<std::uint16_t>(extraLength + 8));
-        put16(record.data() + 6, std::max<std::uint16_t>(get16(record.data() + 6), 45));
-        return record;
-      }
-      break;
-    }
-    at += 4u + length;
-  }
-  if (hadOffset || before != 0) throw Exception("an entry's ZIP64 extra field is malformed");
-  std::string field;
-  append16(field, 0x0001);
-  append16(field, 8);
-  append64(field, offset);
-  record.insert(extraAt + extraLength, field);
-  put16(record.data() + 30, static_cast<std::uint16_t>(extraLength + field.size()));
-  put16(record.data() + 6, std::max<std::uint16_t>(get16(record.data() + 6), 45));
-  return record;
-}
-
-
 RawCopier::RawCopier(int sourceFd, std::string sourcePath, std::shared_ptr<const CentralDirectory> source)
     : sourceFd_(sourceFd), sourcePath_(std::move(sourcePath)), source_(std::move(source)) {
   const auto& records = source_->records();
@@ -129,7 +69,7 @@ RawCopier::RawCopier(int sourceFd, std::string sourcePath, std::shared_ptr<const
 bool RawCopier::canCopy(std::size_t index, std::string_view name) const {
   if (index >= source_->records().size()) return false;
   const DirectoryRecord& r = source_->records()[index];
-  if (r.name != name || (r.method != 0 && r.method != 8) || (r.flags & 0x0041) != 0) return false;  // encrypted
+  if (r.name != name || !compressionOf(r.method) || r.encrypted()) return false;
   const std::uint64_t extent = extentEnd_[index] - r.localHeaderOffset;
   // Room for at least the header, the name and the data; a local extra field or a descriptor may
   // take the rest.
@@ -159,13 +99,13 @@ std::uint64_t RawCopier::copyTo(int fd, std::uint64_t position, const std::funct
         put16(value, version);
         detail::pwriteAll(fd, value, 2, offset + 4, path);
       }
-      if ((r.flags & 0x0800) == 0 && (get16(relocated.data() + 8) & 0x0800) != 0) {
+      if ((r.flags & kFlagUtf8) == 0 && (get16(relocated.data() + 8) & kFlagUtf8) != 0) {
         // The local header carries the flag too.
         std::uint8_t flags[2];
         if (detail::preadSome(sourceFd_, flags, 2, r.localHeaderOffset + 6, sourcePath_) != 2) {
           throw Exception("cannot copy entries into '" + path + "': the old package ended early");
         }
-        flags[1] |= 0x08;
+        put16(flags, static_cast<std::uint16_t>(get16(flags) | kFlagUtf8));
         detail::pwriteAll(fd, flags, 2, offset + 6, path);
       }
       record(relocated);

@@ -15,12 +15,6 @@
 
 namespace opc::zippackage {
 
-// A central-directory record (as stored) rewritten for a local header at `offset`: the offset goes
-// into the ZIP64 extra field (made or extended) when it needs 64 bits, and an ASCII name gets the
-// UTF-8 flag (every name this writer makes is UTF-8; foreign ASCII names may lack it). Throws
-// opc::Exception when the record's ZIP64 field is malformed.
-[[nodiscard]] std::string relocatedRecord(std::string record, std::uint64_t offset);
-
 class RawCopier {
  public:
   // Copies from the archive open on `sourceFd`, whose directory is `source` (both must stay as they

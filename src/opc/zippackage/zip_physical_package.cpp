@@ -1,24 +1,19 @@
 #include "opc/zippackage/zip_physical_package.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
+#include <libdeflate.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <deque>
+#include <cstring>
 #include <ctime>
-#include <string_view>
 
 #include "opc/detail/fd.h"
 #include "opc/detail/text.h"
 #include "opc/exception.h"
-#include "opc/model/part_name.h"
 #include "opc/zippackage/central_directory.h"
-#include "opc/zippackage/extra_fields.h"
-#include "opc/zippackage/little_endian.h"
 
 namespace opc::zippackage {
 
@@ -27,24 +22,45 @@ namespace {
 using le::get16;
 using le::get32;
 
-// Reads one entry's bytes at the offsets its directory record gives, with pread on the package's
-// descriptor (several streams may read at once), inflating deflated data with zlib. At the end the
-// size and CRC-32 must match the record's; more bytes than the record's size are refused as they come,
-// so a forged size cannot make a reader inflate without bound.
+// Deflate cannot expand its input more than 1032 times (258 bytes from each two-bit code at best);
+// an entry that declares more is lying.
+constexpr std::uint64_t kMaxDeflateRatio = 1032;
+// Read with an entry's data in one pread: room for a local extra field the directory does not show.
+constexpr std::size_t kLocalExtraSlack = 64;
+
+[[noreturn]] void refuse(const std::string& description, const std::string& why) {
+  throw Exception("cannot read " + description + ": " + why);
+}
+
+// Reads `size` bytes at `offset`, fewer only where the file ends.
+std::size_t preadFull(int fd, std::uint8_t* into, std::size_t size, std::uint64_t offset, const std::string& path) {
+  std::size_t got = 0;
+  while (got < size) {
+    const std::size_t n = detail::preadSome(fd, into + got, size - got, offset + got, path);
+    if (n == 0) break;
+    got += n;
+  }
+  return got;
+}
+
+// Streams one entry's bytes from the offsets its directory record gives, with pread on the
+// package's descriptor (several streams may read at once), inflating deflated data with zlib. More
+// bytes than the record's size are refused as they come, so a forged size cannot make a reader
+// inflate without bound; at the end the size and CRC-32 must match.
 class EntryStream : public InputStream {
  public:
   EntryStream(int fd, std::uint64_t dataOffset, const ZipEntry& entry, bool raw, std::string description)
       : fd_(fd),
         next_(dataOffset),
         remaining_(entry.compressedSize),
-        inflate_(!raw && entry.compressionMethod == 8),
+        inflate_(!raw && entry.compression == Compression::Deflated),
         check_(!raw),
         expectedSize_(raw ? entry.compressedSize : entry.size),
         expectedCrc_(entry.crc),
         description_(std::move(description)) {
     if (inflate_) {
       input_.resize(kInputSize);
-      if (inflateInit2(&z_, -MAX_WBITS) != Z_OK) throw Exception("cannot read " + description_ + ": zlib failed to start");
+      if (inflateInit2(&z_, -MAX_WBITS) != Z_OK) refuse(description_, "zlib failed to start");
       zOpen_ = true;
     }
   }
@@ -56,10 +72,10 @@ class EntryStream : public InputStream {
 
   [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override {
     if (done_ || size == 0) return 0;
-    std::size_t n = inflate_ ? inflateInto(buffer, size) : copyInto(buffer, size);
-    if (n > expectedSize_ - produced_) fail("it holds more bytes than its size says");
+    const std::size_t n = inflate_ ? inflateInto(buffer, size) : copyInto(buffer, size);
+    if (n > expectedSize_ - produced_) refuse(description_, "it holds more bytes than its size says");
     produced_ += n;
-    if (check_) crc_ = crc32_z(crc_, buffer, n);
+    if (check_) crc_ = static_cast<std::uint32_t>(libdeflate_crc32(crc_, buffer, n));
     if (n == 0) finish();
     return n;
   }
@@ -67,13 +83,11 @@ class EntryStream : public InputStream {
  private:
   static constexpr std::size_t kInputSize = 64u << 10;
 
-  [[noreturn]] void fail(const std::string& why) const { throw Exception("cannot read " + description_ + ": " + why); }
-
   std::size_t copyInto(std::uint8_t* buffer, std::size_t size) {
     const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(size, remaining_));
     if (want == 0) return 0;
     const std::size_t n = detail::preadSome(fd_, buffer, want, next_, description_);
-    if (n == 0) fail("the file ends early");
+    if (n == 0) refuse(description_, "the file ends early");
     next_ += n;
     remaining_ -= n;
     return n;
@@ -87,7 +101,7 @@ class EntryStream : public InputStream {
     while (z_.avail_out == room) {  // until some bytes come out or the stream ends
       if (z_.avail_in == 0) {
         const std::size_t got = copyInto(input_.data(), input_.size());
-        if (got == 0) fail("its compressed data ends early");
+        if (got == 0) refuse(description_, "its compressed data ends early");
         z_.next_in = input_.data();
         z_.avail_in = static_cast<uInt>(got);
       }
@@ -97,7 +111,7 @@ class EntryStream : public InputStream {
         break;
       }
       if (rc != Z_OK && rc != Z_BUF_ERROR) {
-        fail(std::string("its compressed data is corrupt (") + (z_.msg != nullptr ? z_.msg : "zlib error") + ")");
+        refuse(description_, std::string("its compressed data is corrupt (") + (z_.msg != nullptr ? z_.msg : "zlib error") + ")");
       }
     }
     return room - z_.avail_out;
@@ -106,9 +120,9 @@ class EntryStream : public InputStream {
   void finish() {
     done_ = true;
     if (!check_) return;
-    if (produced_ != expectedSize_) fail("it holds fewer bytes than its size says");
-    if (inflate_ && (z_.avail_in != 0 || remaining_ != 0)) fail("data follows the end of its compressed stream");
-    if (crc_ != expectedCrc_) fail("CRC error: the data does not match its checksum");
+    if (produced_ != expectedSize_) refuse(description_, "it holds fewer bytes than its size says");
+    if (inflate_ && (z_.avail_in != 0 || remaining_ != 0)) refuse(description_, "data follows the end of its compressed stream");
+    if (crc_ != expectedCrc_) refuse(description_, "CRC error: the data does not match its checksum");
   }
 
   int fd_;
@@ -129,34 +143,12 @@ class EntryStream : public InputStream {
 };
 
 bool isUtf8(std::string_view text) {
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    std::size_t extra = 0;
-    char32_t cp = 0;
-    if (c < 0x80) {
-      ++i;
-      continue;
-    } else if ((c & 0xE0) == 0xC0) {
-      extra = 1, cp = c & 0x1F;
-    } else if ((c & 0xF0) == 0xE0) {
-      extra = 2, cp = c & 0x0F;
-    } else if ((c & 0xF8) == 0xF0) {
-      extra = 3, cp = c & 0x07;
-    } else {
-      return false;
-    }
-    if (i + extra >= text.size()) return false;
-    for (std::size_t k = 1; k <= extra; ++k) {
-      const auto d = static_cast<unsigned char>(text[i + k]);
-      if ((d & 0xC0) != 0x80) return false;
-      cp = (cp << 6) | (d & 0x3F);
-    }
-    static constexpr char32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-    if (cp < kMin[extra] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
-    i += extra + 1;
+  try {
+    (void)detail::fromUtf8(text, "name");
+    return true;
+  } catch (const Exception&) {
+    return false;
   }
-  return true;
 }
 
 // Names stored without the UTF-8 flag that are not UTF-8 were written in code page 437, the ZIP
@@ -199,7 +191,7 @@ std::string cp437ToUtf8(std::string_view text) {
 EntryAttributes readAttributes(std::string_view record) {
   EntryAttributes attributes;
   const std::size_t nameLength = get16(record.data() + 28);
-  std::string_view extra = record.substr(46 + nameLength, get16(record.data() + 30));
+  std::string_view extra = record.substr(kRecordSize + nameLength, get16(record.data() + 30));
   std::optional<FileTime> extended;
   while (extra.size() >= 4) {
     const std::uint16_t id = get16(extra.data());
@@ -233,6 +225,14 @@ EntryAttributes readAttributes(std::string_view record) {
 
 }  // namespace
 
+// Where an entry's data lies, found from its local header.
+struct ZipPhysicalPackage::Located {
+  const ZipEntry& entry;
+  std::uint64_t dataOffset;
+  std::size_t headerLength;  // where the data starts in the buffer read with it
+  std::string description;  // "entry N 'name' of 'path'", for messages
+};
+
 ZipPhysicalPackage::ZipPhysicalPackage(const ustring& path, bool durable)
     : path_(path), narrowPath_(detail::toUtf8(path, "package path")), durable_(durable) {
   if (path_.empty()) throw Exception("empty package path");
@@ -259,62 +259,67 @@ void ZipPhysicalPackage::openArchive() {
   for (const DirectoryRecord& r : directory->records()) {
     ZipEntry entry;
     entry.index = entries.size();
-    if ((r.flags & 0x0800) != 0 || isUtf8(r.name)) {
-      entry.name = r.name;
-    } else {
-      entry.name = convertedNames.emplace_back(cp437ToUtf8(r.name));
-    }
+    const bool ascii = std::all_of(r.name.begin(), r.name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    entry.name = ascii || (r.flags & kFlagUtf8) != 0 || isUtf8(r.name) ? r.name : convertedNames.emplace_back(cp437ToUtf8(r.name));
     entry.size = r.size;
     entry.compressedSize = r.compressedSize;
+    entry.compression = compressionOf(r.method);
     entry.compressionMethod = r.method;
     entry.crc = r.crc;
-    entry.encrypted = (r.flags & 0x0001) != 0;
-    entry.attributes = readAttributes(std::string_view(directory->bytes()).substr(r.recordOffset, r.recordLength));
-    entries.push_back(std::move(entry));
+    entry.encrypted = r.encrypted();
+    entry.attributes = readAttributes(directory->recordBytes(r));
+    entries.push_back(entry);
   }
-  rawFd_ = fd.release();
+  fd_ = fd.release();
   directory_ = std::move(directory);
   entries_ = std::move(entries);
   convertedNames_ = std::move(convertedNames);
 }
 
 void ZipPhysicalPackage::closeArchive() noexcept {
-  if (rawFd_ >= 0) ::close(rawFd_);
-  rawFd_ = -1;
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
   entries_.clear();
   convertedNames_.clear();
   directory_.reset();
 }
 
-std::unique_ptr<InputStream> ZipPhysicalPackage::openEntry(std::uint64_t index) const {
-  return open(index, false);
+std::string ZipPhysicalPackage::entryDefect(std::uint64_t index) const {
+  const ZipEntry& e = entries_.at(index);
+  if (e.encrypted) return "it is encrypted";
+  if (!e.compression) return "compression method " + std::to_string(e.compressionMethod) + " is not supported";
+  const std::string declares = "it declares " + std::to_string(e.size) + " bytes";
+  if (e.compression == Compression::Stored && e.size != e.compressedSize) {
+    return declares + " but stores " + std::to_string(e.compressedSize);
+  }
+  if (e.compression == Compression::Deflated && e.size / kMaxDeflateRatio > e.compressedSize) {
+    return declares + " from " + std::to_string(e.compressedSize) + " compressed bytes, more than its compression can yield";
+  }
+  return {};
 }
 
-std::unique_ptr<InputStream> ZipPhysicalPackage::openRawEntry(std::uint64_t index) const {
-  return open(index, true);
-}
-
-std::unique_ptr<InputStream> ZipPhysicalPackage::open(std::uint64_t index, bool raw) const {
-  if (rawFd_ < 0) throw Exception("package '" + narrowPath_ + "' is not open");
+ZipPhysicalPackage::Located ZipPhysicalPackage::locate(std::uint64_t index, bool raw,
+                                                      std::vector<std::uint8_t>* whole) const {
+  if (fd_ < 0) throw Exception("package '" + narrowPath_ + "' is not open");
   const std::string description = "entry " + std::to_string(index) +
                                   (index < entries_.size() ? " '" + std::string(entries_[index].name) + "'" : std::string()) +
                                   " of '" + narrowPath_ + "'";
   if (index >= entries_.size()) throw Exception("cannot open " + description + ": no such entry");
-  const ZipEntry& entry = entries_[index];
-  if (!raw && entry.encrypted) throw Exception("cannot open " + description + ": it is encrypted");
-  if (!raw && entry.compressionMethod != 0 && entry.compressionMethod != 8) {
-    throw Exception("cannot open " + description + ": compression method " + std::to_string(entry.compressionMethod) +
-                    " is not supported");
+  if (const std::string defect = raw ? std::string() : entryDefect(index); !defect.empty()) {
+    throw Exception("cannot open " + description + ": " + defect);
   }
   const DirectoryRecord& r = directory_->records()[index];
+  const auto compressed = static_cast<std::size_t>(r.compressedSize);
   std::uint8_t header[kLocalHeaderSize];
-  std::size_t got = 0;
-  while (got < sizeof header) {
-    const std::size_t n = detail::preadSome(rawFd_, header + got, sizeof header - got, r.localHeaderOffset + got, narrowPath_);
-    if (n == 0) break;
-    got += n;
+  std::size_t want = kLocalHeaderSize;
+  std::uint8_t* into = header;
+  if (whole != nullptr) {  // the header, a guess at its name and extra field, and the data in one read
+    want += r.name.size() + kLocalExtraSlack + compressed;
+    if (whole->size() < want) whole->resize(want);
+    into = whole->data();
   }
-  const std::size_t headerLength = localHeaderLength(header, got);
+  const std::size_t got = preadFull(fd_, into, want, r.localHeaderOffset, narrowPath_);
+  const std::size_t headerLength = localHeaderLength(into, got);
   if (headerLength == 0) {
     throw Exception("cannot open " + description + ": no local header where its directory record points");
   }
@@ -322,7 +327,67 @@ std::unique_ptr<InputStream> ZipPhysicalPackage::open(std::uint64_t index, bool 
   if (dataOffset > directory_->offset() || r.compressedSize > directory_->offset() - dataOffset) {
     throw Exception("cannot open " + description + ": its data runs into the central directory");
   }
-  return std::make_unique<EntryStream>(rawFd_, dataOffset, entry, raw, description);
+  if (whole != nullptr && got < headerLength + compressed) {
+    if (whole->size() < headerLength + compressed) whole->resize(headerLength + compressed);
+    if (preadFull(fd_, whole->data() + got, headerLength + compressed - got, r.localHeaderOffset + got, narrowPath_) !=
+        headerLength + compressed - got) {
+      refuse(description, "the file ends early");
+    }
+  }
+  return {entries_[index], dataOffset, headerLength, description};
+}
+
+std::unique_ptr<InputStream> ZipPhysicalPackage::openEntry(std::uint64_t index) const {
+  Located at = locate(index, false, nullptr);
+  return std::make_unique<EntryStream>(fd_, at.dataOffset, at.entry, false, std::move(at.description));
+}
+
+std::unique_ptr<InputStream> ZipPhysicalPackage::openRawEntry(std::uint64_t index) const {
+  Located at = locate(index, true, nullptr);
+  return std::make_unique<EntryStream>(fd_, at.dataOffset, at.entry, true, std::move(at.description));
+}
+
+void ZipPhysicalPackage::readEntry(std::uint64_t index, std::vector<std::uint8_t>& out,
+                                   std::vector<std::uint8_t>& scratch) const {
+  // Deflate streams are never much longer than their data; one that is streams through, so that
+  // `scratch` stays about the size of `out`.
+  if (index < entries_.size() && entries_[index].compression == Compression::Deflated &&
+      entries_[index].compressedSize > entries_[index].size + entries_[index].size / 8 + 1024) {
+    const auto stream = openEntry(index);
+    out.resize(static_cast<std::size_t>(entries_[index].size));
+    std::size_t got = 0;
+    while (const std::size_t n = got < out.size() ? stream->read(out.data() + got, out.size() - got) : 0) got += n;
+    std::uint8_t probe;
+    (void)stream->read(&probe, 1);  // the end: checks the length and the CRC
+    return;
+  }
+  const Located at = locate(index, false, &scratch);
+  const ZipEntry& e = at.entry;
+  const auto size = static_cast<std::size_t>(e.size);
+  const bool deflated = e.compression == Compression::Deflated;
+  out.resize(size);
+  const std::uint8_t* data = scratch.data() + at.headerLength;
+  const auto compressed = static_cast<std::size_t>(e.compressedSize);
+  if (!deflated) {
+    std::memcpy(out.data(), data, size);
+  } else {
+    const std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater(
+        libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
+    if (!inflater) throw std::bad_alloc();
+    std::size_t in = 0;
+    std::size_t produced = 0;
+    switch (libdeflate_deflate_decompress_ex(inflater.get(), data, compressed, out.data(), size, &in, &produced)) {
+      case LIBDEFLATE_SUCCESS:
+        if (produced != size) refuse(at.description, "it holds fewer bytes than its size says");
+        if (in != compressed) refuse(at.description, "data follows the end of its compressed stream");
+        break;
+      case LIBDEFLATE_INSUFFICIENT_SPACE:
+        refuse(at.description, "it holds more bytes than its size says");
+      default:
+        refuse(at.description, "its compressed data is corrupt");
+    }
+  }
+  if (libdeflate_crc32(0, out.data(), size) != e.crc) refuse(at.description, "CRC error: the data does not match its checksum");
 }
 
 std::unique_ptr<ZipWriter> ZipPhysicalPackage::createWriter() {

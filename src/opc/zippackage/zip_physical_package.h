@@ -1,5 +1,7 @@
 #pragma once
-// The ZIP container of a package: read with the directory reader and pread, written entry by entry.
+// The ZIP container of a package: its entries read by directory index (one reader for the model,
+// extraction and listing), and a new archive written entry by entry. The only public header of
+// opc::zippackage; ZIP records, methods and inflate stay inside it.
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "foundation/ustring.h"
+#include "opc/compression.h"
 #include "opc/content_source.h"
 #include "opc/file_time.h"
 #include "opc/streams.h"
@@ -23,8 +26,6 @@ struct EntryAttributes {
   std::optional<std::uint32_t> unixMode; // permission bits 07777 when made on Unix
 };
 
-enum class Compression { Stored, Deflated };
-
 struct ZipEntry {
   std::uint64_t index = 0;
   // UTF-8 (names without the UTF-8 flag that are not UTF-8 are read as code page 437): a view into
@@ -32,7 +33,8 @@ struct ZipEntry {
   std::string_view name;
   std::uint64_t size = 0;
   std::uint64_t compressedSize = 0;
-  std::uint16_t compressionMethod = 0;  // ZIP method number: 0 stored, 8 deflate
+  std::optional<Compression> compression;  // none: a method this reader cannot read
+  std::uint16_t compressionMethod = 0;     // the method's number as stored, for messages
   std::uint32_t crc = 0;
   bool encrypted = false;
   EntryAttributes attributes;
@@ -50,8 +52,14 @@ struct PrecompressedContent {
 class ZipWriter;
 
 // The package file at one path. Reading: openArchive() opens the existing file read only and lists
-// its entries; openEntry() streams one entry's bytes. Writing: createWriter() starts a new archive
-// that replaces the file when committed. Not copyable, not thread-safe.
+// its entries; openEntry() and readEntry() give one entry's bytes. Writing: createWriter() starts a
+// new archive that replaces the file when committed. Not copyable; the reading members that are
+// const may be called from several threads at once.
+//
+// Every read of an entry's bytes is checked: an encrypted entry, an unknown method, sizes that no
+// data of its method can have, a local header missing where the directory points, data running into
+// the directory, more or fewer bytes than the size, a corrupt deflate stream and a CRC mismatch are
+// each refused with opc::Exception naming the entry, never handed on as bytes.
 //
 // `durable`: true makes commit() fsync the new file before the rename and the folder after it, so a
 // power loss cannot leave a torn or empty package; false skips both syncs (scratch packages, tests).
@@ -74,23 +82,24 @@ class ZipPhysicalPackage {
   // Reopening rereads the file.
   void openArchive();
   void closeArchive() noexcept;
-  [[nodiscard]] bool isArchiveOpen() const { return rawFd_ >= 0; }
+  [[nodiscard]] bool isArchiveOpen() const { return fd_ >= 0; }
   // The entries in central-directory order; empty when no archive is open.
   [[nodiscard]] const std::vector<ZipEntry>& getEntries() const { return entries_; }
-  // The decompressed bytes of an entry; the size and CRC are checked at the end, and more bytes than
-  // the size are refused as they come. Throws opc::Exception naming the entry (encrypted, an unknown
-  // method, no local header, data outside the file, corrupt data). The stream must not outlive
-  // closeArchive(); several may be open at once.
+
+  // Why entry `index` cannot be read as its record says (encrypted, an unknown method, or sizes no
+  // data of its method can have: a stored entry whose sizes differ, a deflated one declaring more
+  // than deflate can expand its compressed bytes to), or "" when it can be tried. Needs no read.
+  [[nodiscard]] std::string entryDefect(std::uint64_t index) const;
+  // The decompressed bytes of an entry, checked as they come and at the end (see above). The stream
+  // must not outlive closeArchive(); several may be open at once.
   [[nodiscard]] std::unique_ptr<InputStream> openEntry(std::uint64_t index) const;
-  // The entry's data as stored in the file (the raw deflate stream of a deflated entry), neither
-  // inflated nor checked; the caller verifies sizes and CRC. Same errors and lifetime as openEntry.
+  // The entry's data as stored (the raw deflate stream of a deflated entry), neither inflated nor
+  // checked; the caller verifies sizes and CRC. Same errors and lifetime as openEntry.
   [[nodiscard]] std::unique_ptr<InputStream> openRawEntry(std::uint64_t index) const;
-  // The open archive's file (read only; -1 when none is open), for reading stored bytes with pread
-  // from several threads at offsets found in its directory. Owned by this package; valid until
-  // closeArchive().
-  [[nodiscard]] int rawDescriptor() const { return rawFd_; }
-  // The open archive's central directory as stored (null when none is open); valid until closeArchive().
-  [[nodiscard]] const std::shared_ptr<const CentralDirectory>& directory() const { return directory_; }
+  // The whole entry into `out` (resized to its size) with the checks of openEntry, read with one
+  // pread where it can be: for entries the caller is ready to hold in memory. `scratch` holds the
+  // stored bytes; a thread that reads many entries reuses its own pair of buffers.
+  void readEntry(std::uint64_t index, std::vector<std::uint8_t>& out, std::vector<std::uint8_t>& scratch) const;
 
   // A new archive that replaces this package's file on commit. The open archive (if any) stays
   // readable meanwhile and is the source of copyEntry.
@@ -98,24 +107,28 @@ class ZipPhysicalPackage {
 
  private:
   friend class ZipWriter;
-  [[nodiscard]] std::unique_ptr<InputStream> open(std::uint64_t index, bool raw) const;
+  struct Located;
+  // Checks entry `index` and finds its data from its local header; with `whole`, reads the header and
+  // the data into it.
+  [[nodiscard]] Located locate(std::uint64_t index, bool raw, std::vector<std::uint8_t>* whole) const;
   ustring path_;
   std::string narrowPath_;
   bool durable_;
-  int rawFd_ = -1;  // the open archive's file (owned)
+  int fd_ = -1;  // the open archive's file (owned)
   std::shared_ptr<const CentralDirectory> directory_;
   std::vector<ZipEntry> entries_;
   std::deque<std::string> convertedNames_;  // names read as code page 437, in UTF-8
 };
 
 // Builds a new archive entry by entry into a temporary file that commit() puts in the package's
-// place. Entries are written in the order added, a few behind the calls that add them (small ones
-// are deflated meanwhile on every core), and unchanged entries copied as raw bytes after them; a
-// source is opened only while its entry is written. Memory holds the directory (about 100 bytes an
-// entry) and no more than a window of entries, so it does not grow with their size and barely with
+// place. Entries are written in the order added, behind the calls that add them: workers read (and
+// deflate) entries ahead of the writing, up to a window of a few megabytes, large entries are
+// deflated in pieces on every core, and unchanged entries are copied as raw bytes after the rest. A
+// source is opened only while its entry is read. Memory holds the directory (a quarter megabyte, the
+// rest spooled to a file) and the window, so it does not grow with the entries' size and barely with
 // their number. Destroying an uncommitted writer discards everything and leaves the package file
-// untouched. Throws opc::Exception naming the package and the entry; after a throw the writer
-// cannot be used again.
+// untouched. Throws opc::Exception naming the package and the entry; after a throw the writer cannot
+// be used again.
 class ZipWriter {
  public:
   ~ZipWriter();

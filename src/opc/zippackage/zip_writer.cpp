@@ -1,30 +1,30 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <libdeflate.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
-#include <ctime>
-#include <deque>
-#include <dirent.h>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
+#include <deque>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <vector>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <libdeflate.h>
 
 #include "foundation/clock.h"
 #include "opc/detail/content_sources.h"
 #include "opc/detail/fd.h"
+#include "opc/detail/work_queue.h"
 #include "opc/exception.h"
 #include "opc/zippackage/parallel_deflate.h"
 #include "opc/zippackage/raw_copy.h"
-#include "opc/zippackage/zip_headers.h"
+#include "opc/zippackage/zip_format.h"
 #include "opc/zippackage/zip_physical_package.h"
 
 namespace opc::zippackage {
@@ -36,6 +36,13 @@ using detail::UniqueFd;
 // Deflated entries of at least this size get a ZIP64 field before their compressed size is known:
 // deflate never grows data by anywhere near the rest of 4 GiB.
 constexpr std::uint64_t kZip64Guess = 0xF0000000;
+// Bytes of entries handed to the workers and not yet written: how far they read ahead of the
+// writing, so that both cores stay busy while it streams a large entry.
+constexpr std::uint64_t kReadAhead = 8u << 20;
+// Entries added and not yet written; each holds its name and source until then.
+constexpr std::size_t kAhead = 4096;
+// A worker lets go of buffers grown past this by a large entry: most entries are small.
+constexpr std::size_t kKeptScratch = 256u << 10;
 
 std::string folderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -102,7 +109,7 @@ class Output {
   }
 
   ~Output() {
-    behind_.reset();  // its thread uses the descriptor
+    behind_.reset();  // its worker uses the descriptor
     fd_ = UniqueFd();
     if (!tempName_.empty()) ::unlink(tempName_.c_str());
   }
@@ -241,24 +248,40 @@ class DirectoryBuffer {
 }  // namespace
 
 struct ZipWriter::Impl {
-  // An entry waiting for its turn: entries are written in the order added, a few behind the
-  // deflate workers, so that memory does not grow with the number of entries.
+  // What a worker made of an entry ahead of the writing.
+  struct Prepared {
+    std::string bytes;  // whole entries: the data as it is to be stored
+    std::uint64_t size = 0;
+    std::uint32_t crc = 0;
+    bool deflated = false;  // `bytes` is a raw deflate stream
+    bool worth = false;     // large entries: deflating the first bytes paid
+  };
+  // An entry waiting for its turn: entries are written in the order added.
   struct Pending {
-    enum class Kind : std::uint8_t { Stored, Whole, Pieces, Precompressed, Copied } kind = Kind::Stored;
+    enum class Kind : std::uint8_t { Whole, Large, Precompressed, Copied } kind = Kind::Whole;
     std::string name;
     std::shared_ptr<const ContentSource> content;  // Precompressed: the deflate stream
+    bool deflate = false;                          // Whole and Large: deflate unless it does not pay
     EntryAttributes attributes;
-    std::size_t ticket = 0;  // Whole: the pipeline's; Copied: the old archive's entry index
-    PrecompressedContent precompressed;  // Precompressed: sizes and CRC (its source is `content`)
+    std::uint64_t sourceIndex = 0;        // Copied: the old archive's entry
+    PrecompressedContent precompressed;   // Precompressed: sizes and CRC (its source is `content`)
+    std::shared_ptr<Prepared> prepared;   // made by `task`: Whole entries, and Large ones to deflate
+    std::optional<std::uint64_t> task;
+    std::uint64_t ahead = 0;              // bytes the task reads, counted against kReadAhead
   };
-  static constexpr std::size_t kAhead = 128;
+  // A worker's buffers, kept from one entry to the next.
+  struct Scratch {
+    Compressor compressor;
+    std::string input;
+    std::string output;
+  };
 
   ZipPhysicalPackage& package;
   std::optional<Output> out;
   std::optional<DirectoryBuffer> directory;
   std::deque<Pending> pending;
-  // Declared after `pending` so that the workers stop before the sources they use go.
-  std::unique_ptr<DeflatePipeline> pipeline;
+  std::size_t handed = 0;     // pending[0, handed) are handed to the workers (or need none)
+  std::uint64_t inFlight = 0; // their bytes
   // Unchanged entries copied as stored bytes after the rest; empty when the old archive's
   // directory could not be read that way (they are then read and written one by one).
   std::optional<RawCopier> rawCopies;
@@ -266,6 +289,9 @@ struct ZipWriter::Impl {
   bool used = false;    // commit() was called
   bool failed = false;  // a call threw; the temporary file goes with the writer
   std::vector<std::uint8_t> buffer;
+  std::vector<Scratch> scratch;  // one a worker
+  // Last, so that the workers are joined before anything their tasks use goes.
+  std::optional<detail::WorkQueue> work;
 
   explicit Impl(ZipPhysicalPackage& p) : package(p) {}
 
@@ -276,9 +302,12 @@ struct ZipWriter::Impl {
   }
 
   template <class F>
-  void guarded(const std::string& entry, F&& work) {
+  void guarded(const std::string& entry, F&& step) {
     try {
-      work();
+      step();
+    } catch (const EntryError& e) {  // from a worker, naming its entry
+      if (failed) throw;
+      fail(e.what());
     } catch (const std::exception& e) {
       if (failed) throw;
       fail(entry.empty() ? std::string("writing the new package: ") + e.what() : "entry '" + entry + "': " + e.what());
@@ -289,17 +318,83 @@ struct ZipWriter::Impl {
     if (used || failed) throw Exception("package writer for '" + package.getNarrowPath() + "' was already committed or failed");
   }
 
-  DeflatePipeline& deflater() {
-    if (!pipeline) {
-      pipeline = std::make_unique<DeflatePipeline>(deflateThreads());
-      pipeline->start();
+  detail::WorkQueue& workers() {
+    if (!work) {
+      const unsigned threads = detail::workerThreads();
+      work.emplace(threads > 1 ? threads : 0, kAhead);
+      scratch.resize(work->slots());
     }
-    return *pipeline;
+    return *work;
   }
 
-  void queue(Pending entry) {
-    pending.push_back(std::move(entry));
-    while (pending.size() > kAhead) writeFront();
+  // The task that reads a whole entry, crc's it and deflates it when asked.
+  void readAhead(Pending& e) {
+    e.prepared = std::make_shared<Prepared>();
+    e.ahead = *e.content->size();
+    e.task = workers().submit([this, name = e.name, source = e.content, prepared = e.prepared,
+                               deflate = e.deflate](unsigned worker) {
+      try {
+        Scratch& s = scratch[worker];
+        std::string& bytes = deflate ? s.input : prepared->bytes;
+        readWhole(*source, kWholeEntryLimit, bytes);
+        prepared->size = bytes.size();
+        prepared->crc = static_cast<std::uint32_t>(libdeflate_crc32(0, bytes.data(), bytes.size()));
+        if (deflate) {
+          if (!s.compressor) s.compressor = makeCompressor(kDeflateLevel);
+          deflateInto(s.compressor.get(), bytes.data(), bytes.size(), s.output);
+          prepared->bytes.assign(s.output);
+          prepared->deflated = true;
+          if (s.input.capacity() > kKeptScratch) s.input = std::string(), s.output = std::string();
+        }
+      } catch (const std::exception& e) {
+        throw EntryError("entry '" + name + "': " + e.what());
+      }
+    });
+  }
+
+  // The task that tells whether a large entry is worth deflating.
+  void probe(Pending& e) {
+    constexpr std::uint64_t kProbeBytes = 256u << 10;
+    e.prepared = std::make_shared<Prepared>();
+    e.ahead = kProbeBytes;
+    e.task = workers().submit([name = e.name, source = e.content, prepared = e.prepared](unsigned) {
+      try {
+        prepared->worth = worthDeflating(*source);
+      } catch (const std::exception& e) {
+        throw EntryError("entry '" + name + "': " + e.what());
+      }
+    });
+  }
+
+  // Hands the entries after the ones handed to the workers, while the read-ahead window has room
+  // (the first entry always).
+  void handOut() {
+    while (handed < pending.size() && (inFlight < kReadAhead || handed == 0)) {
+      Pending& e = pending[handed++];
+      if (e.kind == Pending::Kind::Whole) readAhead(e);
+      if (e.kind == Pending::Kind::Large && e.deflate) probe(e);
+      inFlight += e.ahead;
+    }
+  }
+
+  // Writes the entries at the front that are ready, and more (waiting for them) while the window
+  // is full or too many wait: a large entry streams through here while the workers read ahead.
+  void writeReady(bool all) {
+    handOut();
+    while (!pending.empty()) {
+      const Pending& front = pending.front();
+      const bool ready = front.kind == Pending::Kind::Whole && work->ready(*front.task);
+      if (!all && !ready && handed == pending.size() && pending.size() <= kAhead) break;
+      Pending e = std::move(pending.front());
+      pending.pop_front();
+      --handed;
+      guarded(e.name, [&] {
+        if (e.task) workers().wait(*e.task);
+        write(e);
+      });
+      inFlight -= e.ahead;
+      handOut();
+    }
   }
 
   static EntryHeader headerFor(const EntryAttributes& attributes, std::uint16_t method) {
@@ -327,10 +422,48 @@ struct ZipWriter::Impl {
       if (want == 0) break;
       const std::size_t n = stream.read(buffer.data(), want);
       if (n == 0) break;
-      if (crc != nullptr) *crc = libdeflate_crc32(*crc, buffer.data(), n);
+      if (crc != nullptr) *crc = static_cast<std::uint32_t>(libdeflate_crc32(*crc, buffer.data(), n));
       out->append(buffer.data(), n);
       total += n;
     }
+    return total;
+  }
+
+  // Appends the whole of the entry's source, read and CRC'd by a worker a chunk ahead of the writing
+  // so that reading the source and writing the package overlap; returns its size.
+  std::uint64_t copyAhead(const Pending& e, std::uint32_t& crc) {
+    constexpr std::size_t kChunk = 1u << 20;
+    struct State {
+      std::shared_ptr<const ContentSource> source;
+      std::unique_ptr<InputStream> stream;
+      std::vector<std::uint8_t> chunks[2];
+      std::size_t filled[2] = {0, 0};
+      std::uint32_t crc = 0;
+    };
+    const auto state = std::make_shared<State>();
+    state->source = e.content;
+    state->stream = e.content->openStream();
+    const auto readAhead = [&](int k) {
+      return workers().submit([state, k, name = e.name](unsigned) {
+        try {
+          state->chunks[k].resize(kChunk);
+          state->filled[k] = readFully(*state->stream, state->chunks[k].data(), kChunk);
+          state->crc = static_cast<std::uint32_t>(libdeflate_crc32(state->crc, state->chunks[k].data(), state->filled[k]));
+        } catch (const std::exception& error) {
+          throw EntryError("entry '" + name + "': " + error.what());
+        }
+      }, true);
+    };
+    std::uint64_t total = 0;
+    std::uint64_t task = readAhead(0);
+    for (int k = 0;; k ^= 1) {
+      workers().wait(task);
+      if (state->filled[k] == 0) break;
+      task = readAhead(k ^ 1);
+      out->append(state->chunks[k].data(), state->filled[k]);
+      total += state->filled[k];
+    }
+    crc = state->crc;
     return total;
   }
 
@@ -353,55 +486,41 @@ struct ZipWriter::Impl {
     directory->add(centralRecord(e.name, h, at));
   }
 
-  void writeFront() {
-    Pending e = std::move(pending.front());
-    pending.pop_front();
-    guarded(e.name, [&] { write(e); });
-  }
-
   void write(Pending& e) {
     using Kind = Pending::Kind;
     switch (e.kind) {
-      case Kind::Stored: {
-        EntryHeader h = headerFor(e.attributes, 0);
-        h.size = h.compressedSize = *e.content->size();
-        h.zip64 = h.size >= kMax32;
-        writeLater(e, h, [&] {
-          const auto stream = e.content->openStream();
-          h.crc = 0;
-          h.size = h.compressedSize = copyStream(*stream, std::nullopt, &h.crc);
-        });
-        break;
-      }
       case Kind::Whole: {
-        DeflatedEntry result = pipeline->take(e.ticket);
-        if (!result.error.empty()) throw Exception(result.error);
-        EntryHeader h = headerFor(e.attributes, 8);
-        h.crc = result.crc;
-        h.size = result.size;
-        h.compressedSize = result.compressed.size();
-        writeKnown(e, h, [&] { out->append(result.compressed); });
+        const Prepared& p = *e.prepared;
+        EntryHeader h = headerFor(e.attributes, p.deflated ? kMethodDeflated : kMethodStored);
+        h.crc = p.crc;
+        h.size = p.size;
+        h.compressedSize = p.bytes.size();
+        writeKnown(e, h, [&] { out->append(p.bytes); });
         break;
       }
-      case Kind::Pieces: {
-        EntryHeader h = headerFor(e.attributes, 8);
-        h.zip64 = *e.content->size() >= kZip64Guess;
+      case Kind::Large: {
+        const bool deflate = e.prepared && e.prepared->worth;
+        EntryHeader h = headerFor(e.attributes, deflate ? kMethodDeflated : kMethodStored);
+        h.zip64 = *e.content->size() >= (deflate ? kZip64Guess : kMax32);
         writeLater(e, h, [&] {
+          if (!deflate) {
+            h.size = h.compressedSize = copyAhead(e, h.crc);
+            return;
+          }
           struct Sink : OutputSink {
             Output& out;
             explicit Sink(Output& o) : out(o) {}
             void append(const std::uint8_t* data, std::size_t size) override { out.append(data, size); }
           } sink(*out);
-          const std::uint64_t start = out->position();
-          const PieceStream result = deflateInPieces(*e.content, sink, deflateThreads());
+          const PieceStream result = deflateInPieces(*e.content, sink, workers(), e.name);
           h.crc = result.crc;
           h.size = result.size;
-          h.compressedSize = out->position() - start;
+          h.compressedSize = result.compressedSize;
         });
         break;
       }
       case Kind::Precompressed: {
-        EntryHeader h = headerFor(e.attributes, 8);
+        EntryHeader h = headerFor(e.attributes, kMethodDeflated);
         h.crc = e.precompressed.crc;
         h.size = e.precompressed.uncompressedSize;
         h.compressedSize = e.precompressed.compressedSize;
@@ -415,7 +534,7 @@ struct ZipWriter::Impl {
         break;
       }
       case Kind::Copied: {
-        const ZipEntry& entry = package.entries_[e.ticket];
+        const ZipEntry& entry = package.entries_[e.sourceIndex];
         if (entry.encrypted) throw Exception("an encrypted entry cannot be copied");
         EntryHeader h = headerFor(e.attributes, entry.compressionMethod);
         h.crc = entry.crc;
@@ -423,7 +542,7 @@ struct ZipWriter::Impl {
         h.compressedSize = entry.compressedSize;
         h.zip64 = h.size >= kMax32 || h.compressedSize >= kMax32;
         writeKnown(e, h, [&] {
-          const auto stream = package.openRawEntry(e.ticket);
+          const auto stream = package.openRawEntry(e.sourceIndex);
           if (copyStream(*stream, h.compressedSize, nullptr) != h.compressedSize) {
             throw Exception("the old package ended early");
           }
@@ -431,6 +550,11 @@ struct ZipWriter::Impl {
         break;
       }
     }
+  }
+
+  void queue(Pending e) {
+    pending.push_back(std::move(e));
+    writeReady(false);
   }
 
   // A source that cannot tell its size is read into a spool first, so that every entry's header
@@ -444,21 +568,6 @@ struct ZipWriter::Impl {
     e.content = std::move(spool);
   }
 
-  // Already-compressed formats and data that does not shrink are stored; entries small enough to
-  // hold in memory go to the workers; larger ones are deflated in pieces when their turn comes.
-  void planDeflated(Pending& e) {
-    const std::uint64_t size = *e.content->size();
-    using Kind = Pending::Kind;
-    if (isCompressedFormat(e.name) || (size > kWholeEntryLimit && !worthDeflating(*e.content))) {
-      e.kind = Kind::Stored;
-    } else if (size <= kWholeEntryLimit) {
-      e.kind = Kind::Whole;
-      e.ticket = deflater().add(e.content);
-    } else {
-      e.kind = Kind::Pieces;
-    }
-  }
-
   // True when the entry was queued for copying as raw bytes.
   bool queueRawCopy(std::string_view name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
     const ZipEntry& entry = package.entries_[sourceIndex];
@@ -467,7 +576,7 @@ struct ZipWriter::Impl {
     }
     if (!rawCopiesTried) {
       rawCopiesTried = true;
-      if (package.directory_) rawCopies.emplace(package.rawFd_, package.getNarrowPath(), package.directory_);
+      if (package.directory_) rawCopies.emplace(package.fd_, package.getNarrowPath(), package.directory_);
     }
     if (!rawCopies || !rawCopies->canCopy(static_cast<std::size_t>(sourceIndex), name)) return false;
     rawCopies->add(static_cast<std::size_t>(sourceIndex));
@@ -504,7 +613,7 @@ void ZipWriter::copyEntry(std::string_view name, std::uint64_t sourceIndex, cons
   e.kind = Impl::Pending::Kind::Copied;
   e.name = name;
   e.attributes = attributes;
-  e.ticket = static_cast<std::size_t>(sourceIndex);
+  e.sourceIndex = sourceIndex;
   impl_->guarded(e.name, [&] { impl_->queue(std::move(e)); });
 }
 
@@ -517,7 +626,10 @@ void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentS
   e.attributes = attributes;
   impl_->guarded(name, [&] {
     impl_->sizeUp(e);
-    if (compression == Compression::Deflated) impl_->planDeflated(e);
+    // Already-compressed formats are stored; large entries are also stored when a sample shows that
+    // deflate does not pay.
+    e.deflate = compression == Compression::Deflated && !isCompressedFormat(name);
+    e.kind = *e.content->size() <= kWholeEntryLimit ? Impl::Pending::Kind::Whole : Impl::Pending::Kind::Large;
     impl_->queue(std::move(e));
   });
 }
@@ -539,8 +651,8 @@ void ZipWriter::commit() {
   Impl& w = *impl_;
   w.requireUsable();
   w.used = true;
-  while (!w.pending.empty()) w.writeFront();
-  w.pipeline.reset();
+  w.guarded({}, [&] { w.writeReady(true); });
+  w.work.reset();
   w.guarded({}, [&] {
     if (w.rawCopies && !w.rawCopies->empty()) {
       w.out->flush();
