@@ -183,7 +183,7 @@ PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, detail
       }
     }, true);
     flight.push_back(std::move(piece));
-    if (flight.size() > work.slots()) writeOldest();
+    if (flight.size() >= work.slots()) writeOldest();
   }
   while (!flight.empty()) writeOldest();
   return result;

@@ -38,9 +38,9 @@ using detail::UniqueFd;
 constexpr std::uint64_t kZip64Guess = 0xF0000000;
 // Bytes of entries handed to the workers and not yet written: how far they read ahead of the
 // writing, so that both cores stay busy while it streams a large entry.
-constexpr std::uint64_t kReadAhead = 8u << 20;
+constexpr std::uint64_t kReadAhead = 2u << 20;
 // Entries added and not yet written; each holds its name and source until then.
-constexpr std::size_t kAhead = 4096;
+constexpr std::size_t kAhead = 512;
 // A worker lets go of buffers grown past this by a large entry: most entries are small.
 constexpr std::size_t kKeptScratch = 256u << 10;
 
@@ -331,6 +331,9 @@ struct ZipWriter::Impl {
   void readAhead(Pending& e) {
     e.prepared = std::make_shared<Prepared>();
     e.ahead = *e.content->size();
+    // Held until written: allocated here rather than by a worker, so that results freed here do not
+    // leave the workers' heaps in holes.
+    e.prepared->bytes.reserve(static_cast<std::size_t>(e.ahead + (e.deflate ? e.ahead / 16 + 64 : 1)));
     e.task = workers().submit([this, name = e.name, source = e.content, prepared = e.prepared,
                                deflate = e.deflate](unsigned worker) {
       try {
@@ -432,7 +435,7 @@ struct ZipWriter::Impl {
   // Appends the whole of the entry's source, read and CRC'd by a worker a chunk ahead of the writing
   // so that reading the source and writing the package overlap; returns its size.
   std::uint64_t copyAhead(const Pending& e, std::uint32_t& crc) {
-    constexpr std::size_t kChunk = 1u << 20;
+    constexpr std::size_t kChunk = 256u << 10;
     struct State {
       std::shared_ptr<const ContentSource> source;
       std::unique_ptr<InputStream> stream;
