@@ -16,6 +16,7 @@
 #include "opc/detail/fd.h"
 #include "opc/exception.h"
 #include "opc/zippackage/central_directory.h"
+#include "opc/zippackage/zip_format.h"
 #include "package_test_support.h"
 
 namespace opc::zippackage {
@@ -319,6 +320,8 @@ TEST(ZipReaderTest, EntriesWhoseRecordsLieFailWhenRead) {
       {"encrypted", 0, [&](std::string& b, std::size_t r, std::size_t) { b[r + 8] |= 1; }, "encrypted", true},
       {"unknown method", 0, [&](std::string& b, std::size_t r, std::size_t) { put(b, r + 10, 12, 2); }, "method 12", true},
       {"checksum", 3, [&](std::string& b, std::size_t r, std::size_t) { put(b, r + 16, 1, 4); }, "CRC", false},
+      {"bytes after the deflate stream", 0, [&](std::string& b, std::size_t r, std::size_t) { put(b, r + 20, le::get32(&b[r + 20]) + 1, 4); },
+       "data follows the end", false},
       {"no local header", 0, [&](std::string& b, std::size_t, std::size_t l) { b[l] = 'X'; }, "no local header", false},
       {"data into the directory", 4, [&](std::string& b, std::size_t r, std::size_t) { put(b, r + 20, 0x7fffffff, 4); },
        "central directory", false},
