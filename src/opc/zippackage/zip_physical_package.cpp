@@ -369,7 +369,7 @@ void ZipPhysicalPackage::readEntry(std::uint64_t index, std::vector<std::uint8_t
   const std::uint8_t* data = scratch.data() + at.headerLength;
   const auto compressed = static_cast<std::size_t>(e.compressedSize);
   if (!deflated) {
-    std::memcpy(out.data(), data, size);
+    std::copy_n(data, size, out.data());
   } else {
     const std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater(
         libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
