@@ -16,6 +16,17 @@ namespace opc::zippackage {
 
 namespace {
 
+// Fills `size` bytes at `into` from `stream`; fewer only at its end.
+std::size_t readFully(InputStream& stream, std::uint8_t* into, std::size_t size) {
+  std::size_t filled = 0;
+  while (filled < size) {
+    const std::size_t n = stream.read(into + filled, size - filled);
+    if (n == 0) break;
+    filled += n;
+  }
+  return filled;
+}
+
 // Where a raw deflate stream's blocks lie: the bit at which its final block's header starts (the
 // BFINAL bit) and the bit just past that block's end-of-block code.
 struct FinalBlock {
@@ -72,16 +83,6 @@ int pieceLevel(const std::uint8_t* data, std::size_t size) {
 }
 
 }  // namespace
-
-std::size_t readFully(InputStream& stream, std::uint8_t* into, std::size_t size) {
-  std::size_t filled = 0;
-  while (filled < size) {
-    const std::size_t n = stream.read(into + filled, size - filled);
-    if (n == 0) break;
-    filled += n;
-  }
-  return filled;
-}
 
 void CompressorDeleter::operator()(libdeflate_compressor* c) const noexcept {
   libdeflate_free_compressor(c);

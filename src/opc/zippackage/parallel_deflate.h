@@ -19,8 +19,8 @@ namespace opc::zippackage {
 constexpr int kDeflateLevel = 5;
 // The level of large entries whose first 64 KiB keep more than three quarters of their size.
 constexpr int kPoorDataLevel = 4;
-// Entries up to this size are read whole (and deflated, when asked) by one worker ahead of the
-// writing; larger ones stream through the writer, deflated in pieces.
+// Entries to deflate up to this size are read whole and deflated by one worker ahead of the writing;
+// larger ones stream through the writer, deflated in pieces.
 constexpr std::uint64_t kWholeEntryLimit = 1u << 20;
 // The size of the pieces a large entry is deflated in, each by one worker. Pieces start cold (no
 // preset dictionary); larger ones would gain about 0.1% in size and cost memory on every core.
@@ -45,9 +45,6 @@ using Compressor = std::unique_ptr<libdeflate_compressor, CompressorDeleter>;
 // True when deflating the first bytes of `source` at a fast level saves at least 8% of them.
 // Throws opc::Exception when the source cannot be read.
 [[nodiscard]] bool worthDeflating(const ContentSource& source);
-
-// Fills `size` bytes at `into` from `stream`; fewer only at its end.
-std::size_t readFully(InputStream& stream, std::uint8_t* into, std::size_t size);
 
 // Reads all of `source` into `bytes` (whose capacity is kept from one call to the next). Throws
 // opc::Exception when it holds more than `limit` bytes or cannot be read.

@@ -250,22 +250,22 @@ class DirectoryBuffer {
 struct ZipWriter::Impl {
   // What a worker made of an entry ahead of the writing.
   struct Prepared {
-    std::string bytes;  // whole entries: the data as it is to be stored
+    std::string compressed;  // whole entries: the raw deflate stream
     std::uint64_t size = 0;
     std::uint32_t crc = 0;
-    bool deflated = false;  // `bytes` is a raw deflate stream
-    bool worth = false;     // large entries: deflating the first bytes paid
+    bool worth = false;  // large entries: deflating the first bytes paid
   };
-  // An entry waiting for its turn: entries are written in the order added.
+  // An entry waiting for its turn: entries are written in the order added. Whole entries are
+  // deflated by a worker; stored ones, and large ones in pieces, stream through the writer.
   struct Pending {
-    enum class Kind : std::uint8_t { Whole, Large, Precompressed, Copied } kind = Kind::Whole;
+    enum class Kind : std::uint8_t { Whole, Streamed, Precompressed, Copied } kind = Kind::Whole;
     std::string name;
     std::shared_ptr<const ContentSource> content;  // Precompressed: the deflate stream
-    bool deflate = false;                          // Whole and Large: deflate unless it does not pay
+    bool deflate = false;                          // Streamed: deflate in pieces when it pays
     EntryAttributes attributes;
     std::uint64_t sourceIndex = 0;        // Copied: the old archive's entry
     PrecompressedContent precompressed;   // Precompressed: sizes and CRC (its source is `content`)
-    std::shared_ptr<Prepared> prepared;   // made by `task`: Whole entries, and Large ones to deflate
+    std::shared_ptr<Prepared> prepared;   // made by `task`: Whole entries, and Streamed ones to deflate
     std::optional<std::uint64_t> task;
     std::uint64_t ahead = 0;              // bytes the task reads, counted against kReadAhead
   };
@@ -327,28 +327,23 @@ struct ZipWriter::Impl {
     return *work;
   }
 
-  // The task that reads a whole entry, crc's it and deflates it when asked.
+  // The task that reads a whole entry, CRCs and deflates it.
   void readAhead(Pending& e) {
     e.prepared = std::make_shared<Prepared>();
     e.ahead = *e.content->size();
     // Held until written: allocated here rather than by a worker, so that results freed here do not
     // leave the workers' heaps in holes.
-    e.prepared->bytes.reserve(static_cast<std::size_t>(e.ahead + (e.deflate ? e.ahead / 16 + 64 : 1)));
-    e.task = workers().submit([this, name = e.name, source = e.content, prepared = e.prepared,
-                               deflate = e.deflate](unsigned worker) {
+    e.prepared->compressed.reserve(static_cast<std::size_t>(e.ahead + e.ahead / 16 + 64));
+    e.task = workers().submit([this, name = e.name, source = e.content, prepared = e.prepared](unsigned worker) {
       try {
         Scratch& s = scratch[worker];
-        std::string& bytes = deflate ? s.input : prepared->bytes;
-        readWhole(*source, kWholeEntryLimit, bytes);
-        prepared->size = bytes.size();
-        prepared->crc = static_cast<std::uint32_t>(libdeflate_crc32(0, bytes.data(), bytes.size()));
-        if (deflate) {
-          if (!s.compressor) s.compressor = makeCompressor(kDeflateLevel);
-          deflateInto(s.compressor.get(), bytes.data(), bytes.size(), s.output);
-          prepared->bytes.assign(s.output);
-          prepared->deflated = true;
-          if (s.input.capacity() > kKeptScratch) s.input = std::string(), s.output = std::string();
-        }
+        readWhole(*source, kWholeEntryLimit, s.input);
+        prepared->size = s.input.size();
+        prepared->crc = static_cast<std::uint32_t>(libdeflate_crc32(0, s.input.data(), s.input.size()));
+        if (!s.compressor) s.compressor = makeCompressor(kDeflateLevel);
+        deflateInto(s.compressor.get(), s.input.data(), s.input.size(), s.output);
+        prepared->compressed.assign(s.output);
+        if (s.input.capacity() > kKeptScratch) s.input = std::string(), s.output = std::string();
       } catch (const std::exception& e) {
         throw EntryError("entry '" + name + "': " + e.what());
       }
@@ -375,7 +370,7 @@ struct ZipWriter::Impl {
     while (handed < pending.size() && (inFlight < kReadAhead || handed == 0)) {
       Pending& e = pending[handed++];
       if (e.kind == Pending::Kind::Whole) readAhead(e);
-      if (e.kind == Pending::Kind::Large && e.deflate) probe(e);
+      if (e.kind == Pending::Kind::Streamed && e.deflate) probe(e);
       inFlight += e.ahead;
     }
   }
@@ -432,44 +427,6 @@ struct ZipWriter::Impl {
     return total;
   }
 
-  // Appends the whole of the entry's source, read and CRC'd by a worker a chunk ahead of the writing
-  // so that reading the source and writing the package overlap; returns its size.
-  std::uint64_t copyAhead(const Pending& e, std::uint32_t& crc) {
-    constexpr std::size_t kChunk = 256u << 10;
-    struct State {
-      std::shared_ptr<const ContentSource> source;
-      std::unique_ptr<InputStream> stream;
-      std::vector<std::uint8_t> chunks[2];
-      std::size_t filled[2] = {0, 0};
-      std::uint32_t crc = 0;
-    };
-    const auto state = std::make_shared<State>();
-    state->source = e.content;
-    state->stream = e.content->openStream();
-    const auto readAhead = [&](int k) {
-      return workers().submit([state, k, name = e.name](unsigned) {
-        try {
-          state->chunks[k].resize(kChunk);
-          state->filled[k] = readFully(*state->stream, state->chunks[k].data(), kChunk);
-          state->crc = static_cast<std::uint32_t>(libdeflate_crc32(state->crc, state->chunks[k].data(), state->filled[k]));
-        } catch (const std::exception& error) {
-          throw EntryError("entry '" + name + "': " + error.what());
-        }
-      }, true);
-    };
-    std::uint64_t total = 0;
-    std::uint64_t task = readAhead(0);
-    for (int k = 0;; k ^= 1) {
-      workers().wait(task);
-      if (state->filled[k] == 0) break;
-      task = readAhead(k ^ 1);
-      out->append(state->chunks[k].data(), state->filled[k]);
-      total += state->filled[k];
-    }
-    crc = state->crc;
-    return total;
-  }
-
   // A header written before its data and rewritten after it, when sizes and CRC are known.
   void writeLater(const Pending& e, EntryHeader& h, const std::function<void()>& data) {
     const std::uint64_t at = out->position();
@@ -494,20 +451,20 @@ struct ZipWriter::Impl {
     switch (e.kind) {
       case Kind::Whole: {
         const Prepared& p = *e.prepared;
-        EntryHeader h = headerFor(e.attributes, p.deflated ? kMethodDeflated : kMethodStored);
+        EntryHeader h = headerFor(e.attributes, kMethodDeflated);
         h.crc = p.crc;
         h.size = p.size;
-        h.compressedSize = p.bytes.size();
-        writeKnown(e, h, [&] { out->append(p.bytes); });
+        h.compressedSize = p.compressed.size();
+        writeKnown(e, h, [&] { out->append(p.compressed); });
         break;
       }
-      case Kind::Large: {
+      case Kind::Streamed: {
         const bool deflate = e.prepared && e.prepared->worth;
         EntryHeader h = headerFor(e.attributes, deflate ? kMethodDeflated : kMethodStored);
         h.zip64 = *e.content->size() >= (deflate ? kZip64Guess : kMax32);
         writeLater(e, h, [&] {
           if (!deflate) {
-            h.size = h.compressedSize = copyAhead(e, h.crc);
+            h.size = h.compressedSize = copyStream(*e.content->openStream(), std::nullopt, &h.crc);
             return;
           }
           struct Sink : OutputSink {
@@ -630,9 +587,9 @@ void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentS
   impl_->guarded(name, [&] {
     impl_->sizeUp(e);
     // Already-compressed formats are stored; large entries are also stored when a sample shows that
-    // deflate does not pay.
+    // deflate does not pay. Stored bytes are read by the writer, which copies them on the same core.
     e.deflate = compression == Compression::Deflated && !isCompressedFormat(name);
-    e.kind = *e.content->size() <= kWholeEntryLimit ? Impl::Pending::Kind::Whole : Impl::Pending::Kind::Large;
+    e.kind = *e.content->size() <= kWholeEntryLimit && e.deflate ? Impl::Pending::Kind::Whole : Impl::Pending::Kind::Streamed;
     impl_->queue(std::move(e));
   });
 }
