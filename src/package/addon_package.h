@@ -61,12 +61,11 @@ class ZV_API AddonPackage {
   // order and once each, so that the caller's lists are never copied whole.
   void addFiles(std::size_t count, const std::function<std::pair<ustring, ustring>(std::size_t)>& file);
   void addFolders(const std::vector<ustring>& folders);
+  // Every file and every empty folder, depth first in getChildren's order, each folder's content where
+  // the folder stands among its siblings.
   [[nodiscard]] std::vector<ustring> getFileList();
-  // getFileList of the package at `path` read from its ZIP directory alone, without opening the
-  // package: a few milliseconds for tens of thousands of files. Throws opc::model::PackageNotFound
-  // for a missing file and opc::Exception for one that is no ZIP archive or whose item names are
-  // refused (see FileSystemManager::listFiles for what is and is not checked).
-  [[nodiscard]] static std::vector<ustring> readFileList(const ustring& path);
+  // getFileList's step: appends what `folder` holds, or the folder itself when it holds nothing.
+  void addFilesFromFolder(const opc::kqservices::FileSystemEntry& folder, std::vector<ustring>& files);
   void extractAllFiles(const ustring& destination);
 
   // Signs the system-requirements part and its root relationship; opens and closes the package.

@@ -149,14 +149,6 @@ TEST(PartNameTest, KeysFoldAsciiLettersOnly) {
     // FNV-1a separates these short pairs whenever they do not fold together.
     EXPECT_EQ(hash(c.a) == hash(c.b), c.equal);
   }
-  // Hashing one byte at a time gives every prefix's hash on the way (Package walks prefixes so).
-  const std::string_view name = "/Docs/Sub/A.xml";
-  std::size_t running = PartNameKeyHash::kSeed;
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    EXPECT_EQ(running, hash(name.substr(0, i))) << i;
-    running = PartNameKeyHash::step(running, name[i]);
-  }
-  EXPECT_EQ(running, hash(PartName(u"/docs/sub/a.XML")));
 }
 
 TEST(PartNameTest, OrderIsThatOfTheLowerCasedNames) {
