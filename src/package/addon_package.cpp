@@ -17,7 +17,7 @@ constexpr char16_t kToolboxName[] = u"ZORVAN Toolbox";
 constexpr char16_t kToolboxContentType[] = u"application/vnd.kestrelon.zorvan.toolbox";
 
 boost::posix_time::ptime currentTimeUtc() {
-  const std::time_t now = foundation::clock::now();
+  const std::time_t now = foundation::clock::now<opc::Exception>();
   std::tm utc{};
   if (gmtime_r(&now, &utc) == nullptr) throw std::runtime_error("could not convert calendar time to UTC time");
   return boost::posix_time::ptime_from_tm(utc);

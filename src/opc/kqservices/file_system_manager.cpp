@@ -26,7 +26,7 @@ using opc::detail::narrow;
 
 // Reproducible builds: with SOURCE_DATE_EPOCH set, no file time written is later than that instant.
 FileTime clampedToSourceDateEpoch(FileTime time) {
-  if (const auto epoch = foundation::clock::sourceDateEpoch()) {
+  if (const auto epoch = foundation::clock::sourceDateEpoch<Exception>()) {
     const FileTime limit{static_cast<std::int64_t>(*epoch), 0};
     if (limit < time) return limit;
   }

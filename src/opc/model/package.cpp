@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <sys/stat.h>
 
+#include "foundation/clock.h"
 #include "opc/detail/content_sources.h"
 #include "opc/detail/text.h"
 #include "opc/exception.h"
@@ -454,6 +455,7 @@ void Package::release() noexcept {
 }
 
 void Package::write() {
+  (void)foundation::clock::sourceDateEpoch<Exception>();  // entries made now carry the clock's time
   const XercesGuard xml;
   using zippackage::Compression;
   using zippackage::EntryAttributes;

@@ -518,7 +518,7 @@ SignatureContent readSignatureScope(opc::InputStream& input) {
 }
 
 ustring currentSigningTime() {
-  const std::time_t now = foundation::clock::now();
+  const std::time_t now = foundation::clock::now<opc::Exception>();
   std::tm utc{};
   if (gmtime_r(&now, &utc) == nullptr) throw opc::Exception("could not convert calendar time to UTC time");
   char text[32];
