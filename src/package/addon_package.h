@@ -70,8 +70,11 @@ class ZV_API AddonPackage {
 
   // Signs the system-requirements part and its root relationship; opens and closes the package.
   void signAddonRequirements();
-  // True when unsigned or when every signature over the requirements part verifies; opens the
-  // package for reading itself.
+  // True when unsigned or when every signature whose first signed part is the requirements part
+  // verifies; opens the package for reading itself. A signature part that is not well-formed XML
+  // names no part and is skipped, whatever it once covered: dropping a signature passes anyway (an
+  // unsigned package passes), so skipping it grants nothing. One that reads but does not verify
+  // (changed bytes, a broken structure) over the requirements part gives false.
   [[nodiscard]] bool verifyAddonRequirements();
   // Masks or unmasks stored key bytes (its own inverse).
   [[nodiscard]] static std::vector<std::uint8_t> customObfuscation(const std::vector<std::uint8_t>& bytes);
