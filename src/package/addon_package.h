@@ -49,7 +49,8 @@ class ZV_API AddonPackage {
   void setSystemRequirements(AddonSystemRequirements& requirements);
 
   // Stores the record as its part, replacing an earlier one; the root relationship is made only when
-  // the part is new.
+  // the part is new. A record that getXMLPart could not read back (beyond the read limits of
+  // XercesHelper) is refused with opc::Exception.
   void addXMLPart(XMLPartType& record);
   // Fills the record from the one part the root relates to by the record's type; with none, or more
   // than one, the record is left untouched.
@@ -93,6 +94,8 @@ class ZV_API AddonPackage {
   [[nodiscard]] opc::model::DigitalSignatureManager& getDigitalSignatureManager() { return signatures_; }
 
  private:
+  void setCoreProperties(const opc::kqservices::CoreProperties& core);
+
   opc::zippackage::ZipPhysicalPackage physical_;
   opc::model::Package package_;
   opc::kqservices::CorePropertiesManager coreProperties_;

@@ -107,6 +107,10 @@ using WriterPtr = std::unique_ptr<xercesc::DOMLSSerializer, XercesDeleter>;
 
 // Bounds on what one parse may consume, so that a small hostile package cannot make the parser
 // build a document of gigabytes. Exceeding any of them fails the parse with opc::Exception.
+// What the library writes it reads back: every XML part it writes (records, core properties) is
+// parsed again under these bounds before the package is written, and a document beyond them is
+// refused there, with the writing call's own error; so the bounds refuse hostile input only, never
+// a document the library wrote.
 struct ParseLimits {
   std::uint64_t maxBytes = 16u << 20;  // bytes read from the stream
   std::uint32_t maxDepth = 256;        // element nesting
