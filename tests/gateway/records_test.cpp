@@ -135,6 +135,18 @@ TEST_F(RecordFunctions, RefusedSetsLeaveTheFileByteForByte) {
     EXPECT_EQ(call(c.f, {path_, c.input}).key(), c.key);
     EXPECT_EQ(zvtest::readBytes(path_), before);
   }
+  // A build time that cannot be used fails every writer alike, naming the variable.
+  for (const char* epoch : {"abc", "999999999999", "-1"}) {
+    SCOPED_TRACE(epoch);
+    ::setenv("SOURCE_DATE_EPOCH", epoch, 1);
+    const auto set = call(zvAddonSetLicense, {path_, {{"type", "MIT"}, {"text", "new"}}});
+    const auto create = call(zvAddonCreate, {dir_.file("new.zvaddon"), zvtest::properties()});
+    ::unsetenv("SOURCE_DATE_EPOCH");
+    EXPECT_EQ(set.key(), "ZVADDON_BUILTINS_ERROR_SET_LICENSE");
+    ASSERT_EQ(create.key(), "ZVADDON_BUILTINS_ERROR_CREATE");
+    EXPECT_NE(std::get<std::string>(create.error->arguments().at(1)).find("SOURCE_DATE_EPOCH"), std::string::npos);
+    EXPECT_EQ(zvtest::readBytes(path_), before);
+  }
   for (const char* type : {"zorvan toolbox", "", "ZORVAN Toolbox ", "App"}) {
     EXPECT_EQ(call(zvAddonCreate, {dir_.file("new.zvaddon"), zvtest::properties("n", type)}).key(),
               "ZVADDON_BUILTINS_ERROR_CREATE");
