@@ -83,9 +83,10 @@ TEST(Frame, EveryFunctionFollowsTheFrame) {
     SCOPED_TRACE(fn.name);
     std::vector<Json> in = inputsFor(fn, missing, dir);
     ASSERT_EQ(in.size(), static_cast<std::size_t>(fn.inputs));
-    EXPECT_EQ(identifier(call(fn.f, {}, fn.maxOutputs + 1)), "zvhost:tooManyOutputs") << "outputs first";
     std::vector<Json> more = in;
     more.push_back(1);
+    EXPECT_EQ(identifier(call(fn.f, {}, fn.maxOutputs + 1)), "zvhost:tooManyOutputs") << "outputs first";
+    EXPECT_EQ(identifier(call(fn.f, more, fn.maxOutputs + 1)), "zvhost:tooManyOutputs") << "outputs first";
     EXPECT_EQ(identifier(call(fn.f, more, 0)), "zvhost:tooManyInputs");
     EXPECT_EQ(identifier(call(fn.f, {in.begin(), in.end() - 1}, 0)), "zvhost:notEnoughInputs");
     if (fn.structCheck) {
