@@ -27,7 +27,9 @@ test-asan: setup
 	@cd $(ASAN_BUILD_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --output-on-failure -j $(JOBS) --timeout 900 -LE 'slow|bench|octave|valgrind|install'
 
-demo: build
+# Only what the demo runs: the library and the tool (tests and benchmarks are left to `make test`).
+demo: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target zvaddon_tool
 	@scripts/demo $(BUILD_DIR)
 
 # The Octave binding: $(BUILD_DIR)/octave holds zvAddon*.mex and the libraries they load; addpath it.

@@ -1,23 +1,23 @@
 #include "foundation/clock.h"
 
-#include <cerrno>
+#include <charconv>
 #include <cstdlib>
+#include <string_view>
 
-namespace foundation::clock {
+namespace foundation::clock::detail {
 
-std::optional<std::time_t> sourceDateEpoch() noexcept {
-  const char* text = std::getenv("SOURCE_DATE_EPOCH");
-  if (text == nullptr || *text == '\0') return std::nullopt;
-  char* end = nullptr;
-  errno = 0;
-  const long long value = std::strtoll(text, &end, 10);
-  if (errno != 0 || *end != '\0') return std::nullopt;
-  return static_cast<std::time_t>(value);
+Epoch readSourceDateEpoch() {
+  const char* set = std::getenv("SOURCE_DATE_EPOCH");
+  if (set == nullptr || *set == '\0') return {};
+  constexpr long long kLast = 253402300799;  // 9999-12-31T23:59:59Z
+  const std::string_view text(set);
+  long long value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size() || value < 0 || value > kLast) {
+    return {std::nullopt, "SOURCE_DATE_EPOCH is '" + std::string(text) + "', not whole seconds from 0 to " +
+                              std::to_string(kLast) + " (1970 to 9999)"};
+  }
+  return {static_cast<std::time_t>(value), {}};
 }
 
-std::time_t now() noexcept {
-  if (auto epoch = sourceDateEpoch()) return *epoch;
-  return std::time(nullptr);
-}
-
-}  // namespace foundation::clock
+}  // namespace foundation::clock::detail

@@ -6,7 +6,6 @@
 #include "gateway/frame.h"
 #include "metadata/host_fields.h"
 
-using addon::packaging::AddonPackage;
 using namespace zvaddon::gateway;
 
 namespace {
@@ -84,7 +83,8 @@ ZV_GATEWAY void zvAddonGetFileList(int outputCount, qxArray** outputs, int input
   checkArgumentCounts(outputCount, inputCount, 1, 1);
   const ustring path = matrix::get_ustring(inputs[0]);
   guarded<keys::ZVADDON_BUILTINS_ERROR_GET_FILE_LIST>(path, [&] {
-    const std::vector<ustring> files = AddonPackage::readFileList(path);
+    std::vector<ustring> files;
+    withPackage(path, kRead, [&](AddonPackage& package) { files = package.getFileList(); });
     outputs[0] = addon::packaging::hostio::makeStringList(files).release();
   });
 }

@@ -15,6 +15,7 @@
 namespace zvaddon::gateway {
 
 namespace keys = zvaddon_builtins::zvaddon_builtins;
+using addon::packaging::AddonPackage;
 
 // Raises `key` as a host error. Never returns: should the host return, the wrapper is thrown.
 template <class Key>
@@ -51,42 +52,68 @@ void guarded(const ustring& path, Body&& body) {
   guarded(path, std::forward<Body>(body), [&](const char* what) { return Key(path, what); });
 }
 
+inline constexpr auto kRead = static_cast<opc::interfaces::OpenMode>(0);
+inline constexpr auto kModify = static_cast<opc::interfaces::OpenMode>(2);
+
 // Open on `path` in `mode`, run `operation(package)`, close. The package's destructor reverts on failure.
 template <class Operation>
 void withPackage(const ustring& path, opc::interfaces::OpenMode mode, Operation&& operation) {
-  addon::packaging::AddonPackage package(path);
+  AddonPackage package(path);
   package.getPackage().open(mode);
   std::forward<Operation>(operation)(package);
   package.getPackage().close();
 }
 
-inline constexpr auto kRead = static_cast<opc::interfaces::OpenMode>(0);
-inline constexpr auto kModify = static_cast<opc::interfaces::OpenMode>(2);
+// Which of a record function's two objects is built first. Both exist before the package opens, so
+// either order satisfies the frame; each function keeps the order it was published with.
+enum class Order { RecordFirst, PackageFirst };
+// Where a Get function stores its structure: after closing (the rule) or before (properties).
+enum class Store { AfterClose, BeforeClose };
 
-// Set function of a record: no outputs, (path, structure); record built from the structure first.
-template <class Record, class Key, class Operation>
+// A record function's protected block: `make()` builds the record, both objects in `order`; open in
+// `mode`, `operation(package, record)`, then `store(record)` and close in the order `when` says.
+template <Order order, Store when, class Make, class Operation, class Finish>
+void recordSession(const ustring& path, opc::interfaces::OpenMode mode, Make make, Operation operation,
+                   Finish store) {
+  const auto run = [&](AddonPackage& package, auto& record) {
+    package.getPackage().open(mode);
+    operation(package, record);
+    if constexpr (when == Store::BeforeClose) store(record);
+    package.getPackage().close();
+    if constexpr (when == Store::AfterClose) store(record);
+  };
+  if constexpr (order == Order::RecordFirst) {
+    auto record = make();
+    AddonPackage package(path);
+    run(package, record);
+  } else {
+    AddonPackage package(path);
+    auto record = make();
+    run(package, record);
+  }
+}
+
+// Set function of a record: no outputs, (path, structure), updating.
+template <class Record, class Key, Order order = Order::RecordFirst, class Operation>
 void setRecord(int outputCount, int inputCount, const qxArray** inputs, Operation operation) {
   checkArgumentCounts(outputCount, inputCount, 0, 2);
   const ustring path = matrix::get_ustring(inputs[0]);
   requireStructOrEmpty(inputs[1]);
   guarded<Key>(path, [&] {
-    Record record(inputs[1]);
-    withPackage(path, kModify, [&](addon::packaging::AddonPackage& package) { operation(package, record); });
+    recordSession<order, Store::AfterClose>(path, kModify, [&] { return Record(inputs[1]); }, operation,
+                                            [](Record&) {});
   });
 }
 
-// Get function of a record: one output, (path); the structure is stored after the package closed.
-template <class Record, class Key, class Operation>
+// Get function of a record: one output, (path), reading.
+template <class Record, class Key, Order order = Order::PackageFirst, Store when = Store::AfterClose,
+          class Operation>
 void getRecord(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs, Operation operation) {
   checkArgumentCounts(outputCount, inputCount, 1, 1);
   const ustring path = matrix::get_ustring(inputs[0]);
   guarded<Key>(path, [&] {
-    addon::packaging::AddonPackage package(path);
-    Record record;
-    package.getPackage().open(kRead);
-    operation(package, record);
-    package.getPackage().close();
-    outputs[0] = record.getStructArray();
+    recordSession<order, when>(path, kRead, [] { return Record(); }, operation,
+                               [&](Record& record) { outputs[0] = record.getStructArray(); });
   });
 }
 

@@ -1,7 +1,6 @@
 // zvAddonAddInstructionSet: one file per call, raised under the instruction-sets key.
 #include "gateway/frame.h"
 
-using addon::packaging::AddonPackage;
 using namespace zvaddon::gateway;
 
 ZV_GATEWAY void zvAddonAddInstructionSet(int outputCount, qxArray** /*outputs*/, int inputCount,

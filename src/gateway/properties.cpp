@@ -2,7 +2,6 @@
 #include "gateway/frame.h"
 #include "metadata/addon_properties.h"
 
-using addon::packaging::AddonPackage;
 using addon::packaging::AddonProperties;
 using namespace zvaddon::gateway;
 
@@ -26,16 +25,8 @@ ZV_GATEWAY void zvAddonSetProperties(int outputCount, qxArray** /*outputs*/, int
       [](AddonPackage& package, AddonProperties& record) { package.setAddonProperties(record); });
 }
 
-// Unlike the other Get functions, the structure is stored before the package is closed.
 ZV_GATEWAY void zvAddonGetProperties(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs) {
-  checkArgumentCounts(outputCount, inputCount, 1, 1);
-  const ustring path = matrix::get_ustring(inputs[0]);
-  guarded<keys::ZVADDON_BUILTINS_ERROR_GET_PROPERTIES>(path, [&] {
-    AddonPackage package(path);
-    AddonProperties record;
-    package.getPackage().open(kRead);
-    package.getAddonProperties(record);
-    outputs[0] = record.getStructArray();
-    package.getPackage().close();
-  });
+  getRecord<AddonProperties, keys::ZVADDON_BUILTINS_ERROR_GET_PROPERTIES, Order::PackageFirst, Store::BeforeClose>(
+      outputCount, outputs, inputCount, inputs,
+      [](AddonPackage& package, AddonProperties& record) { package.getAddonProperties(record); });
 }

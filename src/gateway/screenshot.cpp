@@ -2,7 +2,6 @@
 #include "foundation/crypto.h"
 #include "gateway/frame.h"
 
-using addon::packaging::AddonPackage;
 using namespace zvaddon::gateway;
 
 ZV_GATEWAY void zvAddonSetScreenshot(int outputCount, qxArray** /*outputs*/, int inputCount, const qxArray** inputs) {

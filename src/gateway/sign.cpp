@@ -1,7 +1,6 @@
 // zvAddonSign: signs the system-requirements part and its root relationship.
 #include "gateway/frame.h"
 
-using addon::packaging::AddonPackage;
 using namespace zvaddon::gateway;
 
 // No open or close here: signAddonRequirements opens for updating and closes itself.

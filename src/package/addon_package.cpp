@@ -17,7 +17,7 @@ constexpr char16_t kToolboxName[] = u"ZORVAN Toolbox";
 constexpr char16_t kToolboxContentType[] = u"application/vnd.kestrelon.zorvan.toolbox";
 
 boost::posix_time::ptime currentTimeUtc() {
-  const std::time_t now = foundation::clock::now();
+  const std::time_t now = foundation::clock::now<opc::Exception>();
   std::tm utc{};
   if (gmtime_r(&now, &utc) == nullptr) throw std::runtime_error("could not convert calendar time to UTC time");
   return boost::posix_time::ptime_from_tm(utc);
@@ -44,8 +44,18 @@ AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPa
   const boost::posix_time::ptime now = currentTimeUtc();
   core.setLastModified(now);
   core.setCreated(now);
-  coreProperties_.setCoreProperties(core);
+  setCoreProperties(core);
   addXMLPart(properties);
+}
+
+// Like every part written, the core properties must read back under the read limits.
+void AddonPackage::setCoreProperties(const opc::kqservices::CoreProperties& core) {
+  coreProperties_.setCoreProperties(core);
+  try {
+    (void)coreProperties_.getCoreProperties();
+  } catch (const opc::Exception& e) {
+    throw opc::Exception(std::string("the core properties would not read back: ") + e.what());
+  }
 }
 
 AddonPackage::~AddonPackage() { package_.revert(); }
@@ -60,7 +70,7 @@ void AddonPackage::setAddonProperties(AddonProperties& properties) {
   core.setDescription(properties.summary);
   core.setVersion(properties.version);
   core.setCreator(properties.authorName);
-  coreProperties_.setCoreProperties(core);
+  setCoreProperties(core);
   addXMLPart(properties);
 }
 

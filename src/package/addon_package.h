@@ -50,7 +50,8 @@ class ZV_API AddonPackage {
   void setSystemRequirements(AddonSystemRequirements& requirements);
 
   // Stores the record as its part, replacing an earlier one; the root relationship is made only when
-  // the part is new.
+  // the part is new. A record that getXMLPart could not read back (beyond the read limits of
+  // XercesHelper) is refused with opc::Exception.
   void addXMLPart(XMLPartType& record);
   // Fills the record from the one part the root relates to by the record's type; with none, or more
   // than one, the record is left untouched.
@@ -62,18 +63,20 @@ class ZV_API AddonPackage {
   // order and once each, so that the caller's lists are never copied whole.
   void addFiles(std::size_t count, const std::function<std::pair<ustring, ustring>(std::size_t)>& file);
   void addFolders(const std::vector<ustring>& folders);
+  // Every file and every empty folder, depth first in getChildren's order, each folder's content where
+  // the folder stands among its siblings.
   [[nodiscard]] std::vector<ustring> getFileList();
-  // getFileList of the package at `path` read from its ZIP directory alone, without opening the
-  // package: a few milliseconds for tens of thousands of files. Throws opc::model::PackageNotFound
-  // for a missing file and opc::Exception for one that is no ZIP archive or whose item names are
-  // refused (see FileSystemManager::listFiles for what is and is not checked).
-  [[nodiscard]] static std::vector<ustring> readFileList(const ustring& path);
+  // getFileList's step: appends what `folder` holds, or the folder itself when it holds nothing.
+  void addFilesFromFolder(const opc::kqservices::FileSystemEntry& folder, std::vector<ustring>& files);
   void extractAllFiles(const ustring& destination);
 
   // Signs the system-requirements part and its root relationship; opens and closes the package.
   void signAddonRequirements();
-  // True when unsigned or when every signature over the requirements part verifies; opens the
-  // package for reading itself.
+  // True when unsigned or when every signature whose first signed part is the requirements part
+  // verifies; opens the package for reading itself. A signature part that is not well-formed XML
+  // names no part and is skipped, whatever it once covered: dropping a signature passes anyway (an
+  // unsigned package passes), so skipping it grants nothing. One that reads but does not verify
+  // (changed bytes, a broken structure) over the requirements part gives false.
   [[nodiscard]] bool verifyAddonRequirements();
   // Masks or unmasks stored key bytes (its own inverse).
   [[nodiscard]] static std::vector<std::uint8_t> customObfuscation(const std::vector<std::uint8_t>& bytes);
@@ -110,6 +113,8 @@ class ZV_API AddonPackage {
   [[nodiscard]] opc::model::DigitalSignatureManager& getDigitalSignatureManager() { return signatures_; }
 
  private:
+  void setCoreProperties(const opc::kqservices::CoreProperties& core);
+
   opc::zippackage::ZipPhysicalPackage physical_;
   opc::model::Package package_;
   opc::kqservices::CorePropertiesManager coreProperties_;

@@ -1,9 +1,6 @@
 // AddonPackage: the add-on's content files and folders, through the file-system manager.
 #include "package/addon_package.h"
 
-#include "opc/detail/fd.h"
-#include "opc/detail/text.h"
-#include "opc/zippackage/central_directory.h"
 
 namespace addon::packaging {
 
@@ -29,17 +26,29 @@ void AddonPackage::addFolders(const std::vector<ustring>& folders) {
   fileSystem_.releaseTree();
 }
 
-// An empty folder is listed under its own path, so that it survives a list-and-rebuild.
 std::vector<ustring> AddonPackage::getFileList() {
-  return fileSystem_.listFiles();
+  std::vector<ustring> files;
+  for (fs::FileSystemEntry& child : fileSystem_.getChildren(fileSystem_.getRoot())) {
+    if (child.isFile()) {
+      files.push_back(std::move(child).getPathName());
+    } else {
+      addFilesFromFolder(child, files);
+    }
+  }
+  return files;
 }
 
-std::vector<ustring> AddonPackage::readFileList(const ustring& path) {
-  if (path.empty()) throw opc::Exception("empty package path");
-  const std::string narrowPath = opc::detail::toUtf8(path, "package path");
-  const opc::detail::UniqueFd fd(opc::zippackage::openPackageFile(path, narrowPath));
-  const auto directory = opc::zippackage::CentralDirectory::read(fd.get(), narrowPath);
-  return fs::FileSystemManager::listFiles(directory, narrowPath);
+// An empty folder is listed under its own path, so that it survives a list-and-rebuild.
+void AddonPackage::addFilesFromFolder(const fs::FileSystemEntry& folder, std::vector<ustring>& files) {
+  std::vector<fs::FileSystemEntry> children = fileSystem_.getChildren(folder);
+  if (children.empty()) files.push_back(folder.getPathName());
+  for (fs::FileSystemEntry& child : children) {
+    if (child.isFile()) {
+      files.push_back(std::move(child).getPathName());
+    } else {
+      addFilesFromFolder(child, files);
+    }
+  }
 }
 
 void AddonPackage::extractAllFiles(const ustring& destination) {

@@ -9,6 +9,13 @@ namespace addon::packaging {
 namespace {
 
 
+// The record's document as getXMLPart parses it: in the record's namespace, under the read limits.
+opc::model::DocumentPtr readRecordDocument(const opc::model::Part& part, const XMLPartType& record) {
+  const opc::model::ParserPtr parser = opc::model::XercesHelper::createParser();
+  const std::unique_ptr<opc::InputStream> stream = part.getInputStream();
+  return opc::model::XercesHelper::readDocumentFromStream(parser, *stream, false, ustring(), record.getNamespace());
+}
+
 // The part of the one root relationship of `type`, or nothing when there are none or several.
 std::optional<opc::model::PartName> uniqueTarget(const opc::model::Package& package, const ustring& type) {
   const std::vector<opc::model::Relationship> found = package.getRelationshipsByType(type);
@@ -41,17 +48,17 @@ void AddonPackage::addXMLPart(XMLPartType& record) {
   const std::unique_ptr<opc::OutputStream> stream = part->getOutputStream();
   opc::model::XercesHelper::writeDocumentToStream(writer, document, *stream);
   stream->flush();
+  try {
+    (void)readRecordDocument(*part, record);
+  } catch (const opc::Exception& e) {
+    throw opc::Exception("'" + std::string(name.text()) + "' would not read back: " + e.what());
+  }
 }
 
 void AddonPackage::getXMLPart(XMLPartType& record) {
   const std::optional<opc::model::PartName> name = uniqueTarget(package_, record.getRelationshipType());
   if (!name) return;
-  const opc::model::PartPtr part = package_.getPart(*name);
-  const opc::model::ParserPtr parser = opc::model::XercesHelper::createParser();
-  const std::unique_ptr<opc::InputStream> stream = part->getInputStream();
-  const opc::model::DocumentPtr document =
-      opc::model::XercesHelper::readDocumentFromStream(parser, *stream, false, ustring(), record.getNamespace());
-  record.populateFromDOM(document.get());
+  record.populateFromDOM(readRecordDocument(*package_.getPart(*name), record).get());
 }
 
 std::vector<std::uint8_t> AddonPackage::getBinaryPart(const ustring& relationshipType) {

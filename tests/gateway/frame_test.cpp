@@ -1,8 +1,15 @@
-// The frame every gateway function shares: count errors, the structure check, not-found. (Each
-// function's own key for a corrupt package: records_test.cpp.)
+// The frame all 24 gateway functions share, as one table: count errors in their precedence, the
+// structure check, not-found with the path as given, and each function's own key with its arguments
+// for a package that does not open; a failed call leaves every file as it was.
 #include <gtest/gtest.h>
 
+#include <set>
+#include <sstream>
+
+#include "foundation/i18n.h"
+#include "gateway/frame.h"
 #include "gateway/zvaddon.h"
+#include "support/command.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -10,78 +17,145 @@ namespace {
 using zvtest::call;
 using zvtest::Json;
 
-constexpr char kTooManyOutputs[] = "zvhost:tooManyOutputs";
+struct Function {
+  const char* name;
+  qxFunction f;
+  int maxOutputs;
+  int inputs;
+  bool structCheck;
+  const char* key;  // raised for a package that does not open (or, for Create and Hash, their failure)
+};
 
-TEST(Frame, CountErrorsInPrecedence) {
-  struct Case {
-    const char* name;
-    qxFunction f;
-    int nargout;
-    std::vector<Json> inputs;
-    const char* identifier;
-  };
-  const Json s = Json::object();
-  const std::vector<Case> cases = {
-      {"outputs before inputs", zvAddonGetProperties, 2, {}, kTooManyOutputs},
-      {"too many inputs", zvAddonSetProperties, 0, {"p", s, s}, "zvhost:tooManyInputs"},
-      {"too few inputs", zvAddonSetProperties, 0, {"p"}, "zvhost:notEnoughInputs"},
-      {"too many before too few", zvAddonCreate, 1, {"p", s, s}, kTooManyOutputs},
-      {"hash takes one input", zvAddonComputeHash, 1, {"a", "b"}, "zvhost:tooManyInputs"},
-  };
-  for (const Case& c : cases) {
-    const auto r = call(c.f, c.inputs, c.nargout);
-    ASSERT_FALSE(r.ok()) << c.name;
-    EXPECT_EQ(r.error->identifier(), c.identifier) << c.name;
+const Function kFunctions[] = {
+    {"Create", zvAddonCreate, 0, 2, true, "CREATE"},
+    {"SetProperties", zvAddonSetProperties, 0, 2, true, "SET_PROPERTIES"},
+    {"GetProperties", zvAddonGetProperties, 1, 1, false, "GET_PROPERTIES"},
+    {"AddFiles", zvAddonAddFiles, 0, 3, false, "ADD_FILES"},
+    {"AddFolders", zvAddonAddFolders, 0, 2, false, "ADD_FOLDERS"},
+    {"ExtractAllFiles", zvAddonExtractAllFiles, 0, 2, false, "EXTRACT_ALL_FILES"},
+    {"GetFileList", zvAddonGetFileList, 1, 1, false, "GET_FILE_LIST"},
+    {"SetRevisionHistory", zvAddonSetRevisionHistory, 0, 2, true, "SET_REVISION_HISTORY"},
+    {"GetRevisionHistory", zvAddonGetRevisionHistory, 1, 1, false, "GET_REVISION_HISTORY"},
+    {"SetScreenshot", zvAddonSetScreenshot, 0, 2, false, "SET_SCREENSHOT"},
+    {"GetScreenshot", zvAddonGetScreenshot, 1, 1, false, "GET_SCREENSHOT"},
+    {"SetAppInstallList", zvAddonSetAppInstallList, 0, 2, true, "SET_APP_INSTALL_LIST"},
+    {"GetAppInstallList", zvAddonGetAppInstallList, 1, 1, false, "GET_APP_INSTALL_LIST"},
+    {"SetExamples", zvAddonSetExamples, 0, 2, true, "SET_EXAMPLES"},
+    {"GetExamples", zvAddonGetExamples, 1, 1, false, "GET_EXAMPLES"},
+    {"SetSystemRequirements", zvAddonSetSystemRequirements, 0, 2, true, "SET_SYSTEM_REQS"},
+    {"GetSystemRequirements", zvAddonGetSystemRequirements, 1, 1, false, "GET_SYSTEM_REQS"},
+    {"AddInstructionSet", zvAddonAddInstructionSet, 0, 2, false, "SET_INSTRUCTION_SETS"},
+    {"Sign", zvAddonSign, 0, 1, false, "SIGN"},
+    {"SetLicense", zvAddonSetLicense, 0, 2, true, "SET_LICENSE"},
+    {"GetLicense", zvAddonGetLicense, 1, 1, false, "GET_LICENSE"},
+    {"SetConfiguration", zvAddonSetConfiguration, 0, 2, true, "SET_CONFIGURATION"},
+    {"GetConfiguration", zvAddonGetConfiguration, 1, 1, false, "GET_CONFIGURATION"},
+    {"ComputeHash", zvAddonComputeHash, 1, 1, false, "COMPUTE_HASH"},
+};
+
+// Inputs after the path that each function accepts, so that only the package can fail.
+std::vector<Json> inputsFor(const Function& fn, const std::string& path, const zvtest::TempDir& dir) {
+  zvtest::writeBytes(dir.file("file.m"), "x");
+  std::vector<Json> in{path};
+  if (fn.f == zvAddonCreate || fn.f == zvAddonSetProperties) in.push_back(zvtest::properties());
+  if (fn.f == zvAddonSetLicense) in.push_back({{"type", "t"}, {"text", ""}});
+  if (fn.f == zvAddonSetConfiguration) {
+    in.push_back({{"zorvanPaths", Json::array()}, {"javaClassPaths", Json::array()}, {"infoXMLPath", ""},
+                  {"gettingStartedDocPath", ""}, {"installMapPath", ""}});
   }
+  if (fn.structCheck && in.size() == 1) in.push_back(nullptr);
+  if (fn.f == zvAddonAddFiles) in.insert(in.end(), {dir.file("file.m"), "file.m"});
+  if (fn.f == zvAddonAddFolders) in.push_back("folder");
+  if (fn.f == zvAddonExtractAllFiles) in.push_back(dir.file("out"));
+  if (fn.f == zvAddonSetScreenshot || fn.f == zvAddonAddInstructionSet) in.push_back(dir.file("file.m"));
+  return in;
 }
 
-TEST(Frame, StructureCheckLetsStructuresAndEmptiesThrough) {
+std::string identifier(const zvtest::CallResult& r) { return r.error ? r.error->identifier() : "(no error)"; }
+
+TEST(Frame, EveryFunctionFollowsTheFrame) {
   zvtest::TempDir dir;
-  const std::string missing = dir.file("missing.zvaddon");
-  const struct {
-    const char* name;
-    Json value;
-    bool passes;
-  } cases[] = {
-      {"structure", zvtest::properties(), true},
-      {"object", Json{{"$class", "object"}, {"$className", "Props"}, {"$dims", {1, 1}}, {"$fields", {"a"}},
-                      {"$data", {{{"a", "x"}}}}}, true},
-      {"empty numeric", nullptr, true},
-      {"0-by-0 cell", Json{{"$class", "cell"}, {"$dims", {0, 0}}, {"$data", Json::array()}}, true},
-      {"empty text", "", true},
-      {"number", 5, false},
-      {"text", "abc", false},
-      {"cell", Json::array({"a"}), false},
-  };
-  // What a record makes of an input that passed is the record's business (the properties record
-  // needs every field); what matters here is whether the check let it through.
-  for (const auto& c : cases) {
-    const auto r = call(zvAddonSetProperties, {missing, c.value});
-    ASSERT_FALSE(r.ok()) << c.name;
-    EXPECT_EQ(r.key() == "ZVADDON_BUILTINS_ERROR_NON_STRUCT", !c.passes) << c.name << ": " << r.key();
-    if (!c.passes) {
-      EXPECT_TRUE(r.error->arguments().empty()) << c.name;
+  const std::string missing = dir.file("d\xC3\xA9j\xC3\xA0 \xF0\x9F\x98\x80.zvaddon");
+  const std::string corrupt = dir.file("corrupt.zvaddon");
+  zvtest::writeBytes(corrupt, "PK\x03\x04 not a zip archive");
+  ASSERT_EQ(std::size(kFunctions), 24u);
+  for (const Function& fn : kFunctions) {
+    SCOPED_TRACE(fn.name);
+    std::vector<Json> in = inputsFor(fn, missing, dir);
+    ASSERT_EQ(in.size(), static_cast<std::size_t>(fn.inputs));
+    std::vector<Json> more = in;
+    more.push_back(1);
+    EXPECT_EQ(identifier(call(fn.f, {}, fn.maxOutputs + 1)), "zvhost:tooManyOutputs") << "outputs first";
+    EXPECT_EQ(identifier(call(fn.f, more, fn.maxOutputs + 1)), "zvhost:tooManyOutputs") << "outputs first";
+    EXPECT_EQ(identifier(call(fn.f, more, 0)), "zvhost:tooManyInputs");
+    EXPECT_EQ(identifier(call(fn.f, {in.begin(), in.end() - 1}, 0)), "zvhost:notEnoughInputs");
+    if (fn.structCheck) {
+      for (const Json& passes : {Json(nullptr), Json{{"$class", "cell"}, {"$dims", {0, 0}}, {"$data", Json::array()}}}) {
+        EXPECT_NE(call(fn.f, {missing, passes}).key(), "ZVADDON_BUILTINS_ERROR_NON_STRUCT") << passes;
+      }
+      const auto r = call(fn.f, {missing, 5});
+      EXPECT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_NON_STRUCT");
+      EXPECT_TRUE(r.ok() || r.error->arguments().empty());
+    }
+    const std::string ownKey = std::string("ZVADDON_BUILTINS_ERROR_") + fn.key;
+    if (fn.f == zvAddonComputeHash) {
+      const auto r = call(fn.f, in, 1);
+      ASSERT_EQ(r.key(), "ZVADDON_BUILTINS_FILE_NONEXISTENT");
+      EXPECT_EQ(std::get<std::string>(r.error->arguments().at(0)), missing) << "narrow UTF-8 text";
+      continue;
+    }
+    if (fn.f != zvAddonCreate) {
+      const auto r = call(fn.f, in, fn.maxOutputs);
+      ASSERT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND");
+      ASSERT_EQ(r.error->arguments().size(), 1u);
+      EXPECT_EQ(std::get<ustring>(r.error->arguments()[0]), fl::i18n::from_utf8(missing));
+    }
+    // Create cannot meet a missing package: its failure is any creation failure.
+    in[0] = fn.f == zvAddonCreate ? dir.file("no-such-folder/new.zvaddon") : corrupt;
+    const auto r = call(fn.f, in, fn.maxOutputs);
+    ASSERT_EQ(r.key(), ownKey);
+    std::vector<ustring> leading{fl::i18n::from_utf8(in[0].get<std::string>())};
+    if (fn.f == zvAddonExtractAllFiles) leading.push_back(fl::i18n::from_utf8(in[1].get<std::string>()));
+    if (fn.f == zvAddonSetScreenshot) leading.insert(leading.begin(), fl::i18n::from_utf8(in[1].get<std::string>()));
+    const auto& arguments = r.error->arguments();
+    ASSERT_EQ(arguments.size(), leading.size() + 1);
+    for (std::size_t i = 0; i < leading.size(); ++i) EXPECT_EQ(std::get<ustring>(arguments[i]), leading[i]) << i;
+    EXPECT_FALSE(std::get<std::string>(arguments.back()).empty()) << "the OPC message";
+    EXPECT_NE(r.error->message().find(in[0].get<std::string>()), std::string::npos) << "the catalogue's text";
+  }
+  EXPECT_EQ(zvtest::readBytes(corrupt), "PK\x03\x04 not a zip archive");
+  EXPECT_EQ(dir.list(), (std::vector<std::string>{"corrupt.zvaddon", "file.m"}));
+}
+
+// A gateway-shaped function whose protected block throws an OPC failure without a message.
+void failsWithoutMessage(int, qxArray**, int, const qxArray** inputs) {
+  const ustring path = matrix::get_ustring(inputs[0]);
+  zvaddon::gateway::guarded<zvaddon_builtins::zvaddon_builtins::ZVADDON_BUILTINS_ERROR_GET_LICENSE>(
+      path, [] { throw opc::Exception(""); });
+}
+
+TEST(Frame, AnOpcFailureWithoutMessageStillCarriesTwoArguments) {
+  const auto r = call(failsWithoutMessage, {"p.zvaddon"});
+  ASSERT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_GET_LICENSE");
+  ASSERT_EQ(r.error->arguments().size(), 2u);
+  EXPECT_EQ(std::get<std::string>(r.error->arguments()[1]), "");
+  EXPECT_EQ(identifier(call(zvAddonGetProperties, {42}, 1)).rfind("zvhost:", 0), 0u) << "a non-text path";
+}
+
+TEST(Frame, OnlyGatewayFunctionsHaveCLinkage) {
+  const zvtest::CommandRun nm = zvtest::runCommand("nm -D --defined-only " + zvtest::shellQuoted(
+                                                       std::string(ZV_BINARY_DIR) + "/src/gateway/libzvaddon.so"));
+  ASSERT_EQ(nm.status, 0) << nm.output;
+  std::set<std::string> c;
+  std::istringstream lines(nm.output);
+  for (std::string address, type, name; lines >> address >> type >> name;) {
+    if (name.rfind("_Z", 0) != 0 && !std::set<std::string>{"_init", "_fini", "__bss_start", "_edata", "_end"}.count(name)) {
+      c.insert(name);
     }
   }
-  EXPECT_EQ(call(zvAddonSetProperties, {missing, zvtest::properties()}).key(),
-            "ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND");
-}
-
-TEST(Frame, NotFoundCarriesThePathExactlyAsGiven) {
-  const std::string path = "/nonexistent/d\xC3\xA9j\xC3\xA0 \xE4\xB8\xAD\xF0\x9F\x98\x80.zvaddon";
-  for (qxFunction f : {zvAddonGetProperties, zvAddonGetScreenshot}) {
-    const auto r = call(f, {path}, 1);
-    ASSERT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND");
-    ASSERT_EQ(r.error->arguments().size(), 1u);
-    EXPECT_EQ(std::get<ustring>(r.error->arguments()[0]),
-              u"/nonexistent/d\u00E9j\u00E0 \u4E2D\U0001F600.zvaddon");
-  }
-}
-
-TEST(Frame, NonTextPathIsTheHostsError) {
-  const auto r = call(zvAddonGetProperties, {42}, 1);
-  ASSERT_FALSE(r.ok());
-  EXPECT_EQ(r.error->identifier().rfind("zvhost:", 0), 0u) << r.error->identifier();
+  std::set<std::string> expected;
+  for (const Function& fn : kFunctions) expected.insert(std::string("zvAddon") + fn.name);
+  EXPECT_EQ(c, expected);
 }
 
 }  // namespace

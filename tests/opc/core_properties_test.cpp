@@ -86,26 +86,8 @@ class CorePropertiesTest : public ::testing::Test {
   model::XercesGuard guard_;
 };
 
-TEST_F(CorePropertiesTest, W3cdtfDatesAreReadAsUtc) {
-  const struct {
-    const char* text;
-    const char* utc;
-  } cases[] = {
-      {"2026-02-03T04:05:06Z", "2026-02-03 04:05:06"},
-      {"2026-02-03T04:05:06+02:00", "2026-02-03 02:05:06"},
-      {"2026-02-03T23:30:00-01:45", "2026-02-04 01:15:00"},
-      {"2026-02-03", "2026-02-03 00:00:00"},
-      {"\n   2005-06-12\n  ", "2005-06-12 00:00:00"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    const CoreProperties p = readDocument(kCoreOpen + "<dcterms:created xsi:type='dcterms:W3CDTF'>" + c.text +
-                                          "</dcterms:created>" + kCoreClose);
-    EXPECT_EQ(p.getCreated(), at(c.utc));
-  }
-}
-
-TEST_F(CorePropertiesTest, PartsBreakingTheStandardsRulesAreRefused) {
+// Dates are read as UTC; a part breaking the standard's rules is refused, saying which.
+TEST_F(CorePropertiesTest, DocumentsAreReadByTheStandardsRules) {
   const auto created = [](const std::string& attributes, const std::string& value) {
     return "<dcterms:created " + attributes + ">" + value + "</dcterms:created>";
   };
@@ -113,8 +95,12 @@ TEST_F(CorePropertiesTest, PartsBreakingTheStandardsRulesAreRefused) {
   const struct {
     const char* label;
     std::string body;
-    const char* expected;
+    const char* expected;  // the created time read (UTC), or a fragment of the refusal
   } cases[] = {
+      {"UTC", created(typed, "2026-02-03T04:05:06Z"), "2026-02-03 04:05:06"},
+      {"east of UTC", created(typed, "2026-02-03T04:05:06+02:00"), "2026-02-03 02:05:06"},
+      {"west of UTC across midnight", created(typed, "2026-02-03T23:30:00-01:45"), "2026-02-04 01:15:00"},
+      {"date only, spaced", created(typed, "\n   2005-06-12\n  "), "2005-06-12 00:00:00"},
       {"month 13", created(typed, "2026-13-01"), "no W3CDTF date"},
       {"zone beyond 14 hours", created(typed, "2026-02-03T10:00+15:00"), "no W3CDTF date"},
       {"trailing junk", created(typed, "2026-02-03Tx"), "no W3CDTF date"},
@@ -135,8 +121,8 @@ TEST_F(CorePropertiesTest, PartsBreakingTheStandardsRulesAreRefused) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     try {
-      (void)readDocument(kCoreOpen + c.body + kCoreClose);
-      ADD_FAILURE() << "accepted";
+      const auto created = readDocument(kCoreOpen + c.body + kCoreClose).getCreated();
+      EXPECT_EQ(created, at(c.expected));
     } catch (const opc::Exception& e) {
       EXPECT_THAT(e.what(), HasSubstr(c.expected));
     }
@@ -182,11 +168,6 @@ TEST_F(CorePropertiesTest, WrittenPartsAreValidAgainstTheirSchemasAndKeepForeign
         writeDocument(CorePropertiesManager::buildCorePropertiesDocument(c.properties, c.mode, c.keep));
     const auto [status, output] = xmllint(core, "opc-coreProperties.xsd", dir);
     EXPECT_EQ(status, 0) << output << core;
-    opc::testing::BytesInput in(core);
-    EXPECT_NO_THROW((void)XercesHelper::readDocumentFromStream(
-        XercesHelper::createParser(), in, true, opc::test::u16(ZV_TEST_DATA_DIR "/xml/opc-coreProperties.xsd"),
-        model::PackageHelper::getCorePropertiesNamespace()))
-        << core;
     EXPECT_EQ(core.find("xml:lang"), std::string::npos);
     EXPECT_EQ(core.find("W3CDTF") != std::string::npos,
               c.mode == DeterministicMode::Off && c.properties.getCreated().has_value());

@@ -100,37 +100,60 @@ TEST(BuiltInKeyTest, VerificationKeyIsAnRsa2048PublicKeyWithItsPem) {
   EXPECT_NE(pem.find("-----END PUBLIC KEY-----"), std::string::npos);
 }
 
+// Each case signs the requirements with the built-in key, makes its change, may sign again, and
+// says what verification gives and how many signatures remain.
 TEST_F(SigningTest, VerificationAfterLaterChanges) {
+  const PartName other(u"/metadata/addonProperties.xml");
+  const auto rewrite = [](const ustring& part, const std::function<std::string(std::string)>& edit) {
+    return [=](AddonPackage& p) {
+      opc::test::replacePartContent(p.getPackage(), part, edit(opc::test::partBytes(p.getPackage(), part)));
+    };
+  };
   const struct {
     const char* name;
     std::function<void(AddonPackage&)> change;
+    bool signAgain;
     bool verifies;
+    std::size_t signatures;
   } cases[] = {
-      {"RequirementsRewrittenUnchanged",
-       [](AddonPackage& p) {
-         AddonSystemRequirements same;
-         p.setSystemRequirements(same);
-       },
-       true},
-      {"ForeignSignatureOverAnotherPartIgnored",
-       [](AddonPackage& p) { signWithForeignKey(p, {PartName(u"/metadata/addonProperties.xml")}); }, true},
+      {"RequirementsRewrittenUnchanged", [](AddonPackage& p) { AddonSystemRequirements same; p.setSystemRequirements(same); },
+       false, true, 1},
+      {"RequirementsChanged",
+       rewrite(kRequirements, [](std::string xml) { return xml.insert(xml.rfind("</"), "<x/>"); }), false, false, 1},
+      {"RequirementsChangedAndSignedAgain",
+       rewrite(kRequirements, [](std::string xml) { return xml.insert(xml.rfind("</"), "<x/>"); }), true, true, 1},
+      {"ForeignSignatureOverAnotherPartIgnored", [&](AddonPackage& p) { signWithForeignKey(p, {other}); }, false,
+       true, 2},
       {"ForeignSignatureLeadingWithRequirementsFails",
-       [](AddonPackage& p) {
-         signWithForeignKey(p, {PartName(kRequirements), PartName(u"/metadata/addonProperties.xml")});
-       },
-       false},
+       [&](AddonPackage& p) { signWithForeignKey(p, {PartName(kRequirements), other}); }, false, false, 2},
       {"ForeignSignatureWithRequirementsSecondIgnored",
-       [](AddonPackage& p) {
-         signWithForeignKey(p, {PartName(u"/metadata/addonProperties.xml"), PartName(kRequirements)});
+       [&](AddonPackage& p) { signWithForeignKey(p, {other, PartName(kRequirements)}); }, false, true, 2},
+      // Signing again replaces only a signature of the same parts and the same selectors.
+      {"ForeignSignatureOverRequirementsWithOtherSelectorsSurvivesSigningAgain",
+       [&](AddonPackage& p) { signWithForeignKey(p, {PartName(kRequirements)}); }, true, false, 2},
+      {"UnparsableForeignSignatureSkipped",
+       [&](AddonPackage& p) {
+         signWithForeignKey(p, {other});
+         rewrite(u"/_xmlsignatures/sig2.xml", [](std::string) { return "<Signature"; })(p);
        },
-       true},
+       false, true, 1},
+      // A signature part that does not parse names no part: skipped, as a removed one would be.
+      {"UnparsableRequirementsSignatureSkipped", rewrite(u"/_xmlsignatures/sig1.xml", [](std::string) { return "x"; }),
+       false, true, 0},
+      {"RequirementsSignatureOfABrokenStructureFails",
+       rewrite(u"/_xmlsignatures/sig1.xml", [](std::string xml) { return xml.insert(xml.rfind("</"), "<x/>"); }),
+       false, false, 1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     createPackage(path_);
     sign(path_);
     modify(path_, c.change);
+    if (c.signAgain) sign(path_);
     EXPECT_EQ(verify(path_), c.verifies);
+    AddonPackage package(path_);
+    package.getPackage().open(OpenMode::Read);
+    EXPECT_EQ(package.getDigitalSignatureManager().getSignatures().size(), c.signatures);
   }
 }
 

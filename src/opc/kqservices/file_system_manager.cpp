@@ -12,7 +12,6 @@
 #include "opc/kqservices/file_system_names.h"
 #include "opc/kqservices/file_system_tree.h"
 #include "opc/model/package.h"
-#include "opc/zippackage/central_directory.h"
 
 namespace opc::kqservices {
 
@@ -27,7 +26,7 @@ using opc::detail::narrow;
 
 // Reproducible builds: with SOURCE_DATE_EPOCH set, no file time written is later than that instant.
 FileTime clampedToSourceDateEpoch(FileTime time) {
-  if (const auto epoch = foundation::clock::sourceDateEpoch()) {
+  if (const auto epoch = foundation::clock::sourceDateEpoch<Exception>()) {
     const FileTime limit{static_cast<std::int64_t>(*epoch), 0};
     if (limit < time) return limit;
   }
@@ -126,7 +125,7 @@ const TreeNode::Children* TreeNode::children() const noexcept {
 }
 
 ustring TreeNode::name() const {
-  return parent == nullptr ? ustring() : detail::decodeComponent(ustring(segment()));
+  return parent == nullptr ? ustring() : detail::decodeComponent(segment());
 }
 
 TreeNode* TreeNode::child(ustring_view segmentText) const {
@@ -158,12 +157,16 @@ ustring TreeNode::pathName() const {
   return above += name();
 }
 
-std::vector<TreeNode::Named> TreeNode::sortedChildren() const {
+std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) const {
   std::vector<Named> out;
   if (file) return out;
-  for (const TreeNode& node : *children()) out.push_back({&node, node.name()});
-  std::sort(out.begin(), out.end(), [](const Named& a, const Named& b) {
-    return a.name != b.name ? a.name < b.name : a.node->segment() < b.node->segment();
+  ustring prefix(folderPath);
+  if (!prefix.empty() && prefix.back() != u'/') prefix += u'/';
+  for (const TreeNode& node : *children()) out.push_back({&node, prefix + detail::decodeComponent(node.segment())});
+  std::sort(out.begin(), out.end(), [skip = prefix.size()](const Named& a, const Named& b) {
+    const ustring_view x = ustring_view(a.name).substr(skip);
+    const ustring_view y = ustring_view(b.name).substr(skip);
+    return x != y ? x < y : a.node->segment() < b.node->segment();
   });
   return out;
 }
@@ -203,7 +206,7 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
     const ustring_view segment = encodedPath.substr(start, last ? ustring_view::npos : slash - start);
     TreeNode* next = folder->child(segment);
     if (next == nullptr) {
-      (void)detail::decodeComponent(ustring(segment));  // refuses what does not decode
+      (void)detail::decodeComponent(segment);  // refuses what does not decode
       next = folder->adopt(TreeNode::make(arena_, segment, last && !placeholder));
     } else {
       if (next->file || next->placeholder) {
@@ -410,7 +413,7 @@ FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustr
 
   const TreeNode* const folder = attachMissing(tree.arena, at, segments, true);
   tree.partCount = package_.getPartCount();
-  return FileSystemEntry(folder->pathName(), folder->encodedPath(), true);
+  return FileSystemEntry(folder->pathName(), {}, true);
 }
 
 FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
@@ -442,7 +445,7 @@ FileSystemEntry FileSystemManager::getRoot() const {
 
 const TreeNode& FileSystemManager::findFolder(const FileSystemEntry& folder) const {
   const TreeNode* node = &index().root;
-  const ustring& path = folder.getEncodedPath();
+  const ustring& path = folder.encodedPath_;
   std::size_t start = 0;
   while (start < path.size()) {
     const std::size_t slash = path.find(u'/', start);
@@ -457,137 +460,20 @@ const TreeNode& FileSystemManager::findFolder(const FileSystemEntry& folder) con
 std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntry& folder) const {
   std::vector<FileSystemEntry> out;
   if (folder.isFile()) return out;
-  const TreeNode& node = findFolder(folder);
-  const ustring base = node.encodedPath();
-  const ustring basePath = node.pathName();
-  for (const auto& [child, name] : node.sortedChildren()) {
-    const ustring segment(child->segment());
-    out.push_back(FileSystemEntry(basePath == u"/" ? basePath + name : basePath + u'/' + name,
-                                  base.empty() ? segment : base + u'/' + segment, child->file));
+  // The entry's paths are its node's: only the tree makes entries.
+  std::vector<TreeNode::Named> children = findFolder(folder).sortedChildren(folder.pathName_);
+  out.reserve(children.size());
+  const ustring& base = folder.encodedPath_;
+  for (auto& [child, path] : children) {
+    ustring encoded;
+    if (!child->file) ((encoded = base) += base.empty() ? u"" : u"/") += child->segment();
+    out.push_back(FileSystemEntry(std::move(path), std::move(encoded), child->file));
   }
   return out;
 }
 
 std::vector<ustring> FileSystemManager::listFiles() const {
   return detail::listLeaves(index().root);
-}
-
-namespace {
-
-// `lowerPrefix` is lower case already.
-bool startsWithIgnoreAsciiCase(std::string_view text, std::string_view lowerPrefix) {
-  if (text.size() < lowerPrefix.size()) return false;
-  for (std::size_t i = 0; i < lowerPrefix.size(); ++i) {
-    const char c = text[i];
-    if ((c >= 'A' && c <= 'Z' ? c + 32 : c) != lowerPrefix[i]) return false;
-  }
-  return true;
-}
-
-// True when opening takes `item` for the part name "/" followed by `item` as it is: ASCII path
-// characters, percent-encodings in upper-case hex of characters that need them, no empty segment,
-// no segment ending in '.', and no relationships name (those are no files). It may say false for a
-// name opening accepts; PartName then decides, and says why when it refuses.
-bool isPlainFileItemName(std::string_view item) {
-  enum : std::uint8_t { kPath = 1, kHex = 2, kSlash = 4, kPercent = 8 };
-  static constexpr auto kClass = [] {
-    std::array<std::uint8_t, 256> table{};
-    for (char16_t c = 0; c < 0x80; ++c) {
-      if (opc::detail::isUnreserved(c) || opc::detail::isSubDelim(c) || c == u':' || c == u'@') table[c] = kPath;
-    }
-    for (char16_t c = u'0'; c <= u'9'; ++c) table[c] |= kHex;
-    for (char16_t c = u'A'; c <= u'F'; ++c) table[c] |= kHex;
-    table['/'] = kSlash;
-    table['%'] = kPercent;
-    return table;
-  }();
-  const auto at = [&](std::size_t i) { return kClass[static_cast<unsigned char>(item[i])]; };
-  if (item.empty() || item.back() == '.' || item.back() == '/' ||
-      (item.size() >= 5 && startsWithIgnoreAsciiCase(item.substr(item.size() - 5), ".rels"))) {
-    return false;
-  }
-  std::size_t segmentStart = 0;
-  for (std::size_t i = 0; i < item.size(); ++i) {
-    const std::uint8_t c = at(i);
-    if ((c & kPath) != 0) continue;
-    if (c == kSlash) {
-      if (i == segmentStart || item[i - 1] == '.') return false;
-      segmentStart = i + 1;
-    } else if (c == kPercent) {
-      if (i + 2 >= item.size() || (at(i + 1) & kHex) == 0 || (at(i + 2) & kHex) == 0) return false;
-      const auto value =
-          static_cast<char16_t>(opc::detail::hexValue(item[i + 1]) * 16 + opc::detail::hexValue(item[i + 2]));
-      if (value == u'/' || value == u'\\' || opc::detail::isUnreserved(value)) return false;
-      i += 2;
-    } else {
-      return false;
-    }
-  }
-  return true;
-}
-
-constexpr std::string_view kContentTypesItem = "[Content_Types].xml";
-constexpr std::string_view kPrefixItem = "fsroot/";  // the tree prefix as an item name, lower case
-
-}  // namespace
-
-std::vector<ustring> FileSystemManager::listFiles(const zippackage::CentralDirectory& directory,
-                                                  const std::string& packagePath) {
-  const auto& records = directory.records();
-  const auto where = [&](std::size_t i) {
-    return "package '" + packagePath + "': entry " + std::to_string(i) + " '" + std::string(records[i].name) + "'";
-  };
-  // Opening reads the content types before it looks at any other item, so their absence wins.
-  std::size_t contentTypes = 0;
-  for (const auto& record : records) contentTypes += record.name == kContentTypesItem ? 1 : 0;
-  if (contentTypes == 0) {
-    throw Exception("package '" + packagePath + "' is no OPC package: it has no [Content_Types].xml item");
-  }
-  if (contentTypes > 1) throw Exception("package '" + packagePath + "': two [Content_Types].xml items");
-
-  detail::Tree tree;
-  detail::TreeFolder& root = tree.root;
-  detail::TreeBuilder builder(root, tree.arena);
-  ustring below;  // the item's path below the prefix, reused
-  std::size_t prefixItem = records.size();  // an item named "fsroot" itself
-  for (std::size_t i = 0; i < records.size(); ++i) {
-    const zippackage::DirectoryRecord& record = records[i];
-    constexpr std::uint16_t kEncrypted = 0x0001;
-    if (record.name == kContentTypesItem) {
-      if ((record.flags & kEncrypted) != 0) throw Exception("package '" + packagePath + "': [Content_Types].xml is encrypted");
-      continue;
-    }
-    if (!record.name.empty() && record.name.back() == '/') continue;  // a folder item: no part
-    if ((record.flags & kEncrypted) != 0) throw Exception(where(i) + " is encrypted");
-    if (record.method != 0 && record.method != 8) {
-      throw Exception(where(i) + " uses compression method " + std::to_string(record.method) +
-                      " (stored and deflate are supported)");
-    }
-    if (!startsWithIgnoreAsciiCase(record.name, kPrefixItem)) {
-      if (record.name.size() + 1 == kPrefixItem.size() &&
-          startsWithIgnoreAsciiCase(record.name, kPrefixItem.substr(0, record.name.size()))) {
-        prefixItem = i;
-      }
-      continue;
-    }
-    try {
-      if (isPlainFileItemName(record.name)) {
-        below.assign(record.name.begin() + static_cast<std::ptrdiff_t>(kPrefixItem.size()), record.name.end());
-      } else {
-        const model::PartName name = model::PartName::fromZipItemName(record.name);
-        if (name.isRelationshipsPartName()) continue;
-        below.assign(name.getName(), kPrefix.size());
-      }
-      builder.add(below, false);
-    } catch (const Exception& e) {
-      throw Exception(where(i) + ": " + e.what());
-    }
-  }
-  if (prefixItem != records.size() && root.hasChildren()) {
-    throw Exception(where(prefixItem) + ": part '" + narrow(kPrefix.substr(0, kPrefix.size() - 1)) +
-                    "' is named like a folder of other parts");
-  }
-  return detail::listLeaves(root);
 }
 
 bool FileSystemManager::exists(const ustring& pathInAddon) const {

@@ -12,9 +12,6 @@
 namespace opc::model {
 class Package;
 }
-namespace opc::zippackage {
-class CentralDirectory;
-}
 
 namespace opc::kqservices {
 
@@ -73,13 +70,12 @@ class FileSystemEntry {
 
   [[nodiscard]] bool isFile() const { return file_; }
   [[nodiscard]] bool isFolder() const { return !file_; }
-  [[nodiscard]] bool isRoot() const { return encodedPath_.empty(); }
+  [[nodiscard]] bool isRoot() const { return pathName_.size() == 1; }
   // The path inside the add-on, decoded, "/" first: "/doc/read me.txt"; the root is "/".
-  [[nodiscard]] const ustring& getPathName() const { return pathName_; }
+  [[nodiscard]] const ustring& getPathName() const& { return pathName_; }
+  [[nodiscard]] ustring getPathName() && { return std::move(pathName_); }
   // The last component of getPathName ("" for the root).
   [[nodiscard]] ustring getName() const;
-  // The encoded path below the tree prefix, "doc/read:20me.txt" ("" for the root).
-  [[nodiscard]] const ustring& getEncodedPath() const { return encodedPath_; }
 
  private:
   friend class FileSystemManager;
@@ -87,7 +83,7 @@ class FileSystemEntry {
       : pathName_(std::move(pathName)), encodedPath_(std::move(encodedPath)), file_(file) {}
 
   ustring pathName_ = u"/";
-  ustring encodedPath_;
+  ustring encodedPath_;  // a folder's path below the tree prefix ("doc/sub:20folder"); "" for files
   bool file_ = false;
 };
 
@@ -96,7 +92,8 @@ class FileSystemEntry {
 class [[gnu::visibility("default")]] FileSystemEntryAlreadyExists : public opc::Exception {
  public:
   explicit FileSystemEntryAlreadyExists(const ustring& pathName);
-  [[nodiscard]] const ustring& getPathName() const { return pathName_; }
+  [[nodiscard]] const ustring& getPathName() const& { return pathName_; }
+  [[nodiscard]] ustring getPathName() && { return std::move(pathName_); }
 
  private:
   ustring pathName_;
@@ -137,16 +134,6 @@ class FileSystemManager {
   // The path names of every file and of every empty folder, depth first, each folder's entries in
   // getChildren's order: what walking the tree with getChildren yields, in one pass.
   [[nodiscard]] std::vector<ustring> listFiles() const;
-  // What listFiles gives for the package whose directory this is, without opening the package:
-  // only item names are read. Of what opening checks, this refuses (opc::Exception naming
-  // `packagePath` and the item) what the names and flags show: no "[Content_Types].xml" item or
-  // two of them, an encrypted item, a compression method other than stored and deflate, and below
-  // "fsroot/" a name that is no valid part name, two equivalent names, and a name that is a folder
-  // of another (so is "fsroot" itself beside them). Not checked: names outside "fsroot/", the
-  // relationships items, and whatever only the items' bytes show (content types, relationships):
-  // a package listed here may still fail to open.
-  [[nodiscard]] static std::vector<ustring> listFiles(const zippackage::CentralDirectory& directory,
-                                                      const std::string& packagePath);
   // The entry at a path inside the add-on, if there is one.
   [[nodiscard]] bool exists(const ustring& pathInAddon) const;
   // Lets go of the in-memory tree (read again on next use), e.g. once a batch of additions is done

@@ -1,5 +1,7 @@
 #include "opc/kqservices/file_system_names.h"
 
+#include <algorithm>
+
 #include "opc/detail/text.h"
 #include "opc/exception.h"
 
@@ -128,11 +130,11 @@ ustring encodeComponent(const ustring& name) {
   return segment;
 }
 
-ustring decodeComponent(const ustring& segment) {
+ustring decodeComponent(ustring_view segment) {
   // Most segments hold nothing to decode; they are their own name.
   bool plain = true;
   for (const char16_t c : segment) plain = plain && c != u'%' && c != u':' && c < 0x80;
-  if (plain) return segment;
+  if (plain) return ustring(segment);
   std::string bytes;
   bytes.reserve(segment.size());
   for (std::size_t i = 0; i < segment.size(); ++i) {
@@ -149,11 +151,14 @@ ustring decodeComponent(const ustring& segment) {
       // Part names hold non-ASCII characters percent-encoded; one read raw from elsewhere passes.
       std::size_t next = i;
       (void)nextCodePoint(segment, next, "segment");
-      bytes += toUtf8(ustring_view(segment).substr(i, next - i), "segment");
+      bytes += toUtf8(segment.substr(i, next - i), "segment");
       i = next - 1;
     } else {
       bytes += static_cast<char>(c);
     }
+  }
+  if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    return ustring(bytes.begin(), bytes.end());  // escapes of ASCII characters need no UTF-8 decoder
   }
   // The message names the segment, built only when it is needed.
   try {

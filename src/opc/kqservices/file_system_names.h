@@ -30,6 +30,6 @@ namespace opc::kqservices::detail {
 // The inverse: "%XX" and ":XX" are bytes, a bare ':' at the end is dropped. Lenient with forms the
 // encoding does not produce; throws opc::Exception when the bytes are not UTF-8 or a '%' is not
 // followed by two hex digits.
-[[nodiscard]] ustring decodeComponent(const ustring& segment);
+[[nodiscard]] ustring decodeComponent(ustring_view segment);
 
 }  // namespace opc::kqservices::detail

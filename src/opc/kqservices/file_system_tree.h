@@ -69,8 +69,9 @@ class TreeNode : public TreeHook {
     const TreeNode* node;
     ustring name;
   };
-  // Ordered by name, then segment (UTF-16 code units); empty for a file.
-  [[nodiscard]] std::vector<Named> sortedChildren() const;
+  // Ordered by name, then segment (UTF-16 code units); empty for a file. With `folderPath`
+  // ("/" or "/a/b"), each name is that path followed by "/" and the name.
+  [[nodiscard]] std::vector<Named> sortedChildren(ustring_view folderPath = {}) const;
 
   TreeNode* parent = nullptr;
   const bool file;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <sys/stat.h>
 
+#include "foundation/clock.h"
 #include "opc/detail/content_sources.h"
 #include "opc/detail/text.h"
 #include "opc/exception.h"
@@ -38,14 +39,11 @@ std::string describeEntry(const ZipEntry& entry) {
   return "entry " + std::to_string(entry.index) + " '" + std::string(entry.name) + "'";
 }
 
-// Calls `visit` with every proper prefix segment of `name` ("/a", "/a/b" for "/a/b/c") and its hash,
-// hashing the name once rather than each prefix anew.
+// Calls `visit` with every proper prefix segment of `name` ("/a", "/a/b" for "/a/b/c") and its hash.
 template <class Visit>
 void forEachPrefix(std::string_view name, Visit visit) {
-  std::size_t hash = PartNameKeyHash::step(PartNameKeyHash::kSeed, name.empty() ? '/' : name[0]);
-  for (std::size_t i = 1; i < name.size(); ++i) {
-    if (name[i] == '/') visit(PartNameKey{name.substr(0, i), hash});
-    hash = PartNameKeyHash::step(hash, name[i]);
+  for (std::size_t i = name.find('/', 1); i != std::string_view::npos; i = name.find('/', i + 1)) {
+    visit(PartNameKey{name.substr(0, i), PartNameKeyHash{}(name.substr(0, i))});
   }
 }
 
@@ -151,11 +149,7 @@ void Package::open(interfaces::OpenMode mode) {
       throw Exception("unknown open mode " + std::to_string(static_cast<int>(mode)));
   }
   mode_ = mode;
-  const bool readOnly = mode == interfaces::OpenMode::Read;
-  relationships_.readOnly_ = readOnly;
-  for (const auto& part : parts_) {
-    if (part && part->relationships_) part->relationships_->readOnly_ = readOnly;
-  }
+  relationships_.readOnly_ = mode == interfaces::OpenMode::Read;
 }
 
 void Package::load() {
@@ -173,22 +167,12 @@ void Package::load() {
     throw Exception("package '" + path + "' is no OPC package: it has no [Content_Types].xml item");
   }
   if (contentTypesEntry->encrypted) throw Exception("package '" + path + "': [Content_Types].xml is encrypted");
-  std::uint64_t xmlBudget = kXmlBaseBytes + kXmlBytesPerItem * entries.size();
-  const auto spendXml = [&](const ZipEntry& entry, const std::string& where) {
-    if (entry.size > xmlBudget) {
-      throw Exception(where + ": the XML read on opening would exceed " +
-                      std::to_string(kXmlBaseBytes + kXmlBytesPerItem * entries.size()) + " bytes for " +
-                      std::to_string(entries.size()) + " items");
-    }
-    const std::uint64_t allowed = xmlBudget;
-    xmlBudget -= entry.size;
-    return allowed;
-  };
+  xmlBudget_ = kXmlBaseBytes + kXmlBytesPerItem * entries.size();
   contentTypesEntry_ = contentTypesEntry->index;
   const auto contentTypes = [&] {
     const std::string where = "package '" + path + "': [Content_Types].xml";
     const std::uint64_t maxBytes = spendXml(*contentTypesEntry, where);
-    auto stream = physical_.openEntry(contentTypesEntry->index);
+    const auto stream = physical_.openEntry(contentTypesEntry->index);
     return detail::ContentTypeMap::read(*stream, where, maxBytes);
   }();
 
@@ -198,7 +182,10 @@ void Package::load() {
   std::unordered_map<std::string, std::size_t, PartNameKeyHash, PartNameKeyEqual> relationshipKeys;
   for (const auto& entry : entries) {
     if (&entry == contentTypesEntry) continue;
-    if (!entry.name.empty() && entry.name.back() == '/') continue;  // a folder item: no part
+    if (!entry.name.empty() && entry.name.back() == '/') {  // a folder item: no part, carried as it is
+      carriedItems_.push_back(entry.index);
+      continue;
+    }
     const auto where = [&] { return "package '" + path + "': " + describeEntry(entry); };  // for errors only
     if (entry.encrypted) throw Exception(where() + " is encrypted");
     if (!entry.compression) {
@@ -248,23 +235,36 @@ void Package::load() {
     } catch (const Exception& e) {
       throw Exception(where + ": " + e.what());
     }
-    Relationships* target = &relationships_;
-    Part* sourcePart = nullptr;
-    if (source.toString() != u"/") {
-      const auto found = byKey_.find(PartName(source.toString()).text());
-      if (!found) throw Exception(where + ": its source part does not exist");
-      sourcePart = parts_[*found].get();
-      target = &sourcePart->relationships();
-    }
-    const std::uint64_t maxBytes = spendXml(*entry, where);
-    auto stream = physical_.openEntry(entry->index);
-    readRelationships(*stream, *target, where, maxBytes);
-    if (sourcePart != nullptr) {
-      sourcePart->relationshipsEntry_ = entry->index;
-    } else {
+    if (source.toString() == u"/") {
+      readRelationships(*physical_.openEntry(entry->index), relationships_, where, spendXml(*entry, where));
       relationshipsEntry_ = entry->index;
+      continue;
     }
+    // A part's relationships are read when first asked for (Part::relationships).
+    const auto found = byKey_.find(PartName(source.toString()).text());
+    if (!found) throw Exception(where + ": its source part does not exist");
+    parts_[*found]->relationshipsEntry_ = entry->index;
   }
+}
+
+std::uint64_t Package::spendXml(const ZipEntry& entry, const std::string& where) {
+  if (entry.size > xmlBudget_) {
+    const std::size_t items = physical_.getEntries().size();
+    throw Exception(where + ": the XML read from the package would exceed " +
+                    std::to_string(kXmlBaseBytes + kXmlBytesPerItem * items) + " bytes for " + std::to_string(items) +
+                    " items");
+  }
+  const std::uint64_t allowed = xmlBudget_;
+  xmlBudget_ -= entry.size;
+  return allowed;
+}
+
+void Package::readPartRelationships(std::uint64_t index, Relationships& target) {
+  const XercesGuard xml;
+  const ZipEntry& entry = physical_.getEntries()[index];
+  const std::string where = "package '" + physical_.getNarrowPath() + "': relationships part '" +
+                            std::string(PartName::fromZipItemName(entry.name).text()) + "' (" + describeEntry(entry) + ")";
+  readRelationships(*physical_.openEntry(index), target, where, spendXml(entry, where));
 }
 
 void Package::insertPart(PartPtr part) {
@@ -276,7 +276,7 @@ void Package::insertPart(PartPtr part) {
   // Parts come mostly folder by folder: when this part's folder is the last one's, its prefixes are
   // folders already (so none is a part) and their counts are where they were.
   const std::string_view folder = text.substr(0, text.rfind('/'));
-  if (!lastFolderValid_ || !opc::detail::equalsIgnoreAsciiCase(folder, lastFolder_)) {
+  if (!lastFolderValid_ || (folder != lastFolder_ && !opc::detail::equalsIgnoreAsciiCase(folder, lastFolder_))) {
     // A prefix that is a folder already cannot be a part; only new folders need the part check. All
     // checks come before any change, so a refused part leaves the index as it was.
     lastFolderValid_ = false;
@@ -446,15 +446,18 @@ void Package::release() noexcept {
   relationships_ = Relationships(PackageHelper::getPackageRootURI());
   relationshipsEntry_.reset();
   contentTypesEntry_.reset();
+  carriedItems_.clear();
   structureChanged_ = false;
   physical_.closeArchive();
   mode_.reset();
 }
 
 void Package::write() {
+  (void)foundation::clock::sourceDateEpoch<Exception>();  // entries made now carry the clock's time
   const XercesGuard xml;
   using zippackage::EntryAttributes;
   auto writer = physical_.createWriter();
+  const auto& entries = physical_.getEntries();
   const ContentType relationshipsType(PackageHelper::getRelationshipsContentType());
   const PartName rootRelationshipsName(u"/_rels/.rels");
   std::vector<PartName> relationshipNames;  // one a part that has relationships, in part order
@@ -470,8 +473,7 @@ void Package::write() {
     if (p && p->hasRelationships() != p->relationshipsEntry_.has_value()) sameTypes = false;
   }
   if (sameTypes) {
-    writer->copyEntry(detail::kContentTypesItemName, *contentTypesEntry_,
-                      physical_.getEntries()[*contentTypesEntry_].attributes);
+    writer->copyEntry(detail::kContentTypesItemName, *contentTypesEntry_, entries[*contentTypesEntry_].attributes);
   } else {
     std::vector<std::pair<const PartName*, const ContentType*>> types;
     types.reserve(partCount_ + relationshipNames.size() + 1);
@@ -487,13 +489,13 @@ void Package::write() {
                      Compression::Deflated, {});
   }
 
-  const auto writeRelationships = [&](const Relationships& relationships, const std::optional<std::uint64_t>& entry,
+  // Unchanged items, relationships never read among them, keep the names they have in the file.
+  const auto copy = [&](std::uint64_t entry, const EntryAttributes& attributes) {
+    writer->copyEntry(entries[entry].name, entry, attributes);
+  };
+  const auto writeRelationships = [&](const Relationships* relationships, const std::optional<std::uint64_t>& entry,
                                       const PartName& name) {
-    if (relationships.empty()) return;
-    if (!relationships.isModified() && entry) {
-      writer->copyEntry(name.getZipItemName(), *entry, physical_.getEntries()[*entry].attributes);
-      return;
-    }
+    if (entry && (relationships == nullptr || !relationships->isModified())) return copy(*entry, entries[*entry].attributes);
     std::string xml;
     struct StringSink : OutputStream {
       std::string& out;
@@ -501,25 +503,26 @@ void Package::write() {
       void write(const std::uint8_t* data, std::size_t size) override { out.append(reinterpret_cast<const char*>(data), size); }
       void flush() override {}
     } sink(xml);
-    relationships.writeXml(sink);
+    relationships->writeXml(sink);
     writer->addEntry(name.getZipItemName(), std::make_shared<opc::detail::MemoryContentSource>(std::move(xml)),
                      Compression::Deflated, {});
   };
 
-  writeRelationships(relationships_, relationshipsEntry_, rootRelationshipsName);
+  if (!relationships_.empty()) writeRelationships(&relationships_, relationshipsEntry_, rootRelationshipsName);
+  for (const std::uint64_t item : carriedItems_) copy(item, entries[item].attributes);
   std::size_t relationshipIndex = 0;
   for (const auto& p : parts_) {
     if (!p) continue;
     const EntryAttributes attributes{p->modified(), p->mode()};
     if (!p->contentChanged_ && p->sourceEntry_) {
-      writer->copyEntry(p->getPartName().text().substr(1), *p->sourceEntry_, attributes);
+      copy(*p->sourceEntry_, attributes);
     } else {
       std::shared_ptr<const ContentSource> content = p->content_;
       if (!content) content = std::make_shared<opc::detail::MemoryContentSource>(std::string());
       writer->addEntry(p->getPartName().getZipItemName(), std::move(content), p->compression_, attributes);
     }
     if (p->hasRelationships()) {
-      writeRelationships(*p->relationships_, p->relationshipsEntry_, relationshipNames[relationshipIndex++]);
+      writeRelationships(p->relationships_.get(), p->relationshipsEntry_, relationshipNames[relationshipIndex++]);
     }
   }
   writer->commit();

@@ -19,6 +19,7 @@
 
 namespace opc::zippackage {
 class ZipPhysicalPackage;
+struct ZipEntry;
 }
 
 namespace opc::model {
@@ -27,10 +28,17 @@ namespace opc::model {
 // close() to write or revert() to discard. Holds a reference to the physical package, which must
 // outlive it. Not copyable, not thread-safe.
 //
-// Opening validates the whole package: a readable ZIP directory; "[Content_Types].xml" present and
-// well formed; every item a valid part name, no two equivalent, none a prefix segment of another;
-// every part with a content type; every relationships part well formed and for an existing source.
-// Each failure is an opc::Exception naming the entry or part; a missing file is PackageNotFound.
+// Opening reads the ZIP directory, "[Content_Types].xml" and the root relationships, never a part's
+// bytes, and refuses: no or a malformed "[Content_Types].xml"; an item that is no valid part name,
+// two equivalent names, one a prefix segment of another; a part without a content type; malformed
+// root relationships; a relationships part of no existing source. A part's relationships part is
+// read when first asked for (Part::getRelationships throws then for a malformed one); one never read
+// is copied as it is. Each failure is an opc::Exception naming the entry or part; a missing file is
+// PackageNotFound.
+//
+// Nothing the file holds is dropped: an item named in UTF-8 outside ASCII is the part its IRI names
+// (non-ASCII characters percent-encoded), and unchanged items are written back under the names they
+// had; a folder item ("dir/") is no part and is carried over as it is.
 //
 // close() writes only in modes Create and Modify, and only when something changed: the new package is
 // written to a temporary file in the same folder, which is synced and renamed over the package, and
@@ -87,6 +95,9 @@ class Package {
   void requireOpen() const;
   void requireWritable() const;
   void load();
+  // What opening may parse is bounded by a share per item; each XML item read spends from it.
+  std::uint64_t spendXml(const zippackage::ZipEntry& entry, const std::string& where);
+  void readPartRelationships(std::uint64_t index, Relationships& target);
   void insertPart(PartPtr part);
   void removeFromIndex(const PartName& name);
   void release() noexcept;
@@ -111,6 +122,8 @@ class Package {
   Relationships relationships_;
   std::optional<std::uint64_t> relationshipsEntry_;
   std::optional<std::uint64_t> contentTypesEntry_;  // the file's [Content_Types].xml
+  std::vector<std::uint64_t> carriedItems_;         // folder items: no parts, copied as they are
+  std::uint64_t xmlBudget_ = 0;
   bool structureChanged_ = false;                      // parts created or deleted
 };
 

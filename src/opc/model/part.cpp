@@ -152,8 +152,10 @@ void Part::setUnixMode(std::uint32_t mode) {
 
 Relationships& Part::relationships() const {
   if (!relationships_) {
-    relationships_ = std::make_unique<Relationships>(name_.getURI());
-    relationships_->readOnly_ = owner_ != nullptr && owner_->mode_ == interfaces::OpenMode::Read;
+    auto made = std::make_unique<Relationships>(name_.getURI());
+    if (relationshipsEntry_ && owner_ != nullptr) owner_->readPartRelationships(*relationshipsEntry_, *made);
+    made->readOnly_ = owner_ != nullptr && owner_->mode_ == interfaces::OpenMode::Read;
+    relationships_ = std::move(made);
   }
   return *relationships_;
 }

@@ -89,7 +89,8 @@ class Part {
   [[nodiscard]] std::optional<std::uint32_t> getUnixMode() const;
   void setUnixMode(std::uint32_t mode);
 
-  // The relationships whose source is this part (stored in its relationships part).
+  // The relationships whose source is this part (stored in its relationships part, read on the first
+  // call: opc::Exception when it is malformed).
   [[nodiscard]] Relationships& getRelationships();
   [[nodiscard]] const Relationships& getRelationships() const;
 
@@ -99,7 +100,10 @@ class Part {
   Package& writableOwner();     // throws when detached or read only
   void contentChanged();
   Relationships& relationships() const;
-  [[nodiscard]] bool hasRelationships() const { return relationships_ && !relationships_->empty(); }
+  // A relationships part not read yet counts as holding some.
+  [[nodiscard]] bool hasRelationships() const {
+    return relationships_ ? !relationships_->empty() : relationshipsEntry_.has_value();
+  }
 
   // What the writer needs of the attributes, as the entry records them.
   [[nodiscard]] std::optional<FileTime> modified() const;
@@ -115,7 +119,7 @@ class Part {
   std::uint64_t declaredSize_;                      // the part information's size
   detail::PackedOptional<std::uint64_t, detail::NoEntry> sourceEntry_;  // unchanged content: this ZIP entry
   std::shared_ptr<const ContentSource> content_;   // replaced content
-  mutable std::unique_ptr<Relationships> relationships_;  // made on first use: most parts have none
+  mutable std::unique_ptr<Relationships> relationships_;  // made (and read) on first use: most parts have none
   detail::PackedOptional<std::uint64_t, detail::NoEntry> relationshipsEntry_;  // its relationships part, when unchanged
   std::int64_t modifiedSeconds_ = 0;
   std::uint32_t modifiedNanoseconds_ = kNoTime;

@@ -1,6 +1,9 @@
 #include "opc/model/part_name.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
 
 #include "opc/detail/text.h"
 #include "opc/exception.h"
@@ -19,10 +22,12 @@ using namespace opc::detail;
   throw Exception("invalid part name '" + std::string(name) + "': " + rule);
 }
 
-bool isPchar(char c) {
-  const auto u = static_cast<char16_t>(static_cast<unsigned char>(c));
-  return isUnreserved(u) || isSubDelim(u) || u == u':' || u == u'@';
-}
+// The characters a segment holds unencoded (RFC 3986 pchar but '%'), by byte.
+constexpr auto kPchar = [] {
+  std::array<bool, 256> table{};
+  for (char16_t c = 0; c < 0x80; ++c) table[c] = isUnreserved(c) || isSubDelim(c) || c == u':' || c == u'@';
+  return table;
+}();
 
 char upperHex(char c) {
   return (c >= 'a' && c <= 'f') ? static_cast<char>(c - 'a' + 'A') : c;
@@ -36,14 +41,15 @@ void checkGrammar(std::string& name, const Original& original) {
   if (name[0] != '/') invalid(original, "it does not start with '/'");
   if (name.back() == '/') invalid(original, "it ends with '/'");
   std::size_t segmentStart = 1;
-  for (std::size_t i = 1; i <= name.size(); ++i) {
-    if (i == name.size() || name[i] == '/') {
+  for (std::size_t i = 1; i < name.size(); ++i) {
+    const char c = name[i];
+    if (kPchar[static_cast<unsigned char>(c)]) continue;
+    if (c == '/') {
       if (i == segmentStart) invalid(original, "it has an empty segment");
       if (name[i - 1] == '.') invalid(original, "a segment ends with '.'");
       segmentStart = i + 1;
       continue;
     }
-    const char c = name[i];
     if (c == '%') {
       if (i + 2 >= name.size() || !isHexDigit(static_cast<unsigned char>(name[i + 1])) ||
           !isHexDigit(static_cast<unsigned char>(name[i + 2]))) {
@@ -58,8 +64,9 @@ void checkGrammar(std::string& name, const Original& original) {
       i += 2;
       continue;
     }
-    if (!isPchar(c)) invalid(original, "it holds a character that a part name cannot hold unencoded");
+    invalid(original, "it holds a character that a part name cannot hold unencoded");
   }
+  if (name.back() == '.') invalid(original, "a segment ends with '.'");
 }
 
 }  // namespace
@@ -82,11 +89,15 @@ PartName::PartName(const ustring& name) {
 PartName::PartName(std::string uriForm, Checked) : name_(std::move(uriForm)) {}
 
 PartName PartName::fromZipItemName(std::string_view itemName) {
-  bool ascii = true;
-  for (const char c : itemName) {
-    if (static_cast<unsigned char>(c) > 0x7F) ascii = false;
+  std::uint64_t bits = 0;  // every byte's high bit, eight at a time
+  std::size_t i = 0;
+  for (; i + 8 <= itemName.size(); i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, itemName.data() + i, 8);
+    bits |= word;
   }
-  if (!ascii) {
+  for (; i < itemName.size(); ++i) bits |= static_cast<unsigned char>(itemName[i]);
+  if ((bits & 0x8080808080808080ull) != 0) {
     ustring name(1, u'/');
     name += fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'");
     return PartName(name);
@@ -123,6 +134,33 @@ bool PartName::operator<(const PartName& other) const {
     if (a != b) return a < b;
   }
   return name_.size() < other.name_.size();
+}
+
+std::size_t PartNameKeyHash::operator()(std::string_view name) const noexcept {
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  constexpr std::uint64_t kHigh = 0x8080808080808080ull;
+  constexpr std::uint64_t kMultiplier = 0xff51afd7ed558ccdull;
+  // Adds 0x20 to every byte from 'A' to 'Z'; no carry crosses a byte, bytes above 0x7F stay.
+  const auto fold = [&](std::uint64_t word) {
+    const std::uint64_t low = word & ~kHigh;
+    const std::uint64_t upper = (low + (0x80 - 'A') * kOnes) & ~(low + (0x7F - 'Z') * kOnes) & ~word & kHigh;
+    return word | (upper >> 2);
+  };
+  std::uint64_t hash = 0x9E3779B97F4A7C15ull ^ name.size();
+  std::size_t i = 0;
+  for (; i + 8 <= name.size(); i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, name.data() + i, 8);
+    hash = (hash ^ fold(word)) * kMultiplier;
+  }
+  if (i < name.size()) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, name.data() + i, name.size() - i);
+    hash = (hash ^ fold(word)) * kMultiplier;
+  }
+  hash ^= hash >> 33;  // every bit reaches the low ones, which pick the bucket
+  hash *= 0xc4ceb9fe1a85ec53ull;
+  return static_cast<std::size_t>(hash ^ (hash >> 33));
 }
 
 bool PartNameKeyEqual::operator()(std::string_view a, std::string_view b) const noexcept {

@@ -209,8 +209,8 @@ std::vector<DigitalSignature> DigitalSignatureManager::getSignatures() const {
     signature::SignatureContent content;
     try {
       content = signature::readSignatureScope(*input);
-    } catch (const opc::Exception& error) {
-      throw opc::Exception("signature part " + std::string(entry.part.text()) + ": " + error.what());
+    } catch (const signature::MalformedSignature&) {
+      continue;
     }
     result.emplace_back(entry.part, signedPartsOf(content), selectorsOf(content), content.signingTime);
   }
@@ -354,13 +354,15 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
     if (!status.isProperlyCodesigned()) throw opc::Exception("the new signature does not verify: " + status.getDetail());
   }
 
-  // Earlier signatures over the same parts are superseded.
+  // Earlier signatures over the same parts with the same selectors are superseded.
   const std::vector<PartName> signedParts = signedPartsOf(content);
+  const std::vector<RelationshipSelector> signedSelectors = selectorsOf(content);
   std::vector<PartName> superseded;
   for (const SignatureEntry& entry : layout.signatures) {
     try {
       const auto input = package_.getPart(entry.part)->getInputStream();
-      if (signedPartsOf(signature::readSignatureScope(*input)) == signedParts) superseded.push_back(entry.part);
+      const signature::SignatureContent scope = signature::readSignatureScope(*input);
+      if (signedPartsOf(scope) == signedParts && selectorsOf(scope) == signedSelectors) superseded.push_back(entry.part);
     } catch (const signature::MalformedSignature&) {
       // unreadable: not of this scope, left alone
     }
@@ -404,7 +406,7 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
     for (const PartName& old : superseded) {
       removeSignature(DigitalSignature(old, {}, {}, {}));
     }
-    return DigitalSignature(signatureName, signedParts, selectorsOf(content), content.signingTime);
+    return DigitalSignature(signatureName, signedParts, signedSelectors, content.signingTime);
   } catch (...) {
     if (createdSignature) {
       if (origin) {

@@ -111,9 +111,10 @@ class DigitalSignatureVerificationStatus {
 // Keys are DER bytes: the signing key a PKCS#8 PrivateKeyInfo, the verification key a
 // SubjectPublicKeyInfo, both RSA.
 //
-// Signing again over the same scope (the same signed parts and the same selectors) replaces the
-// earlier signature of that scope; signatures over other scopes stay beside it. A package therefore
-// holds at most one signature per scope, and re-signing after a signed part changed repairs it.
+// Signing again over the same scope (the same signed parts and the same selectors, as they read back:
+// a type selector with the ids it selects) replaces the earlier signature of that scope; signatures
+// over other scopes, and unreadable ones, stay beside it. A package therefore holds at most one
+// signature per scope, and re-signing after a signed part changed repairs it.
 class DigitalSignatureManager {
  public:
   explicit DigitalSignatureManager(Package& package);
@@ -137,8 +138,9 @@ class DigitalSignatureManager {
 
   // True when the origin part exists and has at least one signature relationship.
   [[nodiscard]] bool isPackageSigned() const;
-  // Every signature reached from the origin part, in the order of its relationships. Throws
-  // opc::Exception for a signature part that is not well-formed XML or lacks the package object.
+  // Every readable signature reached from the origin part, in the order of its relationships. A
+  // signature part that is not well-formed XML or lacks the package object names nothing it signs
+  // and is left out (verifying it could only fail).
   [[nodiscard]] std::vector<DigitalSignature> getSignatures() const;
   // Checks one signature against the package's current content with `verificationKey` only; the
   // signature's own key information is never trusted. Never throws for a bad signature or key: the

@@ -479,7 +479,7 @@ ParsedSignature readSignature(opc::InputStream& input) {
 SignatureContent readSignatureScope(opc::InputStream& input) {
   const DocumentPtr document = parseSignatureDocument(input);
   const DOMElement* object = findPackageObject(document->getDocumentElement());
-  if (object == nullptr) throw opc::Exception("the signature has no package object");
+  if (object == nullptr) malformed("the signature has no package object");
   SignatureContent content;
   const DOMElement* manifest = XercesHelper::getElementNS(object, kDsigNs, u"Manifest");
   for (const DOMElement* e : XercesHelper::getElementsNS(manifest, kDsigNs, u"Reference")) {
@@ -518,7 +518,7 @@ SignatureContent readSignatureScope(opc::InputStream& input) {
 }
 
 ustring currentSigningTime() {
-  const std::time_t now = foundation::clock::now();
+  const std::time_t now = foundation::clock::now<opc::Exception>();
   std::tm utc{};
   if (gmtime_r(&now, &utc) == nullptr) throw opc::Exception("could not convert calendar time to UTC time");
   char text[32];

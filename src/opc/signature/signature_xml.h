@@ -93,7 +93,7 @@ class BytesInputStream : public opc::InputStream {
 // What a signature part claims to cover, read without the structure check: the manifest references
 // of the first element with Id "idPackageObject" (part, content type, transform selection; no
 // digests) and the signing time. A reference whose URI names no valid part is left out. Throws
-// opc::Exception when the part is not XML or has no package object; stream errors propagate.
+// MalformedSignature when the part is not XML or has no package object; stream errors propagate.
 [[nodiscard]] SignatureContent readSignatureScope(opc::InputStream& input);
 
 // "YYYY-MM-DDThh:mm:ssZ" for the current time.

@@ -10,7 +10,6 @@
 #include <utility>
 
 #include <xercesc/dom/DOM.hpp>
-#include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/Wrapper4InputSource.hpp>
 #include <xercesc/framework/XMLFormatter.hpp>
@@ -21,8 +20,6 @@
 #include <xercesc/util/XMLChar.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
-#include <xercesc/util/XMLUri.hpp>
-#include <xercesc/validators/common/Grammar.hpp>
 
 #include "foundation/i18n.h"
 #include "opc/exception.h"
@@ -216,35 +213,20 @@ class RecordingErrorHandler : public DOMErrorHandler {
   ParseState& state_;
 };
 
-// Refuses everything but local files, and local files too unless a schema is being loaded: a
-// document may pull in nothing, a schema may import its neighbours.
-class LocalOnlyResolver : public DOMLSResourceResolver {
+// Refuses every external resource: a document may pull in nothing.
+class RefusingResolver : public DOMLSResourceResolver {
  public:
-  LocalOnlyResolver(ParseState& state, bool allowLocalFiles) : state_(state), allowLocalFiles_(allowLocalFiles) {}
+  explicit RefusingResolver(ParseState& state) : state_(state) {}
 
   DOMLSInput* resolveResource(const XMLCh*, const XMLCh*, const XMLCh* publicId, const XMLCh* systemId,
-                              const XMLCh* baseURI) override {
-    const std::string id = narrow(systemId != nullptr ? systemId : publicId);
-    if (allowLocalFiles_ && systemId != nullptr && isLocal(systemId, baseURI)) {
-      return nullptr;  // default resolution: a file next to the schema
-    }
-    if (state_.refusedResource.empty()) state_.refusedResource = id;
+                              const XMLCh*) override {
+    if (state_.refusedResource.empty()) state_.refusedResource = narrow(systemId != nullptr ? systemId : publicId);
     static const XMLByte nothing[] = {0};
     return new Wrapper4InputSource(new MemBufInputSource(nothing, 0, systemId != nullptr ? systemId : u""));
   }
 
  private:
-  static bool isLocal(const XMLCh* systemId, const XMLCh* baseURI) {
-    ustring_view id(systemId);
-    if (id.starts_with(u"file:")) return true;
-    if (id.find(u"://") != ustring_view::npos) return false;
-    ustring_view base(baseURI != nullptr ? baseURI : u"");
-    return base.empty() || base.starts_with(u"file:") || base.starts_with(u"/") ||
-           base.find(u"://") == ustring_view::npos;
-  }
-
   ParseState& state_;
-  bool allowLocalFiles_;
 };
 
 // Parameters that a parse sets and that must not outlive it: the parser may be reused.
@@ -263,29 +245,12 @@ class ParseScope {
     parser_->setFilter(nullptr);
     config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
     config->setParameter(XMLUni::fgDOMResourceResolver, static_cast<const void*>(nullptr));
-    if (validating_) {
-      config->setParameter(XMLUni::fgDOMValidate, false);
-      config->setParameter(XMLUni::fgXercesSchema, false);
-      config->setParameter(XMLUni::fgXercesSchemaFullChecking, false);
-      config->setParameter(XMLUni::fgXercesUseCachedGrammarInParse, false);
-      parser_->resetCachedGrammarPool();
-    }
   }
   ParseScope(const ParseScope&) = delete;
   ParseScope& operator=(const ParseScope&) = delete;
 
-  void enableValidation() {
-    validating_ = true;
-    DOMConfiguration* config = parser_->getDomConfig();
-    config->setParameter(XMLUni::fgXercesSchema, true);
-    config->setParameter(XMLUni::fgXercesSchemaFullChecking, true);
-    config->setParameter(XMLUni::fgXercesUseCachedGrammarInParse, true);
-    config->setParameter(XMLUni::fgDOMValidate, true);
-  }
-
  private:
   DOMLSParser* parser_;
-  bool validating_ = false;
 };
 
 // Whether a DOCTYPE opens the document (before its first element), in an ASCII-compatible encoding.
@@ -438,48 +403,6 @@ XercesGuard::~XercesGuard() {
   std::lock_guard lock(guardMutex);
   --guardCount;
 }
-
-// ---- XercesString -----------------------------------------------------------------------------
-
-XercesString::XercesString() noexcept : view_(owned_) {}
-XercesString::XercesString(const ustring& text) : owned_(text), view_(owned_) {}
-XercesString::XercesString(ustring&& text) noexcept : owned_(std::move(text)), view_(owned_) {}
-
-XercesString XercesString::copyOf(const XMLCh* text) { return XercesString(toUString(text)); }
-
-XercesString::XercesString(const XercesString& other) : owned_(other.owned_), view_(other.view_) {
-  if (other.ownsView()) view_ = owned_;
-}
-
-XercesString::XercesString(XercesString&& other) noexcept : view_(other.view_) {
-  const bool owned = other.ownsView();
-  owned_ = std::move(other.owned_);
-  if (owned) view_ = owned_;
-  other.owned_.clear();
-  other.view_ = other.owned_;
-}
-
-XercesString& XercesString::operator=(const XercesString& other) {
-  if (this != &other) {
-    owned_ = other.owned_;
-    view_ = other.ownsView() ? ustring_view(owned_) : other.view_;
-  }
-  return *this;
-}
-
-XercesString& XercesString::operator=(XercesString&& other) noexcept {
-  if (this != &other) {
-    const bool owned = other.ownsView();
-    const ustring_view literal = other.view_;
-    owned_ = std::move(other.owned_);
-    view_ = owned ? ustring_view(owned_) : literal;
-    other.owned_.clear();
-    other.view_ = other.owned_;
-  }
-  return *this;
-}
-
-ustring XercesString::toUString(const XMLCh* text) { return text == nullptr ? ustring() : ustring(text); }
 
 // ---- XercesHelper: building -------------------------------------------------------------------
 
@@ -648,27 +571,17 @@ DocumentPtr XercesHelper::readDocumentFromStream(DOMLSParser* parser, opc::Input
                                                  bool validate, const ustring& schemaLocation,
                                                  const ustring& ns, const ParseLimits& limits) {
   if (parser == nullptr) throw std::invalid_argument("readDocumentFromStream: null parser");
-  if (validate == schemaLocation.empty()) {
-    throw std::invalid_argument("readDocumentFromStream: a schema location goes with validation, and only then");
+  if (validate || !schemaLocation.empty()) {
+    throw std::invalid_argument("readDocumentFromStream: schema validation is not offered");
   }
   ParseState state(limits);
   LimitFilter filter(state);
   RecordingErrorHandler errors(state);
-  LocalOnlyResolver resolver(state, validate);
+  RefusingResolver resolver(state);
   ParseScope scope(parser, &filter, &errors, &resolver);
 
   DocumentPtr document;
   try {
-    if (validate) {
-      LocalFileInputSource schema(schemaLocation.c_str());
-      Wrapper4InputSource schemaInput(&schema, false);
-      if (parser->loadGrammar(&schemaInput, Grammar::SchemaGrammarType, true) == nullptr ||
-          !state.firstError.empty() || !state.refusedResource.empty()) {
-        if (state.firstError.empty() && state.refusedResource.empty()) state.firstError = "no grammar";
-        throwIfFailed(state);
-      }
-      scope.enableValidation();
-    }
     StreamInputSource source(stream, state);
     Wrapper4InputSource input(&source, false);
     document.reset(parser->parse(&input));

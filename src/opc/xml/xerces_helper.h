@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include <xercesc/dom/DOMDocument.hpp>
@@ -40,58 +39,27 @@ class XercesGuard {
   ~XercesGuard();
 };
 
-// Text in the form Xerces takes: null-terminated UTF-16. Converts from ustring without transcoding
-// (XMLCh is char16_t). A string literal is referenced rather than copied, so a literal XercesString
-// costs nothing; any other source is copied and owned.
+// Text in the form Xerces takes: null-terminated UTF-16 (XMLCh is char16_t: no transcoding). Made
+// implicitly from a ustring or from Xerces' or a literal's text (null gives the empty string).
 class XercesString {
  public:
-  XercesString() noexcept;
-  XercesString(const ustring& text);      // NOLINT: implicit by design, like std::string
-  XercesString(ustring&& text) noexcept;  // NOLINT
-  // Only for arrays that live at least as long as this object (string literals do).
-  template <std::size_t N>
-  XercesString(const char16_t (&literal)[N]) noexcept  // NOLINT
-      : view_(literal, N - 1) {
-    if (literal[N - 1] != u'\0') {  // not terminated: own a terminated copy
-      owned_.assign(literal, N);
-      view_ = owned_;
-    }
-  }
-  // Any other pointer is copied; null gives the empty string. (A template, so that for a literal the
-  // array overload above is the better match.)
-  template <class P>
-    requires std::is_same_v<P, const XMLCh*> || std::is_same_v<P, XMLCh*>
-  XercesString(P text)  // NOLINT
-      : XercesString(toUString(text)) {}
-  // A copy of Xerces' text; null gives the empty string.
-  [[nodiscard]] static XercesString copyOf(const XMLCh* text);
+  XercesString() = default;
+  XercesString(ustring text) : text_(std::move(text)) {}                       // NOLINT
+  XercesString(const XMLCh* text) : text_(text == nullptr ? u"" : text) {}     // NOLINT
+  [[nodiscard]] static XercesString copyOf(const XMLCh* text) { return XercesString(text); }
 
-  XercesString(const XercesString& other);
-  XercesString(XercesString&& other) noexcept;
-  XercesString& operator=(const XercesString& other);
-  XercesString& operator=(XercesString&& other) noexcept;
-  ~XercesString() = default;
-
-  // Always null-terminated; valid while this object lives and is not assigned to.
-  [[nodiscard]] const XMLCh* c_str() const noexcept { return view_.data(); }
+  [[nodiscard]] const XMLCh* c_str() const noexcept { return text_.c_str(); }
   operator const XMLCh*() const noexcept { return c_str(); }  // NOLINT: passes straight to Xerces
-  [[nodiscard]] ustring_view view() const noexcept { return view_; }
-  [[nodiscard]] ustring str() const { return ustring(view_); }
-  [[nodiscard]] std::size_t size() const noexcept { return view_.size(); }
-  [[nodiscard]] bool empty() const noexcept { return view_.empty(); }
-
+  [[nodiscard]] ustring_view view() const noexcept { return text_; }
+  [[nodiscard]] const ustring& str() const noexcept { return text_; }
+  [[nodiscard]] std::size_t size() const noexcept { return text_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return text_.empty(); }
   // Xerces' text as a ustring; null gives the empty string.
-  [[nodiscard]] static ustring toUString(const XMLCh* text);
-
-  friend bool operator==(const XercesString& a, const XercesString& b) noexcept {
-    return a.view_ == b.view_;
-  }
+  [[nodiscard]] static ustring toUString(const XMLCh* text) { return text == nullptr ? ustring() : ustring(text); }
+  friend bool operator==(const XercesString& a, const XercesString& b) noexcept { return a.text_ == b.text_; }
 
  private:
-  bool ownsView() const noexcept { return view_.data() == owned_.data(); }
-
-  ustring owned_;
-  ustring_view view_;  // into owned_ or into a literal; always followed by a null
+  ustring text_;
 };
 
 // Releases a Xerces object (document, parser, serializer, LS input/output) through its release().
@@ -107,6 +75,10 @@ using WriterPtr = std::unique_ptr<xercesc::DOMLSSerializer, XercesDeleter>;
 
 // Bounds on what one parse may consume, so that a small hostile package cannot make the parser
 // build a document of gigabytes. Exceeding any of them fails the parse with opc::Exception.
+// What the library writes it reads back: every XML part it writes (records, core properties) is
+// parsed again under these bounds before the package is written, and a document beyond them is
+// refused there, with the writing call's own error; so the bounds refuse hostile input only, never
+// a document the library wrote.
 struct ParseLimits {
   std::uint64_t maxBytes = 16u << 20;  // bytes read from the stream
   std::uint32_t maxDepth = 256;        // element nesting
@@ -172,14 +144,11 @@ class XercesHelper {
   // An empty document (no document element yet).
   [[nodiscard]] static DocumentPtr createDocument();
 
-  // Parses `stream` to its end into a new document that the caller owns.
-  //   validate, schemaLocation: when `validate` is true, the document must be valid against the
-  //     W3C XML Schema in the local file `schemaLocation` (imports are resolved next to it, never
-  //     over the network; schema hints inside the document are ignored). When false,
-  //     `schemaLocation` must be empty.
-  //   ns: when not empty, the document element must be in this namespace.
-  // Throws opc::Exception naming line and column for malformed XML, a DOCTYPE, a limit exceeded,
-  // an invalid document or a wrong root namespace; an exception thrown by `stream` propagates as is.
+  // Parses `stream` to its end into a new document that the caller owns. `validate` must be false
+  // and `schemaLocation` empty (nothing in the system validates against a schema: std::invalid_argument
+  // otherwise). When `ns` is not empty, the document element must be in that namespace.
+  // Throws opc::Exception naming line and column for malformed XML, a DOCTYPE, an external resource,
+  // a limit exceeded or a wrong root namespace; an exception thrown by `stream` propagates as is.
   // The parser is left reusable.
   [[nodiscard]] static DocumentPtr readDocumentFromStream(xercesc::DOMLSParser* parser,
                                                          opc::InputStream& stream, bool validate,
