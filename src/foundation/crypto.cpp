@@ -27,15 +27,6 @@ namespace {
 using MdPtr = std::unique_ptr<EVP_MD, CDeleter<&EVP_MD_free>>;
 using MdCtxPtr = std::unique_ptr<EVP_MD_CTX, CDeleter<&EVP_MD_CTX_free>>;
 
-const char* digestName(utils::DigestMethod method) {
-  switch (method) {
-    case utils::DigestMethod::SHA256: return "SHA256";
-    case utils::DigestMethod::SHA384: return "SHA384";
-    case utils::DigestMethod::SHA512: return "SHA512";
-  }
-  throw CryptoError("unknown digest method " + std::to_string(static_cast<int>(method)));
-}
-
 class EvpDigestEngine final : public DigestEngine {
  public:
   explicit EvpDigestEngine(const EVP_MD* md) : md_(md), ctx_(EVP_MD_CTX_new()) {
@@ -85,19 +76,15 @@ class EvpDigestEngine final : public DigestEngine {
 
 struct cryptopp::CryptoProvider::Impl {
   // Fetched once: explicit fetching avoids OpenSSL's per-call implicit lookup.
-  MdPtr sha256{EVP_MD_fetch(nullptr, "SHA256", nullptr)};
-  MdPtr sha384{EVP_MD_fetch(nullptr, "SHA384", nullptr)};
-  MdPtr sha512{EVP_MD_fetch(nullptr, "SHA512", nullptr)};
+  static constexpr const char* kNames[] = {"SHA256", "SHA384", "SHA512"};  // DigestMethod order
+  MdPtr digests[3] = {MdPtr(EVP_MD_fetch(nullptr, kNames[0], nullptr)), MdPtr(EVP_MD_fetch(nullptr, kNames[1], nullptr)),
+                      MdPtr(EVP_MD_fetch(nullptr, kNames[2], nullptr))};
 
   const EVP_MD* get(utils::DigestMethod method) const {
-    const EVP_MD* md = nullptr;
-    switch (method) {
-      case utils::DigestMethod::SHA256: md = sha256.get(); break;
-      case utils::DigestMethod::SHA384: md = sha384.get(); break;
-      case utils::DigestMethod::SHA512: md = sha512.get(); break;
-    }
-    if (!md) throwOpenSsl(std::string("EVP_MD_fetch ") + digestName(method));
-    return md;
+    const int k = static_cast<int>(method) - static_cast<int>(utils::DigestMethod::SHA256);
+    if (k < 0 || k > 2) throw CryptoError("unknown digest method " + std::to_string(static_cast<int>(method)));
+    if (!digests[k]) throwOpenSsl(std::string("EVP_MD_fetch ") + kNames[k]);
+    return digests[k].get();
   }
 };
 
@@ -171,17 +158,6 @@ Bytes hexDecode(const ustring& text) {
   };
   Bytes out(text.size() / 2);
   for (std::size_t i = 0; i < out.size(); ++i) out[i] = static_cast<std::uint8_t>(digit(2 * i) << 4 | digit(2 * i + 1));
-  return out;
-}
-
-std::string hexEncode(std::span<const std::uint8_t> bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string out;
-  out.reserve(bytes.size() * 2);
-  for (std::uint8_t b : bytes) {
-    out.push_back(kDigits[b >> 4]);
-    out.push_back(kDigits[b & 0xF]);
-  }
   return out;
 }
 

@@ -33,7 +33,6 @@ enum class SignatureMethod : int { RSA_SHA256 = 1, RSA_SHA512 = 2 };
 [[nodiscard]] Bytes base64Decode(std::string_view text);
 // Throws CryptoError for an odd length or a non-hex digit.
 [[nodiscard]] Bytes hexDecode(const ustring& text);
-[[nodiscard]] std::string hexEncode(std::span<const std::uint8_t> bytes);
 }  // namespace utils
 
 namespace cryptopp {

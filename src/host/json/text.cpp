@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "foundation/i18n.h"
 #include "host/json/json.h"
 
 namespace zvhost::json {
@@ -27,6 +28,7 @@ class Sink {
     if (used_ > sizeof buffer_ - 8) flush();
   }
   void put(char c) { buffer_[used_++] = c; }
+  void putUtf8(char32_t c) { used_ += fl::i18n::encode_utf8(c, buffer_ + used_); }
   // Copies units from [k, n) while they are printable ASCII needing no escape and there is room;
   // returns where it stopped.
   std::size_t putPlainAscii(const char16_t* units, std::size_t k, std::size_t n) {
@@ -80,36 +82,20 @@ bool writeString(Sink& sink, const char16_t* units, std::size_t n) {
     if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') {
       sink.put(static_cast<char>(c));  // the buffer was full
     } else if (c < 0x80) {
+      constexpr std::string_view shortForms = "\"\\\b\f\n\r\t";
+      const std::size_t at = shortForms.find(static_cast<char>(c));
       sink.put('\\');
-      switch (c) {
-        case '"': sink.put('"'); break;
-        case '\\': sink.put('\\'); break;
-        case '\b': sink.put('b'); break;
-        case '\f': sink.put('f'); break;
-        case '\n': sink.put('n'); break;
-        case '\r': sink.put('r'); break;
-        case '\t': sink.put('t'); break;
-        default:
-          sink.put('u');
-          sink.put('0');
-          sink.put('0');
-          sink.put(hexDigits[c >> 4]);
-          sink.put(hexDigits[c & 15]);
+      if (at != std::string_view::npos) {
+        sink.put("\"\\bfnrt"[at]);
+      } else {
+        for (char x : {'u', '0', '0', hexDigits[c >> 4], hexDigits[c & 15]}) sink.put(x);
       }
-    } else if (c < 0x800) {
-      sink.put(static_cast<char>(0xC0 | (c >> 6)));
-      sink.put(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0xD800 || c > 0xDFFF) {
-      sink.put(static_cast<char>(0xE0 | (c >> 12)));
-      sink.put(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      sink.put(static_cast<char>(0x80 | (c & 0x3F)));
     } else {
-      if (c > 0xDBFF || k + 1 == n || units[k + 1] < 0xDC00 || units[k + 1] > 0xDFFF) return false;
-      c = 0x10000 + ((c - 0xD800) << 10) + (units[++k] - 0xDC00);
-      sink.put(static_cast<char>(0xF0 | (c >> 18)));
-      sink.put(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-      sink.put(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      sink.put(static_cast<char>(0x80 | (c & 0x3F)));
+      if (c >= 0xD800 && c <= 0xDFFF) {
+        if (c > 0xDBFF || k + 1 == n || units[k + 1] < 0xDC00 || units[k + 1] > 0xDFFF) return false;
+        c = 0x10000 + ((c - 0xD800) << 10) + (units[++k] - 0xDC00);
+      }
+      sink.putUtf8(c);
     }
   }
   sink.put('"');
