@@ -47,12 +47,6 @@ class EvpDigestEngine final : public DigestEngine {
     return finish();
   }
 
-  Bytes computeDigest(std::span<const std::uint8_t> bytes) override {
-    begin();
-    update(bytes.data(), bytes.size());
-    return finish();
-  }
-
  private:
   void begin() {
     if (EVP_DigestInit_ex(ctx_.get(), md_, nullptr) != 1) throwOpenSsl("EVP_DigestInit_ex");
@@ -76,16 +70,7 @@ class EvpDigestEngine final : public DigestEngine {
 
 struct cryptopp::CryptoProvider::Impl {
   // Fetched once: explicit fetching avoids OpenSSL's per-call implicit lookup.
-  static constexpr const char* kNames[] = {"SHA256", "SHA384", "SHA512"};  // DigestMethod order
-  MdPtr digests[3] = {MdPtr(EVP_MD_fetch(nullptr, kNames[0], nullptr)), MdPtr(EVP_MD_fetch(nullptr, kNames[1], nullptr)),
-                      MdPtr(EVP_MD_fetch(nullptr, kNames[2], nullptr))};
-
-  const EVP_MD* get(utils::DigestMethod method) const {
-    const int k = static_cast<int>(method) - static_cast<int>(utils::DigestMethod::SHA256);
-    if (k < 0 || k > 2) throw CryptoError("unknown digest method " + std::to_string(static_cast<int>(method)));
-    if (!digests[k]) throwOpenSsl(std::string("EVP_MD_fetch ") + kNames[k]);
-    return digests[k].get();
-  }
+  MdPtr sha512{EVP_MD_fetch(nullptr, "SHA512", nullptr)};
 };
 
 cryptopp::CryptoProvider::CryptoProvider() : impl_(std::make_unique<Impl>()) {}
@@ -96,11 +81,8 @@ CryptoEngine::CryptoEngine(std::shared_ptr<cryptopp::CryptoProvider> provider) :
 }
 
 std::unique_ptr<DigestEngine> CryptoEngine::createSHA512DigestEngine() const {
-  return createDigestEngine(utils::DigestMethod::SHA512);
-}
-
-std::unique_ptr<DigestEngine> CryptoEngine::createDigestEngine(utils::DigestMethod method) const {
-  return std::make_unique<EvpDigestEngine>(provider_->impl().get(method));
+  if (!provider_->impl().sha512) throwOpenSsl("EVP_MD_fetch SHA512");
+  return std::make_unique<EvpDigestEngine>(provider_->impl().sha512.get());
 }
 
 namespace utils {

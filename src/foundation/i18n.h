@@ -48,27 +48,10 @@ void decode_utf8(std::string_view text, char16_t* out) noexcept;
 // Writes the UTF-8 bytes of `cp` (a code point up to U+10FFFF, not a surrogate) to `out` and
 // returns how many there are (1 to 4).
 inline std::size_t encode_utf8(char32_t cp, char* out) noexcept {
-  const auto put = [&](std::size_t at, unsigned value) { out[at] = static_cast<char>(value); };
-  if (cp < 0x80) {
-    put(0, cp);
-    return 1;
-  }
-  if (cp < 0x800) {
-    put(0, 0xC0 | (cp >> 6));
-    put(1, 0x80 | (cp & 0x3F));
-    return 2;
-  }
-  if (cp < 0x10000) {
-    put(0, 0xE0 | (cp >> 12));
-    put(1, 0x80 | ((cp >> 6) & 0x3F));
-    put(2, 0x80 | (cp & 0x3F));
-    return 3;
-  }
-  put(0, 0xF0 | (cp >> 18));
-  put(1, 0x80 | ((cp >> 12) & 0x3F));
-  put(2, 0x80 | ((cp >> 6) & 0x3F));
-  put(3, 0x80 | (cp & 0x3F));
-  return 4;
+  const std::size_t n = cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+  for (std::size_t k = n - 1; k > 0; --k, cp >>= 6) out[k] = static_cast<char>(0x80 | (cp & 0x3F));
+  out[0] = static_cast<char>(n == 1 ? cp : (0xF00 >> n) | cp);  // a lead byte starts with n ones
+  return n;
 }
 
 }  // namespace fl::i18n

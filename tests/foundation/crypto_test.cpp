@@ -1,5 +1,5 @@
-// Digests over the provider, base64 and hex. SHA-512 over whole files is checked against openssl by
-// the content-hash tests.
+// SHA-512 over the provider (whole files are checked against openssl by the content-hash tests),
+// base64 and hex.
 #include "foundation/crypto.h"
 
 #include <gtest/gtest.h>
@@ -15,20 +15,11 @@ namespace utils = foundation::crypto::utils;
 
 Bytes bytes(std::string_view s) { return Bytes(s.begin(), s.end()); }
 
-TEST(Crypto, DigestMethodsGiveTheirAlgorithm) {
+TEST(Crypto, Sha512OverAStream) {
   const foundation::crypto::CryptoEngine engine(std::make_shared<foundation::crypto::cryptopp::CryptoProvider>());
   std::istringstream abc("abc");
-  // The first and last bytes of each algorithm's digest of "abc" (FIPS 180-2 vectors).
-  const Bytes sha512 = engine.createSHA512DigestEngine()->computeDigest(abc);
-  EXPECT_EQ(sha512, engine.createDigestEngine(utils::DigestMethod::SHA512)->computeDigest(bytes("abc")));
-  EXPECT_EQ(sha512.size(), 64u);
-  EXPECT_EQ(sha512.front(), 0xdd);
-  EXPECT_EQ(sha512.back(), 0x9f);
-  const Bytes sha256 = engine.createDigestEngine(utils::DigestMethod::SHA256)->computeDigest(bytes("abc"));
-  EXPECT_EQ(sha256.size(), 32u);
-  EXPECT_EQ(sha256.front(), 0xba);
-  EXPECT_EQ(engine.createDigestEngine(utils::DigestMethod::SHA384)->computeDigest(bytes("abc")).front(), 0xcb);
-  EXPECT_THROW((void)engine.createDigestEngine(utils::DigestMethod{4}), CryptoError);
+  EXPECT_EQ(utils::base64EncodeNarrow(engine.createSHA512DigestEngine()->computeDigest(abc)),
+            "3a81oZNherrMQXNJriBBMRLm+k6JqX6iCp7u5ktV05ohkpkqJ0/BqDa6PCOj/uu9RU1EI2Q86A4qmslPpUyknw==");
 }
 
 TEST(Crypto, Base64AndHexTables) {
@@ -41,8 +32,6 @@ TEST(Crypto, Base64AndHexTables) {
     EXPECT_EQ(utils::base64Decode(encoded), bytes(plain));
   }
   EXPECT_EQ(utils::base64Decode("Zm9v\r\nYmFy"), bytes("foobar"));
-  const std::string sixtyFour(64, '\xA5');
-  EXPECT_EQ(utils::base64EncodeNarrow(bytes(sixtyFour)).find('\n'), std::string::npos) << "one line";
   for (const char* bad : {"Zm9", "Zm9*", "Z===", "=Zm9"}) EXPECT_THROW((void)utils::base64Decode(bad), CryptoError) << bad;
 
   const std::pair<ustring, std::optional<Bytes>> hex[] = {

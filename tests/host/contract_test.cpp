@@ -22,7 +22,6 @@ using Owned = matrix::unique_qxarray_ptr;
 using json::Json;
 
 Owned d(double v) { return Owned(qxCreateDoubleScalar(v)); }
-Owned s(const char16_t* t) { return Owned(qxCreateString_UTF16(t)); }
 Owned fromJson(const char* text) { return json::toOwnedArray(Json::parse(text)); }
 template <class... Q>
 Owned made(qxArray* (*create)(qxSize, const qxSize*), Q... dims) {
@@ -40,11 +39,6 @@ template <class... K>
 Owned at(const Owned& a, K... subscripts) {
   const qxArray* raw[] = {subscripts.get()..., nullptr};
   return Owned(qxSubscriptedReference(a.get(), sizeof...(K), raw));
-}
-Owned uint64(std::uint64_t v) {
-  Owned a = numeric({1, 1}, qxUINT64_CLASS);
-  *static_cast<std::uint64_t*>(qxGetData(a.get())) = v;
-  return a;
 }
 // The text a value's conversion gives, as a new char row.
 Owned text(const Owned& a) {
@@ -72,10 +66,6 @@ void throwsStd(int, qxArray** out, int, const qxArray**) {
   out[0] = qxCreateString("abandoned");
   throw std::runtime_error("disk on fire");
 }
-void twoOutputs(int n, qxArray** out, int, const qxArray**) {
-  out[0] = qxCreateDoubleScalar(1);
-  if (n > 1) out[1] = qxCreateDoubleScalar(2);
-}
 
 struct Row {
   const char* name;
@@ -84,6 +74,7 @@ struct Row {
 };
 
 const qxSize huge = qxSize{1} << 60;
+const std::string key = "!zvaddon_builtins:zvaddon_builtins:";
 const char* one[] = {"a"};
 
 const Row rows[] = {
@@ -113,29 +104,19 @@ const Row rows[] = {
     {"cell out of range", [] { qxSetCell(fromJson(R"(["x"])").get(), 1, nullptr); return nullptr; }, "!zvhost:indexOutOfBounds"},
     {"refused store leaves the container", [] {
        Owned c = fromJson(R"({"$class":"cell","$data":["x",{"a":1}]})");
-       try {
-         qxSetCell(c.get(), 0, qxGetCell(c.get(), 1));  // already held
-       } catch (const reference::HostError& e) {
-         qxSetCell(c.get(), 1, qxCreateString(e.identifier().c_str()));
-       }
+       EXPECT_THROW(qxSetCell(c.get(), 0, qxGetCell(c.get(), 1)), reference::HostError);  // held by c already
        return c;
-     }, R"(["x","zvhost:alreadyHeld"])"},
+     }, R"({"$class":"cell","$dims":[1,2],"$data":["x",{"a":1}]})"},
     {"container into itself", [] {
        Owned c = fromJson(R"({"$class":"cell","$data":[{"a":1}]})");
        qxSetField(qxGetCell(c.get(), 0), 0, "a", c.get());
        return nullptr;
      }, "!zvhost:alreadyHeld"},
-    {"duplicate is deep", [] {
-       Owned a = fromJson(R"({"list":["kept"]})");
-       Owned copy(qxDuplicateArray(a.get()));
-       qxSetCell(qxGetField(copy.get(), 0, "list"), 0, qxCreateString("changed"));
-       return a;
-     }, R"({"list":["kept"]})"},
     // text: UTF-8 checked, UTF-16 taken as it is, every unit read back in storage order
     {"from UTF-8", [] { return Owned(qxCreateString("h\xC3\xA9 \xF0\x9D\x84\x9E")); }, "\"h\u00e9 \U0001D11E\""},
     {"null UTF-8 is empty", [] { return Owned(qxCreateString(nullptr)); }, R"("")"},
     {"ill-formed UTF-8", [] { return Owned(qxCreateString("\xED\xA0\x80")); }, "!zvhost:invalidText"},
-    {"lone surrogate kept", [] { return s(u"a\xD800z"); }, R"({"$class":"char","$dims":[1,3],"$data":[97,55296,122]})"},
+    {"lone surrogate kept", [] { return Owned(qxCreateString_UTF16(u"a\xD800z")); }, R"({"$class":"char","$dims":[1,3],"$data":[97,55296,122]})"},
     {"embedded null kept", [] { return text(matrix::create(u"a\0b", 3)); }, R"("a\u0000b")"},
     {"char matrix in storage order", [] { return text(fromJson(R"({"$class":"char","$dims":[2,2],"$data":"abcd"})")); }, R"("abcd")"},
     {"no text", [] { return matrix::create(nullptr, 3); }, "!zvhost:invalidText"},
@@ -143,7 +124,7 @@ const Row rows[] = {
     {"nothing is not text", [] { return text(nullptr); }, "!zvhost:notString|Expected a character array, got nothing."},
     // subscripts count from 1, column-major; the last one runs over the remaining dimensions
     {"no subscripts", [] { return at(fromJson(R"(["a"])")); }, "!zvhost:badSubscript"},
-    {"uint64 linear index", [] { return at(fromJson(R"({"$class":"int32","$dims":[2,3],"$data":[1,2,3,4,5,6]})"), uint64(4)); },
+    {"uint64 linear index", [] { return at(fromJson(R"({"$class":"int32","$dims":[2,3],"$data":[1,2,3,4,5,6]})"), fromJson(R"({"$class":"uint64","$data":[4]})")); },
      R"({"$class":"int32","$dims":[1,1],"$data":[4]})"},
     {"trailing dimensions folded", [] { return at(fromJson(R"({"$class":"uint8","$dims":[2,2,2],"$data":[1,2,3,4,5,6,7,8]})"), d(1), d(4)); },
      R"({"$class":"uint8","$dims":[1,1],"$data":[7]})"},
@@ -151,7 +132,7 @@ const Row rows[] = {
      R"({"$class":"double","$dims":[1,1],"$data":[2],"$imag":[4]})"},
     {"structure element", [] { return at(fromJson(R"([{"v":1},{"v":2}])"), d(2)); }, R"({"v":2})"},
     {"cell element", [] { return at(fromJson(R"(["a","b"])"), d(2)); }, R"(["b"])"},
-    {"past the end", [] { return at(fromJson(R"(["a","b"])"), uint64(~std::uint64_t{0})); },
+    {"past the end", [] { return at(fromJson(R"(["a","b"])"), fromJson(R"({"$class":"uint64","$data":[18446744073709551615]})")); },
      "!zvhost:indexOutOfBounds|Index exceeds array bounds: index 18446744073709551615, size 2."},
     {"fractional subscript", [] { return at(fromJson(R"(["a"])"), d(1.5)); }, "!zvhost:badSubscript"},
     // errors: the host's own, and message keys with their catalogue text
@@ -159,30 +140,27 @@ const Row rows[] = {
     {"too many inputs", [] { matrix::detail::error_maxrhs(); return nullptr; }, "!zvhost:tooManyInputs"},
     {"not enough inputs", [] { matrix::detail::error_minrhs(); return nullptr; }, "!zvhost:notEnoughInputs"},
     {"key with arguments", [] { return raiseKey("messages", "ZVADDON_TEST_TWO", ustring(u"/p/\u00e9"), "zip: bad"); },
-     "!zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_TWO|Cannot open /p/\xC3\xA9: zip: bad"},
-    {"placeholders reordered", [] { return raiseKey("messages", "ZVADDON_TEST_REORDERED", "a", "b"); },
-     "!zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_REORDERED|b before a, a again"},
+     key + "ZVADDON_TEST_TWO|Cannot open /p/\xC3\xA9: zip: bad"},
     {"placeholders without argument", [] { return raiseKey("messages", "ZVADDON_TEST_BRACES", "Z"); },
-     "!zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_BRACES|{} {x} {0 } {Z} Z"},
+     key + "ZVADDON_TEST_BRACES|{} {x} {0 } {Z} Z"},
     {"number and a missing argument", [] { return raiseKey("messages", "ZVADDON_TEST_MISSING_ARG", std::int64_t{-9}); },
-     "!zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_MISSING_ARG|only -9 and {3}"},
+     key + "ZVADDON_TEST_MISSING_ARG|only -9 and {3}"},
     {"lone surrogates shown", [] { return raiseKey("messages", "ZVADDON_TEST_TWO", ustring(u"a\xD800"), ustring(u"\xDC00")); },
-     "!zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_TWO|Cannot open a\xEF\xBF\xBD: \xEF\xBF\xBD"},
+     key + "ZVADDON_TEST_TWO|Cannot open a\xEF\xBF\xBD: \xEF\xBF\xBD"},
     {"key not in the catalogue", [] { return raiseKey("messages", "ZVADDON_TEST_NOT_TEXT", ustring(u"\u00e9"), std::int64_t{3}); },
-     "!zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_NOT_TEXT|zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_NOT_TEXT (\xC3\xA9, 3)"},
+     key + "ZVADDON_TEST_NOT_TEXT|" + key.substr(1) + "ZVADDON_TEST_NOT_TEXT (\xC3\xA9, 3)"},
     {"malformed catalogue", [] { return raiseKey("messages-malformed", "ZVADDON_TEST_TWO", "p", "q"); },
-     "!zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_TWO|zvaddon_builtins:zvaddon_builtins:ZVADDON_TEST_TWO (p, q)"},
+     key + "ZVADDON_TEST_TWO|" + key.substr(1) + "ZVADDON_TEST_TWO (p, q)"},
     // calling a function as the host does
-    {"requested outputs only", [] { return std::move(reference::call(twoOutputs, 1, {}).at(0)); }, "1"},
     {"output left unset", [] { return std::move(reference::call(storesNothing, 1, {}).at(0)); },
      "!zvhost:outputNotAssigned|Output argument 1 was not assigned."},
     {"standard exception", [] { return std::move(reference::call(throwsStd, 1, {}).at(0)); },
      "!zvhost:unexpectedException|Unexpected exception: disk on fire"},
     {"release from the environment", [] {
        ::setenv("ZVADDON_HOST_RELEASE", "R2099z", 1);
-       const std::string release = foundation::release_info::getCurrentReleaseInfo().release;
+       Owned release(qxCreateString(foundation::release_info::getCurrentReleaseInfo().release.c_str()));
        ::unsetenv("ZVADDON_HOST_RELEASE");
-       return Owned(qxCreateString(release.c_str()));
+       return release;
      }, R"("R2099z")"},
 };
 

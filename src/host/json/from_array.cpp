@@ -77,19 +77,13 @@ Json structElement(const qxArray* a, qxIndex i) {
 }
 
 Json structure(const qxArray* a) {
-  const std::size_t n = count(a);
-  if (qxIsStruct(a) && isRow(a) && n == 1) return structElement(a, 0);
-  if (qxIsStruct(a) && isRow(a) && n >= 2) {
-    Json out = Json::array();
-    for (std::size_t i = 0; i < n; ++i) out.push_back(structElement(a, i));
-    return out;
-  }
+  Json data = Json::array();
+  for (std::size_t i = 0; i < count(a); ++i) data.push_back(structElement(a, i));
+  if (qxIsStruct(a) && isRow(a) && count(a) >= 1) return count(a) == 1 ? data[0] : data;
   Json out = typedHead(a, qxIsObject(a) ? "object" : "struct");
   Json names = Json::array();
   for (int k = 0; k < qxGetNumberOfFields(a); ++k) names.push_back(qxGetFieldNameByNumber(a, k));
   out["$fields"] = std::move(names);
-  Json data = Json::array();
-  for (std::size_t i = 0; i < n; ++i) data.push_back(structElement(a, i));
   out["$data"] = std::move(data);
   return out;
 }

@@ -72,6 +72,13 @@ qxArray* created(mxArray* a) {
   return qx(a);
 }
 
+// An array made by Octave's create(ndim, dims) with the contract's dimensions.
+template <class Create>
+qxArray* createWith(qxSize ndim, const qxSize* dims, Create create) {
+  const auto d = octaveDims(ndim, dims);
+  return created(create(static_cast<mwSize>(d.size()), d.data()));
+}
+
 }  // namespace
 
 extern "C" {
@@ -89,20 +96,11 @@ qxArray* qxCreateNumericArray(qxSize ndim, const qxSize* dims, qxClassID classID
                                       complexity == qxCOMPLEX ? mxCOMPLEX : mxREAL));
 }
 
-qxArray* qxCreateLogicalArray(qxSize ndim, const qxSize* dims) {
-  const auto d = octaveDims(ndim, dims);
-  return created(mxCreateLogicalArray(static_cast<mwSize>(d.size()), d.data()));
-}
+qxArray* qxCreateLogicalArray(qxSize ndim, const qxSize* dims) { return createWith(ndim, dims, mxCreateLogicalArray); }
 
-qxArray* qxCreateCharArray(qxSize ndim, const qxSize* dims) {
-  const auto d = octaveDims(ndim, dims);
-  return created(mxCreateCharArray(static_cast<mwSize>(d.size()), d.data()));
-}
+qxArray* qxCreateCharArray(qxSize ndim, const qxSize* dims) { return createWith(ndim, dims, mxCreateCharArray); }
 
-qxArray* qxCreateCellArray(qxSize ndim, const qxSize* dims) {
-  const auto d = octaveDims(ndim, dims);
-  return created(mxCreateCellArray(static_cast<mwSize>(d.size()), d.data()));
-}
+qxArray* qxCreateCellArray(qxSize ndim, const qxSize* dims) { return createWith(ndim, dims, mxCreateCellArray); }
 
 qxArray* qxCreateStructArray(qxSize ndim, const qxSize* dims, int nfields, const char** names) {
   checkFieldNames(nfields, names);
