@@ -23,11 +23,6 @@ using json::Json;
 
 Owned d(double v) { return Owned(qxCreateDoubleScalar(v)); }
 Owned fromJson(const char* text) { return json::toOwnedArray(Json::parse(text)); }
-template <class... Q>
-Owned made(qxArray* (*create)(qxSize, const qxSize*), Q... dims) {
-  const qxSize given[] = {qxSize(dims)...};
-  return Owned(create(sizeof...(dims), given));
-}
 Owned numeric(std::vector<qxSize> dims, qxClassID id, qxComplexity c = qxREAL) {
   return Owned(qxCreateNumericArray(dims.size(), dims.data(), id, c));
 }
@@ -53,9 +48,10 @@ class TestKey : public foundation::core::msg::BuiltinMessage {
   explicit TestKey(const std::string& key, const Args&... args)
       : BuiltinMessage("zvaddon_builtins:zvaddon_builtins", 33, key.data(), key.size(), makeArguments(args...)) {}
 };
+// Raises the key with catalogues from tests/data/host/<directory>, or from where the host looks by default.
 template <class... Args>
-Owned raiseKey(const char* directory, const std::string& key, const Args&... args) {
-  setMessageDirectory(std::string(ZV_TEST_DATA_DIR) + "/host/" + directory);
+Owned raiseKey(std::string directory, const std::string& key, const Args&... args) {
+  setMessageDirectory(directory.empty() ? std::nullopt : std::optional(ZV_TEST_DATA_DIR "/host/" + directory));
   foundation::core::except::Exception<TestKey> error{TestKey(key, args...)};
   matrix::detail::do_legacy_qx_error(error);
   return nullptr;
@@ -81,10 +77,10 @@ const Row rows[] = {
     // shapes: missing dimensions read as 1, trailing 1s go, sizes that cannot exist are refused
     {"trailing ones dropped", [] { return numeric({2, 1, 1}, qxINT16_CLASS, qxCOMPLEX); },
      R"({"$class":"int16","$dims":[2,1],"$data":[0,0],"$imag":[0,0]})"},
-    {"one dimension is a column", [] { return made(qxCreateCellArray, 2); }, R"({"$class":"cell","$dims":[2,1],"$data":[null,null]})"},
+    {"one dimension is a column", [] { return numeric({2}, qxUINT8_CLASS); }, R"({"$class":"uint8","$dims":[2,1],"$data":[0,0]})"},
     {"no dimensions is 1x1", [] { return Owned(qxCreateStructArray(0, nullptr, 1, one)); }, R"({"a":null})"},
-    {"count overflows", [] { return made(qxCreateCharArray, huge, 4, 4); }, "!zvhost:outOfMemory"},
-    {"bytes overflow", [] { return made(qxCreateCellArray, 2 * huge, 1); }, "!zvhost:outOfMemory"},
+    {"count overflows", [] { return numeric({huge, 4, 4}, qxINT8_CLASS); }, "!zvhost:outOfMemory"},
+    {"bytes overflow", [] { return numeric({2 * huge, 1}, qxDOUBLE_CLASS); }, "!zvhost:outOfMemory"},
     {"complex bytes overflow", [] { return numeric({huge, 1}, qxDOUBLE_CLASS, qxCOMPLEX); }, "!zvhost:outOfMemory"},
     {"header overflows", [] { return numeric({~qxSize{0}, 1}, qxUINT8_CLASS); }, "!zvhost:outOfMemory"},
     {"field values overflow", [] { return structure({4 * huge, 1}, {"a"}); }, "!zvhost:outOfMemory"},
@@ -149,6 +145,8 @@ const Row rows[] = {
      key + "ZVADDON_TEST_TWO|Cannot open a\xEF\xBF\xBD: \xEF\xBF\xBD"},
     {"key not in the catalogue", [] { return raiseKey("messages", "ZVADDON_TEST_NOT_TEXT", ustring(u"\u00e9"), std::int64_t{3}); },
      key + "ZVADDON_TEST_NOT_TEXT|" + key.substr(1) + "ZVADDON_TEST_NOT_TEXT (\xC3\xA9, 3)"},
+    {"null narrow text is empty", [] { return raiseKey("messages", "ZVADDON_TEST_TWO", "p", static_cast<const char*>(nullptr)); },
+     key + "ZVADDON_TEST_TWO|Cannot open p: "},
     {"malformed catalogue", [] { return raiseKey("messages-malformed", "ZVADDON_TEST_TWO", "p", "q"); },
      key + "ZVADDON_TEST_TWO|" + key.substr(1) + "ZVADDON_TEST_TWO (p, q)"},
     // calling a function as the host does
@@ -156,12 +154,11 @@ const Row rows[] = {
      "!zvhost:outputNotAssigned|Output argument 1 was not assigned."},
     {"standard exception", [] { return std::move(reference::call(throwsStd, 1, {}).at(0)); },
      "!zvhost:unexpectedException|Unexpected exception: disk on fire"},
-    {"release from the environment", [] {
+    {"catalogue and release from the environment", [] {  // last: the variables are unset after the table
+       ::setenv("ZVADDON_MESSAGE_DIR", ZV_TEST_DATA_DIR "/host/messages", 1);
        ::setenv("ZVADDON_HOST_RELEASE", "R2099z", 1);
-       Owned release(qxCreateString(foundation::release_info::getCurrentReleaseInfo().release.c_str()));
-       ::unsetenv("ZVADDON_HOST_RELEASE");
-       return release;
-     }, R"("R2099z")"},
+       return raiseKey("", "ZVADDON_TEST_TWO", foundation::release_info::getCurrentReleaseInfo().release, "");
+     }, key + "ZVADDON_TEST_TWO|Cannot open R2099z: "},
 };
 
 TEST(HostContract, EveryOperationAsTheLibraryReliesOnIt) {
@@ -181,7 +178,8 @@ TEST(HostContract, EveryOperationAsTheLibraryReliesOnIt) {
       EXPECT_EQ(got, Json::parse(row.want)) << got.dump();
     }
   }
-  setMessageDirectory(std::nullopt);
+  ::unsetenv("ZVADDON_MESSAGE_DIR");
+  ::unsetenv("ZVADDON_HOST_RELEASE");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // document's bytes, refused input names where it is, equality sees every difference.
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -74,6 +73,7 @@ TEST(JsonMapping, RefusedInputNamesWhereItIs) {
       {"[1, 2]", "the top level"},
       {R"({"x": [{"a": 1}, {"b": 1}]})", "/x/1"},
       {R"({"a": {"$class": "int8", "$data": [128]}})", "/a/$data/0"},
+      {R"({"$class": "uint8", "$data": [-1]})", "/$data/0"}, {R"({"$class": "single", "$data": [1e39]})", "/$data/0"},
       {R"({"$class": "double", "$data": [1], "$imag": [1, 2]})", "/$imag"},
       {R"({"$class": "double", "$dims": [2, 2], "$data": [1, 2, 3]})", "/$data"},
       {R"({"$class": "cell", "$dims": [4294967296, 4294967296, 4294967296]})", "/$dims"},
