@@ -27,15 +27,6 @@ namespace {
 using MdPtr = std::unique_ptr<EVP_MD, CDeleter<&EVP_MD_free>>;
 using MdCtxPtr = std::unique_ptr<EVP_MD_CTX, CDeleter<&EVP_MD_CTX_free>>;
 
-const char* digestName(utils::DigestMethod method) {
-  switch (method) {
-    case utils::DigestMethod::SHA256: return "SHA256";
-    case utils::DigestMethod::SHA384: return "SHA384";
-    case utils::DigestMethod::SHA512: return "SHA512";
-  }
-  throw CryptoError("unknown digest method " + std::to_string(static_cast<int>(method)));
-}
-
 class EvpDigestEngine final : public DigestEngine {
  public:
   explicit EvpDigestEngine(const EVP_MD* md) : md_(md), ctx_(EVP_MD_CTX_new()) {
@@ -53,12 +44,6 @@ class EvpDigestEngine final : public DigestEngine {
       if (got == 0) break;
       update(buffer.get(), got);
     }
-    return finish();
-  }
-
-  Bytes computeDigest(std::span<const std::uint8_t> bytes) override {
-    begin();
-    update(bytes.data(), bytes.size());
     return finish();
   }
 
@@ -85,20 +70,7 @@ class EvpDigestEngine final : public DigestEngine {
 
 struct cryptopp::CryptoProvider::Impl {
   // Fetched once: explicit fetching avoids OpenSSL's per-call implicit lookup.
-  MdPtr sha256{EVP_MD_fetch(nullptr, "SHA256", nullptr)};
-  MdPtr sha384{EVP_MD_fetch(nullptr, "SHA384", nullptr)};
   MdPtr sha512{EVP_MD_fetch(nullptr, "SHA512", nullptr)};
-
-  const EVP_MD* get(utils::DigestMethod method) const {
-    const EVP_MD* md = nullptr;
-    switch (method) {
-      case utils::DigestMethod::SHA256: md = sha256.get(); break;
-      case utils::DigestMethod::SHA384: md = sha384.get(); break;
-      case utils::DigestMethod::SHA512: md = sha512.get(); break;
-    }
-    if (!md) throwOpenSsl(std::string("EVP_MD_fetch ") + digestName(method));
-    return md;
-  }
 };
 
 cryptopp::CryptoProvider::CryptoProvider() : impl_(std::make_unique<Impl>()) {}
@@ -109,11 +81,8 @@ CryptoEngine::CryptoEngine(std::shared_ptr<cryptopp::CryptoProvider> provider) :
 }
 
 std::unique_ptr<DigestEngine> CryptoEngine::createSHA512DigestEngine() const {
-  return createDigestEngine(utils::DigestMethod::SHA512);
-}
-
-std::unique_ptr<DigestEngine> CryptoEngine::createDigestEngine(utils::DigestMethod method) const {
-  return std::make_unique<EvpDigestEngine>(provider_->impl().get(method));
+  if (!provider_->impl().sha512) throwOpenSsl("EVP_MD_fetch SHA512");
+  return std::make_unique<EvpDigestEngine>(provider_->impl().sha512.get());
 }
 
 namespace utils {
@@ -171,17 +140,6 @@ Bytes hexDecode(const ustring& text) {
   };
   Bytes out(text.size() / 2);
   for (std::size_t i = 0; i < out.size(); ++i) out[i] = static_cast<std::uint8_t>(digit(2 * i) << 4 | digit(2 * i + 1));
-  return out;
-}
-
-std::string hexEncode(std::span<const std::uint8_t> bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string out;
-  out.reserve(bytes.size() * 2);
-  for (std::uint8_t b : bytes) {
-    out.push_back(kDigits[b >> 4]);
-    out.push_back(kDigits[b & 0xF]);
-  }
   return out;
 }
 

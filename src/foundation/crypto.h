@@ -22,7 +22,7 @@ class CryptoError : public std::runtime_error {
 };
 
 namespace utils {
-// Codes fixed by the package format; each maps to a modern algorithm.
+// Codes fixed by the package format; each maps to a modern algorithm (the signature's digests).
 enum class DigestMethod : int { SHA256 = 5, SHA384 = 6, SHA512 = 7 };
 enum class SignatureMethod : int { RSA_SHA256 = 1, RSA_SHA512 = 2 };
 
@@ -33,7 +33,6 @@ enum class SignatureMethod : int { RSA_SHA256 = 1, RSA_SHA512 = 2 };
 [[nodiscard]] Bytes base64Decode(std::string_view text);
 // Throws CryptoError for an odd length or a non-hex digit.
 [[nodiscard]] Bytes hexDecode(const ustring& text);
-[[nodiscard]] std::string hexEncode(std::span<const std::uint8_t> bytes);
 }  // namespace utils
 
 namespace cryptopp {
@@ -59,14 +58,12 @@ class DigestEngine {
   // Reads the stream to its end with a fixed buffer: memory does not grow with the stream's length.
   // A stream in a failed state yields the digest of the bytes read before the failure.
   [[nodiscard]] virtual Bytes computeDigest(std::istream& input) = 0;
-  [[nodiscard]] virtual Bytes computeDigest(std::span<const std::uint8_t> bytes) = 0;
 };
 
 class CryptoEngine {
  public:
   explicit CryptoEngine(std::shared_ptr<cryptopp::CryptoProvider> provider);
   [[nodiscard]] std::unique_ptr<DigestEngine> createSHA512DigestEngine() const;
-  [[nodiscard]] std::unique_ptr<DigestEngine> createDigestEngine(utils::DigestMethod method) const;
 
  private:
   std::shared_ptr<cryptopp::CryptoProvider> provider_;

@@ -6,8 +6,7 @@
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
-#include "host/qx.h"
-#include "package/xml_part_type.h"
+#include "metadata/host_fields.h"
 
 namespace addon::packaging {
 
@@ -22,6 +21,7 @@ class ZV_API AddonProperties : public XMLPartType {
   [[nodiscard]] qxArray* getStructArray() const;
 
   void buildDOM(opc::model::DocumentPtr& document) override;
+  // Only the first author counts; a missing child of it reads as empty.
   void populateFromDOM(xercesc::DOMDocument* document) override;
 
   ustring type;
@@ -35,9 +35,6 @@ class ZV_API AddonProperties : public XMLPartType {
   ustring authorOrganization;
   ustring GUID;
   std::optional<boost::posix_time::ptime> lastModified;  // never crosses to the host
-
- private:
-  void setIdentifiers();
 };
 
 }  // namespace addon::packaging

@@ -1,63 +1,44 @@
 #include "metadata/app_install_list.h"
 
-#include "metadata/host_fields.h"
-
 namespace addon::packaging {
 namespace {
 
-using opc::model::XercesHelper;
+using namespace hostio;
 
-constexpr const char* kName = "name";
-constexpr const char* kGuid = "guid";
-constexpr const char* kRelativePath = "relativePath";
+// "name" and "guid" are attributes in XML, "relativePath" the text of "file".
+const Text<AddonAppInstall> kApp[] = {
+    {"name", &AddonAppInstall::name}, {"guid", &AddonAppInstall::guid}, {"relativePath", &AddonAppInstall::relativePath}};
+const auto kAttributes = std::span(kApp).first(2);
 constexpr const char* kInstallByDefault = "installByDefault";
 
 const char16_t* flagText(bool value) { return value ? u"true" : u"false"; }
 
 }  // namespace
 
-AddonAppInstall::~AddonAppInstall() = default;
-
-void AddonAppInstallList::setIdentifiers() {
+AddonAppInstallList::AddonAppInstallList() {
   setPartIdentifiers(u"/metadata/applications.xml", u"application/vnd.kestrelon.zorvan.addon.applications+xml",
                      schemaURI(u"/zorvan/addon/2014/applications"),
                      schemaURI(u"/zorvan/addon/2014/relationships/applications"));
 }
 
-AddonAppInstallList::AddonAppInstallList() { setIdentifiers(); }
-
-AddonAppInstallList::AddonAppInstallList(const qxArray* input) {
-  setIdentifiers();
-  const qxSize count = qxGetNumberOfElements(input);
-  apps.reserve(count);
-  for (qxSize i = 0; i < count; ++i) {
-    AddonAppInstall& app = apps.emplace_back();
-    app.name = hostio::readString(input, kName, i);
-    app.guid = hostio::readString(input, kGuid, i);
-    app.relativePath = hostio::readString(input, kRelativePath, i);
-    app.installByDefault = hostio::readString(input, kInstallByDefault, i) != u"false";
-  }
+AddonAppInstallList::AddonAppInstallList(const qxArray* input) : AddonAppInstallList() {
+  apps = readList(input, kApp, [&](AddonAppInstall& app, qxIndex i) {
+    app.installByDefault = readString(input, kInstallByDefault, i) != u"false";
+  });
 }
 
 qxArray* AddonAppInstallList::getStructArray() const {
-  hostio::ArrayPtr result =
-      hostio::createStructList({kName, kGuid, kRelativePath, kInstallByDefault}, apps.size());
-  for (qxSize i = 0; i < apps.size(); ++i) {
-    hostio::setString(result.get(), kName, apps[i].name, i);
-    hostio::setString(result.get(), kGuid, apps[i].guid, i);
-    hostio::setString(result.get(), kRelativePath, apps[i].relativePath, i);
-    hostio::setString(result.get(), kInstallByDefault, flagText(apps[i].installByDefault), i);
-  }
-  return result.release();
+  return writeList(apps, kApp, {kInstallByDefault}, [](qxArray* list, qxIndex i, const AddonAppInstall& app) {
+           setString(list, kInstallByDefault, flagText(app.installByDefault), i);
+         }).release();
 }
 
 void AddonAppInstallList::buildDOM(opc::model::DocumentPtr& document) {
-  const opc::model::XercesString ns(getNamespace());
-  xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), ns, u"applications");
+  const XercesString ns(getNamespace());
+  DOMElement* root = XercesHelper::appendElementNS(document.get(), ns, u"applications");
   for (const AddonAppInstall& app : apps) {
-    xercesc::DOMElement* element = XercesHelper::appendElementNS(root, ns, u"application");
-    XercesHelper::setElementAttribute(element, u"name", app.name);
-    XercesHelper::setElementAttribute(element, u"guid", app.guid);
+    DOMElement* element = XercesHelper::appendElementNS(root, ns, u"application");
+    setAttributes(element, kAttributes, app);
     XercesHelper::setElementAttribute(element, u"installByDefault", flagText(app.installByDefault));
     XercesHelper::setElementText(XercesHelper::appendElementNS(element, ns, u"file"), app.relativePath);
   }
@@ -65,11 +46,9 @@ void AddonAppInstallList::buildDOM(opc::model::DocumentPtr& document) {
 
 void AddonAppInstallList::populateFromDOM(xercesc::DOMDocument* document) {
   std::vector<AddonAppInstall> read;
-  const xercesc::DOMElement* root = document ? document->getDocumentElement() : nullptr;
-  for (const xercesc::DOMElement* element : XercesHelper::getElements(root, u"application")) {
+  for (const DOMElement* element : XercesHelper::getElements(rootOf(document), u"application")) {
     AddonAppInstall& app = read.emplace_back();
-    XercesHelper::getElementAttribute(element, u"name", app.name);
-    XercesHelper::getElementAttribute(element, u"guid", app.guid);
+    getAttributes(element, kAttributes, app);
     ustring flag;
     XercesHelper::getElementAttribute(element, u"installByDefault", flag);
     app.installByDefault = flag == u"true";

@@ -3,24 +3,13 @@
 // part "/metadata/applications.xml".
 #include <vector>
 
-#include <xercesc/dom/DOMDocument.hpp>
-
-#include "foundation/ustring.h"
-#include "host/qx.h"
-#include "package/xml_part_type.h"
+#include "metadata/host_fields.h"
 
 namespace addon::packaging {
 
-// One app. A copyable value; the GUID is text whose form is not checked.
-class ZV_API AddonAppInstall {
+// One app. The GUID is text whose form is not checked.
+class ZV_API AddonAppInstall : public RecordEntry {
  public:
-  AddonAppInstall() = default;
-  AddonAppInstall(const AddonAppInstall&) = default;
-  AddonAppInstall(AddonAppInstall&&) = default;
-  AddonAppInstall& operator=(const AddonAppInstall&) = default;
-  AddonAppInstall& operator=(AddonAppInstall&&) = default;
-  virtual ~AddonAppInstall();
-
   ustring name;
   ustring guid;
   ustring relativePath;
@@ -40,8 +29,8 @@ class ZV_API AddonAppInstallList : public XMLPartType {
   // "relativePath" and "installByDefault"; an array without elements gives none.
   explicit AddonAppInstallList(const qxArray* apps);
 
-  // A new structure array ("name", "guid", "relativePath", "installByDefault"), one element per app.
-  // The caller owns it.
+  // A new structure array ("name", "guid", "relativePath", "installByDefault"), one element per app;
+  // the caller owns it.
   [[nodiscard]] qxArray* getStructArray() const;
 
   void buildDOM(opc::model::DocumentPtr& document) override;
@@ -50,9 +39,6 @@ class ZV_API AddonAppInstallList : public XMLPartType {
   void populateFromDOM(xercesc::DOMDocument* document) override;
 
   std::vector<AddonAppInstall> apps;
-
- private:
-  void setIdentifiers();
 };
 
 }  // namespace addon::packaging

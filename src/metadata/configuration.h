@@ -4,12 +4,7 @@
 // as the part "/metadata/configuration.xml".
 #include <vector>
 
-#include <xercesc/dom/DOMDocument.hpp>
-#include <xercesc/dom/DOMElement.hpp>
-
-#include "foundation/ustring.h"
-#include "host/qx.h"
-#include "package/xml_part_type.h"
+#include "metadata/host_fields.h"
 
 namespace addon::packaging {
 
@@ -24,7 +19,6 @@ class ZV_API AddonConfiguration : public XMLPartType {
   // From element 0 of a host structure (or an empty array). The two lists may be absent or empty;
   // each element must be text. The three single paths are required text fields.
   explicit AddonConfiguration(const qxArray* configuration);
-  ~AddonConfiguration() override;
 
   // A new 1-by-1 structure; the caller owns it. The lists are always set (1-by-0 when empty); an
   // empty single path leaves its field unset.
@@ -38,20 +32,11 @@ class ZV_API AddonConfiguration : public XMLPartType {
   // namespace; an empty path appends nothing.
   void addPathToDom(xercesc::DOMElement* parent, const ustring& path, const char* elementName) const;
 
-  [[nodiscard]] const std::vector<ustring>& getZorvanPaths() const { return zorvanPaths_; }
-  [[nodiscard]] const std::vector<ustring>& getJavaClassPaths() const { return javaClassPaths_; }
-  [[nodiscard]] const ustring& getInfoXMLPath() const { return infoXMLPath_; }
-  [[nodiscard]] const ustring& getGettingStartedDocPath() const { return gettingStartedDocPath_; }
-  [[nodiscard]] const ustring& getInstallMapPath() const { return installMapPath_; }
-
- private:
-  void setIdentifiers();
-
-  std::vector<ustring> zorvanPaths_;
-  std::vector<ustring> javaClassPaths_;
-  ustring infoXMLPath_;
-  ustring gettingStartedDocPath_;
-  ustring installMapPath_;
+  std::vector<ustring> zorvanPaths;
+  std::vector<ustring> javaClassPaths;
+  ustring infoXMLPath;
+  ustring gettingStartedDocPath;
+  ustring installMapPath;
 };
 
 }  // namespace addon::packaging

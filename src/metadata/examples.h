@@ -4,18 +4,12 @@
 #include <cstdint>
 #include <vector>
 
-#include <xercesc/dom/DOMDocument.hpp>
-#include <xercesc/dom/DOMElement.hpp>
-
-#include "foundation/ustring.h"
-#include "host/matrix.h"
-#include "host/qx.h"
-#include "package/xml_part_type.h"
+#include "metadata/host_fields.h"
 
 namespace addon::packaging {
 
-// One example and its files. A copyable value; paths are kept as given, never checked.
-class ZV_API Example {
+// One example and its files. Paths are kept as given, never checked.
+class ZV_API Example : public RecordEntry {
  public:
   Example() = default;
   // Reads "name", "type", "source", "main", "thumbnail" of element 0 as text, then "images" as a
@@ -26,11 +20,6 @@ class ZV_API Example {
   // a later "source", "main" or "thumbnail" replaces an earlier one, every "image" is appended,
   // any other type is ignored. Absent attributes read as empty.
   explicit Example(const xercesc::DOMElement* element);
-  Example(const Example&) = default;
-  Example(Example&&) = default;
-  Example& operator=(const Example&) = default;
-  Example& operator=(Example&&) = default;
-  virtual ~Example();
 
   // Writes the attributes and the "file" children (source, main, thumbnail, then images; an empty
   // path writes nothing) into `element`, an "example" element already in the document.
@@ -51,15 +40,8 @@ class ZV_API Example {
 };
 
 // A named group of examples. Names are not keys: two categories of one name stay two.
-class ZV_API ExampleCategory {
+class ZV_API ExampleCategory : public RecordEntry {
  public:
-  ExampleCategory() = default;
-  ExampleCategory(const ExampleCategory&) = default;
-  ExampleCategory(ExampleCategory&&) = default;
-  ExampleCategory& operator=(const ExampleCategory&) = default;
-  ExampleCategory& operator=(ExampleCategory&&) = default;
-  virtual ~ExampleCategory();
-
   ustring name;
   std::vector<Example> examples;
 };
@@ -84,9 +66,6 @@ class ZV_API AddonExamples : public XMLPartType {
   void populateFromDOM(xercesc::DOMDocument* document) override;
 
   std::vector<ExampleCategory> categories;
-
- private:
-  void setIdentifiers();
 };
 
 }  // namespace addon::packaging

@@ -1,41 +1,25 @@
 #include "metadata/license.h"
 
-#include <xercesc/dom/DOMElement.hpp>
-
-#include "metadata/host_fields.h"
-
 namespace addon::packaging {
 namespace {
 
-using opc::model::XercesHelper;
-using opc::model::XercesString;
-using xercesc::DOMElement;
+using namespace hostio;
 
-constexpr const char* kType = "type";
-constexpr const char* kText = "text";
+// "type" is an attribute in XML, "text" the text of "licenseText".
+const Text<AddonLicense> kLicense[] = {{"type", &AddonLicense::type}, {"text", &AddonLicense::text}};
 
 }  // namespace
 
-void AddonLicense::setIdentifiers() {
+AddonLicense::AddonLicense() {
   setPartIdentifiers(u"/metadata/license.xml", u"application/vnd.kestrelon.zorvan.addon.license+xml",
-                     schemaURI(u"/zorvan/addon/2014/license"),
-                     schemaURI(u"/zorvan/addon/2014/relationships/license"));
+                     schemaURI(u"/zorvan/addon/2014/license"), schemaURI(u"/zorvan/addon/2014/relationships/license"));
 }
 
-AddonLicense::AddonLicense() { setIdentifiers(); }
-
-AddonLicense::AddonLicense(const qxArray* license) {
-  setIdentifiers();
-  type_ = hostio::readString(license, kType);
-  text_ = hostio::readString(license, kText);
-}
-
-AddonLicense::~AddonLicense() = default;
+AddonLicense::AddonLicense(const qxArray* license) : AddonLicense() { readTexts(license, 0, kLicense, *this); }
 
 qxArray* AddonLicense::getStructArray() const {
-  hostio::ArrayPtr result = hostio::createStruct({kType, kText});
-  hostio::setString(result.get(), kType, type_);
-  hostio::setString(result.get(), kText, text_);
+  ArrayPtr result = createStruct(namesOf(kLicense));
+  writeTexts(result.get(), 0, kLicense, *this);
   return result.release();
 }
 
@@ -43,15 +27,14 @@ void AddonLicense::buildDOM(opc::model::DocumentPtr& document) {
   const XercesString ns(getNamespace());
   DOMElement* root = XercesHelper::appendElementNS(document.get(), ns, u"license");
   DOMElement* licenseText = XercesHelper::appendElementNS(root, ns, u"licenseText");
-  XercesHelper::setElementAttribute(licenseText, u"type", type_);
-  XercesHelper::setElementText(licenseText, text_);
+  XercesHelper::setElementAttribute(licenseText, u"type", type);
+  XercesHelper::setElementText(licenseText, text);
 }
 
 void AddonLicense::populateFromDOM(xercesc::DOMDocument* document) {
-  const DOMElement* root = document == nullptr ? nullptr : document->getDocumentElement();
-  const DOMElement* licenseText = XercesHelper::getElement(root, u"licenseText");
-  XercesHelper::getElementText(licenseText, text_);
-  (void)XercesHelper::getElementAttribute(licenseText, u"type", type_);
+  const DOMElement* licenseText = XercesHelper::getElement(rootOf(document), u"licenseText");
+  XercesHelper::getElementText(licenseText, text);
+  (void)XercesHelper::getElementAttribute(licenseText, u"type", type);
 }
 
 }  // namespace addon::packaging

@@ -2,11 +2,7 @@
 // The licence agreement record: a short type label and the agreement's full text, shown to whoever
 // installs the add-on; held as a host structure and as the part "/metadata/license.xml". Never
 // interpreted: both texts are kept exactly, line breaks and all.
-#include <xercesc/dom/DOMDocument.hpp>
-
-#include "foundation/ustring.h"
-#include "host/qx.h"
-#include "package/xml_part_type.h"
+#include "metadata/host_fields.h"
 
 namespace addon::packaging {
 
@@ -17,7 +13,6 @@ class ZV_API AddonLicense : public XMLPartType {
   AddonLicense();
   // From element 0 of a host structure: "type" and "text" are required text fields.
   explicit AddonLicense(const qxArray* license);
-  ~AddonLicense() override;
 
   // A new 1-by-1 structure with both fields always set; the caller owns it.
   [[nodiscard]] qxArray* getStructArray() const;
@@ -28,14 +23,8 @@ class ZV_API AddonLicense : public XMLPartType {
   // both empty.
   void populateFromDOM(xercesc::DOMDocument* document) override;
 
-  [[nodiscard]] const ustring& getType() const { return type_; }
-  [[nodiscard]] const ustring& getText() const { return text_; }
-
- private:
-  void setIdentifiers();
-
-  ustring type_;
-  ustring text_;
+  ustring type;
+  ustring text;
 };
 
 }  // namespace addon::packaging

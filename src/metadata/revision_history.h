@@ -1,27 +1,15 @@
 #pragma once
 // The revision-history record: the add-on's released revisions, held as a host structure array and
 // as the part "/metadata/revisionHistory.xml".
-#include <cstdint>
 #include <vector>
 
-#include <xercesc/dom/DOMDocument.hpp>
-
-#include "foundation/ustring.h"
-#include "host/qx.h"
-#include "package/xml_part_type.h"
+#include "metadata/host_fields.h"
 
 namespace addon::packaging {
 
-// One revision. A copyable value; the date and version are text, never parsed.
-class ZV_API AddonRevision {
+// One revision. The date and version are text, never parsed.
+class ZV_API AddonRevision : public RecordEntry {
  public:
-  AddonRevision() = default;
-  AddonRevision(const AddonRevision&) = default;
-  AddonRevision(AddonRevision&&) = default;
-  AddonRevision& operator=(const AddonRevision&) = default;
-  AddonRevision& operator=(AddonRevision&&) = default;
-  virtual ~AddonRevision();
-
   ustring date;
   ustring version;
   ustring description;
@@ -37,7 +25,7 @@ class ZV_API AddonRevisionHistory : public XMLPartType {
   // "description"; an array without elements gives none.
   explicit AddonRevisionHistory(const qxArray* revisions);
 
-  // A new structure array ("date", "version", "description"), one element per revision. The caller
+  // A new structure array ("date", "version", "description"), one element per revision; the caller
   // owns it.
   [[nodiscard]] qxArray* getStructArray() const;
 
@@ -47,9 +35,6 @@ class ZV_API AddonRevisionHistory : public XMLPartType {
   void populateFromDOM(xercesc::DOMDocument* document) override;
 
   std::vector<AddonRevision> revisions;
-
- private:
-  void setIdentifiers();
 };
 
 }  // namespace addon::packaging

@@ -1,265 +1,173 @@
 #include "metadata/system_requirements.h"
 
-#include <array>
-#include <cstddef>
-#include <type_traits>
-#include <utility>
-
-#include <xercesc/dom/DOMElement.hpp>
-
-#include "metadata/host_fields.h"
-
 namespace addon::packaging {
 namespace {
 
-using opc::model::XercesHelper;
-using opc::model::XercesString;
-using xercesc::DOMElement;
+using namespace hostio;
+using Requirements = AddonSystemRequirements;
 
-// One text value's name, which is the same on the host side (a field) and in XML (an attribute).
-struct TextName {
-  const char* host;
-  XercesString xml;
-};
+// One name table per group drives host -> record and record -> XML alike.
+const Text<ProductDependency> kProduct[] = {
+    {"name", &ProductDependency::name}, {"version", &ProductDependency::version}, {"identifier", &ProductDependency::identifier}};
+const Text<AddonDependency> kAddon[] = {{"name", &AddonDependency::name},
+                                        {"identifier", &AddonDependency::identifier},
+                                        {"earliestVersion", &AddonDependency::earliestVersion},
+                                        {"latestVersion", &AddonDependency::latestVersion},
+                                        {"downloadURL", &AddonDependency::downloadURL},
+                                        {"checksum", &AddonDependency::checksum},
+                                        {"checksumVersion", &AddonDependency::checksumVersion}};
+const Text<Requirements> kPlatform[] = {{"win", &Requirements::platformWin},
+                                        {"linux", &Requirements::platformLinux},
+                                        {"mac", &Requirements::platformMac},
+                                        {"ZORVANOnline", &Requirements::platformOnline}};
+const Text<Requirements> kRelease[] = {{"start", &Requirements::releaseStart}, {"end", &Requirements::releaseEnd}};
 
-template <std::size_t N>
-using TextNames = std::array<TextName, N>;
-
-const TextNames<3> kProductNames{{{"name", u"name"}, {"version", u"version"}, {"identifier", u"identifier"}}};
-const TextNames<7> kAddonNames{{{"name", u"name"},
-                                {"identifier", u"identifier"},
-                                {"earliestVersion", u"earliestVersion"},
-                                {"latestVersion", u"latestVersion"},
-                                {"downloadURL", u"downloadURL"},
-                                {"checksum", u"checksum"},
-                                {"checksumVersion", u"checksumVersion"}}};
-const TextNames<4> kPlatformNames{
-    {{"win", u"win"}, {"linux", u"linux"}, {"mac", u"mac"}, {"ZORVANOnline", u"ZORVANOnline"}}};
-const TextNames<2> kReleaseNames{{{"start", u"start"}, {"end", u"end"}}};
-
-constexpr const char* kProductField = "productDependency";
-constexpr const char* kSupportPackageField = "supportPackageDependency";
 constexpr const char* kPlatformField = "platformCompatibility";
 constexpr const char* kReleaseField = "releaseCompatibility";
-constexpr const char* kAddonField = "addonDependency";
 
-// The same text values of an entry in the order of its name table.
-template <class P>
-auto texts(P& p) requires std::is_same_v<std::remove_const_t<P>, ProductDependency> {
-  return std::array{&p.name, &p.version, &p.identifier};
-}
-template <class A>
-auto texts(A& a) requires std::is_same_v<std::remove_const_t<A>, AddonDependency> {
-  return std::array{&a.name,        &a.identifier, &a.earliestVersion, &a.latestVersion,
-                    &a.downloadURL, &a.checksum,   &a.checksumVersion};
-}
-const TextNames<3>& namesOf(const ProductDependency&) { return kProductNames; }
-const TextNames<7>& namesOf(const AddonDependency&) { return kAddonNames; }
+// A dependency list: its host field, its XML list and entry elements, its member.
+template <class Entry>
+struct DependencyList {
+  const char* field;
+  const char16_t* list;
+  const char16_t* entry;
+  std::vector<Entry> Requirements::*member;
+};
+const DependencyList<ProductDependency> kProducts{"productDependency", u"requiredProducts", u"product", &Requirements::products};
+const DependencyList<ProductDependency> kSupportPackages{"supportPackageDependency", u"requiredSupportPackages",
+                                                         u"supportPackage", &Requirements::supportPackages};
+const DependencyList<AddonDependency> kAddons{"addonDependency", u"requiredAddons", u"addon", &Requirements::addons};
 
-template <std::size_t N>
-std::vector<const char*> hostNames(const TextNames<N>& names) {
-  std::vector<const char*> result;
-  for (const TextName& name : names) result.push_back(name.host);
-  return result;
-}
-
-template <std::size_t N>
-void readHostTexts(const qxArray* structure, const TextNames<N>& names, const std::array<ustring*, N>& out) {
-  for (std::size_t k = 0; k < N; ++k) *out[k] = hostio::readString(structure, names[k].host);
-}
-
-template <std::size_t N>
-void writeHostTexts(qxArray* structure, qxIndex index, const TextNames<N>& names,
-                    const std::array<const ustring*, N>& in) {
-  for (std::size_t k = 0; k < N; ++k) hostio::setString(structure, names[k].host, *in[k], index);
-}
-
-template <std::size_t N>
-void writeAttributes(DOMElement* element, const TextNames<N>& names,
-                     const std::array<const ustring*, N>& in) {
-  for (std::size_t k = 0; k < N; ++k) XercesHelper::setElementAttribute(element, names[k].xml, *in[k]);
-}
-
-template <std::size_t N>
-void readAttributes(const DOMElement* element, const TextNames<N>& names,
-                    const std::array<ustring*, N>& out) {
-  for (std::size_t k = 0; k < N; ++k) (void)XercesHelper::getElementAttribute(element, names[k].xml, *out[k]);
-}
-
-// A 1-by-1 structure of the named texts.
-template <std::size_t N>
-hostio::ArrayPtr makeTextStruct(const TextNames<N>& names, const std::array<const ustring*, N>& in) {
-  hostio::ArrayPtr structure = hostio::createStruct(hostNames(names));
-  writeHostTexts(structure.get(), 0, names, in);
-  return structure;
-}
+const auto& namesOf(const ProductDependency&) { return kProduct; }
+const auto& namesOf(const AddonDependency&) { return kAddon; }
 
 // A value counts as given only when it is set and has elements: an unset field and an empty array
 // are the same thing to the host's language.
 const qxArray* givenField(const qxArray* structure, const char* name) {
-  const qxArray* value = hostio::field(structure, name);
-  return value == nullptr || qxIsEmpty(value) ? nullptr : value;
+  const qxArray* value = field(structure, name);
+  return qxIsEmpty(value) ? nullptr : value;
 }
 
 template <class Entry>
-void readHostEntries(const qxArray* structure, const char* name, std::vector<Entry>& entries) {
-  hostio::forEachElement(hostio::field(structure, name),
-                         [&](const qxArray* element) { entries.emplace_back(element); });
+void readHost(Requirements& r, const qxArray* structure, const DependencyList<Entry>& list) {
+  forEachElement(field(structure, list.field), [&](const qxArray* element) { (r.*list.member).emplace_back(element); });
 }
 
 template <class Entry>
-void writeHostEntries(qxArray* structure, const char* name, const std::vector<Entry>& entries) {
+void writeHost(const Requirements& r, qxArray* structure, const DependencyList<Entry>& list) {
+  const std::vector<Entry>& entries = r.*list.member;
   if (entries.empty()) return;
-  hostio::ArrayPtr array = Entry::createStructArray(entries.size());
+  ArrayPtr array = Entry::createStructArray(entries.size());
   for (std::size_t i = 0; i < entries.size(); ++i) entries[i].addRow(array.get(), i);
-  hostio::setField(structure, name, std::move(array));
+  setField(structure, list.field, std::move(array));
+}
+
+// A 1-by-1 structure of the group's texts.
+ArrayPtr groupStruct(const Requirements& r, const auto& texts) {
+  ArrayPtr group = createStruct(namesOf(texts));
+  writeTexts(group.get(), 0, texts, r);
+  return group;
 }
 
 template <class Entry>
-void writeXMLEntries(DOMElement* root, const XercesString& ns, const XercesString& listName,
-                     const XercesString& entryName, const std::vector<Entry>& entries) {
-  if (entries.empty()) return;
-  DOMElement* list = XercesHelper::appendElementNS(root, ns, listName);
-  for (const Entry& entry : entries) {
-    writeAttributes(XercesHelper::appendElementNS(list, ns, entryName), namesOf(entry), texts(entry));
+void writeXML(const Requirements& r, DOMElement* root, const XercesString& ns, const DependencyList<Entry>& list) {
+  if ((r.*list.member).empty()) return;
+  DOMElement* element = XercesHelper::appendElementNS(root, ns, ustring(list.list));
+  for (const Entry& entry : r.*list.member) {
+    setAttributes(XercesHelper::appendElementNS(element, ns, ustring(list.entry)), namesOf(entry), entry);
   }
 }
 
 template <class Entry>
-void readXMLEntries(const DOMElement* root, const XercesString& listName, const XercesString& entryName,
-                    std::vector<Entry>& entries) {
-  const DOMElement* list = XercesHelper::getElement(root, listName);
-  for (const DOMElement* element : XercesHelper::getElements(list, entryName)) {
+void readXML(Requirements& r, const DOMElement* root, const DependencyList<Entry>& list) {
+  const DOMElement* element = XercesHelper::getElement(root, ustring(list.list));
+  for (const DOMElement* e : XercesHelper::getElements(element, ustring(list.entry))) {
     Entry entry;
-    readAttributes(element, namesOf(entry), texts(entry));
-    entries.push_back(std::move(entry));
+    getAttributes(e, namesOf(entry), entry);
+    (r.*list.member).push_back(std::move(entry));
   }
 }
 
 }  // namespace
 
-// ---- ProductDependency ------------------------------------------------------------------------
-
-ProductDependency::ProductDependency(const qxArray* element) {
-  readHostTexts(element, kProductNames, texts(*this));
-}
-
-ProductDependency::~ProductDependency() = default;
+ProductDependency::ProductDependency(const qxArray* element) { readTexts(element, 0, kProduct, *this); }
 
 matrix::unique_qxarray_ptr ProductDependency::createStructArray(std::uint64_t count) {
-  return hostio::createStructList(hostNames(kProductNames), count);
+  return createList(namesOf(kProduct), count);
 }
 
-void ProductDependency::addRow(qxArray* array, qxIndex index) const {
-  writeHostTexts(array, index, kProductNames, texts(*this));
-}
+void ProductDependency::addRow(qxArray* array, qxIndex index) const { writeTexts(array, index, kProduct, *this); }
 
-// ---- AddonDependency --------------------------------------------------------------------------
-
-AddonDependency::AddonDependency(const qxArray* element) {
-  readHostTexts(element, kAddonNames, texts(*this));
-}
-
-AddonDependency::~AddonDependency() = default;
+AddonDependency::AddonDependency(const qxArray* element) { readTexts(element, 0, kAddon, *this); }
 
 matrix::unique_qxarray_ptr AddonDependency::createStructArray(std::uint64_t count) {
-  return hostio::createStructList(hostNames(kAddonNames), count);
+  return createList(namesOf(kAddon), count);
 }
 
-void AddonDependency::addRow(qxArray* array, qxIndex index) const {
-  writeHostTexts(array, index, kAddonNames, texts(*this));
-}
-
-// ---- AddonSystemRequirements ------------------------------------------------------------------
-
-void AddonSystemRequirements::setIdentifiers() {
-  setPartIdentifiers(u"/metadata/systemRequirements.xml",
-                     u"application/vnd.kestrelon.zorvan.addon.systemRequirements+xml",
-                     schemaURI(u"/zorvan/addon/2014/systemRequirements"),
-                     schemaURI(u"/zorvan/addon/2014/relationships/systemRequirements"));
-}
+void AddonDependency::addRow(qxArray* array, qxIndex index) const { writeTexts(array, index, kAddon, *this); }
 
 AddonSystemRequirements::AddonSystemRequirements() {
-  setIdentifiers();
+  setPartIdentifiers(u"/metadata/systemRequirements.xml", u"application/vnd.kestrelon.zorvan.addon.systemRequirements+xml",
+                     schemaURI(u"/zorvan/addon/2014/systemRequirements"),
+                     schemaURI(u"/zorvan/addon/2014/relationships/systemRequirements"));
   setPlatformDefaults();
 }
 
-AddonSystemRequirements::AddonSystemRequirements(const qxArray* requirements) {
-  setIdentifiers();
-  readHostEntries(requirements, kProductField, products_);
-  readHostEntries(requirements, kSupportPackageField, supportPackages_);
-  if (const qxArray* platform = givenField(requirements, kPlatformField)) {
-    readHostTexts(platform, kPlatformNames, platformFlags(*this));
-  } else {
-    setPlatformDefaults();
-  }
-  if (const qxArray* release = givenField(requirements, kReleaseField)) {
-    readHostTexts(release, kReleaseNames, releaseEnds(*this));
-  } else {
-    setReleaseDefaults();
-  }
-  readHostEntries(requirements, kAddonField, addons_);
+AddonSystemRequirements::AddonSystemRequirements(const qxArray* requirements) : AddonSystemRequirements() {
+  readHost(*this, requirements, kProducts);
+  readHost(*this, requirements, kSupportPackages);
+  if (const qxArray* platform = givenField(requirements, kPlatformField)) readTexts(platform, 0, kPlatform, *this);
+  if (const qxArray* release = givenField(requirements, kReleaseField)) readTexts(release, 0, kRelease, *this);
+  readHost(*this, requirements, kAddons);
 }
 
-AddonSystemRequirements::~AddonSystemRequirements() = default;
-
-bool AddonSystemRequirements::hasReleaseEndPoints() const {
-  return !releaseStart_.empty() && !releaseEnd_.empty();
-}
+bool AddonSystemRequirements::hasReleaseEndPoints() const { return !releaseStart.empty() && !releaseEnd.empty(); }
 
 void AddonSystemRequirements::setReleaseDefaults() {
-  releaseStart_.clear();
-  releaseEnd_.clear();
+  releaseStart.clear();
+  releaseEnd.clear();
 }
 
 void AddonSystemRequirements::setPlatformDefaults() {
-  for (ustring* flag : platformFlags(*this)) *flag = u"true";
+  for (const auto& flag : kPlatform) this->*flag.member = u"true";
 }
 
 qxArray* AddonSystemRequirements::getStructArray() const {
-  hostio::ArrayPtr result =
-      hostio::createStruct({kProductField, kSupportPackageField, kPlatformField, kReleaseField, kAddonField});
-  writeHostEntries(result.get(), kProductField, products_);
-  writeHostEntries(result.get(), kSupportPackageField, supportPackages_);
-  hostio::setField(result.get(), kPlatformField, makeTextStruct(kPlatformNames, platformFlags(*this)));
-  if (hasReleaseEndPoints()) {
-    hostio::setField(result.get(), kReleaseField, makeTextStruct(kReleaseNames, releaseEnds(*this)));
-  }
-  writeHostEntries(result.get(), kAddonField, addons_);
+  ArrayPtr result = createStruct({kProducts.field, kSupportPackages.field, kPlatformField, kReleaseField, kAddons.field});
+  writeHost(*this, result.get(), kProducts);
+  writeHost(*this, result.get(), kSupportPackages);
+  setField(result.get(), kPlatformField, groupStruct(*this, kPlatform));
+  if (hasReleaseEndPoints()) setField(result.get(), kReleaseField, groupStruct(*this, kRelease));
+  writeHost(*this, result.get(), kAddons);
   return result.release();
 }
 
 void AddonSystemRequirements::buildDOM(opc::model::DocumentPtr& document) {
   const XercesString ns(getNamespace());
   DOMElement* root = XercesHelper::appendElementNS(document.get(), ns, u"systemRequirements");
-  writeXMLEntries(root, ns, u"requiredProducts", u"product", products_);
-  writeXMLEntries(root, ns, u"requiredSupportPackages", u"supportPackage", supportPackages_);
-  const AddonSystemRequirements& self = *this;
-  writeAttributes(XercesHelper::appendElementNS(root, ns, u"platformCompatibility"), kPlatformNames,
-                  platformFlags(self));
-  if (hasReleaseEndPoints()) {
-    writeAttributes(XercesHelper::appendElementNS(root, ns, u"releaseCompatibility"), kReleaseNames,
-                    releaseEnds(self));
-  }
-  writeXMLEntries(root, ns, u"requiredAddons", u"addon", addons_);
+  writeXML(*this, root, ns, kProducts);
+  writeXML(*this, root, ns, kSupportPackages);
+  setAttributes(XercesHelper::appendElementNS(root, ns, u"platformCompatibility"), kPlatform, *this);
+  if (hasReleaseEndPoints()) setAttributes(XercesHelper::appendElementNS(root, ns, u"releaseCompatibility"), kRelease, *this);
+  writeXML(*this, root, ns, kAddons);
 }
 
 void AddonSystemRequirements::populateFromDOM(xercesc::DOMDocument* document) {
-  products_.clear();
-  supportPackages_.clear();
-  addons_.clear();
-  const DOMElement* root = document == nullptr ? nullptr : document->getDocumentElement();
+  products.clear();
+  supportPackages.clear();
+  addons.clear();
+  const DOMElement* root = rootOf(document);
   if (root == nullptr) return;
-  readXMLEntries(root, u"requiredProducts", u"product", products_);
-  readXMLEntries(root, u"requiredSupportPackages", u"supportPackage", supportPackages_);
-  readXMLEntries(root, u"requiredAddons", u"addon", addons_);
+  readXML(*this, root, kProducts);
+  readXML(*this, root, kSupportPackages);
+  readXML(*this, root, kAddons);
   if (const DOMElement* platform = XercesHelper::getElement(root, u"platformCompatibility")) {
-    readAttributes(platform, kPlatformNames, platformFlags(*this));
+    getAttributes(platform, kPlatform, *this);
   } else {
     setPlatformDefaults();
   }
   if (const DOMElement* release = XercesHelper::getElement(root, u"releaseCompatibility")) {
-    readAttributes(release, kReleaseNames, releaseEnds(*this));
+    getAttributes(release, kRelease, *this);
   } else {
     setReleaseDefaults();
   }

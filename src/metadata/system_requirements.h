@@ -2,31 +2,20 @@
 // The system-requirements record: what an add-on needs in order to be installed (host products,
 // support packages, other add-ons, platforms, a range of host releases), held as a host structure
 // and as the part "/metadata/systemRequirements.xml". It is the part the package signature covers.
-#include <array>
 #include <cstdint>
 #include <vector>
 
-#include <xercesc/dom/DOMDocument.hpp>
-
-#include "foundation/ustring.h"
-#include "host/matrix.h"
-#include "host/qx.h"
-#include "package/xml_part_type.h"
+#include "metadata/host_fields.h"
 
 namespace addon::packaging {
 
-// One required host product or support package. A copyable value; nothing is validated.
-class ZV_API ProductDependency {
+// One required host product or support package. Nothing is validated.
+class ZV_API ProductDependency : public RecordEntry {
  public:
   ProductDependency() = default;
   // Reads "name", "version", "identifier" of element 0. A missing or non-text field raises the host's
   // conversion error.
   explicit ProductDependency(const qxArray* element);
-  ProductDependency(const ProductDependency&) = default;
-  ProductDependency(ProductDependency&&) = default;
-  ProductDependency& operator=(const ProductDependency&) = default;
-  ProductDependency& operator=(ProductDependency&&) = default;
-  virtual ~ProductDependency();
 
   // An empty structure array of `count` elements with this class's three fields; the caller owns it.
   [[nodiscard]] static matrix::unique_qxarray_ptr createStructArray(std::uint64_t count);
@@ -38,18 +27,13 @@ class ZV_API ProductDependency {
   ustring identifier;
 };
 
-// One required add-on. A copyable value; nothing is validated.
-class ZV_API AddonDependency {
+// One required add-on. Nothing is validated.
+class ZV_API AddonDependency : public RecordEntry {
  public:
   AddonDependency() = default;
   // Reads the seven fields of element 0 in declaration order. A missing or non-text field raises
   // the host's conversion error.
   explicit AddonDependency(const qxArray* element);
-  AddonDependency(const AddonDependency&) = default;
-  AddonDependency(AddonDependency&&) = default;
-  AddonDependency& operator=(const AddonDependency&) = default;
-  AddonDependency& operator=(AddonDependency&&) = default;
-  virtual ~AddonDependency();
 
   // An empty structure array of `count` elements with this class's seven fields; the caller owns it.
   [[nodiscard]] static matrix::unique_qxarray_ptr createStructArray(std::uint64_t count);
@@ -78,7 +62,6 @@ class ZV_API AddonSystemRequirements : public XMLPartType {
   // or empty "platformCompatibility" or "releaseCompatibility" gives the defaults; one that is
   // present must carry all its fields as text.
   explicit AddonSystemRequirements(const qxArray* requirements);
-  ~AddonSystemRequirements() override;
 
   // A new 1-by-1 structure; the caller owns it. Lists and the release range are left unset when
   // there is nothing to say.
@@ -94,37 +77,15 @@ class ZV_API AddonSystemRequirements : public XMLPartType {
   void setReleaseDefaults();
   void setPlatformDefaults();
 
-  [[nodiscard]] const std::vector<ProductDependency>& getProducts() const { return products_; }
-  [[nodiscard]] const std::vector<ProductDependency>& getSupportPackages() const { return supportPackages_; }
-  [[nodiscard]] const std::vector<AddonDependency>& getAddons() const { return addons_; }
-  [[nodiscard]] const ustring& getReleaseStart() const { return releaseStart_; }
-  [[nodiscard]] const ustring& getReleaseEnd() const { return releaseEnd_; }
-  [[nodiscard]] const ustring& getPlatformWin() const { return platformWin_; }
-  [[nodiscard]] const ustring& getPlatformLinux() const { return platformLinux_; }
-  [[nodiscard]] const ustring& getPlatformMac() const { return platformMac_; }
-  [[nodiscard]] const ustring& getPlatformOnline() const { return platformOnline_; }
-
- private:
-  void setIdentifiers();
-  // The four flags and the two release ends, in the order of their names; const when `self` is.
-  template <class Self>
-  static auto platformFlags(Self& self) {
-    return std::array{&self.platformWin_, &self.platformLinux_, &self.platformMac_, &self.platformOnline_};
-  }
-  template <class Self>
-  static auto releaseEnds(Self& self) {
-    return std::array{&self.releaseStart_, &self.releaseEnd_};
-  }
-
-  std::vector<ProductDependency> products_;
-  std::vector<ProductDependency> supportPackages_;
-  std::vector<AddonDependency> addons_;
-  ustring releaseStart_;
-  ustring releaseEnd_;
-  ustring platformWin_;
-  ustring platformLinux_;
-  ustring platformMac_;
-  ustring platformOnline_;
+  std::vector<ProductDependency> products;
+  std::vector<ProductDependency> supportPackages;
+  std::vector<AddonDependency> addons;
+  ustring releaseStart;
+  ustring releaseEnd;
+  ustring platformWin;
+  ustring platformLinux;
+  ustring platformMac;
+  ustring platformOnline;
 };
 
 }  // namespace addon::packaging

@@ -1,53 +1,43 @@
+// UTF-8 <-> UTF-16: one strict decoder, which hosts and the JSON mapping use as well.
 #include "foundation/i18n.h"
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 namespace {
 
-struct RoundTrip {
-  const char* name;
-  std::string utf8;
-  ustring utf16;
-};
-
-TEST(Utf, ValidTextRoundTripsBothWays) {
-  const RoundTrip cases[] = {
-      {"empty", "", u""},
-      {"latin", "caf\xC3\xA9", u"caf\u00E9"},
-      {"cjk", "\xE4\xB8\xAD\xE6\x96\x87", u"\u4E2D\u6587"},
-      {"astral emoji", "\xF0\x9F\x98\x80", u"\U0001F600"},
-      {"last code point", "\xF4\x8F\xBF\xBF", u"\U0010FFFF"},
-      {"embedded nul", std::string("a\0b", 3), ustring(u"a\0b", 3)},
-      {"every width in a row", "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80z", u"a\u00E9\u4E2D\U0001F600z"},
+TEST(Utf, EveryFormRoundTripsAndEveryIllFormedOneIsRefused) {
+  const std::pair<std::string, std::optional<ustring>> rows[] = {
+      {"", u""},
+      {std::string("a\0b", 3), ustring(u"a\0b", 3)},
+      {"caf\xC3\xA9 \xC2\x80\xDF\xBF", u"caf\u00E9 \u0080\u07FF"},
+      {"\xE0\xA0\x80\xE4\xB8\xAD\xEF\xBF\xBF\xEE\x80\x80", u"\u0800\u4E2D\uFFFF\uE000"},
+      {"\xF0\x90\x80\x80\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", u"\U00010000\U0001F600\U0010FFFF"},
+      {"a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80z", u"a\u00E9\u4E2D\U0001F600z"},
+      // overlong forms, surrogates, beyond U+10FFFF, truncated, stray and invalid bytes
+      {"\xC0\x80", std::nullopt}, {"\xC1\xBF", std::nullopt}, {"\xE0\x9F\xBF", std::nullopt},
+      {"\xF0\x8F\xBF\xBF", std::nullopt}, {"\xED\xA0\x80", std::nullopt}, {"\xED\xBF\xBF", std::nullopt},
+      {"\xF4\x90\x80\x80", std::nullopt}, {"\xF5\x80\x80\x80", std::nullopt}, {"\xE2\x82", std::nullopt},
+      {"ok\xF0\x9F\x98", std::nullopt}, {"\x80", std::nullopt}, {"a\xBFz", std::nullopt}, {"\xFE", std::nullopt},
+      {"\xFF", std::nullopt}, {"\xC3\x28", std::nullopt}, {"\xE2\x28\xA1", std::nullopt},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(fl::i18n::from_utf8(c.utf8), c.utf16) << c.name;
-    EXPECT_EQ(fl::i18n::to_utf8(c.utf16), c.utf8) << c.name;
+  for (const auto& [utf8, utf16] : rows) {
+    SCOPED_TRACE(::testing::PrintToString(utf8));
+    if (utf16) {
+      EXPECT_EQ(fl::i18n::from_utf8(utf8), *utf16);
+      EXPECT_EQ(fl::i18n::utf16_length(utf8), utf16->size());
+      EXPECT_EQ(fl::i18n::to_utf8(*utf16), utf8);
+    } else {
+      EXPECT_THROW((void)fl::i18n::from_utf8(utf8), fl::i18n::conversion_error);
+      EXPECT_EQ(fl::i18n::utf16_length(utf8), std::nullopt);
+    }
   }
-}
-
-TEST(Utf, IllFormedUtf8AndLoneSurrogatesAreRefused) {
-  const std::pair<const char*, std::string> cases[] = {
-      {"lone continuation", "\x80"},
-      {"truncated", "\xE4\xB8"},
-      {"overlong slash", "\xC0\xAF"},
-      {"encoded surrogate", "\xED\xA0\x80"},
-      {"beyond U+10FFFF", "\xF4\x90\x80\x80"},
-      {"invalid lead", "\xFF"},
-  };
-  for (const auto& [name, text] : cases) {
-    EXPECT_THROW((void)fl::i18n::from_utf8(text), fl::i18n::conversion_error) << name;
+  for (const ustring& lone : {ustring(1, u'\xDC00'), ustring(u"\xD83D" u"a"), ustring(u"\u00E9\xD83D")}) {
+    EXPECT_THROW((void)fl::i18n::to_utf8(lone), fl::i18n::conversion_error);
   }
-  EXPECT_THROW((void)fl::i18n::to_utf8(ustring(1, char16_t(0xDC00))), fl::i18n::conversion_error);
-  EXPECT_THROW((void)fl::i18n::to_utf8(ustring{char16_t(0xD83D), u'a'}), fl::i18n::conversion_error);
-  EXPECT_THROW((void)fl::i18n::to_utf8(ustring{u'\u00E9', char16_t(0xD83D)}), fl::i18n::conversion_error);
-}
-
-TEST(Utf, ConverterObjectsAcceptOnlyUtf8) {
-  const fl::i18n::codecvt_ustring_to_string narrow("utf8");
-  const fl::i18n::codecvt_string_to_ustring wide("UTF-8");
-  EXPECT_EQ(fl::i18n::to_string(narrow, u"\u00E9"), "\xC3\xA9");
-  EXPECT_EQ(fl::i18n::to_ustring(wide, "\xC3\xA9"), u"\u00E9");
+  EXPECT_EQ(fl::i18n::to_ustring(fl::i18n::codecvt_string_to_ustring("UTF-8"), "\xC3\xA9"), u"\u00E9");
+  EXPECT_EQ(fl::i18n::to_string(fl::i18n::codecvt_ustring_to_string("utf8"), u"\u00E9"), "\xC3\xA9");
   EXPECT_THROW(fl::i18n::codecvt_ustring_to_string("latin1"), fl::i18n::conversion_error);
 }
 

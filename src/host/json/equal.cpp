@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "host/common/host_common.h"
 #include "host/json/json.h"
 
 namespace zvhost::json {
@@ -13,25 +14,21 @@ bool isUnsetLike(const qxArray* a) {
                           qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 0 && qxGetN(a) == 0);
 }
 
-template <class T>
-bool sameFloats(const void* x, const void* y, std::size_t n) {
-  for (std::size_t k = 0; k < n; ++k) {
-    T a;
-    T b;
-    std::memcpy(&a, static_cast<const char*>(x) + k * sizeof(T), sizeof(T));
-    std::memcpy(&b, static_cast<const char*>(y) + k * sizeof(T), sizeof(T));
-    if (std::isnan(a) && std::isnan(b)) continue;
-    if (std::memcmp(&a, &b, sizeof(T)) != 0) return false;
-  }
-  return true;
-}
-
-bool sameData(qxClassID id, const void* x, const void* y, std::size_t n, std::size_t size) {
+// Floating-point elements by bits, except that any NaN equals any NaN.
+bool sameData(qxClassID id, const void* x, const void* y, std::size_t n) {
   if (n == 0) return true;
   if (x == nullptr || y == nullptr) return x == y;
-  if (id == qxDOUBLE_CLASS) return sameFloats<double>(x, y, n);
-  if (id == qxSINGLE_CLASS) return sameFloats<float>(x, y, n);
-  return std::memcmp(x, y, n * size) == 0;
+  return withElementType(id, [&]<class T>(T) {
+    for (std::size_t k = 0; k < n; ++k) {
+      const T a = elementAt<T>(x, k);
+      const T b = elementAt<T>(y, k);
+      if constexpr (std::is_floating_point_v<T>) {
+        if (std::isnan(a) && std::isnan(b)) continue;
+      }
+      if (std::memcmp(&a, &b, sizeof(T)) != 0) return false;
+    }
+    return true;
+  });
 }
 
 }  // namespace
@@ -66,9 +63,7 @@ bool arraysEqual(const qxArray* a, const qxArray* b) {
     }
     return true;
   }
-  const std::size_t size = qxGetElementSize(a);
-  return sameData(id, qxGetData(a), qxGetData(b), n, size) &&
-         sameData(id, qxGetImagData(a), qxGetImagData(b), n, size);
+  return sameData(id, qxGetData(a), qxGetData(b), n) && sameData(id, qxGetImagData(a), qxGetImagData(b), n);
 }
 
 }  // namespace zvhost::json

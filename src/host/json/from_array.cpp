@@ -7,6 +7,7 @@
 #include <string>
 
 #include "foundation/i18n.h"
+#include "host/common/host_common.h"
 #include "host/json/json.h"
 
 namespace zvhost::json {
@@ -37,40 +38,23 @@ Json floating(double v) {
   return v;
 }
 
-template <class T>
-Json elements(const void* data, std::size_t n) {
-  Json out = Json::array();
-  for (std::size_t k = 0; k < n; ++k) {
-    T v;
-    std::memcpy(&v, static_cast<const char*>(data) + k * sizeof(T), sizeof(T));
-    if constexpr (std::is_floating_point_v<T>) {
-      out.push_back(floating(static_cast<double>(v)));
-    } else if constexpr (std::is_same_v<T, qxLogical>) {
-      out.push_back(static_cast<bool>(v));
-    } else if constexpr (std::is_signed_v<T>) {
-      out.push_back(static_cast<std::int64_t>(v));
-    } else {
-      out.push_back(static_cast<std::uint64_t>(v));
-    }
-  }
-  return out;
-}
-
 Json dataElements(qxClassID id, const void* data, std::size_t n) {
-  switch (id) {
-    case qxDOUBLE_CLASS: return elements<double>(data, n);
-    case qxSINGLE_CLASS: return elements<float>(data, n);
-    case qxINT8_CLASS: return elements<std::int8_t>(data, n);
-    case qxUINT8_CLASS: return elements<std::uint8_t>(data, n);
-    case qxINT16_CLASS: return elements<std::int16_t>(data, n);
-    case qxUINT16_CLASS: return elements<std::uint16_t>(data, n);
-    case qxINT32_CLASS: return elements<std::int32_t>(data, n);
-    case qxUINT32_CLASS: return elements<std::uint32_t>(data, n);
-    case qxINT64_CLASS: return elements<std::int64_t>(data, n);
-    case qxUINT64_CLASS: return elements<std::uint64_t>(data, n);
-    case qxLOGICAL_CLASS: return elements<qxLogical>(data, n);
-    default: return elements<std::uint16_t>(data, n);  // char code units
-  }
+  Json out = Json::array();
+  withElementType(id, [&]<class T>(T) {
+    for (std::size_t k = 0; k < n; ++k) {
+      const T v = elementAt<T>(data, k);
+      if constexpr (std::is_floating_point_v<T>) {
+        out.push_back(floating(v));
+      } else if constexpr (std::is_same_v<T, qxLogical>) {
+        out.push_back(v);
+      } else if constexpr (std::is_signed_v<T>) {
+        out.push_back(static_cast<std::int64_t>(v));
+      } else {
+        out.push_back(static_cast<std::uint64_t>(v));  // char code units among them
+      }
+    }
+  });
+  return out;
 }
 
 Json typedHead(const qxArray* a, const char* cls) {
@@ -93,19 +77,13 @@ Json structElement(const qxArray* a, qxIndex i) {
 }
 
 Json structure(const qxArray* a) {
-  const std::size_t n = count(a);
-  if (qxIsStruct(a) && isRow(a) && n == 1) return structElement(a, 0);
-  if (qxIsStruct(a) && isRow(a) && n >= 2) {
-    Json out = Json::array();
-    for (std::size_t i = 0; i < n; ++i) out.push_back(structElement(a, i));
-    return out;
-  }
+  Json data = Json::array();
+  for (std::size_t i = 0; i < count(a); ++i) data.push_back(structElement(a, i));
+  if (qxIsStruct(a) && isRow(a) && count(a) >= 1) return count(a) == 1 ? data[0] : data;
   Json out = typedHead(a, qxIsObject(a) ? "object" : "struct");
   Json names = Json::array();
   for (int k = 0; k < qxGetNumberOfFields(a); ++k) names.push_back(qxGetFieldNameByNumber(a, k));
   out["$fields"] = std::move(names);
-  Json data = Json::array();
-  for (std::size_t i = 0; i < n; ++i) data.push_back(structElement(a, i));
   out["$data"] = std::move(data);
   return out;
 }
@@ -172,19 +150,8 @@ Json fromArray(const qxArray* a) {
       return cell(a);
     case qxCHAR_CLASS:
       return text(a);
-    case qxLOGICAL_CLASS:
-    case qxDOUBLE_CLASS:
-    case qxSINGLE_CLASS:
-    case qxINT8_CLASS:
-    case qxUINT8_CLASS:
-    case qxINT16_CLASS:
-    case qxUINT16_CLASS:
-    case qxINT32_CLASS:
-    case qxUINT32_CLASS:
-    case qxINT64_CLASS:
-    case qxUINT64_CLASS:
-      return dataArray(a);
     default:
+      if (qxIsLogical(a) || qxIsNumeric(a)) return dataArray(a);
       throw std::invalid_argument(std::string("no JSON form for a value of class ") + qxGetClassName(a));
   }
 }

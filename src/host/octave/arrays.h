@@ -2,6 +2,7 @@
 // Helpers shared by the sources of the binding's array functions.
 #include <vector>
 
+#include "host/common/host_common.h"
 #include "host/octave/octave_api.h"
 
 namespace zvhost::octave::detail {
@@ -11,12 +12,8 @@ namespace zvhost::octave::detail {
 // Octave can index.
 [[nodiscard]] std::vector<mwSize> octaveDims(qxSize ndim, const qxSize* dims);
 
-// Octave's class id for a contract class that holds data; mxUNKNOWN_CLASS for the others.
-[[nodiscard]] mxClassID toOctave(qxClassID classID);
-[[nodiscard]] bool isNumericClass(qxClassID classID);
 // Bytes per element as Octave stores the class (char is one byte of UTF-8); 0 for containers.
 [[nodiscard]] qxSize elementSize(qxClassID classID);
-[[nodiscard]] bool isIdentifier(const char* name);
 
 // Structure storage of a (whose fields are read): a itself for a structure, its view for an object,
 // null for anything else.

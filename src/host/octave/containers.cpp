@@ -6,18 +6,12 @@
 #include <string>
 
 #include "host/octave/arrays.h"
-#include "host/octave/host_error.h"
 
+using namespace zvhost;
 using namespace zvhost::octave;
 using namespace zvhost::octave::detail;
 
 namespace {
-
-// The caller gave value away: free it before raising, so that no failure leaks it.
-[[noreturn]] void refuse(qxArray* value, const char* identifier, const std::string& message) {
-  qxDestroyArray(value);
-  raise(identifier, message);
-}
 
 int fieldCount(const mxArray* store) { return store ? mxGetNumberOfFields(store) : 0; }
 
@@ -68,10 +62,6 @@ qxArray* qxGetFieldByNumber(const qxArray* a, qxIndex i, int n) {
   const mxArray* store = fieldStore(a);
   if (n < 0 || n >= fieldCount(store) || i >= mxGetNumberOfElements(store)) return nullptr;
   return qx(mxGetFieldByNumber(store, static_cast<mwIndex>(i), n));
-}
-
-qxArray* qxGetField(const qxArray* a, qxIndex i, const char* name) {
-  return qxGetFieldByNumber(a, i, qxGetFieldNumber(a, name));
 }
 
 void qxSetField(qxArray* a, qxIndex i, const char* name, qxArray* value) {

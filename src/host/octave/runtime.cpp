@@ -16,7 +16,7 @@
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xsec/utils/XSECPlatformUtils.hpp>
 
-#include "host/reference/messages.h"
+#include "host/common/messages.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ void useCatalogueBesideLibrary() {
   std::error_code ec;
   const auto folder = std::filesystem::path(info.dli_fname).parent_path() / "messages";
   if (std::filesystem::is_regular_file(folder / "zvaddon_builtins.json", ec)) {
-    zvhost::reference::setMessageDirectory(folder.string());
+    zvhost::setMessageDirectory(folder.string());
   }
 }
 

@@ -8,10 +8,11 @@
 #include <string_view>
 
 #include "foundation/i18n.h"
+#include "host/common/host_common.h"
 #include "host/matrix.h"
-#include "host/octave/host_error.h"
 #include "host/octave/octave_api.h"
 
+using namespace zvhost;
 using namespace zvhost::octave;
 
 namespace {
@@ -33,21 +34,27 @@ std::string toUtf8(std::u16string_view text) {
   }
 }
 
-ustring fromUtf8(std::string_view bytes) {
-  try {
-    return fl::i18n::from_utf8(bytes);
-  } catch (const fl::i18n::conversion_error& e) {
-    raise(errors::invalidText, std::string("Text is not valid UTF-8: ") + e.what());
-  }
+void requireUtf8(std::string_view bytes) {
+  if (!fl::i18n::utf16_length(bytes)) raise(errors::invalidText, "Text is not valid UTF-8.");
 }
 
 }  // namespace
+
+namespace zvhost {
+
+ustring textOf(const qxArray* a) {
+  const std::string_view bytes(mxGetChars(mx(a)), static_cast<std::size_t>(mxGetNumberOfElements(mx(a))));
+  requireUtf8(bytes);
+  return fl::i18n::from_utf8(bytes);
+}
+
+}  // namespace zvhost
 
 extern "C" {
 
 qxArray* qxCreateString(const char* utf8) {
   const std::string_view bytes = utf8 ? utf8 : "";
-  (void)fromUtf8(bytes);  // only to refuse invalid text
+  requireUtf8(bytes);
   return charRow(bytes);
 }
 
@@ -59,23 +66,9 @@ qxArray* qxCreateString_UTF16(const char16_t* text) {
 
 namespace matrix {
 
-ustring get_ustring(const qxArray* a) {
-  if (!qxIsChar(a)) {
-    const std::string cls = a == nullptr ? "nothing" : qxGetClassName(a);
-    raise(errors::notString, "Expected a character array, got " + cls + ".");
-  }
-  const auto count = static_cast<std::size_t>(mxGetNumberOfElements(mx(a)));
-  if (count == 0) return {};
-  return fromUtf8(std::string_view(mxGetChars(mx(a)), count));
-}
-
 unique_qxarray_ptr create(const char16_t* text, std::size_t size) {
   if (text == nullptr && size != 0) raise(errors::invalidText, "No text to make a character array from.");
   return unique_qxarray_ptr(charRow(toUtf8(std::u16string_view(text, size))));
 }
-
-qxArray* to_zorvan(unique_qxarray_ptr handle) { return handle.release(); }
-
-void destroyArray(qxArray* a) { qxDestroyArray(a); }
 
 }  // namespace matrix

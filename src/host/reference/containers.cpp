@@ -4,7 +4,7 @@
 #include "host/reference/array.h"
 #include "host/reference/host_error.h"
 
-using namespace zvhost::reference;
+using namespace zvhost;
 using namespace zvhost::reference::detail;
 
 namespace {
@@ -19,12 +19,6 @@ void checkStorable(const qxArray* container, const qxArray* value) {
   for (const qxArray* p = container; p != nullptr; p = p->parent) {
     if (p == value) raise(errors::alreadyHeld, "A container cannot hold itself.");
   }
-}
-
-// The caller gave value away: free it before raising, so that no failure leaks it.
-[[noreturn]] void refuse(qxArray* value, const char* identifier, std::string message) {
-  qxDestroyArray(value);
-  raise(identifier, std::move(message));
 }
 
 void store(ArrayPtr& slot, qxArray* container, qxArray* value) {

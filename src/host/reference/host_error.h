@@ -7,19 +7,18 @@
 
 #include "foundation/message.h"
 #include "host/common/host_common.h"
-#include "host/qx.h"
 
 namespace zvhost::reference {
 
 class QX_API HostError : public std::exception {
  public:
   // identifier: "catalogue:key" for message-key errors, "zvhost:<name>" for the host's own.
-  HostError(std::string identifier, std::string message,
-            std::vector<foundation::core::msg::MessageArgument> arguments = {});
+  HostError(std::string identifier, std::string message, std::vector<foundation::core::msg::MessageArgument> arguments = {})
+      : identifier_(std::move(identifier)), message_(std::move(message)), arguments_(std::move(arguments)) {}
 
   [[nodiscard]] const std::string& identifier() const noexcept { return identifier_; }
   // The identifier's last component: the message key, or the host error's own name.
-  [[nodiscard]] std::string key() const;
+  [[nodiscard]] std::string key() const { return identifier_.substr(identifier_.rfind(':') + 1); }
   [[nodiscard]] const std::vector<foundation::core::msg::MessageArgument>& arguments() const noexcept {
     return arguments_;
   }
@@ -34,9 +33,5 @@ class QX_API HostError : public std::exception {
 };
 
 namespace errors = zvhost::errors;
-
-// Raises one of the host's own errors. message is the complete text.
-[[noreturn]] QX_API void raise(const char* identifier, std::string message,
-                               std::vector<foundation::core::msg::MessageArgument> arguments = {});
 
 }  // namespace zvhost::reference

@@ -1,50 +1,62 @@
-// The host's C++ helpers and its raising of errors.
+// Text in the reference host, which keeps char arrays as UTF-16 code units, and its raising of errors.
 #include "host/matrix.h"
 
 #include <cstring>
+#include <optional>
 
+#include "foundation/i18n.h"
 #include "host/reference/array.h"
 #include "host/reference/host_error.h"
-#include "host/reference/messages.h"
 
-using namespace zvhost::reference;
+using zvhost::reference::detail::allocate;
+
+namespace zvhost {
+
+void raise(const char* identifier, std::string message,
+           std::vector<foundation::core::msg::MessageArgument> arguments) {
+  throw reference::HostError(identifier, std::move(message), std::move(arguments));
+}
+
+ustring textOf(const qxArray* a) {
+  return ustring(reinterpret_cast<const char16_t*>(a->data()), a->count);
+}
+
+}  // namespace zvhost
+
+namespace {
+
+qxArray* charRow(const char16_t* units, std::size_t size) {
+  const qxSize dims[] = {1, size};
+  auto a = allocate(qxCHAR_CLASS, 2, dims);
+  if (size != 0) std::memcpy(a->data(), units, size * sizeof(char16_t));
+  return a.release();
+}
+
+}  // namespace
+
+extern "C" {
+
+qxArray* qxCreateString(const char* utf8) {
+  const std::string_view text = utf8 ? utf8 : "";
+  const std::optional<std::size_t> length = fl::i18n::utf16_length(text);
+  if (!length) zvhost::raise(zvhost::errors::invalidText, "Text is not valid UTF-8.");
+  const qxSize dims[] = {1, *length};
+  auto a = allocate(qxCHAR_CLASS, 2, dims);
+  fl::i18n::decode_utf8(text, reinterpret_cast<char16_t*>(a->data()));
+  return a.release();
+}
+
+qxArray* qxCreateString_UTF16(const char16_t* text) {
+  return charRow(text, text ? std::char_traits<char16_t>::length(text) : 0);
+}
+
+}  // extern "C"
 
 namespace matrix {
 
-ustring get_ustring(const qxArray* a) {
-  if (a == nullptr || a->classID != qxCHAR_CLASS) {
-    const std::string cls = a == nullptr ? "nothing" : qxGetClassName(a);
-    raise(errors::notString, "Expected a character array, got " + cls + ".", {cls});
-  }
-  ustring text(qxGetNumberOfElements(a), u'\0');
-  if (!text.empty()) std::memcpy(text.data(), a->data(), text.size() * sizeof(char16_t));
-  return text;
-}
-
 unique_qxarray_ptr create(const char16_t* text, std::size_t size) {
-  if (text == nullptr && size != 0) raise(errors::invalidText, "No text to make a character array from.");
-  auto a = zvhost::reference::detail::makeArray(qxCHAR_CLASS, zvhost::reference::detail::Shape(1, size));
-  if (size != 0) std::memcpy(a->data(), text, size * sizeof(char16_t));
-  return unique_qxarray_ptr(a.release());
+  if (text == nullptr && size != 0) zvhost::raise(zvhost::errors::invalidText, "No text to make a character array from.");
+  return unique_qxarray_ptr(charRow(text, size));
 }
 
-qxArray* to_zorvan(unique_qxarray_ptr handle) { return handle.release(); }
-
-void destroyArray(qxArray* a) { qxDestroyArray(a); }
-
-namespace detail {
-
-void error_maxlhs() { raise(errors::tooManyOutputs, "Too many output arguments."); }
-void error_maxrhs() { raise(errors::tooManyInputs, "Too many input arguments."); }
-void error_minrhs() { raise(errors::notEnoughInputs, "Not enough input arguments."); }
-
-void do_legacy_qx_error(const foundation::core::except::IUserException& e) {
-  const auto& message = e.GetBaseMsgIDObj();
-  std::string identifier = e.GetID();
-  if (identifier.empty()) identifier = message.catalog() + ":" + message.key();
-  throw HostError(std::move(identifier), formatMessage(message.catalog(), message.key(), message.arguments()),
-                  message.arguments());
-}
-
-}  // namespace detail
 }  // namespace matrix

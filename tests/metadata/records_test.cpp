@@ -1,0 +1,332 @@
+// Every record as tables: host -> record -> host and host -> record -> XML -> record -> host round
+// trips, the XML each writes (valid by its schema), what each reads, the inputs each refuses.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "foundation/i18n.h"
+#include "host/json/json.h"
+#include "host/reference/host_error.h"
+#include "metadata/app_install_list.h"
+#include "metadata/configuration.h"
+#include "metadata/examples.h"
+#include "metadata/license.h"
+#include "metadata/revision_history.h"
+#include "metadata/system_requirements.h"
+
+namespace addon::packaging {
+namespace {
+
+using Json = zvhost::json::Json;
+using Owned = matrix::unique_qxarray_ptr;
+
+Owned host(const std::string& json) { return zvhost::json::toOwnedArray(Json::parse(json)); }
+
+// Records give lists back with one dimension: an N-by-1 structure array.
+Json asReturned(const Json& j) {
+  if (j.is_array() && !j.empty() && j.front().is_object()) {
+    Json fields = Json::array(), data = Json::array();
+    for (const auto& [key, value] : j.front().items()) fields.push_back(key);
+    for (const Json& e : j) data.push_back(asReturned(e));
+    return {{"$class", "struct"}, {"$dims", {j.size(), 1}}, {"$fields", fields}, {"$data", data}};
+  }
+  if (!j.is_object() || j.contains("$class")) return j;
+  Json out = Json::object();
+  for (const auto& [key, value] : j.items()) out[key] = asReturned(value);
+  return out;
+}
+
+::testing::AssertionResult returns(qxArray* raw, const std::string& expected) {
+  const Owned actual(raw);
+  const Owned want = zvhost::json::toOwnedArray(asReturned(Json::parse(expected)));
+  if (zvhost::json::arraysEqual(actual.get(), want.get())) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "got " << zvhost::json::fromArray(actual.get()).dump();
+}
+
+// The record's XML on one line: no declaration, no indentation, its own namespace written "NS".
+template <class Record>
+std::string xmlOf(Record& record) {
+  std::string xml = fl::i18n::to_utf8(record.getAsXMLString());
+  xml = std::regex_replace(xml.substr(xml.find("?>") + 2), std::regex(R"(>\s+<)"), "><");
+  const std::string ns = fl::i18n::to_utf8(record.getNamespace());
+  for (auto at = xml.find(ns); at != std::string::npos; at = xml.find(ns)) xml.replace(at, ns.size(), "NS");
+  return xml.substr(xml.find('<'), xml.rfind('>') + 1 - xml.find('<'));
+}
+
+bool schemaAccepts(const std::string& schema, const std::string& xml) {
+  const auto file = std::filesystem::temp_directory_path() / ("zv-" + schema + std::to_string(::getpid()) + ".xml");
+  std::ofstream(file, std::ios::binary) << xml;
+  const std::string command = "xmllint --noout --schema '" ZV_SOURCE_DIR "/resources/schemas/" + schema + "' '" +
+                              file.string() + "' 2>/dev/null";
+  const int status = std::system(command.c_str());
+  std::filesystem::remove(file);
+  return status == 0;
+}
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+struct Rules {
+  Rules(std::string schema, std::string held) : schema(std::move(schema)), held(std::move(held)) {}
+  std::string schema;
+  std::string held;        // the host value that reading rows read over ("" = a default record)
+  Pairs trips;             // host value -> host value returned ("" = the input), directly and through XML
+  Pairs written;           // host value ("" = a default record) -> its XML
+  Pairs reading;           // XML, "NS" its namespace ("" = a document without root) -> host value
+  std::vector<std::string> wrongInput;  // host values that raise the host's not-a-string error
+};
+
+template <class Record>
+Record make(const std::string& json) {
+  return json.empty() ? Record() : Record(host(json).get());
+}
+
+std::string withNamespace(const std::string& xml, const XMLPartType& record) {
+  return std::regex_replace(xml, std::regex("NS"), fl::i18n::to_utf8(record.getNamespace()));
+}
+
+template <class Record>
+void check(const Rules& r) {
+  for (const auto& [input, output] : r.trips) {
+    SCOPED_TRACE("trip " + input);
+    Record written = make<Record>(input);
+    Record read;
+    read.populateFromXML(written.getAsXMLString());
+    EXPECT_TRUE(returns(written.getStructArray(), output.empty() ? input : output));
+    EXPECT_TRUE(returns(read.getStructArray(), output.empty() ? input : output)) << "through XML";
+  }
+  for (const auto& [input, xml] : r.written) {
+    SCOPED_TRACE("written " + input);
+    Record record = make<Record>(input);
+    EXPECT_EQ(xmlOf(record), xml);
+    EXPECT_TRUE(schemaAccepts(r.schema, withNamespace(xml, record)));
+  }
+  for (const auto& [xml, output] : r.reading) {
+    SCOPED_TRACE("reading " + xml);
+    Record record = make<Record>(r.held);
+    for (int pass = 0; pass < 2; ++pass) {  // a second reading replaces, never accumulates
+      if (xml.empty()) {
+        record.populateFromDOM(createRecordDocument().get());
+      } else {
+        record.populateFromXML(fl::i18n::from_utf8(withNamespace(xml, record)));
+      }
+    }
+    EXPECT_TRUE(returns(record.getStructArray(), output));
+  }
+  for (const std::string& input : r.wrongInput) {
+    std::string error = "accepted";
+    try {
+      (void)make<Record>(input);
+    } catch (const zvhost::reference::HostError& e) {
+      error = e.identifier();
+    }
+    EXPECT_EQ(error, zvhost::errors::notString) << input;
+  }
+}
+
+std::string product(const std::string& name, const std::string& version = "", const std::string& id = "") {
+  return R"({"name":")" + name + R"(","version":")" + version + R"(","identifier":")" + id + R"("})";
+}
+std::string addon(const std::string& name, const std::string& rest = "") {
+  return R"({"name":")" + name + R"(","identifier":"i","earliestVersion":")" + rest +
+         R"(","latestVersion":"","downloadURL":")" + rest + R"(","checksum":"","checksumVersion":"v"})";
+}
+std::string flags(const std::string& win, const std::string& linux = "true", const std::string& mac = "true",
+                  const std::string& online = "true") {
+  return R"({"win":")" + win + R"(","linux":")" + linux + R"(","mac":")" + mac + R"(","ZORVANOnline":")" + online + "\"}";
+}
+// The five fields in the order the record returns them; "null" leaves one unset.
+std::string requirements(const std::string& products, const std::string& packages, const std::string& platform,
+                         const std::string& release, const std::string& addons) {
+  return R"({"productDependency":)" + products + R"(,"supportPackageDependency":)" + packages +
+         R"(,"platformCompatibility":)" + platform + R"(,"releaseCompatibility":)" + release + R"(,"addonDependency":)" +
+         addons + "}";
+}
+
+TEST(Records, SystemRequirements) {
+  const std::string defaults = requirements("null", "null", flags("true"), "null", "null");
+  Rules r{"system_requirements.xsd",
+          requirements("[" + product("old") + "]", "null", flags("false", "false", "false", "false"),
+                       R"({"start":"R1","end":"R2"})", "[" + addon("old") + "]")};
+  r.trips = {
+      {requirements("[" + product("P", "1", "id") + "," + product("Grüße 例\\nzwei", "<&>\\\"'", "𝄞") + "," +
+                        product("P", "1", "id") + "]",
+                    "[" + product("S") + "]", flags("ja", "", "NO", "Ünï"), R"({"start":"α","end":"R2024a"})",
+                    "[" + addon("B", "https://e.org/?a=1&b=2") + "," + addon("x\\r\\ny") + "]"),
+       ""},
+      {requirements("null", "null", flags("true"), R"({"start":"R2020a","end":""})", "null"), defaults},
+      {R"({"productDependency":[],"releaseCompatibility":{"$class":"struct","$dims":[1,0],"$fields":["start"]}})", defaults},
+      {requirements(R"({"$class":"struct","$dims":[2,1],"$fields":["name","version","identifier"],"$data":[)" +
+                        product("1") + "," + product("2") + "]}",
+                    "null", flags("true"), "null", "null"),
+       requirements("[" + product("1") + "," + product("2") + "]", "null", flags("true"), "null", "null")},
+  };
+  r.written = {
+      {requirements("null", "null", flags("true"), R"({"start":"R1","end":""})", "null"),
+       R"(<systemRequirements xmlns="NS"><platformCompatibility ZORVANOnline="true" linux="true" mac="true" win="true"/></systemRequirements>)"},
+      {requirements("[" + product("A", "", "a") + "]", "[" + product("S", "2") + "]", flags("false"),
+                    R"({"start":"R1","end":"R2"})", "[" + addon("A", "r") + "]"),
+       R"(<systemRequirements xmlns="NS"><requiredProducts><product identifier="a" name="A" version=""/></requiredProducts>)"
+       R"(<requiredSupportPackages><supportPackage identifier="" name="S" version="2"/></requiredSupportPackages>)"
+       R"(<platformCompatibility ZORVANOnline="true" linux="true" mac="true" win="false"/>)"
+       R"(<releaseCompatibility end="R2" start="R1"/><requiredAddons><addon checksum="" checksumVersion="v" )"
+       R"(downloadURL="r" earliestVersion="r" identifier="i" latestVersion="" name="A"/></requiredAddons></systemRequirements>)"},
+  };
+  r.reading = {
+      {R"(<systemRequirements xmlns="NS"><requiredProducts/><requiredAddons/><platformCompatibility win="a" linux="b" mac="c" ZORVANOnline="d"/></systemRequirements>)",
+       requirements("null", "null", flags("a", "b", "c", "d"), "null", "null")},
+      {R"(<systemRequirements xmlns="NS"/>)", defaults},
+      {"", requirements("null", "null", flags("false", "false", "false", "false"), R"({"start":"R1","end":"R2"})", "null")},
+      {R"(<systemRequirements xmlns="NS" xmlns:x="urn:x"><x:requiredProducts><product name="P"/></x:requiredProducts>)"
+       R"(<requiredSupportPackages><x:supportPackage name="S"/><product name="wrong"/></requiredSupportPackages></systemRequirements>)",
+       defaults},
+  };
+  r.wrongInput = {R"({"addonDependency":[{"name":"A","identifier":"a"}]})", R"({"releaseCompatibility":{"start":"R1","end":2024}})"};
+  check<AddonSystemRequirements>(r);
+}
+
+std::string app(const std::string& flag) {
+  return R"([{"name":"a","guid":"g","relativePath":"p","installByDefault":")" + flag + "\"}]";
+}
+std::string application(const std::string& attributes) {
+  return R"(<applications xmlns="NS"><application name="a" guid="g" )" + attributes + "><file>p</file></application></applications>";
+}
+
+TEST(Records, Applications) {
+  const char* none = R"({"$class":"struct","$dims":[0,1],"$fields":["name","guid","relativePath","installByDefault"]})";
+  Rules r{"app_install_list.xsd", app("true")};
+  r.trips = {
+      {R"([{"name":"Viewer","guid":"1b4e","relativePath":"apps/v.app","installByDefault":"false"},)"
+       R"({"name":"Grüße\n例","guid":"1b4e","relativePath":"ä/𝄞 <&>\".app","installByDefault":"true"}])", ""},
+      {app("yes"), app("true")},
+      {"null", none},
+  };
+  r.written = {
+      {R"([{"name":"","guid":"","relativePath":"","installByDefault":"no"}])",
+       R"(<applications xmlns="NS"><application guid="" installByDefault="true" name=""><file></file></application></applications>)"},
+      {"null", R"(<applications xmlns="NS"/>)"},
+  };
+  r.reading = {
+      {application(R"(installByDefault="true")"), app("true")},
+      {application(R"(installByDefault="TRUE")"), app("false")},
+      {R"(<applications xmlns="NS"><application/><note/></applications>)",
+       R"([{"name":"","guid":"","relativePath":"","installByDefault":"false"}])"},
+      {"", none},
+  };
+  r.wrongInput = {R"([{"name":"a","guid":"g","relativePath":"p","installByDefault":true}])"};
+  check<AddonAppInstallList>(r);
+}
+
+// The five fields in the order the record returns them; "null" leaves one unset.
+std::string configuration(const std::string& paths, const std::string& classPaths, const std::string& info,
+                          const std::string& start = "null", const std::string& map = "null") {
+  return R"({"zorvanPaths":)" + paths + R"(,"javaClassPaths":)" + classPaths + R"(,"infoXMLPath":)" + info +
+         R"(,"gettingStartedDocPath":)" + start + R"(,"installMapPath":)" + map + "}";
+}
+
+TEST(Records, Configuration) {
+  const std::string noList = R"({"$class":"cell","$dims":[1,0]})";
+  Rules r{"configuration.xsd", configuration(R"(["old"])", R"(["old.jar"])", R"("i0")", R"("g0")", R"("m0")")};
+  r.trips = {
+      {configuration(R"(["tb/b","Grüße/例","tb/b","two\nlines <&>"])", R"(["𝄞.jar"])", R"("info.xml")", R"(" gs ")",
+                     R"("map.xml")"), ""},
+      {configuration("[]", R"({"$class":"cell","$dims":[0,0]})", R"("")", R"("")", R"("")"),
+       configuration(noList, noList, "null")},
+      {configuration(R"("only")", R"("j")", R"("")", R"("")", R"("")"), configuration(R"(["only"])", R"(["j"])", "null")},
+  };
+  r.written = {
+      {"", R"(<configuration xmlns="NS"/>)"},
+      {configuration(R"(["a",""])", R"(["j"])", R"("")", R"("gs")", R"("m")"),
+       R"(<configuration xmlns="NS"><zorvanPaths><zorvanPath>a</zorvanPath><zorvanPath></zorvanPath></zorvanPaths>)"
+       R"(<javaClassPaths><javaClassPath>j</javaClassPath></javaClassPaths><gettingStartedDocPath>gs</gettingStartedDocPath>)"
+       R"(<installMapPath>m</installMapPath></configuration>)"},
+  };
+  r.reading = {
+      {R"(<configuration xmlns="NS"/>)", configuration(noList, noList, R"("i0")", R"("g0")", R"("m0")")},
+      {R"(<configuration xmlns="NS"><installMapPath>m1</installMapPath><infoXMLPath/></configuration>)",
+       configuration(noList, noList, "null", R"("g0")", R"("m1")")},
+      {R"(<configuration xmlns="NS"><zorvanPaths><zorvanPath/><zorvanPath>a</zorvanPath></zorvanPaths></configuration>)",
+       configuration(R"(["a"])", noList, R"("i0")", R"("g0")", R"("m0")")},
+      {"", configuration(noList, noList, R"("i0")", R"("g0")", R"("m0")")},
+  };
+  r.wrongInput = {R"({"zorvanPaths":[],"javaClassPaths":[],"infoXMLPath":"","installMapPath":""})",
+                  configuration(R"({"$class":"cell","$data":[1,2]})", "[]", R"("")", R"("")", R"("")")};
+  check<AddonConfiguration>(r);
+}
+
+std::string oneExample(const std::string& source, const std::string& main, const std::string& images) {
+  return R"([{"name":"c","examples":[{"name":"e","type":"t","source":")" + source + R"(","main":")" + main +
+         R"(","thumbnail":"","images":)" + images + "}]}]";
+}
+std::string category(const std::string& files) {
+  return R"(<examples xmlns="NS"><exampleCategory name="c"><example name="e" type="t">)" + files +
+         "</example></exampleCategory></examples>";
+}
+
+TEST(Records, Examples) {
+  const std::string full = R"({"name":"e1","type":"script","source":"s.m","main":"m.m","thumbnail":"t.png","images":["a.png","b.png"]})";
+  const std::string bare = R"({"name":"e2","type":"","source":"","main":"","thumbnail":"","images":[]})";
+  const char* none = R"({"$class":"struct","$dims":[0,1],"$fields":["name","examples"]})";
+  Rules r{"examples.xsd", R"([{"name":"held","examples":[]}])"};
+  r.trips = {
+      {R"([{"name":"B","examples":[)" + full + R"(]},{"name":"Grüße 例","examples":[]},{"name":"B","examples":[)" + bare +
+           R"(,{"name":"two\nlines","type":"<&>\"","source":"ä/𝄞.m","main":"","thumbnail":"","images":["𝄞.png"]}]}])",
+       ""},
+      {oneExample("", "", R"({"$class":"cell","$dims":[3,1],"$data":["x","y","z"]})"), oneExample("", "", R"(["x","y","z"])")},
+      {oneExample("s", "", R"({"$class":"cell","$dims":[0,0]})"), oneExample("s", "", "null")},
+      {"null", none},
+  };
+  r.written = {
+      {R"([{"name":"c","examples":[{"name":"e","type":"t","source":"s","main":"","thumbnail":"t","images":["i1","i2"]}]}])",
+       category(R"(<file type="source">s</file><file type="thumbnail">t</file><file type="image">i1</file><file type="image">i2</file>)")},
+      {R"([{"name":"","examples":[]},{"name":"d","examples":[)" + bare + "]}]",
+       R"(<examples xmlns="NS"><exampleCategory name=""/><exampleCategory name="d"><example name="e2" type=""/></exampleCategory></examples>)"},
+      {"null", R"(<examples xmlns="NS"/>)"},
+  };
+  r.reading = {
+      {category(R"(<file type="source">a.m</file><file type="source">b.m</file>)"), oneExample("b.m", "", "null")},
+      {category(R"(<file type="Source">a.m</file><file type="image">i1</file><file type="main">m</file><file>u</file>)"),
+       oneExample("", "m", R"(["i1"])")},
+      {R"(<examples xmlns="NS"><exampleCategory><example/></exampleCategory><exampleCategory xmlns="urn:x" name="c"/></examples>)",
+       R"([{"name":"","examples":[{"name":"","type":"","source":"","main":"","thumbnail":"","images":null}]}])"},
+      {"", none},
+  };
+  r.wrongInput = {R"([{"name":"c","examples":[{"name":"e","type":"","source":"","main":""}]}])",
+                  oneExample("", "", R"({"$class":"cell","$data":[1,2]})"), R"([{"name":"c","examples":"abc"}])"};
+  check<AddonExamples>(r);
+}
+
+TEST(Records, LicenseAndRevisionHistory) {
+  Rules license{"license.xsd", R"({"type":"held","text":"held"})"};
+  license.trips = {{R"({"type":"Lizenz für 例","text":"Copyright (c)\n\n<b>&amp; \"q\" ☃ 𝄞\r\n  indented\n"})", ""},
+                   {R"({"text":"t","other":1,"type":""})", R"({"type":"","text":"t"})"}};
+  license.written = {{"", R"(<license xmlns="NS"><licenseText type=""></licenseText></license>)"}};
+  license.reading = {{R"(<license xmlns="NS"><licenseText>t</licenseText><licenseText type="b">2</licenseText></license>)",
+                      R"({"type":"","text":"t"})"},
+                     {"", R"({"type":"","text":""})"}};
+  license.wrongInput = {R"({"type":"MIT"})", "null"};
+  check<AddonLicense>(license);
+
+  Rules revisions{"revision_history.xsd", R"([{"date":"held","version":"held","description":"held"}])"};
+  revisions.trips = {
+      {R"([{"date":"2021-05-01","version":"2.0","description":"b"},{"date":"last spring","version":"β","description":""},)"
+       R"({"date":"2021-05-01","version":"2.0","description":"Grüße\nZeile\r\n\t<&>\"𝄞"}])", ""},
+      {"null", R"({"$class":"struct","$dims":[0,1],"$fields":["date","version","description"]})"}};
+  revisions.written = {{R"([{"date":"","version":"","description":""}])",
+                        R"(<revisionHistory xmlns="NS"><revision date="" version=""><description></description></revision></revisionHistory>)"}};
+  revisions.reading = {
+      {R"(<revisionHistory xmlns="NS"><revision/><revision date="d" version="v"><description>one</description>)"
+       R"(<description>two</description></revision><note/><revision xmlns="urn:x" date="x"/></revisionHistory>)",
+       R"([{"date":"","version":"","description":""},{"date":"d","version":"v","description":"one"}])"}};
+  revisions.wrongInput = {R"([{"date":20240101,"version":"1","description":""}])", R"([{"date":"d","version":"1"}])"};
+  check<AddonRevisionHistory>(revisions);
+}
+
+}  // namespace
+}  // namespace addon::packaging
