@@ -34,6 +34,11 @@ demo: build
 octave: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS) --target zvaddon_octave
 
+.PHONY: octave-package deb
+# The Octave package $(BUILD_DIR)/zvaddon-<version>-octave.tar.gz, for pkg install in Octave.
+octave-package: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target zvaddon_octave_package
+
 # Each fuzz target for FUZZ_SECONDS (default 120) in build-fuzz, built with clang; see fuzz/run.
 fuzz: setup
 	@fuzz/run
