@@ -7,12 +7,12 @@ set(CPACK_PACKAGE_NAME zvaddon)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "The zvaddon developers")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "add-on packaging library of a numerical computing host, with its tool")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "${CPACK_PACKAGE_DESCRIPTION_SUMMARY}
- Builds, signs, reads and unpacks add-on packages (.zvaddon files: OPC packages
- holding an add-on's files, metadata records, screenshot and a signature over its
- system requirements). Holds the library with its reference host runtime, the
- zvaddon command-line tool and its man page, and the headers, CMake package and
- pkg-config file for building against the library.")
+# The long description; cpack puts the summary above it and indents its lines.
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Builds, signs, reads and unpacks add-on packages (.zvaddon files: OPC packages
+holding an add-on's files, metadata records, screenshot and a signature over its
+system requirements). Holds the library with its reference host runtime, the
+zvaddon command-line tool and its man page, and the headers, CMake package and
+pkg-config file for building against the library.")
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
