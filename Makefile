@@ -36,6 +36,19 @@ demo: configure
 octave: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS) --target zvaddon_octave
 
+.PHONY: octave-package deb
+# The Octave package $(BUILD_DIR)/zvaddon-<version>-octave.tar.gz, for pkg install in Octave.
+octave-package: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target zvaddon_octave_package
+
+# The Debian package $(DEB_BUILD_DIR)/zvaddon_<version>_<arch>.deb (cpack), built for /usr without the tests.
+DEB_BUILD_DIR ?= build-deb
+deb: setup
+	@cmake -S . -B $(DEB_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DZV_BUILD_TESTS=OFF $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(DEB_BUILD_DIR) -j $(JOBS)
+	@cd $(DEB_BUILD_DIR) && cpack
+
 # Each fuzz target for FUZZ_SECONDS (default 120) in build-fuzz, built with clang; see fuzz/run.
 fuzz: setup
 	@fuzz/run

@@ -1,39 +1,31 @@
-function bench_get_memory(octaveDir, calls)
-  % Memory of repeated Get calls from Octave: the resident size after `calls` (default 1000) calls of
+function bench_get_memory(octaveDir, calls = 1000)
+  % Memory of repeated Get calls from Octave: the resident size after `calls` calls of
   % zvAddonGetProperties and of zvAddonGetSystemRequirements on a small package, each after a warm-up.
   % Prints the growth per function and fails (exit 1) when one grows by more than 4 MiB.
-  if nargin < 2
-    calls = 1000;
-  end
   addpath(octaveDir);
-  work = tempname();
-  mkdir(work);
-  package = new_package(work);
+  package = [tempname() '.zvaddon'];
+  fields = {'type', 'name', 'version', 'ZORVANRelease', 'summary', 'authorName', 'authorContact', ...
+            'authorOrganization', 'GUID', 'description'};
+  zvAddonCreate(package, cell2struct([{'ZORVAN Toolbox'}, fields(2:end)], fields, 2));
   zvAddonSetSystemRequirements(package, struct('productDependency', ...
       struct('name', {'Core', 'Signal'}, 'version', {'1', '2'}, 'identifier', {'C', 'S'})));
-  limit = 4 * 1024;  % KiB
-  failed = false;
-  for fn = {@zvAddonGetProperties, @zvAddonGetSystemRequirements}
-    for k = 1:100
-      fn{1}(package);
+  growth = [0 0];
+  gets = {@zvAddonGetProperties, @zvAddonGetSystemRequirements};
+  for g = 1:2
+    for k = 1:100 + calls
+      if k == 101  % after the warm-up
+        [before, start] = deal(resident_kib(), tic);
+      end
+      gets{g}(package);
     end
-    before = resident_kib();
-    tic;
-    for k = 1:calls
-      fn{1}(package);
-    end
-    seconds = toc;
-    growth = resident_kib() - before;
-    printf('%s: %d calls, resident size %+d KiB, %.2f ms per call\n', func2str(fn{1}), calls, growth, ...
-           1000 * seconds / calls);
-    failed = failed || growth > limit;
+    growth(g) = resident_kib() - before;
+    printf('%s: %d calls, resident size %+d KiB, %.2f ms per call\n', func2str(gets{g}), calls, growth(g), ...
+           1000 * toc(start) / calls);
   end
-  confirm_recursive_rmdir(false);
-  rmdir(work, 's');
-  exit(failed);
+  delete(package);
+  exit(any(growth > 4 * 1024));
 end
 
 function kib = resident_kib()
-  status = fileread('/proc/self/status');
-  kib = str2double(regexp(status, 'VmRSS:\s*(\d+)', 'tokens', 'once'){1});
+  kib = str2double(regexp(fileread('/proc/self/status'), 'VmRSS:\s*(\d+)', 'tokens', 'once'){1});
 end

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # cmake --install into a scratch prefix, then use what was installed as an outsider would: every
 # public header compiles, a consumer finds the library through find_package(zvaddon) and through
-# pkg-config and runs, and the installed tool (with its own rpath) builds and verifies the example.
-# Usage: install_check.sh BUILD_DIR SOURCE_DIR SCRATCH
+# pkg-config and runs, the man page renders, and the installed tool (with its own rpath) builds and
+# verifies the example. With "deb", the tree checked is the Debian package that cpack makes of the
+# build, unpacked with dpkg -x, whose Depends must name the package of every system library it loads.
+# Usage: install_check.sh BUILD_DIR SOURCE_DIR SCRATCH [deb]
 set -euo pipefail
 build=$1
 source=$2
@@ -12,7 +14,25 @@ mkdir -p "$scratch"
 prefix="$scratch/prefix"
 fail() { echo "install_check: $*" >&2; exit 1; }
 
-cmake --install "$build" --prefix "$prefix" > "$scratch/install.log" || fail "cmake --install failed: $(tail -5 "$scratch/install.log")"
+if [ "${4:-}" = deb ]; then
+  (cd "$build" && cpack -G DEB -B "$scratch/deb" -D CPACK_PACKAGING_INSTALL_PREFIX=/usr) > "$scratch/install.log" 2>&1 \
+    || fail "cpack failed: $(tail -5 "$scratch/install.log")"
+  deb=$(echo "$scratch"/deb/zvaddon_*.deb)
+  dpkg -x "$deb" "$scratch/root"
+  prefix="$scratch/root/usr"
+  depends=$(dpkg-deb -f "$deb" Depends)
+  for binary in "$prefix"/bin/zvaddon $(find "$prefix" -name "*.so*" -type f); do
+    for name in $(objdump -p "$binary" | awk '$1 == "NEEDED" { print $2 }'); do
+      lib=$(ldd "$binary" | awk -v name="$name" '$1 == name { print $3 } $1 ~ ("/" name "$") { print $1 }')
+      [ -n "$lib" ] || fail "$binary needs $name, which is not found"
+      [[ $lib == "$prefix"/* ]] && continue
+      owner=$( (dpkg -S "$lib" 2>/dev/null || dpkg -S "/usr$lib") | cut -d: -f1 | head -1)
+      [[ ", $depends," == *", $owner "* || ", $depends," == *", $owner,"* ]] || fail "Depends lacks $owner ($name): $depends"
+    done
+  done
+else
+  cmake --install "$build" --prefix "$prefix" > "$scratch/install.log" || fail "cmake --install failed: $(tail -5 "$scratch/install.log")"
+fi
 found=$(cd "$prefix" && find . -name libzvaddon.so | head -1)
 [ -n "$found" ] || fail "no libzvaddon.so under $prefix"
 libdir=$(dirname "${found#./}")
@@ -79,4 +99,6 @@ tool="$prefix/bin/zvaddon"
 message=$(ZVADDON_MESSAGE_DIR="$prefix/share/zvaddon/messages" "$tool" ls "$scratch/none.zvaddon" 2>&1 || true)
 [ "$message" = "zvaddon ls: The add-on package '$scratch/none.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)" ] \
   || fail "installed catalogue not used: $message"
+man -l "$prefix/share/man/man1/zvaddon.1" 2>&1 | grep -q "build, inspect, sign, verify and unpack add-on packages" \
+  || fail "the man page does not render"
 echo "install_check: $(find "$prefix" -type f | wc -l) files installed under $prefix; consumers build and run"
