@@ -22,13 +22,7 @@ using le::get64;
 }
 
 void readExactly(int fd, char* into, std::size_t size, std::uint64_t at, const std::string& path) {
-  std::size_t done = 0;
-  while (done < size) {
-    const std::size_t n =
-        detail::preadSome(fd, reinterpret_cast<std::uint8_t*>(into) + done, size - done, at + done, path);
-    if (n == 0) malformed(path, "the file ends early");
-    done += n;
-  }
+  if (preadFull(fd, into, size, at, path) != size) malformed(path, "the file ends early");
 }
 
 // Replaces the 32-bit fields that hold 0xFFFFFFFF by their values in the ZIP64 extra field, in
@@ -38,28 +32,30 @@ void resolveZip64(DirectoryRecord& record, std::string_view extra, const std::st
   const bool wantCompressed = record.compressedSize == kMax32;
   const bool wantOffset = record.localHeaderOffset == kMax32;
   if (!wantSize && !wantCompressed && !wantOffset) return;
-  while (extra.size() >= 4) {
-    const std::uint16_t id = get16(extra.data());
-    const std::uint16_t length = get16(extra.data() + 2);
-    if (length > extra.size() - 4) break;
-    if (id == kZip64Id) {
-      std::string_view fields = extra.substr(4, length);
-      const auto take = [&](std::uint64_t& value) {
-        if (fields.size() < 8) malformed(path, "a ZIP64 extra field is too short");
-        value = get64(fields.data());
-        fields.remove_prefix(8);
-      };
-      if (wantSize) take(record.size);
-      if (wantCompressed) take(record.compressedSize);
-      if (wantOffset) take(record.localHeaderOffset);
-      return;
-    }
-    extra.remove_prefix(4u + length);
-  }
-  malformed(path, "an entry's sizes need a ZIP64 extra field that is missing");
+  const auto field = findExtra(extra, kZip64Id);
+  if (!field) malformed(path, "an entry's sizes need a ZIP64 extra field that is missing");
+  std::string_view fields = *field;
+  const auto take = [&](std::uint64_t& value) {
+    if (fields.size() < 8) malformed(path, "a ZIP64 extra field is too short");
+    value = get64(fields.data());
+    fields.remove_prefix(8);
+  };
+  if (wantSize) take(record.size);
+  if (wantCompressed) take(record.compressedSize);
+  if (wantOffset) take(record.localHeaderOffset);
 }
 
 }  // namespace
+
+std::size_t preadFull(int fd, void* into, std::size_t size, std::uint64_t offset, const std::string& path) {
+  std::size_t got = 0;
+  while (got < size) {
+    const std::size_t n = detail::preadSome(fd, static_cast<std::uint8_t*>(into) + got, size - got, offset + got, path);
+    if (n == 0) break;
+    got += n;
+  }
+  return got;
+}
 
 int openPackageFile(const ustring& path, const std::string& narrowPath) {
   detail::UniqueFd fd(::open(narrowPath.c_str(), O_RDONLY | O_CLOEXEC));

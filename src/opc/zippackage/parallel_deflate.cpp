@@ -195,9 +195,7 @@ bool isCompressedFormat(std::string_view name) {
       "png", "jpg", "jpeg", "gif", "webp", "heic", "avif", "jp2", "mp3", "m4a", "aac", "ogg", "opus", "flac", "mp4",
       "m4v", "mov", "mkv", "webm", "avi", "zip", "gz", "tgz", "bz2", "xz", "zst", "7z", "rar", "jar", "docx", "xlsx"};
   const std::size_t dot = name.rfind('.');
-  if (dot == std::string_view::npos || name.size() - dot > 6 || name.find('/', dot) != std::string_view::npos) {
-    return false;
-  }
+  if (dot == std::string_view::npos || name.size() - dot > 6) return false;
   std::string ext(name.substr(dot + 1));
   std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
   return std::find(kExtensions.begin(), kExtensions.end(), ext) != kExtensions.end();

@@ -62,6 +62,16 @@ void appendField(std::string& out, std::uint16_t id, const std::uint8_t* data, s
 
 }  // namespace
 
+std::optional<std::string_view> findExtra(std::string_view extra, std::uint16_t id) {
+  while (extra.size() >= 4) {
+    const std::uint16_t length = get16(extra.data() + 2);
+    if (length > extra.size() - 4) break;
+    if (get16(extra.data()) == id) return extra.substr(4, length);
+    extra.remove_prefix(4u + length);
+  }
+  return std::nullopt;
+}
+
 std::size_t localHeaderLength(const std::uint8_t* header, std::size_t available) {
   if (available < kLocalHeaderSize || get32(header) != kLocalSignature) return 0;
   return kLocalHeaderSize + get16(header + 26) + get16(header + 28);
@@ -176,24 +186,19 @@ std::string relocatedRecord(std::string record, std::uint64_t offset) {
   put16(r + 6, std::max<std::uint16_t>(get16(r + 6), 45));
   char value[8];
   put64(value, offset);
-  for (std::size_t at = extraAt; at + 4 <= extraAt + extraLength;) {
-    const std::uint16_t id = get16(r + at);
-    const std::uint16_t length = get16(r + at + 2);
-    if (at + 4 + length > extraAt + extraLength) break;
-    if (id == kZip64Id) {
-      if (hadOffset && length >= before + 8) {
-        std::copy_n(value, 8, r + at + 4 + before);
-        return record;
-      }
-      if (hadOffset || length < before) break;
-      record.insert(at + 4 + before, value, 8);
-      put16(record.data() + at + 2, static_cast<std::uint16_t>(length + 8));
-      put16(record.data() + 30, static_cast<std::uint16_t>(extraLength + 8));
-      return record;
-    }
-    at += 4u + length;
+  const auto zip64 = findExtra(std::string_view(r + extraAt, extraLength), kZip64Id);
+  const std::size_t at = zip64 ? static_cast<std::size_t>(zip64->data() - r) : 0;  // its data
+  if (zip64 && hadOffset && zip64->size() >= before + 8) {
+    std::copy_n(value, 8, r + at + before);
+    return record;
   }
-  if (hadOffset || before != 0) throw Exception("an entry's ZIP64 extra field is malformed");
+  if (zip64 && !hadOffset && zip64->size() >= before) {
+    put16(r + at - 2, static_cast<std::uint16_t>(zip64->size() + 8));
+    put16(r + 30, static_cast<std::uint16_t>(extraLength + 8));
+    record.insert(at + before, value, 8);
+    return record;
+  }
+  if (zip64 || hadOffset || before != 0) throw Exception("an entry's ZIP64 extra field is malformed");
   std::string field;
   appendField(field, kZip64Id, reinterpret_cast<const std::uint8_t*>(value), 8);
   record.insert(extraAt + extraLength, field);
@@ -217,15 +222,15 @@ std::optional<std::array<std::uint8_t, 32>> encodeNtfs(FileTime time) {
   return out;
 }
 
-std::optional<FileTime> decodeNtfs(const std::uint8_t* data, std::uint16_t length) {
+std::optional<FileTime> decodeNtfs(std::string_view data) {
   std::size_t pos = 4;  // reserved
-  while (pos + 4 <= length) {
-    const std::uint16_t tag = get16(data + pos);
-    const std::uint16_t size = get16(data + pos + 2);
+  while (pos + 4 <= data.size()) {
+    const std::uint16_t tag = get16(data.data() + pos);
+    const std::uint16_t size = get16(data.data() + pos + 2);
     pos += 4;
-    if (pos + size > length) return std::nullopt;
+    if (pos + size > data.size()) return std::nullopt;
     if (tag == 0x0001 && size >= 8) {
-      const std::uint64_t ticks = get64(data + pos);
+      const std::uint64_t ticks = get64(data.data() + pos);
       return FileTime{static_cast<std::int64_t>(ticks / kTicksPerSecond) - kSecondsFrom1601To1970,
                       static_cast<std::uint32_t>(ticks % kTicksPerSecond) * 100};
     }
@@ -241,9 +246,9 @@ std::optional<std::array<std::uint8_t, 5>> encodeExtendedTimestamp(FileTime time
   return out;
 }
 
-std::optional<FileTime> decodeExtendedTimestamp(const std::uint8_t* data, std::uint16_t length) {
-  if (length < 5 || (data[0] & 0x01) == 0) return std::nullopt;
-  return FileTime{static_cast<std::int32_t>(get32(data + 1)), 0};
+std::optional<FileTime> decodeExtendedTimestamp(std::string_view data) {
+  if (data.size() < 5 || (data[0] & 0x01) == 0) return std::nullopt;
+  return FileTime{static_cast<std::int32_t>(get32(data.data() + 1)), 0};
 }
 
 std::time_t clampToDosRange(FileTime time) {

@@ -82,6 +82,9 @@ inline constexpr std::uint32_t kDefaultExternal = (static_cast<std::uint32_t>(S_
   return std::nullopt;
 }
 
+// The data of the first extra field `id` in `extra` (the extra bytes of a header), or nothing.
+[[nodiscard]] std::optional<std::string_view> findExtra(std::string_view extra, std::uint16_t id);
+
 // The whole local header's length (name and extra field included) from the `available` bytes read
 // at its start, or 0 when they are no local header.
 [[nodiscard]] std::size_t localHeaderLength(const std::uint8_t* header, std::size_t available);
@@ -121,9 +124,9 @@ namespace extra {
 inline constexpr std::uint16_t kNtfsId = 0x000a;
 inline constexpr std::uint16_t kExtendedTimestampId = 0x5455;
 [[nodiscard]] std::optional<std::array<std::uint8_t, 32>> encodeNtfs(FileTime time);
-[[nodiscard]] std::optional<FileTime> decodeNtfs(const std::uint8_t* data, std::uint16_t length);
+[[nodiscard]] std::optional<FileTime> decodeNtfs(std::string_view data);
 [[nodiscard]] std::optional<std::array<std::uint8_t, 5>> encodeExtendedTimestamp(FileTime time);
-[[nodiscard]] std::optional<FileTime> decodeExtendedTimestamp(const std::uint8_t* data, std::uint16_t length);
+[[nodiscard]] std::optional<FileTime> decodeExtendedTimestamp(std::string_view data);
 // `time` clamped into the range DOS time can hold.
 [[nodiscard]] std::time_t clampToDosRange(FileTime time);
 }  // namespace extra

@@ -32,17 +32,6 @@ constexpr std::size_t kLocalExtraSlack = 64;
   throw Exception("cannot read " + description + ": " + why);
 }
 
-// Reads `size` bytes at `offset`, fewer only where the file ends.
-std::size_t preadFull(int fd, std::uint8_t* into, std::size_t size, std::uint64_t offset, const std::string& path) {
-  std::size_t got = 0;
-  while (got < size) {
-    const std::size_t n = detail::preadSome(fd, into + got, size - got, offset + got, path);
-    if (n == 0) break;
-    got += n;
-  }
-  return got;
-}
-
 // Streams one entry's bytes from the offsets its directory record gives, with pread on the
 // package's descriptor (several streams may read at once), inflating deflated data with zlib. More
 // bytes than the record's size are refused as they come, so a forged size cannot make a reader
@@ -191,18 +180,11 @@ std::string cp437ToUtf8(std::string_view text) {
 EntryAttributes readAttributes(std::string_view record) {
   EntryAttributes attributes;
   const std::size_t nameLength = get16(record.data() + 28);
-  std::string_view extra = record.substr(kRecordSize + nameLength, get16(record.data() + 30));
-  std::optional<FileTime> extended;
-  while (extra.size() >= 4) {
-    const std::uint16_t id = get16(extra.data());
-    const std::uint16_t length = get16(extra.data() + 2);
-    if (length > extra.size() - 4) break;
-    const auto* data = reinterpret_cast<const std::uint8_t*>(extra.data() + 4);
-    if (id == extra::kNtfsId && !attributes.lastModified) attributes.lastModified = extra::decodeNtfs(data, length);
-    if (id == extra::kExtendedTimestampId && !extended) extended = extra::decodeExtendedTimestamp(data, length);
-    extra.remove_prefix(4u + length);
+  const std::string_view extra = record.substr(kRecordSize + nameLength, get16(record.data() + 30));
+  attributes.lastModified = extra::decodeNtfs(findExtra(extra, extra::kNtfsId).value_or(""));
+  if (!attributes.lastModified) {
+    attributes.lastModified = extra::decodeExtendedTimestamp(findExtra(extra, extra::kExtendedTimestampId).value_or(""));
   }
-  if (!attributes.lastModified) attributes.lastModified = extended;
   if (!attributes.lastModified) {
     const std::uint16_t time = get16(record.data() + 12);
     const std::uint16_t date = get16(record.data() + 14);
@@ -240,11 +222,6 @@ ZipPhysicalPackage::ZipPhysicalPackage(const ustring& path, bool durable)
 
 ZipPhysicalPackage::~ZipPhysicalPackage() {
   closeArchive();
-}
-
-bool ZipPhysicalPackage::fileExists() const {
-  struct stat st {};
-  return ::stat(narrowPath_.c_str(), &st) == 0;
 }
 
 void ZipPhysicalPackage::openArchive() {

@@ -40,15 +40,6 @@ struct ZipEntry {
   EntryAttributes attributes;
 };
 
-// Deflate data made beforehand, stored as is: `compressed` yields the raw deflate stream of
-// `uncompressedSize` bytes whose CRC-32 is `crc`.
-struct PrecompressedContent {
-  std::shared_ptr<const ContentSource> compressed;
-  std::uint64_t compressedSize = 0;
-  std::uint64_t uncompressedSize = 0;
-  std::uint32_t crc = 0;
-};
-
 class ZipWriter;
 
 // The package file at one path. Reading: openArchive() opens the existing file read only and lists
@@ -75,7 +66,6 @@ class ZipPhysicalPackage {
   [[nodiscard]] const ustring& getPath() const { return path_; }
   [[nodiscard]] const std::string& getNarrowPath() const { return narrowPath_; }
   [[nodiscard]] bool isDurable() const { return durable_; }
-  [[nodiscard]] bool fileExists() const;
 
   // Reads the central directory (the entries' data is read only when asked for). Throws
   // model::PackageNotFound for a missing file, opc::Exception for one that is no readable ZIP archive.
@@ -141,9 +131,6 @@ class ZipWriter {
   // shrink, is stored even so).
   void addEntry(const std::string& name, std::shared_ptr<const ContentSource> source, Compression compression,
                 const EntryAttributes& attributes);
-  // Deflate data compressed beforehand, copied as is.
-  void addPrecompressedEntry(const std::string& name, PrecompressedContent content,
-                             const EntryAttributes& attributes);
   // Finishes the archive in its temporary file, syncs it (durable packages), renames it over the
   // package file and syncs the folder. On failure the package file is untouched and no temporary
   // file is left behind. An archive without entries is refused.

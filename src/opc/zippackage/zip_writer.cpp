@@ -258,13 +258,12 @@ struct ZipWriter::Impl {
   // An entry waiting for its turn: entries are written in the order added. Whole entries are
   // deflated by a worker; stored ones, and large ones in pieces, stream through the writer.
   struct Pending {
-    enum class Kind : std::uint8_t { Whole, Streamed, Precompressed, Copied } kind = Kind::Whole;
+    enum class Kind : std::uint8_t { Whole, Streamed, Copied } kind = Kind::Whole;
     std::string name;
-    std::shared_ptr<const ContentSource> content;  // Precompressed: the deflate stream
+    std::shared_ptr<const ContentSource> content;
     bool deflate = false;                          // Streamed: deflate in pieces when it pays
     EntryAttributes attributes;
     std::uint64_t sourceIndex = 0;        // Copied: the old archive's entry
-    PrecompressedContent precompressed;   // Precompressed: sizes and CRC (its source is `content`)
     std::shared_ptr<Prepared> prepared;   // made by `task`: Whole entries, and Streamed ones to deflate
     std::optional<std::uint64_t> task;
     std::uint64_t ahead = 0;              // bytes the task reads, counted against kReadAhead
@@ -398,9 +397,15 @@ struct ZipWriter::Impl {
     }
   }
 
-  static EntryHeader headerFor(const EntryAttributes& attributes, std::uint16_t method) {
+  // The header of an entry whose sizes and CRC are known (else set once its data is written).
+  static EntryHeader headerFor(const EntryAttributes& attributes, std::uint16_t method, std::uint32_t crc = 0,
+                               std::uint64_t size = 0, std::uint64_t compressedSize = 0) {
     EntryHeader h;
     h.method = method;
+    h.crc = crc;
+    h.size = size;
+    h.compressedSize = compressedSize;
+    h.zip64 = size >= kMax32 || compressedSize >= kMax32;
     if (attributes.lastModified) {
       h.time = *attributes.lastModified;
       h.exactTime = true;
@@ -430,88 +435,53 @@ struct ZipWriter::Impl {
     return total;
   }
 
-  // A header written before its data and rewritten after it, when sizes and CRC are known.
-  void writeLater(const Pending& e, EntryHeader& h, const std::function<void()>& data) {
+  // Writes the local header, the data (by `data`) and the directory record. With `later`, sizes and
+  // CRC are known only once the data is written, and the header is rewritten in place then.
+  void writeEntry(const Pending& e, EntryHeader& h, const std::function<void()>& data, bool later = false) {
     const std::uint64_t at = out->position();
     out->append(localHeader(e.name, h, at));
     data();
-    if (!h.zip64 && (h.size >= kMax32 || h.compressedSize >= kMax32)) {
-      throw Exception("it grew past 4 GiB while being written");
+    if (later) {
+      if (!h.zip64 && (h.size >= kMax32 || h.compressedSize >= kMax32)) throw Exception("it grew past 4 GiB while being written");
+      out->rewrite(at, localHeader(e.name, h, at));
     }
-    out->rewrite(at, localHeader(e.name, h, at));
-    directory->add(centralRecord(e.name, h, at));
-  }
-
-  void writeKnown(const Pending& e, const EntryHeader& h, const std::function<void()>& data) {
-    const std::uint64_t at = out->position();
-    out->append(localHeader(e.name, h, at));
-    data();
     directory->add(centralRecord(e.name, h, at));
   }
 
   void write(Pending& e) {
     using Kind = Pending::Kind;
-    switch (e.kind) {
-      case Kind::Whole: {
-        const Prepared& p = *e.prepared;
-        EntryHeader h = headerFor(e.attributes, kMethodDeflated);
-        h.crc = p.crc;
-        h.size = p.size;
-        h.compressedSize = p.compressed.size();
-        writeKnown(e, h, [&] { out->append(p.compressed); });
-        break;
-      }
-      case Kind::Streamed: {
-        const bool deflate = e.prepared && e.prepared->worth;
-        EntryHeader h = headerFor(e.attributes, deflate ? kMethodDeflated : kMethodStored);
-        h.zip64 = *e.content->size() >= (deflate ? kZip64Guess : kMax32);
-        writeLater(e, h, [&] {
-          if (!deflate) {
-            h.size = h.compressedSize = copyStream(*e.content->openStream(), std::nullopt, &h.crc);
-            return;
-          }
-          struct Sink : OutputSink {
-            Output& out;
-            explicit Sink(Output& o) : out(o) {}
-            void append(const std::uint8_t* data, std::size_t size) override { out.append(data, size); }
-          } sink(*out);
-          const PieceStream result = deflateInPieces(*e.content, sink, workers(), e.name);
-          h.crc = result.crc;
-          h.size = result.size;
-          h.compressedSize = result.compressedSize;
-        });
-        break;
-      }
-      case Kind::Precompressed: {
-        EntryHeader h = headerFor(e.attributes, kMethodDeflated);
-        h.crc = e.precompressed.crc;
-        h.size = e.precompressed.uncompressedSize;
-        h.compressedSize = e.precompressed.compressedSize;
-        h.zip64 = h.size >= kMax32 || h.compressedSize >= kMax32;
-        writeKnown(e, h, [&] {
-          const auto stream = e.content->openStream();
-          if (copyStream(*stream, h.compressedSize, nullptr) != h.compressedSize) {
-            throw Exception("its compressed data ended early");
-          }
-        });
-        break;
-      }
-      case Kind::Copied: {
-        const ZipEntry& entry = package.entries_[e.sourceIndex];
-        if (entry.encrypted) throw Exception("an encrypted entry cannot be copied");
-        EntryHeader h = headerFor(e.attributes, entry.compressionMethod);
-        h.crc = entry.crc;
-        h.size = entry.size;
-        h.compressedSize = entry.compressedSize;
-        h.zip64 = h.size >= kMax32 || h.compressedSize >= kMax32;
-        writeKnown(e, h, [&] {
-          const auto stream = package.openRawEntry(e.sourceIndex);
-          if (copyStream(*stream, h.compressedSize, nullptr) != h.compressedSize) {
-            throw Exception("the old package ended early");
-          }
-        });
-        break;
-      }
+    if (e.kind == Kind::Whole) {
+      const Prepared& p = *e.prepared;
+      EntryHeader h = headerFor(e.attributes, kMethodDeflated, p.crc, p.size, p.compressed.size());
+      writeEntry(e, h, [&] { out->append(p.compressed); });
+    } else if (e.kind == Kind::Streamed) {
+      const bool deflate = e.prepared && e.prepared->worth;
+      EntryHeader h = headerFor(e.attributes, deflate ? kMethodDeflated : kMethodStored);
+      h.zip64 = *e.content->size() >= (deflate ? kZip64Guess : kMax32);
+      writeEntry(e, h, [&] {
+        if (!deflate) {
+          h.size = h.compressedSize = copyStream(*e.content->openStream(), std::nullopt, &h.crc);
+          return;
+        }
+        struct Sink : OutputSink {
+          Output& out;
+          explicit Sink(Output& o) : out(o) {}
+          void append(const std::uint8_t* data, std::size_t size) override { out.append(data, size); }
+        } sink(*out);
+        const PieceStream result = deflateInPieces(*e.content, sink, workers(), e.name);
+        h.crc = result.crc;
+        h.size = result.size;
+        h.compressedSize = result.compressedSize;
+      }, true);
+    } else {  // an old entry's stored bytes, copied as they are
+      const ZipEntry& entry = package.entries_[e.sourceIndex];
+      if (entry.encrypted) throw Exception("an encrypted entry cannot be copied");
+      EntryHeader h = headerFor(e.attributes, entry.compressionMethod, entry.crc, entry.size, entry.compressedSize);
+      writeEntry(e, h, [&] {
+        if (copyStream(*package.openRawEntry(e.sourceIndex), h.compressedSize, nullptr) != h.compressedSize) {
+          throw Exception("the old package ended early");
+        }
+      });
     }
   }
 
@@ -595,19 +565,6 @@ void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentS
     e.kind = *e.content->size() <= kWholeEntryLimit && e.deflate ? Impl::Pending::Kind::Whole : Impl::Pending::Kind::Streamed;
     impl_->queue(std::move(e));
   });
-}
-
-void ZipWriter::addPrecompressedEntry(const std::string& name, PrecompressedContent content,
-                                      const EntryAttributes& attributes) {
-  impl_->requireUsable();
-  Impl::Pending e;
-  e.kind = Impl::Pending::Kind::Precompressed;
-  e.name = name;
-  e.content = content.compressed;
-  e.attributes = attributes;
-  e.precompressed = std::move(content);
-  e.precompressed.compressed.reset();
-  impl_->guarded(name, [&] { impl_->queue(std::move(e)); });
 }
 
 void ZipWriter::commit() {
