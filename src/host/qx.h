@@ -118,8 +118,6 @@ QX_API qxSize qxGetN(const qxArray* a);
  * apart. */
 QX_API void* qxGetData(const qxArray* a);
 QX_API void* qxGetImagData(const qxArray* a);
-/* Bytes per element of the data buffer; 0 for containers. */
-QX_API qxSize qxGetElementSize(const qxArray* a);
 /* The real part of element 0 as a double; 0 when there is none. */
 QX_API double qxGetScalar(const qxArray* a);
 
@@ -143,9 +141,6 @@ QX_API qxArray* qxGetFieldByNumber(const qxArray* a, qxIndex i, int n);
 /* Same ownership as qxSetCell; an unknown field is an error, not an addition. */
 QX_API void qxSetField(qxArray* a, qxIndex i, const char* name, qxArray* value);
 QX_API void qxSetFieldByNumber(qxArray* a, qxIndex i, int n, qxArray* value);
-/* Appends a field (unset in every element) and returns its number; returns the existing number when the
- * field is already there, -1 when a is not a structure or object or the name is not an identifier. */
-QX_API int qxAddField(qxArray* a, const char* name);
 
 /* ---- subscripts ----------------------------------------------------------------------------------- */
 /* Evaluates a(s1, ..., sN) with N = count >= 1 numeric scalar subscripts counting from 1 (N = 1 is a

@@ -20,8 +20,6 @@ class ZV_API AddonAppInstall : public RecordEntry {
 // "installByDefault" crosses both boundaries as the text "true" or "false", read leniently one way
 // and strictly the other, on purpose: from the host only exactly "false" is false, from XML only
 // exactly "true" is true.
-// Errors: host conversion errors from the structure constructor, host errors from getStructArray,
-// opc::Exception from the XML operations; a failed constructor or getStructArray leaks nothing.
 class ZV_API AddonAppInstallList : public XMLPartType {
  public:
   AddonAppInstallList();

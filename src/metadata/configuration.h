@@ -11,8 +11,6 @@ namespace addon::packaging {
 // No path is validated, normalised or de-duplicated; lists keep input order.
 // Reading a document empties the two lists but leaves each single path as it was unless the document
 // names it: a part without optional elements reads as empty lists and unchanged paths.
-// Errors: host conversion errors from the structure constructor, host errors from getStructArray,
-// opc::Exception from the XML operations; a failed constructor or getStructArray leaks nothing.
 class ZV_API AddonConfiguration : public XMLPartType {
  public:
   AddonConfiguration();

@@ -47,8 +47,6 @@ class ZV_API ExampleCategory : public RecordEntry {
 };
 
 // Categories and their examples keep input order; nothing is merged, sorted or de-duplicated.
-// Errors: host conversion errors from the structure constructor, host errors from getStructArray,
-// opc::Exception from the XML operations; a failed constructor or getStructArray leaks nothing.
 class ZV_API AddonExamples : public XMLPartType {
  public:
   AddonExamples();

@@ -4,6 +4,10 @@
 // both sides: a host field and an XML attribute (or element). Host errors raised by the conversions
 // (a field that is not text, say) propagate as the host raises them; every array made here is owned
 // by a handle until it is stored in its container.
+//
+// Errors of every record class: host conversion errors from its structure constructor, host errors
+// from getStructArray, opc::Exception from the XML operations; a failed constructor or
+// getStructArray leaks nothing.
 #include <cstdint>
 #include <functional>
 #include <iterator>

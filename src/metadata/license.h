@@ -6,8 +6,6 @@
 
 namespace addon::packaging {
 
-// Errors: host conversion errors from the structure constructor, host errors from getStructArray,
-// opc::Exception from the XML operations; a failed constructor or getStructArray leaks nothing.
 class ZV_API AddonLicense : public XMLPartType {
  public:
   AddonLicense();

@@ -16,8 +16,6 @@ class ZV_API AddonRevision : public RecordEntry {
 };
 
 // Revisions keep input order: not sorted by date or version, not de-duplicated.
-// Errors: host conversion errors from the structure constructor, host errors from getStructArray,
-// opc::Exception from the XML operations; a failed constructor or getStructArray leaks nothing.
 class ZV_API AddonRevisionHistory : public XMLPartType {
  public:
   AddonRevisionHistory();

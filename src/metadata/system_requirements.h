@@ -52,8 +52,6 @@ class ZV_API AddonDependency : public RecordEntry {
 // Lists keep input order, duplicates included. The platform flags are text, kept as given ("false",
 // "yes", anything). A release range with only one end counts as no range: it is neither written to
 // XML nor returned to the host.
-// Errors: host conversion errors from the structure constructor, host errors from getStructArray,
-// opc::Exception from the XML operations; a failed constructor or getStructArray leaks nothing.
 class ZV_API AddonSystemRequirements : public XMLPartType {
  public:
   // No dependencies, no release range, every platform "true".

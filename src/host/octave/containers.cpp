@@ -72,10 +72,5 @@ void qxSetFieldByNumber(qxArray* a, qxIndex i, int n, qxArray* value) {
   setField(a, i, n, std::to_string(n), value);
 }
 
-int qxAddField(qxArray* a, const char* name) {
-  if (!qxIsStruct(a) || !isIdentifier(name)) return -1;
-  if (const int n = mxGetFieldNumber(mx(a), name); n >= 0) return n;
-  return mxAddField(mx(a), name);
-}
 
 }  // extern "C"

@@ -213,8 +213,6 @@ void* qxGetImagData(const qxArray* a) {
   return a->data() + a->count * elementSize(a->classID);
 }
 
-qxSize qxGetElementSize(const qxArray* a) { return a ? elementSize(a->classID) : 0; }
-
 double qxGetScalar(const qxArray* a) {
   const void* p = qxGetData(a);
   if (p == nullptr) return 0.0;
@@ -238,17 +236,6 @@ int qxGetFieldNumber(const qxArray* a, const char* name) {
 qxArray* qxGetFieldByNumber(const qxArray* a, qxIndex i, int n) {
   const Field* f = fieldOf(a, n);
   return f && i < f->values.size() ? f->values[i].get() : nullptr;
-}
-
-int qxAddField(qxArray* a, const char* name) {
-  if (!hasFields(a) || name == nullptr || !isIdentifier(name)) return -1;
-  if (int n = qxGetFieldNumber(a, name); n >= 0) return n;
-  try {
-    a->record->fields.push_back(Field{name, std::vector<ArrayPtr>(a->count)});
-  } catch (const std::bad_alloc&) {
-    return -1;
-  }
-  return static_cast<int>(a->record->fields.size() - 1);
 }
 
 }  // extern "C"

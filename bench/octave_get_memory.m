@@ -1,4 +1,4 @@
-function bench_get_memory(octaveDir, calls = 1000)
+function octave_get_memory(octaveDir, calls = 1000)
   % Memory of repeated Get calls from Octave: the resident size after `calls` calls of
   % zvAddonGetProperties and of zvAddonGetSystemRequirements on a small package, each after a warm-up.
   % Prints the growth per function and fails (exit 1) when one grows by more than 4 MiB.
