@@ -115,6 +115,7 @@ void printReport(std::ostream& out, const Json& r, bool withFiles) {
   line(out, "author", joined(p, {"authorName", "authorContact", "authorOrganization"}, ", "));
   if (!text(p["description"]).empty()) line(out, "description", text(p["description"]));
   line(out, "signature", text(r["signature"]));
+  if (r["signer"].is_object()) line(out, "author signer", text(r["signer"]["subject"]) + ", SHA-256 " + text(r["signer"]["sha256"]));
   line(out, "sha512", text(r["sha512"]));
   printRequirements(out, r["systemRequirements"]);
   printConfiguration(out, r["configuration"]);

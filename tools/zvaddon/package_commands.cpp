@@ -1,4 +1,5 @@
-// zvaddon extract, sign, verify and hash: one gateway call each (verify: the exported C++ check).
+// zvaddon extract, sign, verify and hash: one gateway call each, or the exported C++ checks and the
+// author signature.
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -15,7 +16,10 @@ namespace {
 struct PackageOptions {
   std::string package;
   std::string destination;
+  std::string trust;
+  AuthorKeyFiles author;
   bool quiet = false;
+  bool json = false;
 };
 
 void runExtract(const PackageOptions& options, int& exitStatus) {
@@ -51,30 +55,60 @@ void runExtract(const PackageOptions& options, int& exitStatus) {
 }
 
 void runSign(const PackageOptions& options, int& exitStatus) {
-  (void)callGateway("zvAddonSign", {options.package});
-  if (!options.quiet) std::cout << "signed the system requirements of " << options.package << "\n";
+  if (options.author.key.empty()) {
+    (void)callGateway("zvAddonSign", {options.package});
+    if (!options.quiet) std::cout << "signed the system requirements of " << options.package << "\n";
+  } else {
+    signAsAuthor(options.package, options.author);
+    if (!options.quiet) std::cout << "signed " << options.package << " as its author\n";
+  }
   exitStatus = static_cast<int>(ExitStatus::ok);
 }
 
+// 4 when a signature present does not check out, else 3 when the signature asked for is missing.
+ExitStatus verdict(const SignatureReport& report) {
+  const SignatureState asked = report.author ? report.author->state : report.requirements;
+  if (report.requirements == SignatureState::invalid || asked == SignatureState::invalid) return ExitStatus::invalid;
+  return asked == SignatureState::unsigned_ ? ExitStatus::unsigned_ : ExitStatus::ok;
+}
+
 void runVerify(const PackageOptions& options, int& exitStatus) {
-  const SignatureStatus status = checkSignature(options.package);
-  switch (status.state) {
-    case SignatureState::valid:
-      if (!options.quiet) std::cout << "valid: the requirements signature of " << options.package << " checks out\n";
-      exitStatus = static_cast<int>(ExitStatus::ok);
-      return;
-    case SignatureState::unsigned_:
-      if (!options.quiet) std::cout << "unsigned: " << options.package << " carries no signature\n";
-      exitStatus = static_cast<int>(ExitStatus::unsigned_);
-      return;
-    case SignatureState::invalid:
-      if (!options.quiet) {
-        std::cout << "invalid: the requirements signature of " << options.package << " does not check out"
-                  << (status.detail.empty() ? "" : " (" + status.detail + ")") << "\n";
-      }
-      exitStatus = static_cast<int>(ExitStatus::invalid);
-      return;
+  const SignatureReport report =
+      checkSignatures(options.package, options.trust.empty() ? std::nullopt : std::optional<fs::path>(options.trust));
+  exitStatus = static_cast<int>(verdict(report));
+  if (options.json) {
+    Json out = {{"requirements", signatureStateName(report.requirements)}};
+    if (report.author) {
+      out["author"] = {{"state", signatureStateName(report.author->state)}, {"reason", report.author->reason},
+                       {"signer", signerJson(report.author->signer)}};
+    }
+    std::cout << out.dump(2) << "\n";
+    return;
   }
+  if (options.quiet) return;
+  const std::string& detail = report.requirementsDetail;
+  switch (report.requirements) {
+    case SignatureState::valid:
+      std::cout << "valid: the requirements signature of " << options.package << " checks out\n";
+      break;
+    case SignatureState::unsigned_:
+      if (!report.author) std::cout << "unsigned: " << options.package << " carries no signature\n";
+      break;
+    case SignatureState::invalid:
+      std::cout << "invalid: the requirements signature of " << options.package << " does not check out"
+                << (detail.empty() ? "" : " (" + detail + ")") << "\n";
+      break;
+  }
+  if (!report.author) return;
+  const AuthorVerification& author = *report.author;
+  if (author.state == SignatureState::unsigned_) {
+    std::cout << "unsigned: " << options.package << " carries no author signature\n";
+  } else {
+    std::cout << signatureStateName(author.state) << ": the author signature of " << options.package
+              << (author.state == SignatureState::valid ? " checks out" : " does not check out (" + author.reason + ")")
+              << "\n";
+  }
+  if (author.signer) std::cout << "signer: " << author.signer->subject << "\n";
 }
 
 void runHash(const PackageOptions& options, int& exitStatus) {
@@ -101,7 +135,9 @@ void addExtractCommand(CLI::App& app, int& exitStatus) {
 
 void addSignCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<PackageOptions>();
-  CLI::App* cmd = packageCommand(app, "sign", "Sign a package's system requirements", options);
+  CLI::App* cmd =
+      packageCommand(app, "sign", "Sign a package's system requirements, or with --key and --cert as its author", options);
+  addAuthorKeyOptions(*cmd, options->author);
   cmd->add_flag("-q,--quiet", options->quiet, "Print nothing on success");
   cmd->callback([options, &exitStatus] { runSign(*options, exitStatus); });
 }
@@ -109,7 +145,10 @@ void addSignCommand(CLI::App& app, int& exitStatus) {
 void addVerifyCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<PackageOptions>();
   CLI::App* cmd = packageCommand(
-      app, "verify", "Check the requirements signature; exit 0 valid, 3 unsigned, 4 invalid", options);
+      app, "verify", "Check the requirements signature, and the author's with --trust; exit 0 valid, 3 unsigned, 4 invalid",
+      options);
+  cmd->add_option("--trust", options->trust, "Trusted certificates (PEM): check the author signature against them");
+  cmd->add_flag("--json", options->json, "The verdicts as one JSON object");
   cmd->add_flag("-q,--quiet", options->quiet, "Only the exit status");
   cmd->callback([options, &exitStatus] { runVerify(*options, exitStatus); });
 }
