@@ -41,11 +41,13 @@ inline std::string checkerPath() {
 }
 
 // Unzips `package` into `scratch`/unzipped and checks its signature part `signaturePart` with the
-// DER public key `key`. Exit status 0: verified; 1: refused; 2: the checker could not run.
+// DER public key `key`, or with `key` as a PEM trust store when `keyName` ends in ".pem". Exit
+// status 0: verified; 1: refused; 2: the checker could not run.
 inline CommandRun checkSignature(const std::string& package, const std::string& signaturePart,
-                                 const std::vector<std::uint8_t>& key, const std::filesystem::path& scratch) {
+                                 const std::vector<std::uint8_t>& key, const std::filesystem::path& scratch,
+                                 const std::string& keyName = "verification.der") {
   const std::filesystem::path folder = scratch / "unzipped";
-  const std::filesystem::path keyFile = scratch / "verification.der";
+  const std::filesystem::path keyFile = scratch / keyName;
   std::filesystem::remove_all(folder);
   {
     std::ofstream out(keyFile, std::ios::binary | std::ios::trunc);
