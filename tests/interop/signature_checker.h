@@ -59,4 +59,13 @@ inline CommandRun checkSignature(const std::string& package, const std::string& 
                     shellQuoted(signaturePart) + " " + shellQuoted(keyFile.string()));
 }
 
+// The JDK's XML-DSig engine (SignatureCheck.java) on the package checkSignature last unzipped into
+// `scratch`, with the PEM trust store it wrote there as `trustName`. Exit statuses as checkSignature's.
+inline CommandRun checkWithJdk(const std::string& signaturePart, const std::filesystem::path& scratch,
+                               const std::string& trustName) {
+  return runCommand("java " + shellQuoted(std::string(ZV_SOURCE_DIR) + "/tests/interop/SignatureCheck.java") + " " +
+                    shellQuoted((scratch / "unzipped").string()) + " " + shellQuoted(signaturePart) + " " +
+                    shellQuoted((scratch / trustName).string()));
+}
+
 }  // namespace zvtest::signature
