@@ -128,6 +128,13 @@ TEST_F(SigningTest, VerificationAfterLaterChanges) {
        true, 2},
       {"ForeignSignatureLeadingWithRequirementsFails",
        [&](AddonPackage& p) { signWithForeignKey(p, {PartName(kRequirements), other}); }, false, false, 2},
+      // The author signature answers to a trust store, not to the built-in key.
+      {"AuthorSignatureLeadingWithRequirementsIgnored",
+       [&](AddonPackage& p) {
+         (void)p.getDigitalSignatureManager().sign({PartName(kRequirements), other}, {},
+                                                   opc::test::testCertificates().key("rsa"), opc::test::defaultParams());
+       },
+       false, true, 2},
       {"ForeignSignatureWithRequirementsSecondIgnored",
        [&](AddonPackage& p) { signWithForeignKey(p, {other, PartName(kRequirements)}); }, false, true, 2},
       // Signing again replaces only a signature of the same parts and the same selectors.
