@@ -293,7 +293,12 @@ DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(cons
     if (!status.isProperlyCodesigned()) return Status(status.getResult(), status.getDetail(), signer);
     const std::optional<std::time_t> when = signature::parseSigningTime(parsed.content.signingTime);
     if (!when) return Status(Status::Result::MalformedSignature, "the signature has no signing time", signer);
-    const std::string problem = signature::chainProblem(chain, trustStore, *when);
+    std::string problem;
+    try {
+      problem = signature::chainProblem(chain, trustStore, *when);
+    } catch (const opc::Exception& error) {  // an intermediate that does not decode
+      problem = error.what();
+    }
     if (!problem.empty()) {
       return Status(Status::Result::UntrustedCertificate,
                     "the signer's certificate is not trusted at the signing time " +
