@@ -24,7 +24,7 @@ class CryptoError : public std::runtime_error {
 namespace utils {
 // Codes fixed by the package format; each maps to a modern algorithm (the signature's digests).
 enum class DigestMethod : int { SHA256 = 5, SHA384 = 6, SHA512 = 7 };
-enum class SignatureMethod : int { RSA_SHA256 = 1, RSA_SHA512 = 2 };
+enum class SignatureMethod : int { RSA_SHA256 = 1, RSA_SHA512 = 2, ECDSA_SHA256 = 3 };
 
 // Standard alphabet, padded, no line breaks.
 [[nodiscard]] ustring base64Encode(std::span<const std::uint8_t> bytes);

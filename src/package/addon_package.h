@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -78,6 +80,29 @@ class ZV_API AddonPackage {
   // unsigned package passes), so skipping it grants nothing. One that reads but does not verify
   // (changed bytes, a broken structure) over the requirements part gives false.
   [[nodiscard]] bool verifyAddonRequirements();
+  // The author signature: the signer's certificate over every part but the signature parts and the
+  // origin, with every relationship of the root (but the origin's) and of the parts signed. Signing
+  // replaces an earlier author signature and leaves the requirements signature as it is (and the
+  // other way round). Opens and closes the package; opc::Exception for a key or certificate the
+  // signature manager refuses, the package then unchanged.
+  void signAsAuthor(const opc::model::CertificateKey& key);
+  struct AuthorVerification {
+    enum class State { unsigned_, valid, invalid };
+    State state = State::unsigned_;
+    std::string reason;                                              // why invalid, naming the part
+    std::optional<opc::model::CertificateInfo> signer;  // when the certificate decodes
+  };
+  // Checks the author signature against the PEM bundle `trustStore`: every digest, the value, the
+  // chain at the signing time, and that no part or relationship was added since. Opens the package
+  // for reading; opc::Exception when it cannot be read or `trustStore` holds no certificate.
+  [[nodiscard]] AuthorVerification verifyAuthor(std::string_view trustStore);
+  // Which signatures the package holds, read without checking any: whether there is a signature part
+  // besides the author's (the requirements signature, readable or not), and the author's signer.
+  struct Signatures {
+    bool requirements = false;
+    std::optional<opc::model::CertificateInfo> author;
+  };
+  [[nodiscard]] Signatures readSignatures();
   // Masks or unmasks stored key bytes (its own inverse).
   [[nodiscard]] static std::vector<std::uint8_t> customObfuscation(const std::vector<std::uint8_t>& bytes);
 
@@ -90,7 +115,8 @@ class ZV_API AddonPackage {
   [[nodiscard]] bool hasInstructionSets();
 
   // What the package holds, read from its ZIP directory, content types and relationships through
-  // the library's own reader and part-name mapping, never from part content: what a report shows.
+  // the library's own reader and part-name mapping, never from part content: what a report shows
+  // (readSignatures tells what signatures it holds).
   // Opens the package for reading and closes it; errors are those of opening.
   struct PartSummary {
     ustring name;
@@ -103,7 +129,6 @@ class ZV_API AddonPackage {
     std::vector<std::pair<ustring, std::uint64_t>> files;  // content files and empty folders: path in the add-on, size
     std::optional<PartSummary> screenshot;                 // the package thumbnail
     std::vector<ustring> instructionSets;                  // their file names
-    bool hasSignatureParts = false;                        // signatures present, valid or not
   };
   [[nodiscard]] Contents readContents();
 

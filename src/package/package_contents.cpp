@@ -27,7 +27,6 @@ AddonPackage::Contents AddonPackage::readContents() {
   package_.open(opc::interfaces::OpenMode::Read);
   Contents contents;
   const ustring& prefix = opc::kqservices::FileSystemManager::getPrefix();
-  const ustring& signatureType = opc::model::PackageHelper::getDigitalSignatureXMLSignatureContentType();
   std::optional<opc::model::PartName> thumbnail;
   if (const auto related = package_.getRelationshipsByType(opc::model::PackageHelper::getThumbnailRelationshipType());
       related.size() == 1) {
@@ -46,7 +45,6 @@ AddonPackage::Contents AddonPackage::readContents() {
     const ustring& text = summary.name;
     if (text.starts_with(prefix)) contents.files.emplace_back(contentPath(std::u16string_view(text).substr(prefix.size())), summary.size);
     if (text.starts_with(kInstructionSetPrefix)) contents.instructionSets.push_back(text.substr(kInstructionSetPrefix.size()));
-    if (summary.contentType == signatureType) contents.hasSignatureParts = true;
     if (thumbnail && *thumbnail == *name) contents.screenshot = summary;
     contents.parts.push_back(std::move(summary));
   }

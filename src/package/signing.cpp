@@ -1,9 +1,12 @@
-// Signing and verifying the system-requirements part with the built-in key pair.
+// The requirements signature with the built-in key pair, and the author signature with the author's
+// certificate.
 #include "package/signing.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "foundation/crypto.h"
+#include "foundation/i18n.h"
 #include "opc/model/package_helper.h"
 #include "opc/signature/signature_crypto.h"
 #include "package/addon_package.h"
@@ -55,6 +58,39 @@ const ustring verificationKeyHex =
 constexpr char16_t kRequirementsPart[] = u"/metadata/systemRequirements.xml";
 constexpr char16_t kRequirementsRelationship[] = u"/zorvan/addon/2014/relationships/systemRequirements";
 
+using opc::model::PackageHelper;
+using opc::model::PartName;
+using opc::model::RelationshipSelector;
+
+// What the author signature covers: every part but the signature parts and the origin, and every
+// relationship type of the root (but the origin's) and of those parts, selected by type.
+struct AuthorScope {
+  std::vector<PartName> parts;
+  std::vector<RelationshipSelector> selectors;
+};
+
+AuthorScope authorScope(const opc::model::Package& package) {
+  const opc::model::ContentType origin(PackageHelper::getDigitalSignatureOriginContentType());
+  const opc::model::ContentType signature(PackageHelper::getDigitalSignatureXMLSignatureContentType());
+  AuthorScope scope;
+  const auto select = [&](const opc::model::URI& source, const opc::model::Relationships& relationships) {
+    for (const opc::model::Relationship& r : relationships.getRelationships()) {
+      if (r.getType() == PackageHelper::getDigitalSignatureOriginRelationshipType()) continue;
+      const RelationshipSelector selector(source, opc::model::RelationshipSelectorType::SelectByType, r.getType());
+      if (std::find(scope.selectors.begin(), scope.selectors.end(), selector) == scope.selectors.end()) {
+        scope.selectors.push_back(selector);
+      }
+    }
+  };
+  select(PackageHelper::getPackageRootURI(), package.getRelationships());
+  for (const opc::model::PartPtr& part : package.getParts()) {
+    if (part->getContentType() == origin || part->getContentType() == signature) continue;
+    scope.parts.push_back(part->getPartName());
+    select(part->getPartName().getURI(), part->getRelationships());
+  }
+  return scope;
+}
+
 // hexDecode, then unmask; the decoded (still masked) bytes are dropped at once.
 std::vector<std::uint8_t> unmaskKey(const ustring& hex) {
   return AddonPackage::customObfuscation(foundation::crypto::utils::hexDecode(hex));
@@ -99,12 +135,73 @@ bool AddonPackage::verifyAddonRequirements() {
   const opc::model::URI requirements = opc::model::PartName(kRequirementsPart).getURI();
   for (const opc::model::DigitalSignature& listed : signatures_.getSignatures()) {
     const opc::model::DigitalSignature signature(listed);
+    // The author signature is checked against a trust store, not the built-in key.
+    if (!signature.getCertificates().empty()) continue;
     // An empty list is the container's range error, deliberately.
     if (signature.getSignedPartNames().at(0).getURI() != requirements) continue;
     if (!signatures_.verifySignature(signature, verificationKey).isProperlyCodesigned()) return false;
   }
   package_.close();
   return true;
+}
+
+void AddonPackage::signAsAuthor(const opc::model::CertificateKey& key) {
+  package_.open(opc::interfaces::OpenMode::Modify);
+  const AuthorScope scope = authorScope(package_);
+  (void)signatures_.sign(scope.parts, scope.selectors, key,
+                         opc::model::SignatureParams(foundation::crypto::utils::DigestMethod::SHA256));
+  package_.close();
+}
+
+AddonPackage::AuthorVerification AddonPackage::verifyAuthor(std::string_view trustStore) {
+  using State = AuthorVerification::State;
+  package_.open(opc::interfaces::OpenMode::Read);
+  AuthorVerification result;
+  for (const opc::model::DigitalSignature& signature : signatures_.getSignatures()) {
+    if (signature.getCertificates().empty()) continue;
+    const auto status = signatures_.verifySignature(signature, trustStore);
+    result = {status.isProperlyCodesigned() ? State::valid : State::invalid, status.getDetail(), status.getSigner()};
+    if (result.state == State::invalid) break;
+    // The signature holds for what it names; anything added since is outside it.
+    const AuthorScope now = authorScope(package_);
+    const auto& signedParts = signature.getSignedPartNames();
+    const auto& signedSelectors = signature.getRelationshipSelectors();
+    for (const PartName& part : now.parts) {
+      if (std::find(signedParts.begin(), signedParts.end(), part) != signedParts.end()) continue;
+      result = {State::invalid, "part " + std::string(part.text()) + " was added after signing", result.signer};
+      break;
+    }
+    for (const RelationshipSelector& s : now.selectors) {
+      if (result.state == State::invalid) break;
+      if (std::find(signedSelectors.begin(), signedSelectors.end(), s) != signedSelectors.end()) continue;
+      result = {State::invalid, "a relationship of type " + fl::i18n::to_utf8(s.getValue()) + " from " +
+                                    fl::i18n::to_utf8(s.getSourceURI().toString()) + " was added after signing",
+                result.signer};
+    }
+  }
+  package_.close();
+  return result;
+}
+
+AddonPackage::Signatures AddonPackage::readSignatures() {
+  package_.open(opc::interfaces::OpenMode::Read);
+  const opc::model::ContentType signatureType(PackageHelper::getDigitalSignatureXMLSignatureContentType());
+  std::size_t parts = 0;
+  for (const opc::model::PartPtr& part : package_.getParts()) parts += part->getContentType() == signatureType ? 1 : 0;
+  Signatures found;
+  std::size_t authors = 0;
+  for (const opc::model::DigitalSignature& signature : signatures_.getSignatures()) {
+    if (signature.getCertificates().empty()) continue;
+    ++authors;
+    try {
+      found.author = opc::model::signature::describeCertificate(signature.getCertificates().front());
+    } catch (const opc::Exception& error) {
+      found.author = opc::model::CertificateInfo{std::string("(unreadable) ") + error.what(), {}, {}};
+    }
+  }
+  found.requirements = parts > authors;
+  package_.close();
+  return found;
 }
 
 }  // namespace addon::packaging

@@ -41,11 +41,13 @@ inline std::string checkerPath() {
 }
 
 // Unzips `package` into `scratch`/unzipped and checks its signature part `signaturePart` with the
-// DER public key `key`. Exit status 0: verified; 1: refused; 2: the checker could not run.
+// DER public key `key`, or with `key` as a PEM trust store when `keyName` ends in ".pem". Exit
+// status 0: verified; 1: refused; 2: the checker could not run.
 inline CommandRun checkSignature(const std::string& package, const std::string& signaturePart,
-                                 const std::vector<std::uint8_t>& key, const std::filesystem::path& scratch) {
+                                 const std::vector<std::uint8_t>& key, const std::filesystem::path& scratch,
+                                 const std::string& keyName = "verification.der") {
   const std::filesystem::path folder = scratch / "unzipped";
-  const std::filesystem::path keyFile = scratch / "verification.der";
+  const std::filesystem::path keyFile = scratch / keyName;
   std::filesystem::remove_all(folder);
   {
     std::ofstream out(keyFile, std::ios::binary | std::ios::trunc);
@@ -55,6 +57,15 @@ inline CommandRun checkSignature(const std::string& package, const std::string& 
   if (unzip.status != 0) return {2, "unzip failed:\n" + unzip.output};
   return runCommand(shellQuoted(checkerPath()) + " " + shellQuoted(folder.string()) + " " +
                     shellQuoted(signaturePart) + " " + shellQuoted(keyFile.string()));
+}
+
+// The JDK's XML-DSig engine (SignatureCheck.java) on the package checkSignature last unzipped into
+// `scratch`, with the PEM trust store it wrote there as `trustName`. Exit statuses as checkSignature's.
+inline CommandRun checkWithJdk(const std::string& signaturePart, const std::filesystem::path& scratch,
+                               const std::string& trustName) {
+  return runCommand("java " + shellQuoted(std::string(ZV_SOURCE_DIR) + "/tests/interop/SignatureCheck.java") + " " +
+                    shellQuoted((scratch / "unzipped").string()) + " " + shellQuoted(signaturePart) + " " +
+                    shellQuoted((scratch / trustName).string()));
 }
 
 }  // namespace zvtest::signature

@@ -1,5 +1,5 @@
-// Our package signatures checked by an XML-DSig engine we did not write: the XML Security Library,
-// through signature_xmlsec_check.c. (tests/gateway/sign_test.cpp runs it on a signed add-on package
+// Our package signatures checked by XML-DSig engines we did not write: the XML Security Library,
+// through signature_xmlsec_check.c, and the JDK's, through SignatureCheck.java. (tests/gateway/sign_test.cpp runs it on a signed add-on package
 // with the built-in key, and the OPC readers on the same package.)
 #include <gtest/gtest.h>
 
@@ -36,15 +36,15 @@ class SignatureInteropTest : public ::testing::Test {
     s.package.close();
   }
 
-  // The checker's verdict on the package's one signature with `key`.
-  CommandRun check(const test::Bytes& key) {
-    std::string signaturePart;
-    {
-      Session s(test::u16(package_), OpenMode::Read);
-      signaturePart = test::u8(
-          model::DigitalSignatureManager(s.package).getSignatures().at(0).getSignaturePartName().getName());
-    }
-    return zvtest::signature::checkSignature(package_, signaturePart, key, dir_.path());
+  std::string lastSignaturePart() {
+    Session s(test::u16(package_), OpenMode::Read);
+    return test::u8(model::DigitalSignatureManager(s.package).getSignatures().back().getSignaturePartName().getName());
+  }
+
+  // The checker's verdict on the package's last signature with `key` (a trust store when `keyName`
+  // ends in ".pem").
+  CommandRun check(const test::Bytes& key, const std::string& keyName = "verification.der") {
+    return zvtest::signature::checkSignature(package_, lastSignaturePart(), key, dir_.path(), keyName);
   }
 
   test::ScratchDir dir_;
@@ -71,6 +71,38 @@ TEST_F(SignatureInteropTest, XmlSecurityLibraryVerifiesOurSignatures) {
         << result.output;
     EXPECT_NE(result.output.find("reference ok /_rels/.rels?ContentType="), std::string::npos) << result.output;
     EXPECT_NE(result.output.find("signature ok"), std::string::npos) << result.output;
+  }
+}
+
+// An author signature (every part, the certificate in KeyInfo) beside the requirements signature,
+// checked through the certificate's chain to a trust store by xmlsec1 and by the JDK.
+TEST_F(SignatureInteropTest, IndependentEnginesVerifyAuthorSignaturesAgainstTheTrustStore) {
+  const auto& certs = test::testCertificates();
+  const struct {
+    const char* key;
+    const char* trust;
+    int status;
+  } cases[] = {{"rsa", "ca.pem", 0}, {"ec", "ca.pem", 0}, {"rsa", "other.pem", 1}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.key) + " with " + c.trust);
+    test::makeSignablePackage(test::u16(package_));
+    sign(test::defaultParams());
+    {
+      Session s(test::u16(package_), OpenMode::Modify);
+      (void)model::DigitalSignatureManager(s.package)
+          .sign({model::PartName(test::kRequirementsPart), model::PartName(test::kOtherPart)},
+                {model::RelationshipSelector(model::PackageHelper::getPackageRootURI(),
+                                             model::RelationshipSelectorType::SelectByType, test::kOtherType)},
+                certs.key(c.key), test::defaultParams());
+      s.package.close();
+    }
+    const std::string trust = certs.pem(c.trust);
+    const CommandRun result = check(test::Bytes(trust.begin(), trust.end()), "trust.pem");
+    EXPECT_EQ(result.status, c.status) << result.output;
+    EXPECT_EQ(result.output.find("reference ok /metadata/other.xml?ContentType=") != std::string::npos, c.status == 0);
+    const CommandRun jdk = zvtest::signature::checkWithJdk(lastSignaturePart(), dir_.path(), "trust.pem");
+    EXPECT_EQ(jdk.status, c.status) << jdk.output;
+    EXPECT_EQ(jdk.output.find("reference ok /_rels/.rels?ContentType=") != std::string::npos, c.status == 0) << jdk.output;
   }
 }
 

@@ -1,9 +1,11 @@
 /* Verifies one package signature with the XML Security Library (xmlsec1, OpenSSL back end): an
  * XML-DSig engine written independently of zvaddon. It checks SignedInfo, the signature value with
  * the key given (never one from KeyInfo), the package object, and every manifest reference, reading
- * each part from the unzipped package and running xmlsec's own relationships transform.
+ * each part from the unzipped package and running xmlsec's own relationships transform. Given a PEM
+ * trust store instead of a key (a name ending in ".pem"), it takes the key from KeyInfo's certificate
+ * and verifies that certificate's chain to the store.
  *
- *   signature_xmlsec_check FOLDER SIGNATURE_PART PUBLIC_KEY_DER
+ *   signature_xmlsec_check FOLDER SIGNATURE_PART PUBLIC_KEY_DER|TRUST.pem
  *
  * FOLDER is the package unzipped; SIGNATURE_PART its part name ("/_xmlsignatures/sig1.xml").
  * Prints "reference ok|bad URI" per manifest reference and "signature ok|bad".
@@ -18,6 +20,7 @@
 #include <xmlsec/crypto.h>
 #include <xmlsec/io.h>
 #include <xmlsec/keys.h>
+#include <xmlsec/keysmngr.h>
 #include <xmlsec/xmldsig.h>
 #include <xmlsec/xmlsec.h>
 #include <xmlsec/xmltree.h>
@@ -88,13 +91,23 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  xmlSecKeyPtr key = xmlSecCryptoAppKeyLoad(argv[3], xmlSecKeyDataFormatDer, NULL, NULL, NULL);
-  if (key == NULL) {
-    fprintf(stderr, "cannot load the key %s\n", argv[3]);
+  const size_t keyLength = strlen(argv[3]);
+  const int trustStore = keyLength > 4 && strcmp(argv[3] + keyLength - 4, ".pem") == 0;
+  xmlSecKeysMngrPtr manager = xmlSecKeysMngrCreate();
+  if (manager == NULL || xmlSecCryptoAppDefaultKeysMngrInit(manager) < 0 ||
+      (trustStore && xmlSecCryptoAppKeysMngrCertLoad(manager, argv[3], xmlSecKeyDataFormatPem, xmlSecKeyDataTypeTrusted) < 0)) {
+    fprintf(stderr, "cannot load the trust store %s\n", argv[3]);
     return 2;
   }
-  xmlSecDSigCtxPtr ctx = xmlSecDSigCtxCreate(NULL);
-  ctx->signKey = key; /* set: KeyInfo is not consulted */
+  xmlSecDSigCtxPtr ctx = xmlSecDSigCtxCreate(manager);
+  if (!trustStore) {
+    xmlSecKeyPtr key = xmlSecCryptoAppKeyLoad(argv[3], xmlSecKeyDataFormatDer, NULL, NULL, NULL);
+    if (key == NULL) {
+      fprintf(stderr, "cannot load the key %s\n", argv[3]);
+      return 2;
+    }
+    ctx->signKey = key; /* set: KeyInfo is not consulted */
+  }
   ctx->flags |= XMLSEC_DSIG_FLAGS_STORE_MANIFEST_REFERENCES;
   if (xmlSecDSigCtxVerify(ctx, signature) < 0) {
     printf("signature bad (processing failed)\n");
@@ -121,6 +134,7 @@ int main(int argc, char** argv) {
   printf("signature %s\n", signatureOk ? "ok" : "bad");
 
   xmlSecDSigCtxDestroy(ctx);
+  xmlSecKeysMngrDestroy(manager);
   xmlFreeDoc(doc);
   xmlSecCryptoShutdown();
   xmlSecCryptoAppShutdown();

@@ -13,6 +13,7 @@
 #include "opc/model/package_helper.h"
 #include "opc/signature/digital_signature_manager.h"
 #include "package_test_support.h"
+#include "support/command.h"
 
 namespace opc::test {
 
@@ -109,6 +110,41 @@ inline void replaceOnce(std::string& text, const std::string& from, const std::s
   const std::size_t at = text.find(from);
   if (at == std::string::npos) throw std::runtime_error("test edit: '" + from + "' not found");
   text.replace(at, from.size(), to);
+}
+
+// Certificates made once per test program with the openssl tool, so that no private key is
+// committed: roots "Test Root" (ca) and "Other Root" (other); under ca, RSA-2048 (rsa) and P-256 (ec)
+// authors valid for two days and an RSA author that expired yesterday (expired, rsa's key); rsa's key
+// encrypted with the passphrase "secret" (encrypted.key).
+class TestCertificates {
+ public:
+  TestCertificates() {
+    const std::string script = R"(set -e
+      root() { openssl req -x509 -newkey rsa:2048 -nodes -keyout $1.key -out $1.pem -days 30 -subj "/CN=$2" \
+        -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign; }
+      leaf() { openssl req -newkey $2 -nodes -keyout $1.key -out $1.csr -subj "/CN=$3"
+        openssl x509 -req -in $1.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days $4 -out $1.pem; }
+      root ca "Test Root"; root other "Other Root"
+      leaf rsa rsa:2048 "RSA Author" 2; leaf ec "ec -pkeyopt ec_paramgen_curve:P-256" "EC Author" 2
+      openssl x509 -req -in rsa.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days -1 -out expired.pem
+      openssl pkcs8 -topk8 -in rsa.key -out encrypted.key -passout pass:secret)";
+    const zvtest::CommandRun run = zvtest::runCommand("cd " + zvtest::shellQuoted(dir_.path().string()) + " && " + script);
+    if (run.status != 0) throw std::runtime_error("making test certificates failed:\n" + run.output);
+  }
+  [[nodiscard]] std::string pem(const std::string& name) const { return readFile(dir_.file(name)); }
+  [[nodiscard]] std::string path(const std::string& name) const { return dir_.file(name); }
+  // The signer of `name` (rsa, ec, expired) as the signature manager takes it.
+  [[nodiscard]] model::CertificateKey key(const std::string& name) const {
+    return {pem(name == "expired" ? "rsa.key" : name + ".key"), std::nullopt, pem(name + ".pem"), {}};
+  }
+
+ private:
+  ScratchDir dir_;
+};
+
+inline const TestCertificates& testCertificates() {
+  static const TestCertificates certificates;
+  return certificates;
 }
 
 }  // namespace opc::test

@@ -24,6 +24,7 @@ struct BuildOptions {
   std::string output;
   std::string manifest;
   bool sign = false;
+  AuthorKeyFiles author;
   bool quiet = false;
 };
 
@@ -169,13 +170,17 @@ void buildInto(const BuildOptions& options, const fs::path& folder, const Manife
   }
   progress.finish();
   if (options.sign) (void)callGateway("zvAddonSign", {package});
+  // Last: the author signature covers every part, the requirements signature included.
+  if (!options.author.key.empty()) signAsAuthor(package, options.author);
 }
 
-void runBuild(const BuildOptions& options, int& exitStatus) {
+ExitStatus runBuild(const BuildOptions& given) {
+  BuildOptions options = given;
   const fs::path folder = fs::absolute(options.folder);
   const fs::path manifestFile =
       options.manifest.empty() ? fs::path(options.folder) / "zvaddon.json" : fs::path(options.manifest);
   Manifest manifest = readManifest(manifestFile, folder);
+  if (options.author.key.empty() && manifest.signing) options.author = *manifest.signing;
   const fs::path output = options.output.empty() ? defaultOutput(folder, manifest) : fs::path(options.output);
 
   PendingFile pending(fs::absolute(output));
@@ -202,22 +207,23 @@ void runBuild(const BuildOptions& options, int& exitStatus) {
     std::cout << "built " << output.string() << ": " << selection.files.size() << " files ("
               << formatBytes(selection.totalBytes) << ")";
     if (!selection.emptyFolders.empty()) std::cout << ", " << selection.emptyFolders.size() << " empty folders";
-    std::cout << (options.sign ? ", signed" : "") << "\n";
+    std::cout << (options.sign ? ", signed" : "") << (options.author.key.empty() ? "" : ", signed by its author") << "\n";
   }
-  exitStatus = static_cast<int>(ExitStatus::ok);
+  return ExitStatus::ok;
 }
 
 }  // namespace
 
 void addBuildCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<BuildOptions>();
-  CLI::App* cmd = app.add_subcommand("build", "Package the add-on in DIR as its manifest zvaddon.json describes");
+  CLI::App* cmd = addCommand(app, exitStatus, "build", "Package the add-on in DIR as its manifest zvaddon.json describes",
+                             options, runBuild);
   cmd->add_option("dir", options->folder, "Add-on folder (default: the current folder)");
   cmd->add_option("-o,--output", options->output, "Package file (default: <folder>-<version>.zvaddon here)");
   cmd->add_option("-m,--manifest", options->manifest, "Manifest (default: DIR/zvaddon.json)");
   cmd->add_flag("--sign", options->sign, "Sign the system requirements");
+  addAuthorKeyOptions(*cmd, options->author);
   cmd->add_flag("-q,--quiet", options->quiet, "No progress bar, no summary");
-  cmd->callback([options, &exitStatus] { runBuild(*options, exitStatus); });
 }
 
 }  // namespace zvaddon::tool

@@ -4,7 +4,22 @@
 // them as one line.
 #include <CLI/CLI.hpp>
 
+#include <memory>
+
+#include "tool_error.h"
+
 namespace zvaddon::tool {
+
+// The frame of a command: `options` live as long as the app, a "package" positional is required when
+// Options has one, and the callback exits with the status `run` returns.
+template <class Options>
+CLI::App* addCommand(CLI::App& app, int& exitStatus, const char* name, const char* description,
+                     const std::shared_ptr<Options>& options, ExitStatus (*run)(const Options&)) {
+  CLI::App* cmd = app.add_subcommand(name, description);
+  if constexpr (requires { options->package; }) cmd->add_option("package", options->package, "Package file")->required();
+  cmd->callback([options, run, &exitStatus] { exitStatus = static_cast<int>(run(*options)); });
+  return cmd;
+}
 
 void addBuildCommand(CLI::App& app, int& exitStatus);
 void addInitCommand(CLI::App& app, int& exitStatus);

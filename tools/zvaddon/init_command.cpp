@@ -38,7 +38,7 @@ std::string freshGuid() {
   return text;
 }
 
-void runInit(const InitOptions& options, int& exitStatus) {
+ExitStatus runInit(const InitOptions& options) {
   const fs::path folder = options.folder;
   const fs::path manifestFile = folder / "zvaddon.json";
   std::error_code ec;
@@ -77,17 +77,17 @@ void runInit(const InitOptions& options, int& exitStatus) {
   if (!out) throw ToolError(ExitStatus::hostError, "cannot write '" + manifestFile.string() + "'");
   std::cout << "wrote " << manifestFile.string() << ": " << selection.files.size() << " files ("
             << formatBytes(selection.totalBytes) << ") would be included\n";
-  exitStatus = static_cast<int>(ExitStatus::ok);
+  return ExitStatus::ok;
 }
 
 }  // namespace
 
 void addInitCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<InitOptions>();
-  CLI::App* cmd = app.add_subcommand("init", "Write a starting manifest zvaddon.json for the add-on in DIR");
+  CLI::App* cmd =
+      addCommand(app, exitStatus, "init", "Write a starting manifest zvaddon.json for the add-on in DIR", options, runInit);
   cmd->add_option("dir", options->folder, "Add-on folder (default: the current folder)");
   cmd->add_flag("-f,--force", options->force, "Replace an existing manifest");
-  cmd->callback([options, &exitStatus] { runInit(*options, exitStatus); });
 }
 
 }  // namespace zvaddon::tool

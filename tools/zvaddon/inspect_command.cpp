@@ -115,6 +115,7 @@ void printReport(std::ostream& out, const Json& r, bool withFiles) {
   line(out, "author", joined(p, {"authorName", "authorContact", "authorOrganization"}, ", "));
   if (!text(p["description"]).empty()) line(out, "description", text(p["description"]));
   line(out, "signature", text(r["signature"]));
+  if (r["signer"].is_object()) line(out, "author signer", text(r["signer"]["subject"]) + ", SHA-256 " + text(r["signer"]["sha256"]));
   line(out, "sha512", text(r["sha512"]));
   printRequirements(out, r["systemRequirements"]);
   printConfiguration(out, r["configuration"]);
@@ -145,7 +146,7 @@ void printReport(std::ostream& out, const Json& r, bool withFiles) {
   if (withFiles) printFiles(out, r["files"]);
 }
 
-void runInspect(const InspectOptions& options, int& exitStatus) {
+ExitStatus runInspect(const InspectOptions& options) {
   const Json report = inspectPackage(options.package);
   if (options.json) {
     Json shown = report;
@@ -154,10 +155,10 @@ void runInspect(const InspectOptions& options, int& exitStatus) {
   } else {
     printReport(std::cout, report, !options.noFiles);
   }
-  exitStatus = static_cast<int>(ExitStatus::ok);
+  return ExitStatus::ok;
 }
 
-void runList(const ListOptions& options, int& exitStatus) {
+ExitStatus runList(const ListOptions& options) {
   for (const Json& f : listFiles(options.package)) {
     if (options.sizes) {
       const std::string size = f["bytes"].is_number() ? std::to_string(f["bytes"].get<std::uint64_t>()) : "-";
@@ -165,26 +166,23 @@ void runList(const ListOptions& options, int& exitStatus) {
     }
     std::cout << text(f["path"]) << "\n";
   }
-  exitStatus = static_cast<int>(ExitStatus::ok);
+  return ExitStatus::ok;
 }
 
 }  // namespace
 
 void addInspectCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<InspectOptions>();
-  CLI::App* cmd = app.add_subcommand("inspect", "Show a package's properties, records, signature and files");
-  cmd->add_option("package", options->package, "Package file")->required();
+  CLI::App* cmd = addCommand(app, exitStatus, "inspect", "Show a package's properties, records, signatures and files",
+                             options, runInspect);
   cmd->add_flag("--json", options->json, "One JSON object, records in the form `set` takes");
   cmd->add_flag("--no-files", options->noFiles, "Leave out the file tree");
-  cmd->callback([options, &exitStatus] { runInspect(*options, exitStatus); });
 }
 
 void addListCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<ListOptions>();
-  CLI::App* cmd = app.add_subcommand("ls", "List the content files of a package");
-  cmd->add_option("package", options->package, "Package file")->required();
-  cmd->add_flag("-l,--long", options->sizes, "Show each file's size in bytes");
-  cmd->callback([options, &exitStatus] { runList(*options, exitStatus); });
+  addCommand(app, exitStatus, "ls", "List the content files of a package", options, runList)
+      ->add_flag("-l,--long", options->sizes, "Show each file's size in bytes");
 }
 
 }  // namespace zvaddon::tool

@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kTopLevelKeys[] = {"properties", "systemRequirements", "configuration", "license",
                                          "examples", "revisionHistory", "apps", "screenshot",
-                                         "instructionSets", "files"};
+                                         "instructionSets", "files", "signing"};
 
 [[noreturn]] void bad(const std::string& pointer, const std::string& what) {
   throw ToolError(ExitStatus::badInput, pointer + ": " + what);
@@ -131,6 +131,17 @@ Manifest parseManifest(const Json& document, const fs::path& folder) {
   }
   if (const auto it = document.find("files"); it != document.end()) {
     manifest.files = filePatterns(*it, "/files");
+  }
+  if (const auto it = document.find("signing"); it != document.end()) {
+    if (!it->is_object()) bad("/signing", "expected an object, found " + describeJsonType(*it));
+    requireKeys(*it, "/signing", {"key", "cert", "chain", "passphraseFile"});
+    AuthorKeyFiles& files = manifest.signing.emplace();
+    for (auto [key, path] : {std::pair{"key", &files.key}, std::pair{"cert", &files.cert}, std::pair{"chain", &files.chain},
+                             std::pair{"passphraseFile", &files.passphraseFile}}) {
+      if (it->contains(key) || path == &files.key || path == &files.cert) {
+        *path = existingFile(folder, it->value(key, Json()), childPointer("/signing", key)).string();
+      }
+    }
   }
   return manifest;
 }

@@ -4,7 +4,8 @@
 // Top-level keys: one per metadata record ("properties", "systemRequirements", "configuration",
 // "license", "examples", "revisionHistory", "apps", each in the form records.h describes), plus
 // "screenshot" (an image path), "instructionSets" (paths), "files" ({"include": [globs], "exclude":
-// [globs], "defaultExcludes": true}). "license" may name a "file" whose text becomes the licence
+// [globs], "defaultExcludes": true}), "signing" ({"key", "cert", "chain", "passphraseFile"}: the
+// author's files, key and cert required). "license" may name a "file" whose text becomes the licence
 // text. Paths are relative to the add-on folder. "properties" must give "name", "version", "GUID".
 #include <filesystem>
 #include <optional>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "file_selection.h"
+#include "package_report.h"
 #include "records.h"
 
 namespace zvaddon::tool {
@@ -22,6 +24,7 @@ struct Manifest {
   std::optional<std::filesystem::path> screenshot;
   std::vector<std::filesystem::path> instructionSets;
   FilePatterns files;
+  std::optional<AuthorKeyFiles> signing;
 };
 
 // Checks `document` and resolves its paths against `folder`. Throws ToolError(badInput) naming the

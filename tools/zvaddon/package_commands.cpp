@@ -1,4 +1,5 @@
-// zvaddon extract, sign, verify and hash: one gateway call each (verify: the exported C++ check).
+// zvaddon extract, sign, verify and hash: one gateway call each, or the exported C++ checks and the
+// author signature.
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -15,10 +16,13 @@ namespace {
 struct PackageOptions {
   std::string package;
   std::string destination;
+  std::string trust;
+  AuthorKeyFiles author;
   bool quiet = false;
+  bool json = false;
 };
 
-void runExtract(const PackageOptions& options, int& exitStatus) {
+ExitStatus runExtract(const PackageOptions& options) {
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
   const Json list = listFiles(options.package);
@@ -47,78 +51,108 @@ void runExtract(const PackageOptions& options, int& exitStatus) {
     if (folders > 0) std::cout << " and " << folders << " empty folders";
     std::cout << " into " << options.destination << "\n";
   }
-  exitStatus = static_cast<int>(ExitStatus::ok);
+  return ExitStatus::ok;
 }
 
-void runSign(const PackageOptions& options, int& exitStatus) {
-  (void)callGateway("zvAddonSign", {options.package});
-  if (!options.quiet) std::cout << "signed the system requirements of " << options.package << "\n";
-  exitStatus = static_cast<int>(ExitStatus::ok);
-}
-
-void runVerify(const PackageOptions& options, int& exitStatus) {
-  const SignatureStatus status = checkSignature(options.package);
-  switch (status.state) {
-    case SignatureState::valid:
-      if (!options.quiet) std::cout << "valid: the requirements signature of " << options.package << " checks out\n";
-      exitStatus = static_cast<int>(ExitStatus::ok);
-      return;
-    case SignatureState::unsigned_:
-      if (!options.quiet) std::cout << "unsigned: " << options.package << " carries no signature\n";
-      exitStatus = static_cast<int>(ExitStatus::unsigned_);
-      return;
-    case SignatureState::invalid:
-      if (!options.quiet) {
-        std::cout << "invalid: the requirements signature of " << options.package << " does not check out"
-                  << (status.detail.empty() ? "" : " (" + status.detail + ")") << "\n";
-      }
-      exitStatus = static_cast<int>(ExitStatus::invalid);
-      return;
+ExitStatus runSign(const PackageOptions& options) {
+  if (options.author.key.empty()) {
+    (void)callGateway("zvAddonSign", {options.package});
+    if (!options.quiet) std::cout << "signed the system requirements of " << options.package << "\n";
+  } else {
+    signAsAuthor(options.package, options.author);
+    if (!options.quiet) std::cout << "signed " << options.package << " as its author\n";
   }
+  return ExitStatus::ok;
 }
 
-void runHash(const PackageOptions& options, int& exitStatus) {
-  std::cout << getFromGateway("zvAddonComputeHash", {options.package}).get<std::string>() << "\n";
-  exitStatus = static_cast<int>(ExitStatus::ok);
+// 4 when a signature present does not check out, else 3 when the signature asked for is missing.
+ExitStatus verdict(const SignatureReport& report) {
+  const SignatureState asked = report.author ? report.author->state : report.requirements;
+  if (report.requirements == SignatureState::invalid || asked == SignatureState::invalid) return ExitStatus::invalid;
+  return asked == SignatureState::unsigned_ ? ExitStatus::unsigned_ : ExitStatus::ok;
 }
 
-CLI::App* packageCommand(CLI::App& app, const char* name, const char* description,
-                         const std::shared_ptr<PackageOptions>& options) {
-  CLI::App* cmd = app.add_subcommand(name, description);
-  cmd->add_option("package", options->package, "Package file")->required();
-  return cmd;
+ExitStatus runVerify(const PackageOptions& options) {
+  const SignatureReport report =
+      checkSignatures(options.package, options.trust.empty() ? std::nullopt : std::optional<fs::path>(options.trust));
+  if (options.json) {
+    Json out = {{"requirements", signatureStateName(report.requirements)}};
+    if (report.author) {
+      out["author"] = {{"state", signatureStateName(report.author->state)}, {"reason", report.author->reason},
+                       {"signer", signerJson(report.author->signer)}};
+    }
+    std::cout << out.dump(2) << "\n";
+    return verdict(report);
+  }
+  if (options.quiet) return verdict(report);
+  const std::string& detail = report.requirementsDetail;
+  switch (report.requirements) {
+    case SignatureState::valid:
+      std::cout << "valid: the requirements signature of " << options.package << " checks out\n";
+      break;
+    case SignatureState::unsigned_:
+      if (!report.author) std::cout << "unsigned: " << options.package << " carries no signature\n";
+      break;
+    case SignatureState::invalid:
+      std::cout << "invalid: the requirements signature of " << options.package << " does not check out"
+                << (detail.empty() ? "" : " (" + detail + ")") << "\n";
+      break;
+  }
+  if (!report.author) return verdict(report);
+  const AuthorVerification& author = *report.author;
+  if (author.state == SignatureState::unsigned_) {
+    std::cout << "unsigned: " << options.package << " carries no author signature\n";
+  } else {
+    std::cout << signatureStateName(author.state) << ": the author signature of " << options.package
+              << (author.state == SignatureState::valid ? " checks out" : " does not check out (" + author.reason + ")")
+              << "\n";
+  }
+  if (author.signer) std::cout << "signer: " << author.signer->subject << "\n";
+  return verdict(report);
+}
+
+struct HashOptions {
+  std::string file;
+};
+
+ExitStatus runHash(const HashOptions& options) {
+  std::cout << getFromGateway("zvAddonComputeHash", {options.file}).get<std::string>() << "\n";
+  return ExitStatus::ok;
 }
 
 }  // namespace
 
 void addExtractCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<PackageOptions>();
-  CLI::App* cmd = packageCommand(app, "extract", "Unpack a package's content files into DIR", options);
+  CLI::App* cmd = addCommand(app, exitStatus, "extract", "Unpack a package's content files into DIR", options, runExtract);
   cmd->add_option("dir", options->destination, "Destination folder")->required();
   cmd->add_flag("-q,--quiet", options->quiet, "No progress bar, no summary");
-  cmd->callback([options, &exitStatus] { runExtract(*options, exitStatus); });
 }
 
 void addSignCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<PackageOptions>();
-  CLI::App* cmd = packageCommand(app, "sign", "Sign a package's system requirements", options);
+  CLI::App* cmd = addCommand(app, exitStatus, "sign",
+                             "Sign a package's system requirements, or with --key and --cert as its author", options, runSign);
+  addAuthorKeyOptions(*cmd, options->author);
   cmd->add_flag("-q,--quiet", options->quiet, "Print nothing on success");
-  cmd->callback([options, &exitStatus] { runSign(*options, exitStatus); });
 }
 
 void addVerifyCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<PackageOptions>();
-  CLI::App* cmd = packageCommand(
-      app, "verify", "Check the requirements signature; exit 0 valid, 3 unsigned, 4 invalid", options);
+  CLI::App* cmd = addCommand(
+      app, exitStatus, "verify",
+      "Check the requirements signature, and the author's with --trust; exit 0 valid, 3 unsigned, 4 invalid", options,
+      runVerify);
+  cmd->add_option("--trust", options->trust, "Trusted certificates (PEM): check the author signature against them");
+  cmd->add_flag("--json", options->json, "The verdicts as one JSON object");
   cmd->add_flag("-q,--quiet", options->quiet, "Only the exit status");
-  cmd->callback([options, &exitStatus] { runVerify(*options, exitStatus); });
 }
 
 void addHashCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<PackageOptions>();
-  CLI::App* cmd = app.add_subcommand("hash", "Print the SHA-512 digest of a file, base64");
-  cmd->add_option("file", options->package, "Any file")->required();
-  cmd->callback([options, &exitStatus] { runHash(*options, exitStatus); });
+  auto options = std::make_shared<HashOptions>();
+  addCommand(app, exitStatus, "hash", "Print the SHA-512 digest of a file, base64", options, runHash)
+      ->add_option("file", options->file, "Any file")
+      ->required();
 }
 
 }  // namespace zvaddon::tool

@@ -3,6 +3,7 @@
 #include <map>
 
 #include "foundation/i18n.h"
+#include "manifest.h"
 #include "records.h"
 #include "tool_error.h"
 
@@ -12,15 +13,8 @@ using Contents = addon::packaging::AddonPackage::Contents;
 
 namespace {
 
-SignatureStatus signatureOf(const fs::path& package, const Contents& contents) {
-  if (!contents.hasSignatureParts) return {};
-  try {
-    addon::packaging::AddonPackage addon(fl::i18n::from_utf8(package.string()));
-    return {addon.verifyAddonRequirements() ? SignatureState::valid : SignatureState::invalid, {}};
-  } catch (const std::exception& e) {
-    // A signature that cannot even be read does not check out.
-    return {SignatureState::invalid, e.what()};
-  }
+addon::packaging::AddonPackage open(const fs::path& package) {
+  return addon::packaging::AddonPackage(fl::i18n::from_utf8(package.string()));
 }
 
 // The names zvAddonGetFileList gave, each with its size.
@@ -53,19 +47,57 @@ std::string_view signatureStateName(SignatureState state) {
   return "unknown";
 }
 
+void addAuthorKeyOptions(CLI::App& command, AuthorKeyFiles& files) {
+  CLI::Option* key = command.add_option("--key", files.key, "The author's private key (PEM)");
+  CLI::Option* cert = command.add_option("--cert", files.cert, "The author's certificate (PEM)");
+  key->needs(cert);
+  cert->needs(key);
+  command.add_option("--chain", files.chain, "Intermediate certificates (PEM)")->needs(cert);
+  command.add_option("--passphrase-file", files.passphraseFile, "The key's passphrase, first line")->needs(key);
+}
+
+void signAsAuthor(const fs::path& package, const AuthorKeyFiles& files) {
+  opc::model::CertificateKey key{readFileBytes(files.key), std::nullopt, readFileBytes(files.cert),
+                                 files.chain.empty() ? std::string() : readFileBytes(files.chain)};
+  if (!files.passphraseFile.empty()) {
+    const std::string text = readFileBytes(files.passphraseFile);
+    key.passphrase = text.substr(0, text.find_first_of("\r\n"));
+  }
+  // The gateway first: its error is the host's for a missing or broken package.
+  (void)getFromGateway("zvAddonGetProperties", {package.string()});
+  open(package).signAsAuthor(key);
+}
+
+SignatureReport checkSignatures(const fs::path& package, const std::optional<fs::path>& trustStore) {
+  (void)getFromGateway("zvAddonGetProperties", {package.string()});
+  const std::string trust = trustStore ? readFileBytes(*trustStore) : std::string();
+  SignatureReport report;
+  try {
+    const auto found = open(package).readSignatures();
+    report.signer = found.author;
+    if (found.requirements) {
+      report.requirements = open(package).verifyAddonRequirements() ? SignatureState::valid : SignatureState::invalid;
+    }
+  } catch (const std::exception& e) {
+    // A signature that cannot even be read does not check out.
+    report.requirements = SignatureState::invalid;
+    report.requirementsDetail = e.what();
+  }
+  if (trustStore) report.author = open(package).verifyAuthor(trust);
+  return report;
+}
+
+Json signerJson(const std::optional<opc::model::CertificateInfo>& signer) {
+  if (!signer) return nullptr;
+  return {{"subject", signer->subject}, {"issuer", signer->issuer}, {"sha256", signer->fingerprint}};
+}
+
 Contents readContents(const fs::path& package) {
   try {
-    return addon::packaging::AddonPackage(fl::i18n::from_utf8(package.string())).readContents();
+    return open(package).readContents();
   } catch (const std::exception& e) {
     throw ToolError(ExitStatus::hostError, "cannot read the package '" + package.string() + "': " + e.what());
   }
-}
-
-SignatureStatus checkSignature(const fs::path& package) {
-  // Opening through a gateway function first gives the host's own error for a missing or broken
-  // package, the same one every other command gives.
-  (void)getFromGateway("zvAddonGetProperties", {package.string()});
-  return signatureOf(package, readContents(package));
 }
 
 Json listFiles(const fs::path& package) {
@@ -83,7 +115,9 @@ Json inspectPackage(const fs::path& package) {
   std::error_code ec;
   report["bytes"] = fs::file_size(package, ec);
   report["sha512"] = getFromGateway("zvAddonComputeHash", {package.string()});
-  report["signature"] = std::string(signatureStateName(signatureOf(package, contents).state));
+  const SignatureReport signatures = checkSignatures(package, std::nullopt);
+  report["signature"] = std::string(signatureStateName(signatures.requirements));
+  report["signer"] = signerJson(signatures.signer);
   for (const RecordInfo& info : allRecords()) {
     const Json host = info.record == Record::properties ? properties
                                                          : getFromGateway(info.getFunction, {package.string()});

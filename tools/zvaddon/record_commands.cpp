@@ -55,24 +55,23 @@ Json readValue(const std::string& argument) {
   }
 }
 
-void runGet(const RecordOptions& options, int& exitStatus) {
+ExitStatus runGet(const RecordOptions& options) {
   const RecordInfo& info = requireRecord(options.record);
   std::cout << recordFromHost(info.record, getFromGateway(info.getFunction, {options.package})).dump(2) << "\n";
-  exitStatus = static_cast<int>(ExitStatus::ok);
+  return ExitStatus::ok;
 }
 
-void runSet(const RecordOptions& options, int& exitStatus) {
+ExitStatus runSet(const RecordOptions& options) {
   const RecordInfo& info = requireRecord(options.record);
   const Json host = recordToHost(info.record, readValue(options.value), "");
   (void)callGateway(info.setFunction, {options.package, host});
-  exitStatus = static_cast<int>(ExitStatus::ok);
+  return ExitStatus::ok;
 }
 
-void runScreenshot(const ScreenshotOptions& options, int& exitStatus) {
-  exitStatus = static_cast<int>(ExitStatus::ok);
+ExitStatus runScreenshot(const ScreenshotOptions& options) {
   if (!options.set.empty()) {
     (void)callGateway("zvAddonSetScreenshot", {options.package, options.set});
-    return;
+    return ExitStatus::ok;
   }
   const std::string encoded = getFromGateway("zvAddonGetScreenshot", {options.package}).get<std::string>();
   if (options.get.empty()) {
@@ -82,7 +81,7 @@ void runScreenshot(const ScreenshotOptions& options, int& exitStatus) {
     } else {
       std::cout << fl::i18n::to_utf8(shot->name) << " (" << formatBytes(shot->size) << ")\n";
     }
-    return;
+    return ExitStatus::ok;
   }
   if (encoded.empty()) throw ToolError(ExitStatus::hostError, options.package + " has no screenshot");
   const foundation::crypto::Bytes bytes = foundation::crypto::utils::base64Decode(encoded);
@@ -90,37 +89,34 @@ void runScreenshot(const ScreenshotOptions& options, int& exitStatus) {
   out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   out.close();
   if (!out) throw ToolError(ExitStatus::hostError, "cannot write '" + options.get + "'");
+  return ExitStatus::ok;
 }
 
 }  // namespace
 
 void addGetCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<RecordOptions>();
-  CLI::App* cmd = app.add_subcommand("get", "Print one metadata record as JSON");
-  cmd->add_option("package", options->package, "Package file")->required();
+  CLI::App* cmd = addCommand(app, exitStatus, "get", "Print one metadata record as JSON", options, runGet);
   cmd->add_option("record", options->record,
                   "properties, systemRequirements, configuration, license, examples, revisionHistory or apps")
       ->required();
-  cmd->callback([options, &exitStatus] { runGet(*options, exitStatus); });
 }
 
 void addSetCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<RecordOptions>();
-  CLI::App* cmd = app.add_subcommand("set", "Replace one metadata record with JSON (as `get` prints it)");
-  cmd->add_option("package", options->package, "Package file")->required();
+  CLI::App* cmd =
+      addCommand(app, exitStatus, "set", "Replace one metadata record with JSON (as `get` prints it)", options, runSet);
   cmd->add_option("record", options->record, "Record name, as for get")->required();
   cmd->add_option("json", options->value, "The record: JSON text, @FILE, or - for standard input")->required();
-  cmd->callback([options, &exitStatus] { runSet(*options, exitStatus); });
 }
 
 void addScreenshotCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<ScreenshotOptions>();
-  CLI::App* cmd = app.add_subcommand("screenshot", "Show, store (--set) or save (--get) the package's screenshot");
-  cmd->add_option("package", options->package, "Package file")->required();
+  CLI::App* cmd = addCommand(app, exitStatus, "screenshot", "Show, store (--set) or save (--get) the package's screenshot",
+                             options, runScreenshot);
   CLI::Option* set = cmd->add_option("--set", options->set, "Store this image as the screenshot");
   CLI::Option* get = cmd->add_option("--get", options->get, "Write the screenshot's bytes to this file");
   set->excludes(get);
-  cmd->callback([options, &exitStatus] { runScreenshot(*options, exitStatus); });
 }
 
 }  // namespace zvaddon::tool

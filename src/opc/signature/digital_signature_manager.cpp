@@ -1,6 +1,8 @@
 #include "opc/signature/digital_signature_manager.h"
 
 #include <algorithm>
+#include <ctime>
+#include <functional>
 #include <utility>
 
 #include "opc/detail/text.h"
@@ -33,14 +35,24 @@ SignatureMethod SignatureParams::getSignatureMethod() const {
 }
 
 DigitalSignature::DigitalSignature(PartName signaturePart, std::vector<PartName> signedParts,
-                                   std::vector<RelationshipSelector> selectors, ustring signingTime)
+                                   std::vector<RelationshipSelector> selectors, ustring signingTime,
+                                   std::vector<std::vector<std::uint8_t>> certificates)
     : signaturePart_(std::move(signaturePart)),
       signedParts_(std::move(signedParts)),
       selectors_(std::move(selectors)),
-      signingTime_(std::move(signingTime)) {}
+      signingTime_(std::move(signingTime)),
+      certificates_(std::move(certificates)) {}
 
-DigitalSignatureVerificationStatus::DigitalSignatureVerificationStatus(Result result, std::string detail)
-    : result_(result), detail_(std::move(detail)) {}
+DigitalSignatureVerificationStatus::DigitalSignatureVerificationStatus(Result result, std::string detail,
+                                                                       std::optional<CertificateInfo> signer)
+    : result_(result), detail_(std::move(detail)), signer_(std::move(signer)) {}
+
+// What signs: the key pair, and the certificates KeyInfo carries instead of the key's value when given.
+struct signature::SigningKey {
+  PkeyPtr privateKey;
+  PkeyPtr publicKey;
+  std::vector<Bytes> certificates;
+};
 
 namespace {
 
@@ -212,45 +224,89 @@ std::vector<DigitalSignature> DigitalSignatureManager::getSignatures() const {
     } catch (const signature::MalformedSignature&) {
       continue;
     }
-    result.emplace_back(entry.part, signedPartsOf(content), selectorsOf(content), content.signingTime);
+    result.emplace_back(entry.part, signedPartsOf(content), selectorsOf(content), content.signingTime,
+                        std::move(content.certificates));
   }
   return result;
 }
 
+namespace {
+
+// Every check but the key's: the signature part is listed, typed and well formed, and names the parts
+// it was read with; then `check` with the parsed signature.
+Status verifyParsed(const Package& package, const DigitalSignature& signature,
+                    const std::function<Status(const SignatureLayout&, const signature::ParsedSignature&)>& check) {
+  requireOpen(package);
+  XercesGuard xerces;
+  const SignatureLayout layout = readLayout(package);
+  const PartName& partName = signature.getSignaturePartName();
+  const bool listed =
+      std::any_of(layout.signatures.begin(), layout.signatures.end(), [&](const auto& s) { return s.part == partName; });
+  if (!listed) return {Status::Result::PartMissing, "no signature part " + std::string(partName.text())};
+  const PartPtr part = package.getPart(partName);
+  if (!(part->getContentType() == ContentType(PackageHelper::getDigitalSignatureXMLSignatureContentType()))) {
+    return {Status::Result::MalformedSignature, "part " + std::string(partName.text()) + " is not an XML signature"};
+  }
+  try {
+    const auto input = part->getInputStream();
+    const signature::ParsedSignature parsed = signature::readSignature(*input);
+    if (signedPartsOf(parsed.content) != signature.getSignedPartNames()) {
+      return {Status::Result::MalformedSignature, "the signed parts differ from those the signature was read with"};
+    }
+    return check(layout, parsed);
+  } catch (const signature::MalformedSignature& error) {
+    return {Status::Result::MalformedSignature, error.what()};
+  }
+}
+
+}  // namespace
+
 DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(
     const DigitalSignature& signature, const std::vector<std::uint8_t>& verificationKey) const {
   requireOpen(package_);
-  XercesGuard xerces;
   signature::PkeyPtr key;
   try {
     key = signature::loadPublicKey(verificationKey);
   } catch (const opc::Exception& error) {
     return {Status::Result::BadKey, error.what()};
   }
-  const SignatureLayout layout = readLayout(package_);
-  const PartName& partName = signature.getSignaturePartName();
-  const bool listed =
-      std::any_of(layout.signatures.begin(), layout.signatures.end(), [&](const auto& s) { return s.part == partName; });
-  if (!listed) return {Status::Result::PartMissing, "no signature part " + std::string(partName.text())};
-  const PartPtr part = package_.getPart(partName);
-  if (!(part->getContentType() == ContentType(PackageHelper::getDigitalSignatureXMLSignatureContentType()))) {
-    return {Status::Result::MalformedSignature, "part " + std::string(partName.text()) + " is not an XML signature"};
-  }
-  signature::ParsedSignature parsed;
-  try {
-    const auto input = part->getInputStream();
-    parsed = signature::readSignature(*input);
-  } catch (const signature::MalformedSignature& error) {
-    return {Status::Result::MalformedSignature, error.what()};
-  }
-  if (signedPartsOf(parsed.content) != signature.getSignedPartNames()) {
-    return {Status::Result::MalformedSignature, "the signed parts differ from those the signature was read with"};
-  }
-  try {
+  return verifyParsed(package_, signature, [&](const SignatureLayout& layout, const signature::ParsedSignature& parsed) {
     return checkSignature(package_, layout, parsed, key.get());
-  } catch (const signature::MalformedSignature& error) {
-    return {Status::Result::MalformedSignature, error.what()};
-  }
+  });
+}
+
+DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(const DigitalSignature& signature,
+                                                                            std::string_view trustStore) const {
+  (void)signature::readCertificatesPem(trustStore, "the trust store");
+  return verifyParsed(package_, signature, [&](const SignatureLayout& layout, const signature::ParsedSignature& parsed) {
+    const auto& chain = parsed.content.certificates;
+    if (chain.empty()) return Status(Status::Result::MalformedSignature, "the signature carries no certificate");
+    std::optional<CertificateInfo> signer;
+    signature::PkeyPtr key;
+    try {
+      signer = signature::describeCertificate(chain[0]);
+      key = signature::certificateKey(chain[0]);
+    } catch (const opc::Exception& error) {
+      return Status(Status::Result::BadKey, error.what(), signer);
+    }
+    const Status status = checkSignature(package_, layout, parsed, key.get());
+    if (!status.isProperlyCodesigned()) return Status(status.getResult(), status.getDetail(), signer);
+    const std::optional<std::time_t> when = signature::parseSigningTime(parsed.content.signingTime);
+    if (!when) return Status(Status::Result::MalformedSignature, "the signature has no signing time", signer);
+    std::string problem;
+    try {
+      problem = signature::chainProblem(chain, trustStore, *when);
+    } catch (const opc::Exception& error) {  // an intermediate that does not decode
+      problem = error.what();
+    }
+    if (!problem.empty()) {
+      return Status(Status::Result::UntrustedCertificate,
+                    "the signer's certificate is not trusted at the signing time " +
+                        narrow(parsed.content.signingTime) + ": " + problem,
+                    signer);
+    }
+    return Status(Status::Result::Valid, {}, signer);
+  });
 }
 
 DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& parts,
@@ -259,13 +315,43 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
                                                const std::vector<std::uint8_t>& verificationKey,
                                                const SignatureParams& params) {
   requireOpen(package_);
+  signature::SigningKey key{signature::loadPrivateKey(signingKey), signature::loadPublicKey(verificationKey), {}};
+  if (!signature::samePublicKey(key.privateKey.get(), key.publicKey.get())) {
+    throw opc::Exception("the verification key does not belong to the signing key");
+  }
+  return signWith(parts, selectors, key, params);
+}
+
+DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& parts,
+                                               const std::vector<RelationshipSelector>& selectors,
+                                               const CertificateKey& certificate, const SignatureParams& params) {
+  requireOpen(package_);
+  signature::SigningKey key{signature::readPrivateKeyPem(certificate.privateKeyPem, certificate.passphrase), nullptr,
+                            signature::readCertificatesPem(certificate.certificatePem, "the certificate")};
+  if (key.certificates.size() != 1) throw opc::Exception("the certificate text must hold exactly one certificate");
+  if (!certificate.chainPem.empty()) {
+    for (auto& der : signature::readCertificatesPem(certificate.chainPem, "the chain")) key.certificates.push_back(std::move(der));
+  }
+  key.publicKey = signature::certificateKey(key.certificates[0]);
+  if (!signature::samePublicKey(key.privateKey.get(), key.publicKey.get())) {
+    throw opc::Exception("the private key does not belong to the certificate");
+  }
+  const std::string problem = signature::validityProblem(key.certificates[0], std::time(nullptr));
+  if (!problem.empty()) throw opc::Exception("cannot sign: " + problem);
+  return signWith(parts, selectors, key, params);
+}
+
+DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& parts,
+                                                   const std::vector<RelationshipSelector>& selectors,
+                                                   const signature::SigningKey& key, const SignatureParams& params) {
   if (package_.getOpenMode() == interfaces::OpenMode::Read) throw opc::Exception("cannot sign: the package is read only");
   XercesGuard xerces;
   const SignatureLayout layout = readLayout(package_);
 
   if (parts.empty()) throw opc::Exception("cannot sign: no part to sign");
   signature::SignatureContent content;
-  content.signatureMethod = params.getSignatureMethod();
+  content.signatureMethod = signature::methodFor(key.privateKey.get(), params.getSignatureMethod());
+  content.certificates = key.certificates;
   content.objectDigestMethod = params.getDigestMethod();
   for (const PartName& name : parts) {
     const std::string text(name.text());
@@ -336,25 +422,25 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
   }
   content.signingTime = signature::currentSigningTime();
 
-  const signature::PkeyPtr privateKey = signature::loadPrivateKey(signingKey);
-  const signature::PkeyPtr publicKey = signature::loadPublicKey(verificationKey);
-  if (!signature::samePublicKey(privateKey.get(), publicKey.get())) {
-    throw opc::Exception("the verification key does not belong to the signing key");
+  // A bare RSA key travels as its value, for engines that need one; a certificate carries its own.
+  std::optional<signature::RsaPublicComponents> keyValue;
+  if (key.certificates.empty() && content.signatureMethod != SignatureMethod::ECDSA_SHA256) {
+    keyValue = signature::rsaPublicComponents(key.publicKey.get());
   }
-  const signature::Bytes bytes =
-      signature::writeSignature(content, signature::rsaPublicComponents(publicKey.get()),
-                                [&](std::span<const std::uint8_t> data) {
-                                  return signature::signValue(privateKey.get(), content.signatureMethod, data);
-                                });
+  const signature::Bytes bytes = signature::writeSignature(
+      content, keyValue ? &*keyValue : nullptr, [&](std::span<const std::uint8_t> data) {
+        return signature::signValue(key.privateKey.get(), content.signatureMethod, data);
+      });
   // What was written must read back and verify before the package is touched.
   {
     signature::BytesInputStream input(bytes);
     const signature::ParsedSignature parsed = signature::readSignature(input);
-    const Status status = checkSignature(package_, layout, parsed, publicKey.get());
+    const Status status = checkSignature(package_, layout, parsed, key.publicKey.get());
     if (!status.isProperlyCodesigned()) throw opc::Exception("the new signature does not verify: " + status.getDetail());
   }
 
-  // Earlier signatures over the same parts with the same selectors are superseded.
+  // Earlier signatures of the same kind are superseded: with a certificate, all; with a bare key,
+  // those over the same parts with the same selectors.
   const std::vector<PartName> signedParts = signedPartsOf(content);
   const std::vector<RelationshipSelector> signedSelectors = selectorsOf(content);
   std::vector<PartName> superseded;
@@ -362,7 +448,11 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
     try {
       const auto input = package_.getPart(entry.part)->getInputStream();
       const signature::SignatureContent scope = signature::readSignatureScope(*input);
-      if (signedPartsOf(scope) == signedParts && selectorsOf(scope) == signedSelectors) superseded.push_back(entry.part);
+      const bool certificate = !content.certificates.empty();
+      if (!scope.certificates.empty() == certificate &&
+          (certificate || (signedPartsOf(scope) == signedParts && selectorsOf(scope) == signedSelectors))) {
+        superseded.push_back(entry.part);
+      }
     } catch (const signature::MalformedSignature&) {
       // unreadable: not of this scope, left alone
     }
@@ -406,7 +496,7 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
     for (const PartName& old : superseded) {
       removeSignature(DigitalSignature(old, {}, {}, {}));
     }
-    return DigitalSignature(signatureName, signedParts, signedSelectors, content.signingTime);
+    return DigitalSignature(signatureName, signedParts, signedSelectors, content.signingTime, content.certificates);
   } catch (...) {
     if (createdSignature) {
       if (origin) {

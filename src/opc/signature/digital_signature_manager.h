@@ -3,6 +3,7 @@
 // signature parts that the package reaches through the digital-signature origin part.
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,9 @@
 namespace opc::model {
 
 class Package;
+namespace signature {
+struct SigningKey;
+}
 
 // How a relationship selector picks relationships of its source.
 enum class RelationshipSelectorType : int {
@@ -60,7 +64,8 @@ class SignatureParams {
 class DigitalSignature {
  public:
   DigitalSignature(PartName signaturePart, std::vector<PartName> signedParts,
-                   std::vector<RelationshipSelector> selectors, ustring signingTime);
+                   std::vector<RelationshipSelector> selectors, ustring signingTime,
+                   std::vector<std::vector<std::uint8_t>> certificates = {});
 
   [[nodiscard]] const PartName& getSignaturePartName() const { return signaturePart_; }
   // The signed parts in the order of the signature's manifest (relationships parts not included).
@@ -70,12 +75,32 @@ class DigitalSignature {
   [[nodiscard]] const std::vector<RelationshipSelector>& getRelationshipSelectors() const { return selectors_; }
   // The signing time as written in the signature ("YYYY-MM-DDThh:mm:ssZ"); may be empty.
   [[nodiscard]] const ustring& getSigningTime() const { return signingTime_; }
+  // The DER certificates of KeyInfo, the signer's first; empty for a signature made with a bare key.
+  [[nodiscard]] const std::vector<std::vector<std::uint8_t>>& getCertificates() const { return certificates_; }
 
  private:
   PartName signaturePart_;
   std::vector<PartName> signedParts_;
   std::vector<RelationshipSelector> selectors_;
   ustring signingTime_;
+  std::vector<std::vector<std::uint8_t>> certificates_;
+};
+
+// Who a certificate names, for people: one-line subject and issuer (RFC 2253), and the SHA-256 of its
+// DER as colon-separated upper-case hex.
+struct CertificateInfo {
+  std::string subject;
+  std::string issuer;
+  std::string fingerprint;
+};
+
+// A signer known by an X.509 certificate, as PEM texts. The key is RSA of at least 2048 bits or
+// ECDSA on P-256; `chainPem` holds intermediates (may be empty) that travel with the certificate.
+struct CertificateKey {
+  std::string privateKeyPem;
+  std::optional<std::string> passphrase;  // for an encrypted key
+  std::string certificatePem;
+  std::string chainPem;
 };
 
 // The outcome of verifying one signature. Valid only when the signature part has exactly the
@@ -91,18 +116,23 @@ class DigitalSignatureVerificationStatus {
     DigestMismatch,       // a signed part or the selected relationships changed
     SignatureMismatch,    // the signature value does not check out with the key
     BadKey,               // the verification key cannot be decoded
+    UntrustedCertificate,  // the signer's certificate does not chain to the trust store at the signing time
   };
 
-  DigitalSignatureVerificationStatus(Result result, std::string detail);
+  DigitalSignatureVerificationStatus(Result result, std::string detail,
+                                     std::optional<CertificateInfo> signer = std::nullopt);
 
   [[nodiscard]] bool isProperlyCodesigned() const { return result_ == Result::Valid; }
   [[nodiscard]] Result getResult() const { return result_; }
   // Names what failed (the part, the reference, the library's error text); empty when valid.
   [[nodiscard]] const std::string& getDetail() const { return detail_; }
+  // Who signed, when the signature carries a certificate that decodes (valid or not).
+  [[nodiscard]] const std::optional<CertificateInfo>& getSigner() const { return signer_; }
 
  private:
   Result result_;
   std::string detail_;
+  std::optional<CertificateInfo> signer_;
 };
 
 // Makes, lists and verifies the signatures of an open package. Holds a reference to the package,
@@ -111,10 +141,11 @@ class DigitalSignatureVerificationStatus {
 // Keys are DER bytes: the signing key a PKCS#8 PrivateKeyInfo, the verification key a
 // SubjectPublicKeyInfo, both RSA.
 //
-// Signing again over the same scope (the same signed parts and the same selectors, as they read back:
-// a type selector with the ids it selects) replaces the earlier signature of that scope; signatures
-// over other scopes, and unreadable ones, stay beside it. A package therefore holds at most one
-// signature per scope, and re-signing after a signed part changed repairs it.
+// Signing again with a bare key over the same scope (the same signed parts and the same selectors, as
+// they read back: a type selector with the ids it selects) replaces the earlier bare-key signature of
+// that scope; signing with a certificate replaces every earlier certificate signature, whatever it
+// covered. Other signatures, and unreadable ones, stay beside the new one. Re-signing after a signed
+// part changed therefore repairs it.
 class DigitalSignatureManager {
  public:
   explicit DigitalSignatureManager(Package& package);
@@ -135,6 +166,12 @@ class DigitalSignatureManager {
   DigitalSignature sign(const std::vector<PartName>& parts, const std::vector<RelationshipSelector>& selectors,
                         const std::vector<std::uint8_t>& signingKey,
                         const std::vector<std::uint8_t>& verificationKey, const SignatureParams& params);
+  // The same with a certificate's key: KeyInfo holds the certificate and chain instead of the key.
+  // Also throws opc::Exception for a PEM text that does not decode, an encrypted key without (or with
+  // a wrong) passphrase, a key that does not belong to the certificate, or a certificate that is not
+  // valid at the current time of day (the signing time written may be SOURCE_DATE_EPOCH instead).
+  DigitalSignature sign(const std::vector<PartName>& parts, const std::vector<RelationshipSelector>& selectors,
+                        const CertificateKey& key, const SignatureParams& params);
 
   // True when the origin part exists and has at least one signature relationship.
   [[nodiscard]] bool isPackageSigned() const;
@@ -147,12 +184,20 @@ class DigitalSignatureManager {
   // status says what failed. Throws opc::Exception only when the package cannot be read.
   [[nodiscard]] DigitalSignatureVerificationStatus verifySignature(
       const DigitalSignature& signature, const std::vector<std::uint8_t>& verificationKey) const;
+  // Checks a certificate signature as above with the key of its own certificate, then the chain
+  // (KeyInfo's other certificates as intermediates) to the certificates of the PEM bundle
+  // `trustStore`, at the signing time. Throws opc::Exception when `trustStore` holds no certificate.
+  [[nodiscard]] DigitalSignatureVerificationStatus verifySignature(const DigitalSignature& signature,
+                                                                   std::string_view trustStore) const;
 
   // Removes one signature part and its origin relationship; the origin part goes with the last one.
   // Throws opc::Exception when the package is not writable or there is no such signature.
   void removeSignature(const DigitalSignature& signature);
 
  private:
+  DigitalSignature signWith(const std::vector<PartName>& parts, const std::vector<RelationshipSelector>& selectors,
+                            const signature::SigningKey& key, const SignatureParams& params);
+
   Package& package_;
 };
 

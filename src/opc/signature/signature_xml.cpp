@@ -53,6 +53,7 @@ struct SignatureAlgorithm {
 constexpr SignatureAlgorithm kSignatures[] = {
     {SignatureMethod::RSA_SHA256, u"http://www.w3.org/2001/04/xmldsig-more#rsa-sha256"},
     {SignatureMethod::RSA_SHA512, u"http://www.w3.org/2001/04/xmldsig-more#rsa-sha512"},
+    {SignatureMethod::ECDSA_SHA256, u"http://www.w3.org/2001/04/xmldsig-more#ecdsa-sha256"},
 };
 
 const DigestAlgorithm& digestAlgorithm(DigestMethod method) {
@@ -345,7 +346,7 @@ std::size_t BytesInputStream::read(std::uint8_t* buffer, std::size_t size) {
   return n;
 }
 
-Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents& key,
+Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents* keyValue,
                      const std::function<Bytes(std::span<const std::uint8_t>)>& sign) {
   DocumentPtr document = XercesHelper::createDocument();
   DOMElement* root = XercesHelper::appendElementNS(document.get(), kDsigNs, u"Signature");
@@ -361,9 +362,18 @@ Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents&
   XercesHelper::setElementAttribute(objectReference, u"Type", kObjectType);
   DOMElement* signatureValue = add(root, u"SignatureValue");
 
-  DOMElement* rsa = add(add(add(root, u"KeyInfo"), u"KeyValue"), u"RSAKeyValue");
-  XercesHelper::setElementText(add(rsa, u"Modulus"), foundation::crypto::utils::base64Encode(key.modulus));
-  XercesHelper::setElementText(add(rsa, u"Exponent"), foundation::crypto::utils::base64Encode(key.exponent));
+  if (keyValue != nullptr || !content.certificates.empty()) {
+    DOMElement* keyInfo = add(root, u"KeyInfo");
+    if (keyValue != nullptr) {
+      DOMElement* rsa = add(add(keyInfo, u"KeyValue"), u"RSAKeyValue");
+      XercesHelper::setElementText(add(rsa, u"Modulus"), foundation::crypto::utils::base64Encode(keyValue->modulus));
+      XercesHelper::setElementText(add(rsa, u"Exponent"), foundation::crypto::utils::base64Encode(keyValue->exponent));
+    }
+    DOMElement* x509 = content.certificates.empty() ? nullptr : add(keyInfo, u"X509Data");
+    for (const Bytes& der : content.certificates) {
+      XercesHelper::setElementText(add(x509, u"X509Certificate"), foundation::crypto::utils::base64Encode(der));
+    }
+  }
 
   DOMElement* object = add(root, u"Object");
   XercesHelper::setElementAttribute(object, u"Id", kPackageObjectId);
@@ -402,16 +412,21 @@ ParsedSignature readSignature(opc::InputStream& input) {
   allowAttributes(root, {u"Id"});
   if (countPackageObjects(root) != 1) malformed("there must be exactly one package object");
 
+  ParsedSignature parsed;
   const std::vector<DOMElement*> top = elementsOf(root);
   const bool hasKeyInfo = top.size() == 4;
   if (top.size() != 3 && top.size() != 4) malformed("unexpected elements in <Signature>");
   expect(top[0], u"SignedInfo");
   expect(top[1], u"SignatureValue");
-  if (hasKeyInfo) expect(top[2], u"KeyInfo");
+  if (hasKeyInfo) {
+    expect(top[2], u"KeyInfo");
+    const DOMElement* x509 = XercesHelper::getElementNS(top[2], kDsigNs, u"X509Data");
+    for (const DOMElement* e : XercesHelper::getElementsNS(x509, kDsigNs, u"X509Certificate")) {
+      parsed.content.certificates.push_back(base64Of(e));
+    }
+  }
   const DOMElement* object = top.back();
   expect(object, u"Object");
-
-  ParsedSignature parsed;
   const DOMElement* signedInfo = top[0];
   allowAttributes(signedInfo, {});
   const std::vector<DOMElement*> info = elementsOf(signedInfo);
@@ -514,6 +529,16 @@ SignatureContent readSignatureScope(opc::InputStream& input) {
   const DOMElement* property = XercesHelper::getElementNS(properties, kDsigNs, u"SignatureProperty");
   const DOMElement* time = XercesHelper::getElementNS(property, kPackageSignatureNs, u"SignatureTime");
   XercesHelper::getElementText(XercesHelper::getElementNS(time, kPackageSignatureNs, u"Value"), content.signingTime);
+  const DOMElement* keyInfo = XercesHelper::getElementNS(document->getDocumentElement(), kDsigNs, u"KeyInfo");
+  const DOMElement* x509 = XercesHelper::getElementNS(keyInfo, kDsigNs, u"X509Data");
+  for (const DOMElement* e : XercesHelper::getElementsNS(x509, kDsigNs, u"X509Certificate")) {
+    // What the scope shows needs no valid certificate; readSignature refuses a broken one.
+    try {
+      content.certificates.push_back(base64Of(e));
+    } catch (const MalformedSignature&) {
+      content.certificates.emplace_back();
+    }
+  }
   return content;
 }
 
@@ -524,6 +549,14 @@ ustring currentSigningTime() {
   char text[32];
   const std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
   return opc::detail::widenAscii(std::string_view(text, n));
+}
+
+std::optional<std::time_t> parseSigningTime(const ustring& text) {
+  const std::string narrow = opc::detail::narrow(text);
+  std::tm utc{};
+  const char* end = strptime(narrow.c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+  if (end == nullptr || *end != '\0') return std::nullopt;
+  return timegm(&utc);
 }
 
 }  // namespace opc::model::signature

@@ -5,10 +5,11 @@
 //   Signature (Id optional)
 //     SignedInfo
 //       CanonicalizationMethod   inclusive canonical XML 1.0, no comments
-//       SignatureMethod          RSA with SHA-256 or SHA-512
+//       SignatureMethod          RSA with SHA-256 or SHA-512, ECDSA with SHA-256
 //       Reference URI="#idPackageObject" (Type the Object type, if present), no transforms
 //     SignatureValue
-//     KeyInfo                    optional; never trusted, so not read
+//     KeyInfo                    optional: a KeyValue (never trusted, so not read) or an X509Data
+//                                of X509Certificate elements, the signer's certificate first
 //     Object Id="idPackageObject"
 //       Manifest                 one Reference per signed part or relationships part
 //       SignatureProperties      optional; the signing time
@@ -18,6 +19,7 @@
 //
 // Callers hold an XercesGuard.
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <optional>
 #include <span>
@@ -58,6 +60,7 @@ struct SignatureContent {
   foundation::crypto::utils::DigestMethod objectDigestMethod = foundation::crypto::utils::DigestMethod::SHA256;
   std::vector<ManifestReference> references;
   ustring signingTime;  // "YYYY-MM-DDThh:mm:ssZ"; empty for none
+  std::vector<Bytes> certificates;  // DER, the signer's first; empty for a signature made with a bare key
 };
 
 // A parsed signature part with the canonical forms its checks need.
@@ -69,21 +72,22 @@ struct ParsedSignature {
   Bytes canonicalObject;       // what the object digest covers
 };
 
-// Reads a byte vector that outlives it.
+// Reads bytes that outlive it.
 class BytesInputStream : public opc::InputStream {
  public:
-  explicit BytesInputStream(const Bytes& bytes) : bytes_(bytes) {}
+  explicit BytesInputStream(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
   [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override;
 
  private:
-  const Bytes& bytes_;
+  std::span<const std::uint8_t> bytes_;
   std::size_t position_ = 0;
 };
 
 // Builds the signature: the object digest and the signature value are computed here, the latter by
-// `sign` over the canonical SignedInfo. Returns the part's bytes (UTF-8 XML). `key` goes to KeyInfo.
-// Throws opc::Exception (XML) or whatever `sign` throws.
-[[nodiscard]] Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents& key,
+// `sign` over the canonical SignedInfo. Returns the part's bytes (UTF-8 XML). KeyInfo holds `keyValue`
+// when given and the content's certificates when there are any. Throws opc::Exception (XML) or
+// whatever `sign` throws.
+[[nodiscard]] Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents* keyValue,
                                    const std::function<Bytes(std::span<const std::uint8_t>)>& sign);
 
 // Parses a signature part. Throws MalformedSignature for anything but the accepted layout (including
@@ -92,11 +96,13 @@ class BytesInputStream : public opc::InputStream {
 
 // What a signature part claims to cover, read without the structure check: the manifest references
 // of the first element with Id "idPackageObject" (part, content type, transform selection; no
-// digests) and the signing time. A reference whose URI names no valid part is left out. Throws
+// digests), the signing time and the certificates. A reference whose URI names no valid part is left out. Throws
 // MalformedSignature when the part is not XML or has no package object; stream errors propagate.
 [[nodiscard]] SignatureContent readSignatureScope(opc::InputStream& input);
 
 // "YYYY-MM-DDThh:mm:ssZ" for the current time.
 [[nodiscard]] ustring currentSigningTime();
+// The instant of such a text; nothing for any other text.
+[[nodiscard]] std::optional<std::time_t> parseSigningTime(const ustring& text);
 
 }  // namespace opc::model::signature

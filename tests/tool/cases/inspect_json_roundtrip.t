@@ -24,7 +24,7 @@ reorders or retypes (flags as text, one-element lists, empty lists, a missing re
 The keys of the report, and the record keys in the order the host structures hold them.
 
   $ python3 -c 'import json; r = json.load(open("full.json")); print(list(r)); print(list(r["properties"])); print(r["signature"], r["screenshot"], r["instructionSets"], len(r["files"]))'
-  ['package', 'bytes', 'sha512', 'signature', 'properties', 'systemRequirements', 'configuration', 'license', 'examples', 'revisionHistory', 'apps', 'screenshot', 'instructionSets', 'files']
+  ['package', 'bytes', 'sha512', 'signature', 'signer', 'properties', 'systemRequirements', 'configuration', 'license', 'examples', 'revisionHistory', 'apps', 'screenshot', 'instructionSets', 'files']
   ['type', 'name', 'version', 'ZORVANRelease', 'summary', 'authorName', 'authorContact', 'authorOrganization', 'GUID', 'description']
   unsigned {'part': '/metadata/primaryScreenShot.png', 'bytes': 886} ['sigtoolSetup.xml'] 18
 

@@ -11,7 +11,7 @@ the JSON pointer of the fault and what was expected; the exit status is 5.
   zvaddon build: addon/zvaddon.json: /properties/GUID: required
   [5]
   $ m '{"properties": {"name": "A", "version": "1", "GUID": "g"}, "extras": 1}'
-  zvaddon build: addon/zvaddon.json: /extras: unknown key; expected one of: properties, systemRequirements, configuration, license, examples, revisionHistory, apps, screenshot, instructionSets, files
+  zvaddon build: addon/zvaddon.json: /extras: unknown key; expected one of: properties, systemRequirements, configuration, license, examples, revisionHistory, apps, screenshot, instructionSets, files, signing
   [5]
   $ m '{"systemRequirements": {}}'
   zvaddon build: addon/zvaddon.json: /properties: required

@@ -37,3 +37,42 @@ A build with --sign makes requirements of its own when the manifest has none.
   $ zvaddon build -q . -o signed.zvaddon --sign
   $ zvaddon verify signed.zvaddon
   valid: the requirements signature of signed.zvaddon checks out
+
+The author signature: certificates made here with openssl. verify --trust checks both signatures;
+an unsigned author exits 3, an untrusted root or a file changed after signing 4.
+
+  $ for n in ca other; do openssl req -x509 -newkey rsa:2048 -nodes -keyout $n.key -out $n.pem -days 9 -subj /CN=$n \
+  >   -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign 2>/dev/null; done
+  $ openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout me.key -out me.csr -subj /CN=Me 2>/dev/null
+  $ openssl x509 -req -in me.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days 2 -out me.pem 2>/dev/null
+  $ zvaddon verify tiny.zvaddon --trust ca.pem
+  valid: the requirements signature of tiny.zvaddon checks out
+  unsigned: tiny.zvaddon carries no author signature
+  [3]
+  $ zvaddon sign tiny.zvaddon --key ca.key --cert me.pem
+  zvaddon sign: the private key does not belong to the certificate
+  [1]
+  $ zvaddon sign tiny.zvaddon --key me.key --cert me.pem
+  signed tiny.zvaddon as its author
+  $ zvaddon verify tiny.zvaddon --trust ca.pem
+  valid: the requirements signature of tiny.zvaddon checks out
+  valid: the author signature of tiny.zvaddon checks out
+  signer: CN=Me
+  $ zvaddon verify tiny.zvaddon --trust other.pem --json | grep -E '"(state|reason)"'
+      "state": "invalid",
+      "reason": "the signer's certificate is not trusted at the signing time .*: unable to get local issuer certificate", (re)
+  $ zvaddon inspect tiny.zvaddon | grep signer
+  author signer       CN=Me, SHA-256 ([0-9A-F]{2}:){31}[0-9A-F]{2} (re)
+  $ zvaddon set tiny.zvaddon license '{"text": "MIT"}'
+  $ zvaddon verify tiny.zvaddon --trust ca.pem
+  valid: the requirements signature of tiny.zvaddon checks out
+  invalid: the author signature of tiny.zvaddon does not check out (part /metadata/license.xml was added after signing)
+  signer: CN=Me
+  [4]
+
+A build signs as author from the manifest's "signing" (after the requirements signature).
+
+  $ printf '{"properties": {"name": "Tiny", "version": "1.0.0", "GUID": "a-b-c"}, "files": {"include": ["a.m"]},
+  >   "signing": {"key": "me.key", "cert": "me.pem"}}' > zvaddon.json
+  $ zvaddon build -q . -o authored.zvaddon --sign
+  $ zvaddon verify -q authored.zvaddon --trust ca.pem
