@@ -1,11 +1,9 @@
 // Extraction on workers: the same tree whatever their number, and every defect of an entry found
-// in a worker undoes the whole extraction. Listing in one pass: the same paths as walking the tree
-// folder by folder.
+// in a worker undoes the whole extraction.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <random>
 
 #include "file_system_test_support.h"
@@ -153,42 +151,6 @@ TEST_F(ParallelExtractTest, DefectsFoundByWorkersUndoEverything) {
       EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
     }
   }
-}
-
-// Files and empty folders in the order of a getChildren walk, with decoded names (spaces, '#', '%',
-// non-ASCII, names that sort differently encoded and decoded), read back from the written package.
-TEST_F(ParallelExtractTest, ListingInOnePassMatchesTheFolderWalk) {
-  const std::vector<std::string> files = {"b/z.txt", "b/a b.txt", "a#1/x%y.m", "A2/\xc3\xa9t\xc3\xa9.m", "top.m",
-                                          "deep/er/est/f", "b/_rels", "b/name."};
-  const std::vector<std::string> folders = {"empty", "b/also empty", "deep/er/vide"};
-  writeFile(dir.file("payload"), "x");
-  const ustring package = dir.ufile("list.zvaddon");
-  {
-    Session s(package, OpenMode::Create);
-    FileSystemManager manager(s.package, {});
-    for (const std::string& file : files) {
-      (void)manager.addFile(u16(dir.file("payload")), u16(file), TransformMode::Encode);
-    }
-    for (const std::string& folder : folders) (void)manager.createFolder(u16(folder));
-    s.package.close();
-  }
-  Session s(package, OpenMode::Read);
-  FileSystemManager manager(s.package, {});
-  std::vector<ustring> walked;
-  std::function<void(const kqservices::FileSystemEntry&)> visit = [&](const kqservices::FileSystemEntry& folder) {
-    for (const kqservices::FileSystemEntry& child : manager.getChildren(folder)) {
-      if (child.isFile() || manager.getChildren(child).empty()) {
-        walked.push_back(child.getPathName());
-      } else {
-        visit(child);
-      }
-    }
-  };
-  visit(manager.getRoot());
-  EXPECT_EQ(walked.size(), files.size() + folders.size());
-  EXPECT_EQ(manager.listFiles(), walked);
-  EXPECT_NE(std::find(walked.begin(), walked.end(), u"/b/also empty"), walked.end());
-  EXPECT_NE(std::find(walked.begin(), walked.end(), u"/a#1/x%y.m"), walked.end());
 }
 
 }  // namespace

@@ -228,31 +228,6 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
   }
 }
 
-namespace {
-
-void collectLeaves(const TreeNode& folder, ustring& path, std::vector<ustring>& out) {
-  for (const auto& [child, name] : folder.sortedChildren()) {
-    const std::size_t length = path.size();
-    path += u'/';
-    path += name;
-    if (!child->hasChildren()) {
-      out.push_back(path);
-    } else {
-      collectLeaves(*child, path, out);
-    }
-    path.resize(length);
-  }
-}
-
-}  // namespace
-
-std::vector<ustring> detail::listLeaves(const TreeNode& root) {
-  std::vector<ustring> out;
-  ustring path;
-  collectLeaves(root, path, out);
-  return out;
-}
-
 // ---- Entries and errors ----------------------------------------------------------------------
 
 ustring FileSystemEntry::getName() const {
@@ -470,10 +445,6 @@ std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntr
     out.push_back(FileSystemEntry(std::move(path), std::move(encoded), child->file));
   }
   return out;
-}
-
-std::vector<ustring> FileSystemManager::listFiles() const {
-  return detail::listLeaves(index().root);
 }
 
 bool FileSystemManager::exists(const ustring& pathInAddon) const {

@@ -16,32 +16,6 @@ namespace opc::model {
 
 class Package;
 
-namespace detail {
-// An optional value kept in the room of the value, one value standing for "absent": a package
-// holds tens of thousands of parts, and std::optional doubles a 64-bit field with its padding.
-// Reads as, and converts to, std::optional<T>.
-template <class T, class None>
-class PackedOptional {
- public:
-  PackedOptional() : value_(None::value()) {}
-  PackedOptional& operator=(const T& value) {
-    value_ = value;
-    return *this;
-  }
-  PackedOptional& operator=(const std::optional<T>& value) { return *this = value ? *value : None::value(); }
-  [[nodiscard]] bool has_value() const { return !(value_ == None::value()); }
-  explicit operator bool() const { return has_value(); }
-  [[nodiscard]] const T& operator*() const { return value_; }
-  operator std::optional<T>() const { return has_value() ? std::optional<T>(value_) : std::nullopt; }
-
- private:
-  T value_;
-};
-struct NoEntry {
-  static constexpr std::uint64_t value() { return UINT64_MAX; }  // no ZIP entry has this index
-};
-}  // namespace detail
-
 // A part: its name, content type, content and relationships. Made only by Package (createPart,
 // getPart, getParts), which owns the part's state; a PartPtr is a handle that may outlive the part's
 // presence in the package. Once the part is deleted or the package is closed or reverted, the
@@ -78,6 +52,11 @@ class Part {
   // Replaces the content with `source`, read only when the package is written (and by
   // getInputStream). The source must stay readable until close().
   void setContentSource(std::shared_ptr<const ContentSource> source);
+  // The ZIP directory index of the entry that holds the part's content, while the content is the one
+  // the package file holds.
+  [[nodiscard]] std::optional<std::uint64_t> getDirectoryIndex() const {
+    return content_ ? std::nullopt : sourceEntry_;
+  }
   // Content length in bytes; for a content source of unknown size, found by reading it.
   [[nodiscard]] std::uint64_t getSize() const;
 
@@ -105,28 +84,18 @@ class Part {
     return relationships_ ? !relationships_->empty() : relationshipsEntry_.has_value();
   }
 
-  // What the writer needs of the attributes, as the entry records them.
-  [[nodiscard]] std::optional<FileTime> modified() const;
-  [[nodiscard]] std::optional<std::uint32_t> mode() const;
-  void recordAttributes(const std::optional<FileTime>& time, const std::optional<std::uint32_t>& mode);
-
-  // Packed (a package holds tens of thousands of parts): fields of the part information and of the
-  // optional attributes live side by side rather than in their own padded structures.
-  static constexpr std::uint32_t kNoTime = UINT32_MAX;  // in modifiedNanoseconds_: no time recorded
   Package* owner_;
   PartName name_;
   ContentType contentType_;
-  std::uint64_t declaredSize_;                      // the part information's size
-  detail::PackedOptional<std::uint64_t, detail::NoEntry> sourceEntry_;  // unchanged content: this ZIP entry
+  std::uint64_t declaredSize_;                     // the part information's size
+  std::optional<std::uint64_t> sourceEntry_;       // unchanged content: this ZIP entry
   std::shared_ptr<const ContentSource> content_;   // replaced content
   mutable std::unique_ptr<Relationships> relationships_;  // made (and read) on first use: most parts have none
-  detail::PackedOptional<std::uint64_t, detail::NoEntry> relationshipsEntry_;  // its relationships part, when unchanged
-  std::int64_t modifiedSeconds_ = 0;
-  std::uint32_t modifiedNanoseconds_ = kNoTime;
+  std::optional<std::uint64_t> relationshipsEntry_;       // its relationships part, when unchanged
+  std::optional<FileTime> modified_;
+  std::optional<std::uint16_t> unixMode_;          // 07777 at most
   std::uint32_t contentGeneration_ = 0;            // invalidates older output streams
-  std::uint16_t unixMode_ = 0;                     // 07777 at most
   Compression compression_;                        // the part information's compression type
-  bool hasUnixMode_ = false;
   bool contentChanged_ = false;                    // content differs from the file's entry
   bool attributesChanged_ = false;                 // time or mode differ from the file's entry
 };
