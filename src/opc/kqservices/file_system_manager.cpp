@@ -206,7 +206,7 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
     const ustring_view segment = encodedPath.substr(start, last ? ustring_view::npos : slash - start);
     TreeNode* next = folder->child(segment);
     if (next == nullptr) {
-      (void)detail::decodeComponent(segment);  // refuses what does not decode
+      if (detail::needsDecoding(segment)) (void)detail::decodeComponent(segment);  // refuses what does not decode
       next = folder->adopt(TreeNode::make(arena_, segment, last && !placeholder));
     } else {
       if (next->file || next->placeholder) {

@@ -112,11 +112,12 @@ ustring encodeComponent(const ustring& name) {
   return segment;
 }
 
+bool needsDecoding(ustring_view segment) {
+  return std::any_of(segment.begin(), segment.end(), [](char16_t c) { return c == u'%' || c == u':' || c >= 0x80; });
+}
+
 ustring decodeComponent(ustring_view segment) {
-  // Most segments hold nothing to decode; they are their own name.
-  bool plain = true;
-  for (const char16_t c : segment) plain = plain && c != u'%' && c != u':' && c < 0x80;
-  if (plain) return ustring(segment);
+  if (!needsDecoding(segment)) return ustring(segment);  // most segments
   std::string bytes;
   bytes.reserve(segment.size());
   for (std::size_t i = 0; i < segment.size(); ++i) {
