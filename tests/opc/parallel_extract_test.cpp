@@ -1,5 +1,4 @@
-// Extraction on workers: the same tree whatever their number, and every defect of an entry found
-// in a worker undoes the whole extraction.
+// Extraction on workers: every defect of an entry found in a worker undoes the whole extraction.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -60,36 +59,6 @@ class ParallelExtractTest : public ::testing::Test {
 
   ScratchDir dir;
 };
-
-// Text, incompressible data, empty files, entries above the whole-file limit and many folders:
-// every number of workers writes the same names, bytes, times and permission bits.
-TEST_F(ParallelExtractTest, EveryThreadCountWritesTheSameTree) {
-  const std::filesystem::path source = dir.path() / "source";
-  for (int i = 0; i < 120; ++i) {
-    const std::string folder = "d" + std::to_string(i % 9) + "/s" + std::to_string(i % 4) + "/";
-    const TreeFile file{i % 3 == 0 ? randomBytes(static_cast<std::size_t>(1000 + 97 * i), static_cast<unsigned>(i))
-                                   : patternBytes(static_cast<std::size_t>(i * 331), static_cast<unsigned>(i)),
-                        1'600'000'000 + i, static_cast<std::uint32_t>(i * 1000), i % 5 == 0};
-    plantFile(source, folder + "f " + std::to_string(i) + (i % 7 == 0 ? ".png" : ".txt"), file);
-  }
-  // More files in one folder than a worker takes at once.
-  for (int i = 0; i < 70; ++i) {
-    plantFile(source, "crowd/c" + std::to_string(i), TreeFile{patternBytes(static_cast<std::size_t>(50 + i), 60u + i),
-                                                              1'600'000'000 + i, 0, i % 2 == 0});
-  }
-  plantFile(source, "big/large.csv", TreeFile{patternBytes(9u << 20, 7), 1'500'000'000, 0, false});
-  plantFile(source, "big/noise.bin", TreeFile{randomBytes(5u << 20, 8), 1'500'000'001, 0, false});
-  plantFile(source, "empty", TreeFile{"", 1'400'000'000, 0, true});
-  const ustring package = dir.ufile("tree.zvaddon");
-  pack(source, package);
-  const TreeSnapshot expected = snapshot(source);
-  for (const char* threads : {"1", "2", "4"}) {
-    SCOPED_TRACE(threads);
-    const std::filesystem::path destination = dir.path() / (std::string("out") + threads);
-    ASSERT_EQ(extract(package, destination, threads), "");
-    EXPECT_EQ(snapshot(destination), expected);
-  }
-}
 
 // A defect found by a worker (after the file and others were created, and while later files are
 // being read) fails the extraction naming the part and leaves the destination as it was.
