@@ -70,7 +70,6 @@ class FileSystemEntry {
 
   [[nodiscard]] bool isFile() const { return file_; }
   [[nodiscard]] bool isFolder() const { return !file_; }
-  [[nodiscard]] bool isRoot() const { return pathName_.size() == 1; }
   // The path inside the add-on, decoded, "/" first: "/doc/read me.txt"; the root is "/".
   [[nodiscard]] const ustring& getPathName() const& { return pathName_; }
   [[nodiscard]] ustring getPathName() && { return std::move(pathName_); }

@@ -63,16 +63,6 @@ std::vector<ustring> splitPath(const ustring& path) {
   return components;
 }
 
-ustring joinPath(const std::vector<ustring>& components) {
-  if (components.empty()) return u"/";
-  ustring out;
-  for (const ustring& c : components) {
-    out += u'/';
-    out += c;
-  }
-  return out;
-}
-
 // Characters a URI parser rejects in a path once decoded: ASCII outside pchar (space, '#', '%', '[',
 // controls...), and outside ASCII the control and space characters. Some OPC readers decode a part
 // name before parsing it as a URI, so these are escaped as ":XX" per UTF-8 byte, which no reader

@@ -17,9 +17,6 @@ namespace opc::kqservices::detail {
 // The reason `component` is refused, or nullptr when it is acceptable (same rules as splitPath).
 [[nodiscard]] const char* componentDefect(const ustring& component);
 
-// "/" followed by the components joined with '/'; "/" for none.
-[[nodiscard]] ustring joinPath(const std::vector<ustring>& components);
-
 // The segment of a part name for a file name: unreserved characters, sub-delimiters and '@' as they
 // are; ASCII characters a URI cannot hold, and control and space characters beyond ASCII, as ":XX"
 // per UTF-8 byte; ':' and every other character beyond ASCII percent-encoded as UTF-8; then a bare
