@@ -39,6 +39,7 @@ FileContentBatch::Added FileContentBatch::add(const ustring& path) {
   const std::size_t slash = utf8.rfind('/');
   const std::string_view folder = slash == std::string::npos ? std::string_view() : std::string_view(utf8).substr(0, slash + 1);
   const std::string_view name = std::string_view(utf8).substr(folder.size());
+  if (name.size() > UINT32_MAX) throw Exception("content file name too long: '" + detail::narrow(path) + "'");
   if (folders_.empty() || folders_.back() != folder) {
     if (folders_.size() == UINT32_MAX) throw Exception("too many folders of content files");
     folders_.emplace_back(folder);
@@ -56,7 +57,7 @@ FileContentBatch::Added FileContentBatch::add(const ustring& path) {
 }
 
 std::unique_ptr<InputStream> FileContentBatch::Source::openStream() const {
-  const std::string utf8 = batch_->folders_[folder_] + std::string(name_);
+  const std::string utf8 = batch_->folders_[folder_] + std::string(name_, length_);
   return batch_->fileSystem_->openInputStream(detail::fromUtf8(utf8, "content file path"));
 }
 

@@ -204,8 +204,8 @@ void Package::load() {
     PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type,
                                           StandardPartInfo(*entry.compression, entry.size));
     part->sourceEntry_ = entry.index;
-    part->modified_ = entry.attributes.lastModified;
-    if (entry.attributes.unixMode) part->unixMode_ = static_cast<std::uint16_t>(*entry.attributes.unixMode);
+    part->attributes_.setTime(entry.attributes.lastModified);
+    part->attributes_.setMode(entry.attributes.unixMode);
     try {
       insertPart(part);
     } catch (const Exception& e) {
@@ -467,7 +467,7 @@ void Package::write() {
                    relationships_.empty() != relationshipsEntry_.has_value();
   for (const auto& p : parts_) {
     if (!sameTypes) break;
-    if (p && p->hasRelationships() != p->relationshipsEntry_.has_value()) sameTypes = false;
+    if (p && p->hasRelationships() != static_cast<bool>(p->relationshipsEntry_)) sameTypes = false;
   }
   if (sameTypes) {
     writer->copyEntry(detail::kContentTypesItemName, *contentTypesEntry_, entries[*contentTypesEntry_].attributes);
@@ -510,7 +510,7 @@ void Package::write() {
   std::size_t relationshipIndex = 0;
   for (const auto& p : parts_) {
     if (!p) continue;
-    const EntryAttributes attributes{p->modified_, p->unixMode_};
+    const EntryAttributes attributes{p->attributes_.time(), p->attributes_.mode()};
     if (!p->contentChanged_ && p->sourceEntry_) {
       copy(*p->sourceEntry_, attributes);
     } else {

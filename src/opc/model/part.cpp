@@ -104,24 +104,24 @@ std::uint64_t Part::getSize() const {
 
 std::optional<FileTime> Part::getLastModifiedTime() const {
   owner();
-  return modified_;
+  return attributes_.time();
 }
 
 void Part::setLastModifiedTime(FileTime time) {
   writableOwner();
   if (time.nanoseconds > 999'999'999) throw Exception("invalid modification time: nanoseconds out of range");
-  modified_ = time;
+  attributes_.setTime(time);
   attributesChanged_ = true;
 }
 
 std::optional<std::uint32_t> Part::getUnixMode() const {
   owner();
-  return unixMode_;
+  return attributes_.mode();
 }
 
 void Part::setUnixMode(std::uint32_t mode) {
   writableOwner();
-  unixMode_ = static_cast<std::uint16_t>(mode & 07777);
+  attributes_.setMode(mode);
   attributesChanged_ = true;
 }
 
