@@ -1,8 +1,6 @@
 #include "opc/file_system_ops.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,10 +23,6 @@ std::string toPath(const ustring& path) {
   return detail::toUtf8(path, "path");
 }
 
-struct DirCloser {
-  void operator()(DIR* d) const noexcept { ::closedir(d); }
-};
-
 }  // namespace
 
 ustring FileSystemOps::getFilename(const ustring& path) const {
@@ -44,28 +38,6 @@ ustring FileSystemOps::getExtension(const ustring& path) const {
   const std::size_t dot = name.rfind(u'.');
   if (dot == ustring::npos || dot == 0) return {};
   return name.substr(dot + 1);
-}
-
-ustring FileSystemOps::getParentPath(const ustring& path) const {
-  const std::size_t end = lastComponentEnd(path);
-  const std::size_t slash = path.rfind(u'/', end == 0 ? 0 : end - 1);
-  if (slash == ustring::npos) return {};
-  std::size_t parentEnd = slash;
-  while (parentEnd > 1 && path[parentEnd - 1] == u'/') --parentEnd;
-  if (parentEnd == 0) return u"/";
-  return path.substr(0, parentEnd);
-}
-
-std::uint64_t FileSystemOps::getFileSize(const ustring& path) const {
-  const FileStatus s = status(path);
-  if (s.type == FileType::NotFound) throw Exception("file not found: '" + detail::narrow(path) + "'");
-  return s.size;
-}
-
-FileTime FileSystemOps::getLastWriteTime(const ustring& path) const {
-  const FileStatus s = status(path);
-  if (s.type == FileType::NotFound) throw Exception("file not found: '" + detail::narrow(path) + "'");
-  return s.lastWriteTime;
 }
 
 FileStatus LocalFileSystemOps::status(const ustring& path, bool followLinks) const {
@@ -93,41 +65,6 @@ FileStatus LocalFileSystemOps::status(const ustring& path, bool followLinks) con
   return out;
 }
 
-void LocalFileSystemOps::setLastWriteTime(const ustring& path, FileTime time) const {
-  const std::string p = toPath(path);
-  struct timespec times[2];
-  times[0].tv_sec = 0;
-  times[0].tv_nsec = UTIME_OMIT;
-  times[1].tv_sec = static_cast<time_t>(time.seconds);
-  times[1].tv_nsec = static_cast<long>(time.nanoseconds);
-  if (::utimensat(AT_FDCWD, p.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
-    throw Exception(detail::osError("cannot set the modification time of", p, errno));
-  }
-}
-
-void LocalFileSystemOps::setPermissions(const ustring& path, std::uint32_t mode) const {
-  const std::string p = toPath(path);
-  if (::chmod(p.c_str(), static_cast<mode_t>(mode & 07777)) != 0) {
-    throw Exception(detail::osError("cannot set the permissions of", p, errno));
-  }
-}
-
-std::vector<ustring> LocalFileSystemOps::listDirectory(const ustring& path) const {
-  const std::string p = toPath(path);
-  std::unique_ptr<DIR, DirCloser> dir(::opendir(p.c_str()));
-  if (!dir) throw Exception(detail::osError("cannot list", p, errno));
-  std::vector<ustring> names;
-  errno = 0;
-  while (const dirent* entry = ::readdir(dir.get())) {
-    const std::string_view name(entry->d_name);
-    if (name != "." && name != "..") names.push_back(detail::fromUtf8(name, "file name in '" + p + "'"));
-    errno = 0;
-  }
-  if (errno != 0) throw Exception(detail::osError("cannot list", p, errno));
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 void LocalFileSystemOps::createDirectories(const ustring& path) const {
   const std::string p = toPath(path);
   std::size_t pos = 0;
@@ -145,23 +82,11 @@ void LocalFileSystemOps::createDirectories(const ustring& path) const {
   }
 }
 
-void LocalFileSystemOps::remove(const ustring& path) const {
-  const std::string p = toPath(path);
-  if (::remove(p.c_str()) != 0 && errno != ENOENT) throw Exception(detail::osError("cannot remove", p, errno));
-}
-
 std::unique_ptr<InputStream> LocalFileSystemOps::openInputStream(const ustring& path) const {
   const std::string p = toPath(path);
   detail::UniqueFd fd(::open(p.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fd) throw Exception(detail::osError("cannot open", p, errno));
   return std::make_unique<detail::FdInputStream>(std::move(fd), p);
-}
-
-std::unique_ptr<OutputStream> LocalFileSystemOps::openOutputStream(const ustring& path) const {
-  const std::string p = toPath(path);
-  detail::UniqueFd fd(::open(p.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-  if (!fd) throw Exception(detail::osError("cannot create", p, errno));
-  return std::make_unique<detail::FdOutputStream>(std::move(fd), p);
 }
 
 FileSystemOpsSelector::FileSystemOpsSelector() : ops_(std::make_shared<LocalFileSystemOps>()) {}

@@ -22,7 +22,7 @@ struct FileStatus {
 
 // Paths are ustring in the host's form (UTF-16; '/' separates components). Errors: every operation
 // that touches the disk throws opc::Exception naming the path and the OS error text, except where a
-// missing file is an answer (status, exists, isDirectory).
+// missing file is an answer (status).
 class FileSystemOps {
  public:
   virtual ~FileSystemOps() = default;
@@ -32,42 +32,20 @@ class FileSystemOps {
   [[nodiscard]] ustring getExtension(const ustring& path) const;
   // The last component: "shot.png" for "/a/shot.png"; trailing separators are ignored.
   [[nodiscard]] ustring getFilename(const ustring& path) const;
-  // Everything before the last component, without a trailing separator ("" when there is none).
-  [[nodiscard]] ustring getParentPath(const ustring& path) const;
 
   // Does not follow a final symbolic link when `followLinks` is false.
   [[nodiscard]] virtual FileStatus status(const ustring& path, bool followLinks = true) const = 0;
-  [[nodiscard]] bool exists(const ustring& path) const { return status(path).type != FileType::NotFound; }
-  [[nodiscard]] bool isDirectory(const ustring& path) const { return status(path).type == FileType::Directory; }
-  [[nodiscard]] bool isRegularFile(const ustring& path) const { return status(path).type == FileType::Regular; }
-  // Throw when the path is missing.
-  [[nodiscard]] std::uint64_t getFileSize(const ustring& path) const;
-  [[nodiscard]] FileTime getLastWriteTime(const ustring& path) const;
-
-  virtual void setLastWriteTime(const ustring& path, FileTime time) const = 0;
-  virtual void setPermissions(const ustring& path, std::uint32_t mode) const = 0;
-  // Names (not paths) of the entries of a folder, sorted by code unit, without "." and "..".
-  [[nodiscard]] virtual std::vector<ustring> listDirectory(const ustring& path) const = 0;
   // Creates the folder and its missing parents; an existing folder is no error.
   virtual void createDirectories(const ustring& path) const = 0;
-  // Removes a file or an empty folder; a missing path is no error.
-  virtual void remove(const ustring& path) const = 0;
   [[nodiscard]] virtual std::unique_ptr<InputStream> openInputStream(const ustring& path) const = 0;
-  // Creates or truncates the file.
-  [[nodiscard]] virtual std::unique_ptr<OutputStream> openOutputStream(const ustring& path) const = 0;
 };
 
 // The operations on the local file system (POSIX; paths converted to UTF-8).
 class LocalFileSystemOps : public FileSystemOps {
  public:
   [[nodiscard]] FileStatus status(const ustring& path, bool followLinks = true) const override;
-  void setLastWriteTime(const ustring& path, FileTime time) const override;
-  void setPermissions(const ustring& path, std::uint32_t mode) const override;
-  [[nodiscard]] std::vector<ustring> listDirectory(const ustring& path) const override;
   void createDirectories(const ustring& path) const override;
-  void remove(const ustring& path) const override;
   [[nodiscard]] std::unique_ptr<InputStream> openInputStream(const ustring& path) const override;
-  [[nodiscard]] std::unique_ptr<OutputStream> openOutputStream(const ustring& path) const override;
 };
 
 // Chooses the file-system operations a manager works with. Default-constructed it selects the local

@@ -79,16 +79,26 @@ TEST(ContentTypesTest, RepeatedEntriesAreRefused) {
   }
 }
 
+// An extension's most common type is its Default, serving any case of the extension; other parts
+// get an Override. Every part reads back its type.
 TEST(ContentTypesTest, WrittenTypesReadBackForEveryPart) {
   const ContentType xml(u"application/xml");
+  const ContentType special(u"application/vnd.special+xml");
   const ContentType text(u"text/plain");
-  const PartName names[] = {PartName(u"/a.xml"), PartName(u"/B.XML"), PartName(u"/c.xml"),
+  const PartName names[] = {PartName(u"/a.xml"),        PartName(u"/B.XML"),  PartName(u"/c.xml"),
                             PartName(u"/\u00e9.Txt"), PartName(u"/plain")};
-  const ContentType* types[] = {&xml, &xml, &text, &text, &text};
+  const ContentType* types[] = {&xml, &xml, &special, &text, &text};
   std::vector<std::pair<const PartName*, const ContentType*>> parts;
   for (std::size_t i = 0; i < std::size(names); ++i) parts.emplace_back(&names[i], types[i]);
+  const std::string written = buildContentTypesXml(parts);
+  for (const char* entry : {"<Default Extension=\"xml\" ContentType=\"application/xml\"/>",
+                            "<Override PartName=\"/c.xml\" ContentType=\"application/vnd.special+xml\"/>",
+                            "<Override PartName=\"/plain\" ContentType=\"text/plain\"/>"}) {
+    EXPECT_NE(written.find(entry), std::string::npos) << entry;
+  }
+  EXPECT_EQ(written.find("B.XML"), std::string::npos) << "the Default serves any case of its extension";
   const XercesGuard guard;
-  opc::testing::BytesInput in(buildContentTypesXml(parts));
+  opc::testing::BytesInput in(written);
   const ContentTypeMap map = ContentTypeMap::read(in, "written");
   for (std::size_t i = 0; i < std::size(names); ++i) {
     SCOPED_TRACE(names[i].text());

@@ -102,6 +102,7 @@ class FileSystemManagerTest : public ::testing::Test {
   }
 };
 
+// Names, bytes (empty, above the whole-file limit), times and executable bits come back as they were.
 TEST_F(FileSystemManagerTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
   // Times outside DOS time's 1980..2107, before 1970, with sub-second parts in its 100 ns steps.
   const std::vector<std::pair<std::int64_t, std::uint32_t>> times = {
@@ -116,6 +117,10 @@ TEST_F(FileSystemManagerTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits
   }
   plantFile(source, "nested/_rels/inner.rels", TreeFile{"<Relationships/>", 1500000000, 0, false});
   plantFile(source, "big.bin", TreeFile{patternBytes(3 << 20, 7), 1600000000, 0, false});
+  plantFile(source, "empty file", TreeFile{"", 1400000000, 0, true});
+  for (int k = 0; k < 70; ++k) {  // more files in one folder than a worker takes at once
+    plantFile(source, "crowd/c" + std::to_string(k), TreeFile{std::string(50 + k, 'c'), 1600000000 + k, 0, k % 2 == 0});
+  }
   std::filesystem::create_directories(source / "empty");
   std::filesystem::create_directories(source / "nested" / "empty #2" / "empty.");
   const TreeSnapshot original = snapshot(source);
@@ -134,9 +139,15 @@ TEST_F(FileSystemManagerTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits
   std::sort(expected.begin(), expected.end());
   EXPECT_EQ(listed, expected);
 
-  s->manager.extractAll(u16(destination.string()), RestoreMode::Attributes, TransformMode::Encode,
-                        ReplaceMode::Never);
-  EXPECT_EQ(snapshot(destination), original);
+  // Every number of workers writes the same tree.
+  for (const char* threads : {"1", "2", "4"}) {
+    SCOPED_TRACE(threads);
+    ::setenv("ZVADDON_THREADS", threads, 1);
+    const std::filesystem::path out = destination / threads;
+    s->manager.extractAll(u16(out.string()), RestoreMode::Attributes, TransformMode::Encode, ReplaceMode::Never);
+    ::unsetenv("ZVADDON_THREADS");
+    EXPECT_EQ(snapshot(out), original);
+  }
 }
 
 // Each case: what is in the add-on first, then one operation that must fail with the given error and

@@ -209,37 +209,6 @@ TEST_F(PackageTest, UnchangedPartsAreCopiedAsTheirCompressedBytes) {
   EXPECT_EQ(s.package.getPart(PartName(u"/docs/a.xml"))->getUnixMode(), 0640u);
 }
 
-TEST_F(PackageTest, ContentTypesUseDefaultsByExtensionAndOverridesWhereNeeded) {
-  {
-    Session s(path, OpenMode::Create);
-    addPart(s.package, u"/a.xml", kXml, "");
-    addPart(s.package, u"/b.XML", kXml, "");
-    addPart(s.package, u"/c.xml", u"application/vnd.special+xml", "");
-    addPart(s.package, u"/README", u"text/plain", "");
-    addPart(s.package, u"/img.png", u"image/png", "");
-    s.package.createRelationship(URI(u"/a.xml"), kType);
-    s.package.close();
-  }
-  const std::string types = itemText(file, "[Content_Types].xml");
-  for (const char* entry : {"<Default Extension=\"xml\" ContentType=\"application/xml\"/>",
-                            "<Default Extension=\"png\" ContentType=\"image/png\"/>", "<Default Extension=\"rels\"",
-                            "<Override PartName=\"/c.xml\" ContentType=\"application/vnd.special+xml\"/>",
-                            "<Override PartName=\"/README\" ContentType=\"text/plain\"/>"}) {
-    EXPECT_NE(types.find(entry), std::string::npos) << entry;
-  }
-  EXPECT_EQ(types.find("b.XML"), std::string::npos) << "the Default serves any case of its extension";
-  Session s(path, OpenMode::Read);
-  const struct {
-    const char16_t* part;
-    const char16_t* type;
-  } expected[] = {{u"/a.xml", kXml}, {u"/b.XML", kXml}, {u"/c.xml", u"application/vnd.special+xml"},
-                  {u"/README", u"text/plain"}, {u"/img.png", u"image/png"}};
-  for (const auto& e : expected) {
-    SCOPED_TRACE(u8(e.part));
-    EXPECT_EQ(s.package.getPart(PartName(e.part))->getContentType().toString(), e.type);
-  }
-}
-
 // A foreign package's [Content_Types].xml (Overrides only) stays as it is through changes that keep
 // its list of types, and is written anew once a part comes.
 TEST_F(PackageTest, ContentTypesAreKeptUntilTheListOfTypesChanges) {

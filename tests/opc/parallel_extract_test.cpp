@@ -1,11 +1,8 @@
-// Extraction on workers: the same tree whatever their number, and every defect of an entry found
-// in a worker undoes the whole extraction. Listing in one pass: the same paths as walking the tree
-// folder by folder.
+// Extraction on workers: every defect of an entry found in a worker undoes the whole extraction.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <random>
 
 #include "file_system_test_support.h"
@@ -62,36 +59,6 @@ class ParallelExtractTest : public ::testing::Test {
 
   ScratchDir dir;
 };
-
-// Text, incompressible data, empty files, entries above the whole-file limit and many folders:
-// every number of workers writes the same names, bytes, times and permission bits.
-TEST_F(ParallelExtractTest, EveryThreadCountWritesTheSameTree) {
-  const std::filesystem::path source = dir.path() / "source";
-  for (int i = 0; i < 120; ++i) {
-    const std::string folder = "d" + std::to_string(i % 9) + "/s" + std::to_string(i % 4) + "/";
-    const TreeFile file{i % 3 == 0 ? randomBytes(static_cast<std::size_t>(1000 + 97 * i), static_cast<unsigned>(i))
-                                   : patternBytes(static_cast<std::size_t>(i * 331), static_cast<unsigned>(i)),
-                        1'600'000'000 + i, static_cast<std::uint32_t>(i * 1000), i % 5 == 0};
-    plantFile(source, folder + "f " + std::to_string(i) + (i % 7 == 0 ? ".png" : ".txt"), file);
-  }
-  // More files in one folder than a worker takes at once.
-  for (int i = 0; i < 70; ++i) {
-    plantFile(source, "crowd/c" + std::to_string(i), TreeFile{patternBytes(static_cast<std::size_t>(50 + i), 60u + i),
-                                                              1'600'000'000 + i, 0, i % 2 == 0});
-  }
-  plantFile(source, "big/large.csv", TreeFile{patternBytes(9u << 20, 7), 1'500'000'000, 0, false});
-  plantFile(source, "big/noise.bin", TreeFile{randomBytes(5u << 20, 8), 1'500'000'001, 0, false});
-  plantFile(source, "empty", TreeFile{"", 1'400'000'000, 0, true});
-  const ustring package = dir.ufile("tree.zvaddon");
-  pack(source, package);
-  const TreeSnapshot expected = snapshot(source);
-  for (const char* threads : {"1", "2", "4"}) {
-    SCOPED_TRACE(threads);
-    const std::filesystem::path destination = dir.path() / (std::string("out") + threads);
-    ASSERT_EQ(extract(package, destination, threads), "");
-    EXPECT_EQ(snapshot(destination), expected);
-  }
-}
 
 // A defect found by a worker (after the file and others were created, and while later files are
 // being read) fails the extraction naming the part and leaves the destination as it was.
@@ -153,42 +120,6 @@ TEST_F(ParallelExtractTest, DefectsFoundByWorkersUndoEverything) {
       EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
     }
   }
-}
-
-// Files and empty folders in the order of a getChildren walk, with decoded names (spaces, '#', '%',
-// non-ASCII, names that sort differently encoded and decoded), read back from the written package.
-TEST_F(ParallelExtractTest, ListingInOnePassMatchesTheFolderWalk) {
-  const std::vector<std::string> files = {"b/z.txt", "b/a b.txt", "a#1/x%y.m", "A2/\xc3\xa9t\xc3\xa9.m", "top.m",
-                                          "deep/er/est/f", "b/_rels", "b/name."};
-  const std::vector<std::string> folders = {"empty", "b/also empty", "deep/er/vide"};
-  writeFile(dir.file("payload"), "x");
-  const ustring package = dir.ufile("list.zvaddon");
-  {
-    Session s(package, OpenMode::Create);
-    FileSystemManager manager(s.package, {});
-    for (const std::string& file : files) {
-      (void)manager.addFile(u16(dir.file("payload")), u16(file), TransformMode::Encode);
-    }
-    for (const std::string& folder : folders) (void)manager.createFolder(u16(folder));
-    s.package.close();
-  }
-  Session s(package, OpenMode::Read);
-  FileSystemManager manager(s.package, {});
-  std::vector<ustring> walked;
-  std::function<void(const kqservices::FileSystemEntry&)> visit = [&](const kqservices::FileSystemEntry& folder) {
-    for (const kqservices::FileSystemEntry& child : manager.getChildren(folder)) {
-      if (child.isFile() || manager.getChildren(child).empty()) {
-        walked.push_back(child.getPathName());
-      } else {
-        visit(child);
-      }
-    }
-  };
-  visit(manager.getRoot());
-  EXPECT_EQ(walked.size(), files.size() + folders.size());
-  EXPECT_EQ(manager.listFiles(), walked);
-  EXPECT_NE(std::find(walked.begin(), walked.end(), u"/b/also empty"), walked.end());
-  EXPECT_NE(std::find(walked.begin(), walked.end(), u"/a#1/x%y.m"), walked.end());
 }
 
 }  // namespace

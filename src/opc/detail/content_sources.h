@@ -34,7 +34,6 @@ class SpoolContent : public ContentSource, public std::enable_shared_from_this<S
   void append(const std::uint8_t* data, std::size_t size);
   [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
   [[nodiscard]] std::optional<std::uint64_t> size() const override { return size_; }
-  [[nodiscard]] bool spilled() const { return static_cast<bool>(file_); }
 
   // Reads up to `size` bytes at `offset`; 0 at the end.
   [[nodiscard]] std::size_t readAt(std::uint64_t offset, std::uint8_t* out, std::size_t size) const;

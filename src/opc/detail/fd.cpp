@@ -31,6 +31,13 @@ std::string osError(std::string_view what, std::string_view path, int err) {
   return std::string(what) + " '" + std::string(path) + "': " + std::strerror(err);
 }
 
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  if (slash == 0) return "/";
+  return path.substr(0, slash);
+}
+
 std::size_t FdInputStream::read(std::uint8_t* buffer, std::size_t size) {
   for (;;) {
     const ssize_t n = ::read(fd_.get(), buffer, size);

@@ -34,6 +34,8 @@ class UniqueFd {
 
 // "<what> '<path>': <strerror(err)>".
 [[nodiscard]] std::string osError(std::string_view what, std::string_view path, int err);
+// The folder of a file's path: "." for a bare name, "/" for a file in the root.
+[[nodiscard]] std::string folderOf(const std::string& path);
 
 // Reads a file from its start (or from `offset` with pread, so several streams may share one file).
 class FdInputStream : public InputStream {

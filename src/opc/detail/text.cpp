@@ -38,15 +38,6 @@ ustring fromUtf8(std::string_view text, std::string_view what) {
   }
 }
 
-std::string asciiOnly(ustring_view text, std::string_view what) {
-  std::string out(text.size(), '\0');
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] > 0x7F) throw Exception(std::string(what) + " '" + narrow(text) + "' is not ASCII");
-    out[i] = static_cast<char>(text[i]);
-  }
-  return out;
-}
-
 ustring widenAscii(std::string_view text) {
   return ustring(text.begin(), text.end());
 }

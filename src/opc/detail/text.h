@@ -12,8 +12,6 @@ namespace opc::detail {
 // Strict conversions; throw opc::Exception with `what` in the message.
 [[nodiscard]] std::string toUtf8(ustring_view text, std::string_view what);
 [[nodiscard]] ustring fromUtf8(std::string_view text, std::string_view what);
-// ASCII-only text (part names, content types, ids); characters above 0x7F throw opc::Exception.
-[[nodiscard]] std::string asciiOnly(ustring_view text, std::string_view what);
 [[nodiscard]] ustring widenAscii(std::string_view text);
 
 [[nodiscard]] constexpr char16_t asciiLower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c + 32 : c; }

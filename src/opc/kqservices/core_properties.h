@@ -68,13 +68,6 @@ class CoreProperties {
   [[nodiscard]] ustring getZORVANRelease() const;
   [[nodiscard]] const std::optional<ReleaseInfo>& getZORVANReleaseInfo() const { return release_; }
 
-  void clearTitle() { title_.reset(); }
-  void clearDescription() { description_.reset(); }
-  void clearVersion() { version_.reset(); }
-  void clearCreator() { creator_.reset(); }
-  void clearCreated() { created_.reset(); }
-  void clearLastModified() { lastModified_.reset(); }
-
   [[nodiscard]] bool operator==(const CoreProperties& other) const;
 
  private:

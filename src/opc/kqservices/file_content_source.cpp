@@ -39,31 +39,25 @@ FileContentBatch::Added FileContentBatch::add(const ustring& path) {
   const std::size_t slash = utf8.rfind('/');
   const std::string_view folder = slash == std::string::npos ? std::string_view() : std::string_view(utf8).substr(0, slash + 1);
   const std::string_view name = std::string_view(utf8).substr(folder.size());
-  if (name.size() > 0xFFFF) throw Exception("content file name too long: '" + detail::narrow(path) + "'");
-  if (status.size >> 48 != 0) throw Exception("content file too large: '" + detail::narrow(path) + "'");
+  if (name.size() > UINT32_MAX) throw Exception("content file name too long: '" + detail::narrow(path) + "'");
   if (folders_.empty() || folders_.back() != folder) {
     if (folders_.size() == UINT32_MAX) throw Exception("too many folders of content files");
     folders_.emplace_back(folder);
   }
   const auto folderNumber = static_cast<std::uint32_t>(folders_.size() - 1);
-  const std::size_t length = sizeof folderNumber + name.size();
-  if (chunkUsed_ + length > kChunk) {
-    names_.push_back(std::make_unique_for_overwrite<char[]>(std::max(kChunk, length)));
+  if (chunkUsed_ + name.size() > kChunk) {
+    names_.push_back(std::make_unique_for_overwrite<char[]>(std::max(kChunk, name.size())));
     chunkUsed_ = 0;
   }
-  char* record = names_.back().get() + chunkUsed_;
-  std::memcpy(record, &folderNumber, sizeof folderNumber);
-  std::memcpy(record + sizeof folderNumber, name.data(), name.size());
-  Source& source = sources_.emplace_back(*this, record, status.size, name.size());
-  chunkUsed_ += length;
+  char* copy = names_.back().get() + chunkUsed_;
+  std::memcpy(copy, name.data(), name.size());
+  chunkUsed_ += name.size();
+  Source& source = sources_.emplace_back(*this, folderNumber, std::string_view(copy, name.size()), status.size);
   return {std::shared_ptr<const ContentSource>(shared_from_this(), &source), status};
 }
 
 std::unique_ptr<InputStream> FileContentBatch::Source::openStream() const {
-  std::uint32_t folder = 0;
-  std::memcpy(&folder, record_, sizeof folder);
-  std::string utf8 = batch_->folders_[folder];
-  utf8.append(record_ + sizeof folder, sizeAndLength_ & 0xFFFF);
+  const std::string utf8 = batch_->folders_[folder_] + std::string(name_, length_);
   return batch_->fileSystem_->openInputStream(detail::fromUtf8(utf8, "content file path"));
 }
 

@@ -134,11 +134,7 @@ class Extraction {
         physical_(package.getPhysicalPackage()),
         restore_(restore),
         transform_(transform),
-        replace_(replace) {
-    // A worker reads a part's entry only when the package is open for reading, so that no part can
-    // have been replaced by one of the same size.
-    if (package_.getOpenMode() == interfaces::OpenMode::Read && physical_.isArchiveOpen()) indexZipEntries();
-  }
+        replace_(replace) {}
 
   // Builds the plan below the tree's root and checks everything that needs no disk.
   void plan(const TreeNode& root) {
@@ -150,8 +146,6 @@ class Extraction {
     plan_.names.push_back('\0');
     ustring encoded;
     planFolder(0, root, encoded);
-    // Only the plan is needed from here on.
-    std::vector<std::pair<std::size_t, std::uint32_t>>().swap(zipEntries_);
   }
 
   [[nodiscard]] std::uint64_t total() const { return plan_.total; }
@@ -221,7 +215,7 @@ class Extraction {
       item.file = true;
       const model::PartPtr part = package_.getPart(model::PartName(partName));
       item.size = part->getSize();
-      item.entry = directEntry(*part, item.size);
+      item.entry = directEntry(*part);
       plan_.total += item.size;
       if (restore_ == RestoreMode::Attributes) {
         if (const std::optional<FileTime> time = part->getLastModifiedTime()) {
@@ -269,41 +263,13 @@ class Extraction {
                                  narrow(partNameOf(plan_.items[earlier])) + "'");
   }
 
-  // Entries keyed by the hash of their part name's key, sorted: 16 bytes an entry, where a map of
-  // names would copy every name.
-  void indexZipEntries() {
-    const std::vector<zippackage::ZipEntry>& entries = package_.getPhysicalPackage().getEntries();
-    zipEntries_.reserve(entries.size());
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-      try {
-        const model::PartName name = model::PartName::fromZipItemName(entries[i].name);
-        zipEntries_.emplace_back(model::PartNameKeyHash()(name), static_cast<std::uint32_t>(i));
-      } catch (const Exception&) {
-        // Items that are no part ("[Content_Types].xml") cannot be content files.
-      }
-    }
-    std::sort(zipEntries_.begin(), zipEntries_.end());
-  }
-
-  // The ZIP entry holding the part, or kNone.
-  [[nodiscard]] std::uint32_t findEntry(const model::PartName& name) const {
-    const std::vector<zippackage::ZipEntry>& entries = package_.getPhysicalPackage().getEntries();
-    const std::size_t hash = model::PartNameKeyHash()(name);
-    auto it = std::lower_bound(zipEntries_.begin(), zipEntries_.end(), std::make_pair(hash, std::uint32_t{0}));
-    for (; it != zipEntries_.end() && it->first == hash; ++it) {
-      if (model::PartName::fromZipItemName(entries[it->second].name) == name) return it->second;
-    }
-    return kNone;
-  }
-
-  // The ZIP entry a worker reads for the part, or kNone: entries found by name whose size is the
-  // part's (else the part was replaced in this session). An entry that cannot be as its record says
-  // is refused before anything is written.
-  [[nodiscard]] std::uint32_t directEntry(const model::Part& part, std::uint64_t size) const {
-    const std::uint32_t entry = findEntry(part.getPartName());
-    if (entry == kNone || physical_.getEntries()[entry].size != size) return kNone;
-    if (const std::string defect = physical_.entryDefect(entry); !defect.empty()) refuse(part.getPartName().getName(), defect);
-    return entry;
+  // The ZIP entry a worker reads for the part, or kNone: the entry that still holds the part's
+  // content. An entry that cannot be as its record says is refused before anything is written.
+  [[nodiscard]] std::uint32_t directEntry(const model::Part& part) const {
+    const std::optional<std::uint64_t> entry = part.getDirectoryIndex();
+    if (!entry) return kNone;
+    if (const std::string defect = physical_.entryDefect(*entry); !defect.empty()) refuse(part.getPartName().getName(), defect);
+    return static_cast<std::uint32_t>(*entry);
   }
 
   // Reads, checks and writes one file from its entry below `dirfd`. A whole file is created only once
@@ -419,7 +385,6 @@ class Extraction {
   RestoreMode restore_;
   TransformMode transform_;
   ReplaceMode replace_;
-  std::vector<std::pair<std::size_t, std::uint32_t>> zipEntries_;  // (key hash, entry index), sorted
   Plan plan_;
   std::vector<Buffers> buffers_;  // one a worker
 };

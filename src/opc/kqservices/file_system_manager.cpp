@@ -206,7 +206,7 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
     const ustring_view segment = encodedPath.substr(start, last ? ustring_view::npos : slash - start);
     TreeNode* next = folder->child(segment);
     if (next == nullptr) {
-      (void)detail::decodeComponent(segment);  // refuses what does not decode
+      if (detail::needsDecoding(segment)) (void)detail::decodeComponent(segment);  // refuses what does not decode
       next = folder->adopt(TreeNode::make(arena_, segment, last && !placeholder));
     } else {
       if (next->file || next->placeholder) {
@@ -226,31 +226,6 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
     folder = next;
     start = slash + 1;
   }
-}
-
-namespace {
-
-void collectLeaves(const TreeNode& folder, ustring& path, std::vector<ustring>& out) {
-  for (const auto& [child, name] : folder.sortedChildren()) {
-    const std::size_t length = path.size();
-    path += u'/';
-    path += name;
-    if (!child->hasChildren()) {
-      out.push_back(path);
-    } else {
-      collectLeaves(*child, path, out);
-    }
-    path.resize(length);
-  }
-}
-
-}  // namespace
-
-std::vector<ustring> detail::listLeaves(const TreeNode& root) {
-  std::vector<ustring> out;
-  ustring path;
-  collectLeaves(root, path, out);
-  return out;
 }
 
 // ---- Entries and errors ----------------------------------------------------------------------
@@ -470,10 +445,6 @@ std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntr
     out.push_back(FileSystemEntry(std::move(path), std::move(encoded), child->file));
   }
   return out;
-}
-
-std::vector<ustring> FileSystemManager::listFiles() const {
-  return detail::listLeaves(index().root);
 }
 
 bool FileSystemManager::exists(const ustring& pathInAddon) const {

@@ -70,7 +70,6 @@ class FileSystemEntry {
 
   [[nodiscard]] bool isFile() const { return file_; }
   [[nodiscard]] bool isFolder() const { return !file_; }
-  [[nodiscard]] bool isRoot() const { return pathName_.size() == 1; }
   // The path inside the add-on, decoded, "/" first: "/doc/read me.txt"; the root is "/".
   [[nodiscard]] const ustring& getPathName() const& { return pathName_; }
   [[nodiscard]] ustring getPathName() && { return std::move(pathName_); }
@@ -131,9 +130,6 @@ class FileSystemManager {
   // The entries directly in a folder, sorted by name (UTF-16 code units); empty for a file. Throws
   // opc::Exception when the folder is no longer in the tree.
   [[nodiscard]] std::vector<FileSystemEntry> getChildren(const FileSystemEntry& folder) const;
-  // The path names of every file and of every empty folder, depth first, each folder's entries in
-  // getChildren's order: what walking the tree with getChildren yields, in one pass.
-  [[nodiscard]] std::vector<ustring> listFiles() const;
   // The entry at a path inside the add-on, if there is one.
   [[nodiscard]] bool exists(const ustring& pathInAddon) const;
   // Lets go of the in-memory tree (read again on next use), e.g. once a batch of additions is done

@@ -23,24 +23,6 @@ using opc::detail::toUtf8;
 
 constexpr std::size_t kMaxNameBytes = 255;
 
-std::size_t utf8Length(const ustring& text) {
-  std::size_t bytes = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char16_t c = text[i];
-    if (c < 0x80) {
-      bytes += 1;
-    } else if (c < 0x800) {
-      bytes += 2;
-    } else if (c >= 0xD800 && c <= 0xDBFF) {
-      bytes += 4;
-      ++i;
-    } else {
-      bytes += 3;
-    }
-  }
-  return bytes;
-}
-
 // The path for a message: a NUL would cut the message short.
 std::string display(const ustring& path) {
   std::string out = narrow(path);
@@ -61,7 +43,7 @@ const char* componentDefect(const ustring& component) {
   if (component.size() >= 2 && isAlpha(component[0]) && component[1] == u':') {
     return "a component starts with a drive prefix";
   }
-  if (utf8Length(component) > kMaxNameBytes) return "a component is longer than 255 bytes";
+  if (narrow(component).size() > kMaxNameBytes) return "a component is longer than 255 bytes";
   return nullptr;
 }
 
@@ -79,16 +61,6 @@ std::vector<ustring> splitPath(const ustring& path) {
     start = slash + 1;
   }
   return components;
-}
-
-ustring joinPath(const std::vector<ustring>& components) {
-  if (components.empty()) return u"/";
-  ustring out;
-  for (const ustring& c : components) {
-    out += u'/';
-    out += c;
-  }
-  return out;
 }
 
 // Characters a URI parser rejects in a path once decoded: ASCII outside pchar (space, '#', '%', '[',
@@ -130,11 +102,12 @@ ustring encodeComponent(const ustring& name) {
   return segment;
 }
 
+bool needsDecoding(ustring_view segment) {
+  return std::any_of(segment.begin(), segment.end(), [](char16_t c) { return c == u'%' || c == u':' || c >= 0x80; });
+}
+
 ustring decodeComponent(ustring_view segment) {
-  // Most segments hold nothing to decode; they are their own name.
-  bool plain = true;
-  for (const char16_t c : segment) plain = plain && c != u'%' && c != u':' && c < 0x80;
-  if (plain) return ustring(segment);
+  if (!needsDecoding(segment)) return ustring(segment);  // most segments
   std::string bytes;
   bytes.reserve(segment.size());
   for (std::size_t i = 0; i < segment.size(); ++i) {

@@ -17,9 +17,6 @@ namespace opc::kqservices::detail {
 // The reason `component` is refused, or nullptr when it is acceptable (same rules as splitPath).
 [[nodiscard]] const char* componentDefect(const ustring& component);
 
-// "/" followed by the components joined with '/'; "/" for none.
-[[nodiscard]] ustring joinPath(const std::vector<ustring>& components);
-
 // The segment of a part name for a file name: unreserved characters, sub-delimiters and '@' as they
 // are; ASCII characters a URI cannot hold, and control and space characters beyond ASCII, as ":XX"
 // per UTF-8 byte; ':' and every other character beyond ASCII percent-encoded as UTF-8; then a bare
@@ -31,5 +28,7 @@ namespace opc::kqservices::detail {
 // encoding does not produce; throws opc::Exception when the bytes are not UTF-8 or a '%' is not
 // followed by two hex digits.
 [[nodiscard]] ustring decodeComponent(ustring_view segment);
+// Whether the segment holds an escape or a character beyond ASCII: one that does not is its own name.
+[[nodiscard]] bool needsDecoding(ustring_view segment);
 
 }  // namespace opc::kqservices::detail

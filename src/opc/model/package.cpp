@@ -6,6 +6,7 @@
 
 #include "foundation/clock.h"
 #include "opc/detail/content_sources.h"
+#include "opc/detail/fd.h"
 #include "opc/detail/text.h"
 #include "opc/exception.h"
 #include "opc/model/content_types.h"
@@ -27,13 +28,6 @@ constexpr std::uint64_t kMaxRelationshipsBytes = 64u << 20;
 // share per item: the DOM of a deflate bomb would otherwise take gigabytes from a small file.
 constexpr std::uint64_t kXmlBaseBytes = 16u << 20;
 constexpr std::uint64_t kXmlBytesPerItem = 4u << 10;
-
-std::string folderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
-}
 
 std::string describeEntry(const ZipEntry& entry) {
   return "entry " + std::to_string(entry.index) + " '" + std::string(entry.name) + "'";
@@ -133,7 +127,7 @@ void Package::open(interfaces::OpenMode mode) {
       }
       break;
     case interfaces::OpenMode::Create: {
-      const std::string folder = folderOf(physical_.getNarrowPath());
+      const std::string folder = opc::detail::folderOf(physical_.getNarrowPath());
       struct stat st {};
       if (::stat(folder.c_str(), &st) != 0) {
         throw Exception(opc::detail::osError("cannot create package '" + physical_.getNarrowPath() + "': folder",
@@ -210,7 +204,8 @@ void Package::load() {
     PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type,
                                           StandardPartInfo(*entry.compression, entry.size));
     part->sourceEntry_ = entry.index;
-    part->recordAttributes(entry.attributes.lastModified, entry.attributes.unixMode);
+    part->attributes_.setTime(entry.attributes.lastModified);
+    part->attributes_.setMode(entry.attributes.unixMode);
     try {
       insertPart(part);
     } catch (const Exception& e) {
@@ -298,7 +293,7 @@ void Package::insertPart(PartPtr part) {
   for (std::uint32_t* count : counted_) ++*count;
   parts_.push_back(std::move(part));
   try {
-    byKey_.insert(static_cast<std::uint32_t>(parts_.size() - 1));
+    byKey_.insert(static_cast<std::uint32_t>(parts_.size() - 1), key.hash);
   } catch (...) {
     parts_.pop_back();
     throw;
@@ -328,7 +323,9 @@ void Package::removeFromIndex(const PartName& name) {
     parts_ = std::move(live);
     byKey_.clear();
     byKey_.reserve(parts_.size());
-    for (std::size_t i = 0; i < parts_.size(); ++i) byKey_.insert(static_cast<std::uint32_t>(i));
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+      byKey_.insert(static_cast<std::uint32_t>(i), PartNameKeyHash{}(parts_[i]->getPartName().text()));
+    }
   }
 }
 
@@ -470,7 +467,7 @@ void Package::write() {
                    relationships_.empty() != relationshipsEntry_.has_value();
   for (const auto& p : parts_) {
     if (!sameTypes) break;
-    if (p && p->hasRelationships() != p->relationshipsEntry_.has_value()) sameTypes = false;
+    if (p && p->hasRelationships() != static_cast<bool>(p->relationshipsEntry_)) sameTypes = false;
   }
   if (sameTypes) {
     writer->copyEntry(detail::kContentTypesItemName, *contentTypesEntry_, entries[*contentTypesEntry_].attributes);
@@ -513,7 +510,7 @@ void Package::write() {
   std::size_t relationshipIndex = 0;
   for (const auto& p : parts_) {
     if (!p) continue;
-    const EntryAttributes attributes{p->modified(), p->mode()};
+    const EntryAttributes attributes{p->attributes_.time(), p->attributes_.mode()};
     if (!p->contentChanged_ && p->sourceEntry_) {
       copy(*p->sourceEntry_, attributes);
     } else {

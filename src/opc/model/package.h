@@ -69,7 +69,6 @@ class Package {
   // Throws opc::Exception when there is no such part.
   [[nodiscard]] PartPtr getPart(const PartName& name) const;
   [[nodiscard]] bool partExists(const PartName& name) const;
-  [[nodiscard]] bool hasPart(const PartName& name) const { return partExists(name); }
   // Removes the part and its relationships part; relationships elsewhere that target it are kept
   // (dangling targets are legal). Throws opc::Exception when there is no such part or in read mode.
   void deletePart(const PartName& name);

@@ -44,11 +44,6 @@ const ustring& PackageHelper::getDigitalSignatureRelationshipType() {
   return value;
 }
 
-const ustring& PackageHelper::getDigitalSignatureCertificateRelationshipType() {
-  static const ustring value = ustring(kRelationshipsBase) + u"digital-signature/certificate";
-  return value;
-}
-
 const ustring& PackageHelper::getDigitalSignatureOriginContentType() {
   static const ustring value = u"application/vnd.openxmlformats-package.digital-signature-origin";
   return value;
@@ -56,11 +51,6 @@ const ustring& PackageHelper::getDigitalSignatureOriginContentType() {
 
 const ustring& PackageHelper::getDigitalSignatureXMLSignatureContentType() {
   static const ustring value = u"application/vnd.openxmlformats-package.digital-signature-xmlsignature+xml";
-  return value;
-}
-
-const ustring& PackageHelper::getDigitalSignatureCertificateContentType() {
-  static const ustring value = u"application/vnd.openxmlformats-package.digital-signature-certificate";
   return value;
 }
 

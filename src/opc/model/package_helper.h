@@ -17,10 +17,8 @@ class PackageHelper {
   [[nodiscard]] static const ustring& getCorePropertiesNamespace();
   [[nodiscard]] static const ustring& getDigitalSignatureOriginRelationshipType();
   [[nodiscard]] static const ustring& getDigitalSignatureRelationshipType();
-  [[nodiscard]] static const ustring& getDigitalSignatureCertificateRelationshipType();
   [[nodiscard]] static const ustring& getDigitalSignatureOriginContentType();
   [[nodiscard]] static const ustring& getDigitalSignatureXMLSignatureContentType();
-  [[nodiscard]] static const ustring& getDigitalSignatureCertificateContentType();
   [[nodiscard]] static const ustring& getRelationshipsContentType();
   [[nodiscard]] static const ustring& getRelationshipsNamespace();
   [[nodiscard]] static const ustring& getContentTypesNamespace();

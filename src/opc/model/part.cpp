@@ -1,6 +1,7 @@
 #include "opc/model/part.h"
 
 #include "opc/detail/content_sources.h"
+#include "opc/detail/fd.h"
 #include "opc/detail/text.h"
 #include "opc/exception.h"
 #include "opc/model/package.h"
@@ -11,13 +12,6 @@ namespace opc::model {
 namespace {
 
 using opc::detail::narrow;
-
-std::string folderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
-}
 
 // Appends to the spool that holds the part's new content, as long as the part still uses it.
 class PartOutputStream : public OutputStream {
@@ -80,7 +74,7 @@ std::unique_ptr<InputStream> Part::getInputStream() const {
 
 std::unique_ptr<OutputStream> Part::getOutputStream() {
   Package& package = writableOwner();
-  auto spool = std::make_shared<opc::detail::SpoolContent>(folderOf(package.physical_.getNarrowPath()));
+  auto spool = std::make_shared<opc::detail::SpoolContent>(opc::detail::folderOf(package.physical_.getNarrowPath()));
   content_ = spool;
   contentChanged();
   // The package's handle keeps the part (and so the generation) alive as long as the stream.
@@ -108,45 +102,26 @@ std::uint64_t Part::getSize() const {
   return sourceEntry_ ? owner_->physical_.getEntries()[*sourceEntry_].size : 0;
 }
 
-std::optional<FileTime> Part::modified() const {
-  if (modifiedNanoseconds_ == kNoTime) return std::nullopt;
-  return FileTime{modifiedSeconds_, modifiedNanoseconds_};
-}
-
-std::optional<std::uint32_t> Part::mode() const {
-  if (!hasUnixMode_) return std::nullopt;
-  return unixMode_;
-}
-
-void Part::recordAttributes(const std::optional<FileTime>& time, const std::optional<std::uint32_t>& mode) {
-  modifiedSeconds_ = time ? time->seconds : 0;
-  modifiedNanoseconds_ = time ? time->nanoseconds : kNoTime;
-  hasUnixMode_ = mode.has_value();
-  unixMode_ = static_cast<std::uint16_t>(mode.value_or(0) & 07777);
-}
-
 std::optional<FileTime> Part::getLastModifiedTime() const {
   owner();
-  return modified();
+  return attributes_.time();
 }
 
 void Part::setLastModifiedTime(FileTime time) {
   writableOwner();
   if (time.nanoseconds > 999'999'999) throw Exception("invalid modification time: nanoseconds out of range");
-  modifiedSeconds_ = time.seconds;
-  modifiedNanoseconds_ = time.nanoseconds;
+  attributes_.setTime(time);
   attributesChanged_ = true;
 }
 
 std::optional<std::uint32_t> Part::getUnixMode() const {
   owner();
-  return mode();
+  return attributes_.mode();
 }
 
 void Part::setUnixMode(std::uint32_t mode) {
   writableOwner();
-  unixMode_ = static_cast<std::uint16_t>(mode & 07777);
-  hasUnixMode_ = true;
+  attributes_.setMode(mode);
   attributesChanged_ = true;
 }
 

@@ -26,12 +26,10 @@ std::optional<std::uint32_t> PartIndex::find(const PartNameKey& key) const {
   return slot.part;
 }
 
-void PartIndex::insert(std::uint32_t part) {
+void PartIndex::insert(std::uint32_t part, std::size_t hash) {
   if (part >= kErased) throw Exception("too many parts in one package");
   // At most three quarters used, erased slots included, so that every probe meets an empty slot.
   if ((used_ + 1) * 4 > slots_.size() * 3) rehash(std::max<std::size_t>(16, std::bit_ceil((live_ + 1) * 2)));
-  const std::string_view name = nameOf(part);
-  const std::size_t hash = PartNameKeyHash{}(name);
   const std::size_t mask = slots_.size() - 1;
   std::size_t at = hash & mask;
   while (slots_[at].part != kEmpty && slots_[at].part != kErased) at = (at + 1) & mask;

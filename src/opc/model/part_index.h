@@ -14,8 +14,9 @@ namespace opc::model {
 class Part;
 
 // An open-addressing table of part numbers: each slot holds a number into `parts` and 32 bits of
-// the name's hash, and names are read from the parts themselves (8 to 16 bytes a part where a map
-// of name views took about 56). Holds a pointer to `parts`, which must outlive it; numbers it holds
+// the name's hash, and names are read from the parts themselves: 8 to 16 bytes a part where a map of
+// name views takes about 56, for the budget of building, listing and extracting 70,000 entries below
+// 100 MB of peak memory (a package model holds every part). Holds a pointer to `parts`, which must outlive it; numbers it holds
 // must name live parts there. Lookups run on any thread while nothing changes the table.
 class PartIndex {
  public:
@@ -27,8 +28,8 @@ class PartIndex {
   }
   [[nodiscard]] bool contains(const PartNameKey& key) const { return find(key).has_value(); }
   [[nodiscard]] bool contains(std::string_view name) const { return find(name).has_value(); }
-  // Adds part number `part`, whose name must not be in the table yet.
-  void insert(std::uint32_t part);
+  // Adds part number `part`, whose name (of hash `hash`, PartNameKeyHash's) must not be in the table yet.
+  void insert(std::uint32_t part, std::size_t hash);
   // Removes the name, which must be there; its part must still answer for it during the call.
   void erase(std::string_view name);
   void clear() noexcept;
@@ -41,6 +42,7 @@ class PartIndex {
     std::uint32_t part;
     std::uint32_t hash;
   };
+  static_assert(sizeof(Slot) == 8);
   static constexpr std::uint32_t kEmpty = UINT32_MAX;
   static constexpr std::uint32_t kErased = UINT32_MAX - 1;
 

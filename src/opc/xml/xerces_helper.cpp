@@ -516,14 +516,6 @@ bool XercesHelper::getElementAttribute(const DOMElement* element, const XercesSt
   return attribute != nullptr;
 }
 
-bool XercesHelper::getElementAttributeNS(const DOMElement* element, const XercesString& ns,
-                                         const XercesString& localName, ustring& value) {
-  const DOMAttr* attribute =
-      element == nullptr ? nullptr : element->getAttributeNodeNS(nsOrNull(ns), localName);
-  value = attribute == nullptr ? ustring() : XercesString::toUString(attribute->getValue());
-  return attribute != nullptr;
-}
-
 // ---- XercesHelper: factories ------------------------------------------------------------------
 
 WriterPtr XercesHelper::createWriter() {

@@ -132,8 +132,6 @@ class XercesHelper {
   // The value of the unqualified attribute `name`; "" and false when it is absent.
   static bool getElementAttribute(const xercesc::DOMElement* element, const XercesString& name,
                                   ustring& value);
-  static bool getElementAttributeNS(const xercesc::DOMElement* element, const XercesString& ns,
-                                    const XercesString& localName, ustring& value);
 
   // A serializer that writes UTF-8 with an XML declaration (standalone="yes" when the document
   // says so), LF line ends, and indented elements, except in a document with mixed content
