@@ -270,8 +270,7 @@ struct ZipWriter::Impl {
   };
   // A worker's buffers, kept from one entry to the next.
   struct Scratch {
-    Compressor compressor;       // kWholeEntryLevel
-    Compressor smallCompressor;  // kSmallEntryLevel
+    Compressor compressor;  // kWholeEntryLevel
     std::string input;
     std::string output;
   };
@@ -340,10 +339,8 @@ struct ZipWriter::Impl {
         readWhole(*source, kWholeEntryLimit, s.input);
         prepared->size = s.input.size();
         prepared->crc = static_cast<std::uint32_t>(libdeflate_crc32(0, s.input.data(), s.input.size()));
-        const bool small = s.input.size() <= kSmallEntryLimit;
-        Compressor& compressor = small ? s.smallCompressor : s.compressor;
-        if (!compressor) compressor = makeCompressor(small ? kSmallEntryLevel : kWholeEntryLevel);
-        deflateInto(compressor.get(), s.input.data(), s.input.size(), s.output);
+        if (!s.compressor) s.compressor = makeCompressor(kWholeEntryLevel);
+        deflateInto(s.compressor.get(), s.input.data(), s.input.size(), s.output);
         prepared->compressed.assign(s.output);
         if (s.input.capacity() > kKeptScratch) s.input = std::string(), s.output = std::string();
       } catch (const std::exception& e) {
