@@ -69,7 +69,7 @@ function test_calls(octaveDir)
   png = uint8([137 80 78 71 13 10 26 10 0 255]);
   write_file(fullfile(work, 'shot.png'), png);
   zvAddonSetScreenshot(package, fullfile(work, 'shot.png'));
-  check(zvAddonGetScreenshot(package), matlab.net.base64encode(png));
+  check(zvAddonGetScreenshot(package), 'iVBORw0KGgoA/w==');  % the base64 of png
   write_file(fullfile(work, 'a', 'setup.xml'), '<set>ü</set>');
   zvAddonAddInstructionSet(package, fullfile(work, 'a', 'setup.xml'));
 

@@ -12,7 +12,8 @@
 ##   ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND, ZVADDON_BUILTINS_ERROR_GET_SCREENSHOT
 ##
 ## Example:
-##   bytes = matlab.net.base64decode (zvAddonGetScreenshot ('mytools.zvaddon'));
-##   fid = fopen ('screenshot.png', 'w'); fwrite (fid, bytes); fclose (fid);
+##   text = zvAddonGetScreenshot ('mytools.zvaddon');  % base64 of the image's bytes
+##   fid = fopen ('screenshot.b64', 'w'); fputs (fid, text); fclose (fid);
+##   % then, in a shell: base64 -d screenshot.b64 > screenshot.png
 ##
 ## See also: zvAddonSetScreenshot.
