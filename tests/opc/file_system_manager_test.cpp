@@ -1,24 +1,72 @@
+// The add-on's files in the package: a tree round trip on any number of workers, what adding refuses,
+// empty folders, and extraction that writes nothing when it refuses (existing files, links, hostile
+// packages, defects found by workers, too little space).
 #include "opc/kqservices/file_system_manager.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <functional>
-#include <set>
 #include <string_view>
 
-#include "file_system_test_support.h"
 #include "opc/exception.h"
 #include "opc/model/content_type.h"
+#include "opc/zippackage/zip_format.h"
 #include "package_test_support.h"
 
 namespace opc::kqservices {
 namespace {
 
 using namespace opc::test;
+using interfaces::OpenMode;
+
+// A file as the round trip must preserve it.
+struct TreeFile {
+  std::string bytes;
+  std::int64_t seconds = 1'600'000'000;
+  std::uint32_t nanoseconds = 0;
+  bool executable = false;
+  bool operator==(const TreeFile&) const = default;
+};
+
+// What a folder on disk holds, keyed by relative path; folders end in "/" and say whether empty.
+struct TreeSnapshot {
+  std::map<std::string, TreeFile> files;
+  std::map<std::string, bool> folders;
+  bool operator==(const TreeSnapshot&) const = default;
+};
+
+// Writes the file with its bytes, time and executable bit, creating its folders.
+void plantFile(const std::filesystem::path& root, const std::string& relative, const TreeFile& file) {
+  const std::filesystem::path path = root / relative;
+  std::filesystem::create_directories(path.parent_path());
+  writeFile(path.string(), file.bytes);
+  ::chmod(path.c_str(), file.executable ? 0755 : 0644);
+  const struct timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(file.seconds), static_cast<long>(file.nanoseconds)}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+}
+
+TreeSnapshot snapshot(const std::filesystem::path& root) {
+  TreeSnapshot out;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+    const std::string relative = std::filesystem::relative(entry.path(), root).string();
+    struct stat st {};
+    if (::lstat(entry.path().c_str(), &st) != 0) throw std::runtime_error("lstat failed");
+    if (S_ISDIR(st.st_mode)) {
+      out.folders[relative + "/"] = std::filesystem::is_empty(entry.path());
+    } else {
+      out.files[relative] = TreeFile{readFile(entry.path().string()), st.st_mtim.tv_sec,
+                                     static_cast<std::uint32_t>(st.st_mtim.tv_nsec), (st.st_mode & 0100) != 0};
+    }
+  }
+  return out;
+}
 
 // Names a local file system allows and a part name cannot hold as they are.
 const std::vector<std::string> kAwkwardNames = {
@@ -33,8 +81,7 @@ const std::vector<std::string> kAwkwardNames = {
 bool uriSafeOnceDecoded(const ustring& segment) {
   for (const char16_t c : model::PartName::decodeSegment(segment)) {
     const bool ascii = c < 0x80;
-    if (ascii && !(std::isalnum(c) || std::string_view("-._~!$&'()*+,;=:@").find(static_cast<char>(c)) !=
-                                          std::string_view::npos)) {
+    if (ascii && !(std::isalnum(c) || std::string_view("-._~!$&'()*+,;=:@").find(static_cast<char>(c)) != std::string_view::npos)) {
       return false;
     }
     if (!ascii && (c <= 0x9F || c == 0xA0 || c == 0x3000 || c == 0x2028 || c == 0x1680)) return false;
@@ -42,29 +89,14 @@ bool uriSafeOnceDecoded(const ustring& segment) {
   return true;
 }
 
-TEST(FileSystemNamesTest, EveryNameRoundTripsThroughAValidSegment) {
-  std::set<ustring> segments;
-  for (const std::string& name : kAwkwardNames) {
-    SCOPED_TRACE(name);
-    const ustring segment = FileSystemManager::encodeName(u16(name));
-    EXPECT_NO_THROW(model::PartName(u"/fsroot/" + segment + u"/x"));
-    EXPECT_NO_THROW(model::PartName(u"/fsroot/" + segment));
-    EXPECT_FALSE(model::PartName(u"/fsroot/a/" + segment).isRelationshipsPartName());
-    EXPECT_EQ(u8(FileSystemManager::decodeName(segment)), name);
-    EXPECT_TRUE(uriSafeOnceDecoded(segment)) << u8(segment);
-    EXPECT_TRUE(segments.insert(segment).second) << "two names share the segment " << u8(segment);
-  }
-}
-
-class FileSystemManagerTest : public ::testing::Test {
+class FileSystemTest : public ::testing::Test {
  protected:
   struct Open {
-    Open(const ustring& path, interfaces::OpenMode mode) : session(path, mode), manager(session.package, {}) {}
+    Open(const ustring& path, OpenMode mode) : session(path, mode), manager(session.package, {}) {}
     Session session;
     FileSystemManager manager;
   };
-
-  std::unique_ptr<Open> open(interfaces::OpenMode mode) { return std::make_unique<Open>(package, mode); }
+  std::unique_ptr<Open> open(OpenMode mode) { return std::make_unique<Open>(package, mode); }
 
   // Every path name below the root, depth first, folders before their content.
   static std::vector<std::string> walk(const FileSystemManager& manager) {
@@ -79,14 +111,39 @@ class FileSystemManagerTest : public ::testing::Test {
     return out;
   }
 
-  // Adds every file and empty folder of `root` with its path as the name inside the add-on.
-  static void addTree(FileSystemManager& manager, const std::filesystem::path& root, const TreeSnapshot& tree) {
-    for (const auto& [relative, file] : tree.files) {
-      (void)manager.addFile(u16((root / relative).string()), u16(relative),
-                            TransformMode::Encode);
+  // Adds every file and empty folder below `source` under its relative path, in a new package.
+  void pack() {
+    Session s(package, OpenMode::Create);
+    FileSystemManager manager(s.package, {});
+    for (const auto& [relative, file] : snapshot(source).files) {
+      (void)manager.addFile(u16((source / relative).string()), u16(relative), TransformMode::Encode);
     }
-    for (const auto& [relative, empty] : tree.folders) {
+    for (const auto& [relative, empty] : snapshot(source).folders) {
       if (empty) (void)manager.createFolder(u16(relative.substr(0, relative.size() - 1)));
+    }
+    s.package.close();
+  }
+
+  // Extracts the package with `threads` workers; returns the error, or "" when it succeeded.
+  std::string extract(ReplaceMode replace = ReplaceMode::Never, const char* threads = "2") {
+    ::setenv("ZVADDON_THREADS", threads, 1);
+    try {
+      Session s(package, OpenMode::Read);
+      FileSystemManager(s.package, {}).extractAll(u16(destination.string()), RestoreMode::Attributes,
+                                                  TransformMode::Encode, replace);
+      ::unsetenv("ZVADDON_THREADS");
+      return {};
+    } catch (const Exception& e) {
+      ::unsetenv("ZVADDON_THREADS");
+      return e.what();
+    }
+  }
+
+  // An empty destination and an empty folder beside it.
+  void clearDestination() {
+    for (const auto& folder : {destination, outside}) {
+      std::filesystem::remove_all(folder);
+      std::filesystem::create_directories(folder);
     }
   }
 
@@ -94,29 +151,26 @@ class FileSystemManagerTest : public ::testing::Test {
   ustring package = dir.ufile("pkg.zvaddon");
   std::filesystem::path source = dir.path() / "source";
   std::filesystem::path destination = dir.path() / "destination";
+  std::filesystem::path outside = dir.path() / "outside";
 
-  void SetUp() override {
-    Session s(package, interfaces::OpenMode::Create);
-    s.package.close();
-    writeFile(dir.file("one.txt"), "one");
-  }
+  void SetUp() override { writeFile(dir.file("one.txt"), "one"); }
 };
 
-// Names, bytes (empty, above the whole-file limit), times and executable bits come back as they were.
-TEST_F(FileSystemManagerTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
+// Names (each a URI-safe segment), bytes (empty, above the whole-file limit), times and executable
+// bits come back as they were, whatever the number of workers.
+TEST_F(FileSystemTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
   // Times outside DOS time's 1980..2107, before 1970, with sub-second parts in its 100 ns steps.
   const std::vector<std::pair<std::int64_t, std::uint32_t>> times = {
       {1700000000, 123456700}, {-315619200, 0}, {7258118400, 999999900}, {315532800, 0}, {4354819199, 500}};
-  std::size_t i = 0;
-  for (const std::string& name : kAwkwardNames) {
+  for (std::size_t i = 0; i < kAwkwardNames.size(); ++i) {
     const auto [seconds, nanos] = times[i % times.size()];
+    const std::string& name = kAwkwardNames[i];
     plantFile(source, name, TreeFile{patternBytes(100 + i * 37, static_cast<unsigned>(i)), seconds, nanos, i % 3 == 0});
     plantFile(source, "nested/" + name + "/deeper/file " + std::to_string(i),
               TreeFile{patternBytes(i, static_cast<unsigned>(i + 99)), seconds + 1, nanos, i % 2 == 0});
-    ++i;
   }
-  plantFile(source, "nested/_rels/inner.rels", TreeFile{"<Relationships/>", 1500000000, 0, false});
-  plantFile(source, "big.bin", TreeFile{patternBytes(3 << 20, 7), 1600000000, 0, false});
+  plantFile(source, "nested/_rels/inner.rels", TreeFile{"<Relationships/>"});
+  plantFile(source, "big.bin", TreeFile{patternBytes(3 << 20, 7)});
   plantFile(source, "empty file", TreeFile{"", 1400000000, 0, true});
   for (int k = 0; k < 70; ++k) {  // more files in one folder than a worker takes at once
     plantFile(source, "crowd/c" + std::to_string(k), TreeFile{std::string(50 + k, 'c'), 1600000000 + k, 0, k % 2 == 0});
@@ -124,13 +178,8 @@ TEST_F(FileSystemManagerTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits
   std::filesystem::create_directories(source / "empty");
   std::filesystem::create_directories(source / "nested" / "empty #2" / "empty.");
   const TreeSnapshot original = snapshot(source);
-
-  {
-    auto s = open(interfaces::OpenMode::Modify);
-    addTree(s->manager, source, original);
-    s->session.package.close();
-  }
-  auto s = open(interfaces::OpenMode::Read);
+  pack();
+  auto s = open(OpenMode::Read);
   std::vector<std::string> expected;
   for (const auto& [relative, file] : original.files) expected.push_back("/" + relative);
   for (const auto& [relative, empty] : original.folders) expected.push_back("/" + relative);
@@ -138,68 +187,62 @@ TEST_F(FileSystemManagerTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits
   std::sort(listed.begin(), listed.end());
   std::sort(expected.begin(), expected.end());
   EXPECT_EQ(listed, expected);
-
-  // Every number of workers writes the same tree.
-  for (const char* threads : {"1", "2", "4"}) {
+  for (const auto& part : s->session.package.getParts()) {
+    const ustring& name = part->getPartName().getName();
+    for (std::size_t at = 1, end; at < name.size(); at = end + 1) {
+      end = std::min(name.find(u'/', at), name.size());
+      EXPECT_TRUE(uriSafeOnceDecoded(name.substr(at, end - at))) << u8(name);
+    }
+  }
+  for (const char* threads : {"1", "4"}) {
     SCOPED_TRACE(threads);
-    ::setenv("ZVADDON_THREADS", threads, 1);
-    const std::filesystem::path out = destination / threads;
-    s->manager.extractAll(u16(out.string()), RestoreMode::Attributes, TransformMode::Encode, ReplaceMode::Never);
-    ::unsetenv("ZVADDON_THREADS");
-    EXPECT_EQ(snapshot(out), original);
+    std::filesystem::remove_all(destination);
+    EXPECT_EQ(extract(ReplaceMode::Never, threads), "");
+    EXPECT_EQ(snapshot(destination), original);
   }
 }
 
 // Each case: what is in the add-on first, then one operation that must fail with the given error and
 // change nothing.
-TEST_F(FileSystemManagerTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
-  enum class Kind { AlreadyExists, Other };
-  struct Case {
+TEST_F(FileSystemTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
+  const struct {
     const char* name;
     std::vector<std::pair<bool, ustring>> before;  // (is file, path)
     bool addAsFile;
     ustring path;
-    Kind kind;
+    bool alreadyExists;  // the error's class
     const char* fragment;
+  } cases[] = {
+      {"SameFileTwice", {{true, u"a/b.m"}}, true, u"/a/b.m", true, "/a/b.m"},
+      {"FileOverFolder", {{true, u"a/b.m"}}, true, u"a", true, "/a"},
+      {"EmptyFolderTwice", {{false, u"a/b"}}, false, u"a/b", true, "/a/b"},
+      {"FileNameDiffersInCase", {{true, u"Readme.txt"}}, true, u"README.txt", false, "/Readme.txt"},
+      {"FolderNameDiffersInCase", {{true, u"Dir/a.m"}}, true, u"dir/b.m", false, "/Dir"},
+      {"DotDot", {}, true, u"a/../b.m", false, "'..'"},
+      {"Nul", {}, true, ustring(u"a\0b", 3), false, "NUL"},
+      {"NameTooLong", {}, true, ustring(256, u'x'), false, "255 bytes"},
+      {"UnpairedSurrogate", {}, true, ustring(1, char16_t(0xD800)), false, "surrogate"},
   };
-  const std::vector<Case> cases = {
-      {"SameFileTwice", {{true, u"a/b.m"}}, true, u"/a/b.m", Kind::AlreadyExists, "/a/b.m"},
-      {"FileOverFolder", {{true, u"a/b.m"}}, true, u"a", Kind::AlreadyExists, "/a"},
-      {"EmptyFolderTwice", {{false, u"a/b"}}, false, u"a/b", Kind::AlreadyExists, "/a/b"},
-      {"FileNameDiffersInCase", {{true, u"Readme.txt"}}, true, u"README.txt", Kind::Other, "/Readme.txt"},
-      {"FolderNameDiffersInCase", {{true, u"Dir/a.m"}}, true, u"dir/b.m", Kind::Other, "/Dir"},
-      {"DotDot", {}, true, u"a/../b.m", Kind::Other, "'..'"},
-      {"Nul", {}, true, ustring(u"a\0b", 3), Kind::Other, "NUL"},
-      {"NameTooLong", {}, true, ustring(256, u'x'), Kind::Other, "255 bytes"},
-      {"UnpairedSurrogate", {}, true, ustring(1, char16_t(0xD800)), Kind::Other, "surrogate"},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
+    const auto add = [&](FileSystemManager& manager, bool isFile, const ustring& path) {
+      if (isFile) return (void)manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
+      (void)manager.createFolder(path);
+    };
     {
-      Session s(package, interfaces::OpenMode::Create);
+      Session s(package, OpenMode::Create);
       FileSystemManager manager(s.package, {});
-      for (const auto& [isFile, path] : c.before) {
-        if (isFile) {
-          (void)manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
-        } else {
-          (void)manager.createFolder(path);
-        }
-      }
+      for (const auto& [isFile, path] : c.before) add(manager, isFile, path);
       s.package.close();
     }
-    auto s = open(interfaces::OpenMode::Modify);
+    auto s = open(OpenMode::Modify);
     const std::vector<std::string> before = walk(s->manager);
     const std::size_t parts = s->session.package.getPartCount();
     try {
-      if (c.addAsFile) {
-        (void)s->manager.addFile(dir.ufile("one.txt"), c.path, TransformMode::Encode);
-      } else {
-        (void)s->manager.createFolder(c.path);
-      }
+      add(s->manager, c.addAsFile, c.path);
       ADD_FAILURE() << "no error";
     } catch (const Exception& e) {
-      const bool alreadyExists = dynamic_cast<const FileSystemEntryAlreadyExists*>(&e) != nullptr;
-      EXPECT_EQ(alreadyExists, c.kind == Kind::AlreadyExists) << e.what();
+      EXPECT_EQ(dynamic_cast<const FileSystemEntryAlreadyExists*>(&e) != nullptr, c.alreadyExists) << e.what();
       EXPECT_NE(std::string(e.what()).find(c.fragment), std::string::npos) << e.what();
     }
     EXPECT_EQ(walk(s->manager), before);
@@ -208,7 +251,7 @@ TEST_F(FileSystemManagerTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
 }
 
 // An empty folder is a part of its own until something goes into it, and comes back when that fails.
-TEST_F(FileSystemManagerTest, EmptyFolderIsOnePartThatGivesWayToContent) {
+TEST_F(FileSystemTest, EmptyFolderIsOnePartThatGivesWayToContent) {
   const model::ContentType folderType(FileSystemManager::getFolderContentType());
   auto folderParts = [&](const model::Package& p) {
     std::vector<std::string> names;
@@ -217,93 +260,78 @@ TEST_F(FileSystemManagerTest, EmptyFolderIsOnePartThatGivesWayToContent) {
     }
     return names;
   };
+  const std::vector<std::string> both{"/fsroot/a/b:20c/d.:", "/fsroot/x"};
   {
-    auto s = open(interfaces::OpenMode::Modify);
-    (void)s->manager.createFolder(u"a/b c");
-    (void)s->manager.createFolder(u"a/b c/d.");
-    (void)s->manager.createFolder(u"x");
-    EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b:20c/d.:", "/fsroot/x"}));
+    Session(package, OpenMode::Create).package.close();
+    auto s = open(OpenMode::Modify);
+    for (const char16_t* folder : {u"a/b c", u"a/b c/d.", u"x"}) (void)s->manager.createFolder(folder);
+    EXPECT_EQ(folderParts(s->session.package), both);
     s->session.package.close();
   }
   {
-    auto s = open(interfaces::OpenMode::Modify);
+    auto s = open(OpenMode::Modify);
     EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/a/", "/a/b c/", "/a/b c/d./", "/x/"}));
     EXPECT_THROW((void)s->manager.addFile(dir.ufile("missing"), u"x/f.txt", TransformMode::Encode), Exception);
     EXPECT_THROW((void)s->manager.addFile(dir.ufile("one.txt"), u"x/f g", TransformMode::None), Exception);
-    EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b:20c/d.:", "/fsroot/x"}));
+    EXPECT_EQ(folderParts(s->session.package), both);
     (void)s->manager.addFile(dir.ufile("one.txt"), u"x/f.txt", TransformMode::Encode);
-    EXPECT_EQ(folderParts(s->session.package), (std::vector<std::string>{"/fsroot/a/b:20c/d.:"}));
+    EXPECT_EQ(folderParts(s->session.package), std::vector<std::string>{both[0]});
     s->session.package.close();
   }
-  auto s = open(interfaces::OpenMode::Read);
+  auto s = open(OpenMode::Read);
   EXPECT_EQ(walk(s->manager), (std::vector<std::string>{"/a/", "/a/b c/", "/a/b c/d./", "/x/", "/x/f.txt"}));
 }
 
-// An existing file stops extraction before anything is written, unless replacing was asked for; a
+// What stands in the destination where a file or folder goes: an existing file stops extraction
+// before anything is written unless replacing was asked for; a symbolic link is never followed; a
 // destination that is a file is refused.
-TEST_F(FileSystemManagerTest, ExistingFilesAreReplacedOnlyWhenAsked) {
-  plantFile(source, "bin/run me", TreeFile{"#!/bin/sh\n", 100000000, 0, true});
-  plantFile(source, "data.", TreeFile{"dot", 200000000, 0, false});
-  {
-    auto s = open(interfaces::OpenMode::Modify);
-    addTree(s->manager, source, snapshot(source));
-    s->session.package.close();
-  }
-  plantFile(destination, "data.", TreeFile{"mine", 0, 0, false});
-  auto s = open(interfaces::OpenMode::Read);
-  const auto extract = [&](ReplaceMode replace) {
-    s->manager.extractAll(u16(destination.string()), RestoreMode::None, TransformMode::Encode, replace);
+TEST_F(FileSystemTest, WhatStandsInTheDestinationIsReplacedOnlyWhenAskedAndLinksNeverFollowed) {
+  plantFile(source, "sub/inner.txt", TreeFile{"payload"});
+  plantFile(source, "top.txt", TreeFile{"#!/bin/sh\n", 100000000, 0, true});
+  pack();
+  const struct {
+    const char* name;
+    const char* planted;  // in the destination
+    bool link;            // to outside, rather than a file of its own
+    ReplaceMode replace;
+    const char* fragment;  // nullptr: extracted
+  } cases[] = {
+      {"FileWhereAFileGoes", "top.txt", false, ReplaceMode::Never, "exists in the destination"},
+      {"FileWhereAFileGoesReplaced", "top.txt", false, ReplaceMode::Replace, nullptr},
+      {"LinkWhereAFolderGoes", "sub", true, ReplaceMode::Replace, "symbolic link"},
+      {"LinkWhereAFileGoes", "top.txt", true, ReplaceMode::Never, "exists"},
+      {"LinkWhereAFileGoesReplaced", "top.txt", true, ReplaceMode::Replace, nullptr},
   };
-  try {
-    extract(ReplaceMode::Never);
-    ADD_FAILURE() << "no error";
-  } catch (const Exception& e) {
-    EXPECT_NE(std::string(e.what()).find("exists in the destination"), std::string::npos) << e.what();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    clearDestination();
+    writeFile((outside / "top.txt").string(), "untouched");
+    if (c.link) {
+      std::filesystem::create_symlink(std::string(c.planted) == "sub" ? outside : outside / "top.txt", destination / c.planted);
+    } else {
+      writeFile((destination / c.planted).string(), "mine");
+    }
+    const std::string error = extract(c.replace);
+    if (c.fragment == nullptr) {
+      EXPECT_EQ(error, "");
+      EXPECT_EQ(snapshot(destination), snapshot(source));
+    } else {
+      EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+      EXPECT_FALSE(std::filesystem::exists(destination / "sub" / "inner.txt"));
+    }
+    EXPECT_EQ(readFile((outside / "top.txt").string()), "untouched");
+    EXPECT_FALSE(std::filesystem::exists(outside / "inner.txt"));
   }
-  EXPECT_EQ(readFile((destination / "data.").string()), "mine");
-  EXPECT_FALSE(std::filesystem::exists(destination / "bin"));
-  extract(ReplaceMode::Replace);
-  EXPECT_EQ(readFile((destination / "data.").string()), "dot");
-  writeFile(dir.file("plain"), "x");
-  try {
-    s->manager.extractAll(dir.ufile("plain"), RestoreMode::None, TransformMode::Encode, ReplaceMode::Never);
-    ADD_FAILURE() << "extracted into a file";
-  } catch (const Exception& e) {
-    EXPECT_NE(std::string(e.what()).find("not a folder"), std::string::npos) << e.what();
-  }
-  EXPECT_EQ(readFile(dir.file("plain")), "x");
-  EXPECT_EQ(readFile((destination / "bin" / "run me").string()), "#!/bin/sh\n");
+  destination = dir.path() / "one.txt";
+  EXPECT_NE(extract().find("not a folder"), std::string::npos);
+  EXPECT_EQ(readFile(dir.file("one.txt")), "one");
 }
 
-// ---- hostile packages ----------------------------------------------------------------------------
-
-class HostileExtractionTest : public ::testing::Test {
- protected:
-  // Extracts `packagePath` into `dest`; returns the error text, or "" when it succeeded.
-  static std::string extract(const ustring& packagePath, const std::filesystem::path& dest,
-                             ReplaceMode replace = ReplaceMode::Never) {
-    try {
-      Session s(packagePath, interfaces::OpenMode::Read);
-      FileSystemManager manager(s.package, {});
-      manager.extractAll(u16(dest.string()), RestoreMode::Attributes, TransformMode::Encode, replace);
-      return {};
-    } catch (const Exception& e) {
-      return e.what();
-    }
-  }
-
-  ScratchDir dir;
-  std::filesystem::path outside = dir.path() / "outside";
-  std::filesystem::path destination = dir.path() / "dest";
-  void SetUp() override { std::filesystem::create_directories(outside); }
-};
-
-TEST_F(HostileExtractionTest, CorpusIsRefusedWithNothingWritten) {
-  struct Case {
+TEST_F(FileSystemTest, HostileCorpusIsRefusedWithNothingWritten) {
+  const struct {
     const char* file;
     const char* fragment;  // names the entry or the rule
-  };
-  const std::vector<Case> cases = {
+  } cases[] = {
       {"traversal-raw-dotdot.zip", "fsroot/../../evil.txt"},
       {"traversal-percent-dotdot.zip", "percent-encoded unreserved"},
       {"traversal-escaped-dotdot.zip", "'/fsroot/..:'"},
@@ -319,12 +347,11 @@ TEST_F(HostileExtractionTest, CorpusIsRefusedWithNothingWritten) {
       {"size-shorter-than-declared.zip", "/fsroot/short.bin"},
       {"ratio-beyond-deflate.zip", "'/fsroot/bomb.bin'"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.file);
-    std::filesystem::remove_all(destination);
-    std::filesystem::create_directories(destination);
-    const std::string error = extract(u16(std::string(ZV_TEST_DATA_DIR) + "/hostile/" + c.file), destination);
-    EXPECT_NE(error, "");
+    clearDestination();
+    package = u16(std::string(ZV_TEST_DATA_DIR) + "/hostile/" + c.file);
+    const std::string error = extract();
     EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
     EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
     EXPECT_TRUE(std::filesystem::is_empty(outside));
@@ -332,62 +359,63 @@ TEST_F(HostileExtractionTest, CorpusIsRefusedWithNothingWritten) {
   }
 }
 
-TEST_F(HostileExtractionTest, SymbolicLinksInTheDestinationAreNeverFollowed) {
-  const ustring packagePath = u16(dir.file("pkg.zvaddon"));
-  writeFile(dir.file("payload"), "payload");
-  {
-    Session s(packagePath, interfaces::OpenMode::Create);
-    FileSystemManager manager(s.package, {});
-    (void)manager.addFile(u16(dir.file("payload")), u"sub/inner.txt", TransformMode::Encode);
-    (void)manager.addFile(u16(dir.file("payload")), u"top.txt", TransformMode::Encode);
-    s.package.close();
+// A defect found by a worker (after the file and others were created, and while later files are
+// being read) fails the extraction naming the part and leaves the destination as it was.
+TEST_F(FileSystemTest, DefectsFoundByWorkersUndoEverything) {
+  for (int i = 0; i < 40; ++i) {
+    plantFile(source, "a" + std::to_string(i % 5) + "/f" + std::to_string(i) + ".txt", TreeFile{patternBytes(4000, i)});
   }
-  struct Case {
+  plantFile(source, "m/deep/target.txt", TreeFile{patternBytes(200'000, 99)});
+  plantFile(source, "m/deep/picture.png", TreeFile{patternBytes(50'000, 98)});
+  plantFile(source, "m/deep/large.txt", TreeFile{patternBytes(3u << 20, 96)});  // above the size read whole: streamed
+  plantFile(source, "m/deep/huge.png", TreeFile{patternBytes(3u << 20, 95)});
+  plantFile(source, "z/last.txt", TreeFile{patternBytes(4000, 97)});
+  for (int i = 0; i < 100; ++i) plantFile(source, "many/f" + std::to_string(i) + ".txt", TreeFile{patternBytes(3000, 200 + i)});
+  pack();
+  const std::string good = readFile(u8(package));
+  // The entry's local header is the first place its name occurs in the file.
+  const auto corruptData = [](std::string& b, std::size_t at) {
+    using zippackage::le::get16, zippackage::le::get32;
+    b[at + 30 + get16(&b[at + 26]) + get16(&b[at + 28]) + get32(&b[at + 18]) / 2] ^= 0x5a;
+  };
+  const auto breakSignature = [](std::string& bytes, std::size_t header) { bytes[header + 3] = '\x05'; };
+  const struct {
     const char* name;
-    const char* link;  // planted in the destination, pointing outside
-    ReplaceMode replace;
-    const char* fragment;
+    const char* entry;
+    std::function<void(std::string&, std::size_t header)> damage;
+    const char* fragment;  // expected in the error
+  } cases[] = {
+      {"DeflatedDataBroken", "fsroot/m/deep/target.txt", corruptData, "target.txt'"},
+      {"StoredDataFailsItsCrc", "fsroot/m/deep/picture.png", corruptData, "CRC"},
+      {"DefectInALaterBatchOfALargeFolder", "fsroot/many/f70.txt", corruptData, "f70.txt'"},
+      {"LargeDeflatedDataBroken", "fsroot/m/deep/large.txt", corruptData, "large.txt'"},
+      {"LargeStoredDataFailsItsCrc", "fsroot/m/deep/huge.png", corruptData, "CRC"},
+      {"DamagedLocalHeader", "fsroot/a1/f6.txt", breakSignature, "no local header"},
+      {"DamagedLocalHeaderOfAStreamedEntry", "fsroot/m/deep/large.txt", breakSignature, "no local header"},
   };
-  const std::vector<Case> cases = {
-      {"LinkWhereAFolderGoes", "sub", ReplaceMode::Replace, "symbolic link"},
-      {"LinkWhereAFileGoesNeverReplace", "top.txt", ReplaceMode::Never, "exists"},
-      {"LinkWhereAFileGoesReplaced", "top.txt", ReplaceMode::Replace, nullptr},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::filesystem::remove_all(destination);
-    std::filesystem::remove_all(outside);
-    std::filesystem::create_directories(destination);
-    std::filesystem::create_directories(outside);
-    writeFile((outside / "top.txt").string(), "untouched");
-    std::filesystem::create_symlink(std::string(c.link) == "sub" ? outside : outside / "top.txt",
-                                    destination / c.link);
-    const std::string error = extract(packagePath, destination, c.replace);
-    if (c.fragment == nullptr) {
-      EXPECT_EQ(error, "");
-      EXPECT_FALSE(std::filesystem::is_symlink(destination / c.link));
-      EXPECT_EQ(readFile((destination / c.link).string()), "payload");
-    } else {
+  for (const char* threads : {"1", "2"}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(std::string(c.name) + " threads " + threads);
+      std::string bytes = good;
+      const std::size_t header = good.find(c.entry) - 30;
+      ASSERT_EQ(good.compare(header, 4, "PK\x03\x04"), 0);
+      c.damage(bytes, header);
+      writeFile(u8(package), bytes);
+      clearDestination();
+      const std::string error = extract(ReplaceMode::Never, threads);
       EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+      EXPECT_NE(error.find("refusing to extract"), std::string::npos) << error;
+      EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
     }
-    EXPECT_EQ(readFile((outside / "top.txt").string()), "untouched");
-    EXPECT_FALSE(std::filesystem::exists(outside / "inner.txt"));
   }
 }
 
 // The declared total is compared with the free space before anything is written. Runs in a child
 // with its own mount namespace and a 1 MiB tmpfs; skipped where such namespaces are not allowed.
-TEST_F(HostileExtractionTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
-  const ustring packagePath = u16(dir.file("pkg.zvaddon"));
-  writeFile(dir.file("small"), "small");
-  writeFile(dir.file("large"), patternBytes(2 << 20, 3));
-  {
-    Session s(packagePath, interfaces::OpenMode::Create);
-    FileSystemManager manager(s.package, {});
-    (void)manager.addFile(u16(dir.file("small")), u"a-small.txt", TransformMode::Encode);
-    (void)manager.addFile(u16(dir.file("large")), u"z-large.bin", TransformMode::Encode);
-    s.package.close();
-  }
+TEST_F(FileSystemTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
+  plantFile(source, "a-small.txt", TreeFile{"small"});
+  plantFile(source, "z-large.bin", TreeFile{patternBytes(2 << 20, 3)});
+  pack();
   std::filesystem::create_directories(destination);
   const pid_t child = ::fork();
   ASSERT_GE(child, 0);
@@ -405,8 +433,7 @@ TEST_F(HostileExtractionTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
     }
     if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) ::_exit(2);
     if (::mount("zvtest", destination.c_str(), "tmpfs", 0, "size=1m") != 0) ::_exit(2);
-    const std::string error = extract(packagePath, destination);
-    const bool refused = error.find("are free") != std::string::npos;
+    const bool refused = extract().find("are free") != std::string::npos;
     ::_exit(refused && std::filesystem::is_empty(destination) ? 0 : 1);
   }
   int status = 0;
