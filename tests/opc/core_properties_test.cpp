@@ -42,30 +42,6 @@ CoreProperties everything() {
   return p;
 }
 
-// An open package in a scratch folder; reopen() closes it and opens it again in another mode.
-class PackageFixture {
- public:
-  PackageFixture() { session_.emplace(path_, OpenMode::Create); }
-  model::Package& package() { return session_->package; }
-  void reopen(OpenMode mode) {
-    session_->package.close();
-    session_.reset();
-    session_.emplace(path_, mode);
-  }
-  std::string partText(const ustring& name) { return opc::test::partBytes(package(), name); }
-  // A core-properties part of these bytes, related from the root.
-  void addCorePart(const std::string& bytes, const ustring& name = u"/docProps/core.xml") {
-    opc::test::addPart(package(), name, model::PackageHelper::getCorePropertiesContentType(), bytes);
-    package().createRelationship(model::PartName(name).getURI(),
-                                 model::PackageHelper::getCorePropertiesRelationshipType());
-  }
-
- private:
-  ScratchDir dir_;
-  ustring path_ = dir_.ufile("p.zip");
-  std::optional<opc::test::Session> session_;
-};
-
 CoreProperties readDocument(const std::string& xml) {
   opc::testing::BytesInput in(xml);
   model::DocumentPtr document =
@@ -189,55 +165,63 @@ TEST_F(CorePropertiesTest, WrittenPartsAreValidAgainstTheirSchemasAndKeepForeign
 }
 
 // Rewriting keeps one part and one relationship each; without package fields the companion part
-// goes, and its relationship with it.
-TEST_F(CorePropertiesTest, RewritingKeepsOnePartAndOneRelationshipEach) {
+// goes, and its relationship with it. A broken package is reported, not guessed.
+TEST_F(CorePropertiesTest, PartsAndRelationshipsInThePackage) {
+  ScratchDir dir;
+  const ustring path = dir.ufile("p.zip");
+  const auto& coreType = model::PackageHelper::getCorePropertiesRelationshipType();
+  const auto& companionType = CorePropertiesManager::getPackagePropertiesRelationshipType();
   CoreProperties coreOnly;
   coreOnly.setTitle(u"t");
-  const auto& companionType = CorePropertiesManager::getPackagePropertiesRelationshipType();
-  PackageFixture fixture;
+  opc::test::Session(path, OpenMode::Create).package.close();
   for (const CoreProperties& properties : {everything(), everything(), coreOnly}) {
-    CorePropertiesManager(fixture.package(), DeterministicMode::Off).setCoreProperties(properties);
-    fixture.reopen(OpenMode::Modify);
+    {
+      opc::test::Session s(path, OpenMode::Modify);
+      CorePropertiesManager(s.package, DeterministicMode::Off).setCoreProperties(properties);
+      s.package.close();
+    }
+    opc::test::Session s(path, OpenMode::Read);
     const bool companion = properties.getContentType().has_value();
-    EXPECT_EQ(fixture.package().getRelationshipsByType(model::PackageHelper::getCorePropertiesRelationshipType()).size(), 1u);
-    EXPECT_EQ(fixture.package().getRelationshipsByType(companionType).size(), companion ? 1u : 0u);
-    EXPECT_EQ(fixture.package().getPartCount(), companion ? 2u : 1u);
-    EXPECT_TRUE(CorePropertiesManager(fixture.package(), DeterministicMode::Off).getCoreProperties() == properties);
+    EXPECT_EQ(s.package.getRelationshipsByType(coreType).size(), 1u);
+    EXPECT_EQ(s.package.getRelationshipsByType(companionType).size(), companion ? 1u : 0u);
+    EXPECT_EQ(s.package.getPartCount(), companion ? 2u : 1u);
+    EXPECT_TRUE(CorePropertiesManager(s.package, DeterministicMode::Off).getCoreProperties() == properties);
   }
-}
-
-TEST_F(CorePropertiesTest, BrokenPackagesAreReportedNotGuessed) {
   const std::string valid = kCoreOpen + "<dc:title>t</dc:title>" + kCoreClose;
-  const auto& coreType = model::PackageHelper::getCorePropertiesRelationshipType();
+  const auto corePart = [&](const char16_t* name, const ustring& type, const std::string& bytes) {
+    return [=](model::Package& p) {
+      opc::test::addPart(p, name, type, bytes);
+      p.createRelationship(model::PartName(name).getURI(), coreType);
+    };
+  };
+  const ustring& type = model::PackageHelper::getCorePropertiesContentType();
   const struct {
     const char* label;
-    std::function<void(PackageFixture&)> build;
+    std::function<void(model::Package&)> build;
     const char* expected;
   } cases[] = {
       {"two core relationships",
-       [&](PackageFixture& f) {
-         f.addCorePart(valid);
-         f.package().createRelationship(model::PartName(u"/docProps/core.xml").getURI(), coreType);
+       [&](model::Package& p) {
+         corePart(u"/docProps/core.xml", type, valid)(p);
+         p.createRelationship(model::PartName(u"/docProps/core.xml").getURI(), coreType);
        },
        "at most one"},
-      {"dangling core relationship",
-       [&](PackageFixture& f) { f.package().createRelationship(model::URI(u"/missing.xml"), coreType); },
+      {"dangling core relationship", [&](model::Package& p) { p.createRelationship(model::URI(u"/missing.xml"), coreType); },
        "not in the package"},
-      {"wrong content type",
-       [&](PackageFixture& f) {
-         opc::test::addPart(f.package(), u"/core.xml", u"application/xml", valid);
-         f.package().createRelationship(model::PartName(u"/core.xml").getURI(), coreType);
-       },
+      {"wrong content type", corePart(u"/core.xml", u"application/xml", valid),
        "expected 'application/vnd.openxmlformats-package.core-properties+xml'"},
-      {"malformed XML", [&](PackageFixture& f) { f.addCorePart("<cp:coreProperties"); }, "malformed XML"},
+      {"malformed XML", corePart(u"/docProps/core.xml", type, "<cp:coreProperties"), "malformed XML"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
-    PackageFixture fixture;
-    c.build(fixture);
-    fixture.reopen(OpenMode::Read);
+    {
+      opc::test::Session s(path, OpenMode::Create);
+      c.build(s.package);
+      s.package.close();
+    }
+    opc::test::Session s(path, OpenMode::Read);
     try {
-      (void)CorePropertiesManager(fixture.package(), DeterministicMode::Off).getCoreProperties();
+      (void)CorePropertiesManager(s.package, DeterministicMode::Off).getCoreProperties();
       ADD_FAILURE() << "accepted";
     } catch (const opc::Exception& e) {
       EXPECT_THAT(e.what(), HasSubstr(c.expected));
