@@ -5,14 +5,13 @@
 #include "opc/exception.h"
 #include "opc/xml/xerces_helper.h"
 #include "opc_test_support.h"
-#include "xml_test_streams.h"
 
 namespace opc::model::detail {
 namespace {
 
 ContentTypeMap readTypes(const std::string& body) {
   const XercesGuard xml;
-  opc::testing::BytesInput in(
+  opc::test::BytesInput in(
       "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">" + body + "</Types>");
   return ContentTypeMap::read(in, "types");
 }
@@ -94,7 +93,7 @@ TEST(ContentTypesTest, WrittenTypesReadBackForEveryPart) {
   }
   EXPECT_EQ(written.find("B.XML"), std::string::npos) << "the Default serves any case of its extension";
   const XercesGuard guard;
-  opc::testing::BytesInput in(written);
+  opc::test::BytesInput in(written);
   const ContentTypeMap map = ContentTypeMap::read(in, "written");
   for (std::size_t i = 0; i < std::size(names); ++i) {
     SCOPED_TRACE(names[i].text());

@@ -11,7 +11,6 @@
 #include "opc/model/package_helper.h"
 #include "package_test_support.h"
 #include "support/command.h"
-#include "xml_test_streams.h"
 
 namespace opc::kqservices {
 namespace {
@@ -43,7 +42,7 @@ CoreProperties everything() {
 }
 
 CoreProperties readDocument(const std::string& xml) {
-  opc::testing::BytesInput in(xml);
+  opc::test::BytesInput in(xml);
   model::DocumentPtr document =
       XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", u"");
   CoreProperties properties;
@@ -52,7 +51,7 @@ CoreProperties readDocument(const std::string& xml) {
 }
 
 std::string writeDocument(const model::DocumentPtr& document) {
-  opc::testing::BytesOutput out;
+  opc::test::BytesOutput out;
   XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
   return out.bytes;
 }
@@ -121,7 +120,7 @@ TEST_F(CorePropertiesTest, WrittenPartsAreValidAgainstTheirSchemasAndKeepForeign
   onlyDates.setCreated(at("1970-01-01 00:00:00"));
   onlyDates.setLastModified(at("9999-12-31 23:59:59"));
   const std::string kept = opc::test::readFile(ZV_TEST_DATA_DIR "/xml/core-foreign-properties.xml");
-  opc::testing::BytesInput keptIn(kept);
+  opc::test::BytesInput keptIn(kept);
   model::DocumentPtr keep = XercesHelper::readDocumentFromStream(XercesHelper::createParser(), keptIn, false, u"", u"");
   CoreProperties titleOnly;
   titleOnly.setTitle(u"new title");

@@ -1,7 +1,9 @@
 #pragma once
-// Shared helpers of the OPC tests: a scratch folder, file bytes, UTF-16 literals in messages.
+// Shared helpers of the OPC tests: a scratch folder, file bytes, in-memory streams, UTF-16 literals in
+// messages.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -32,6 +34,30 @@ inline std::string readAll(InputStream& in) {
 inline void writeAll(OutputStream& out, const std::string& bytes) {
   out.write(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }
+
+// Serves `bytes` in reads of at most `chunk` bytes.
+class BytesInput : public InputStream {
+ public:
+  explicit BytesInput(std::string bytes, std::size_t chunk = 1 << 16) : bytes_(std::move(bytes)), chunk_(chunk) {}
+  std::size_t read(std::uint8_t* buffer, std::size_t size) override {
+    const std::size_t n = std::min({size, chunk_, bytes_.size() - offset_});
+    std::copy_n(bytes_.data() + offset_, n, buffer);
+    offset_ += n;
+    return n;
+  }
+  [[nodiscard]] std::size_t consumed() const { return offset_; }
+
+ private:
+  std::string bytes_;
+  std::size_t chunk_;
+  std::size_t offset_ = 0;
+};
+
+struct BytesOutput : OutputStream {
+  void write(const std::uint8_t* data, std::size_t size) override { bytes.append(reinterpret_cast<const char*>(data), size); }
+  void flush() override {}
+  std::string bytes;
+};
 
 inline std::string u8(const ustring& text) { return opc::detail::narrow(text); }
 inline ustring u16(const std::string& text) { return fl::i18n::from_utf8(text); }

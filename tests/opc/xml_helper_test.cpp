@@ -8,13 +8,13 @@
 #include "foundation/i18n.h"
 #include "opc/exception.h"
 #include "opc/xml/xerces_helper.h"
-#include "xml_test_streams.h"
+#include "opc_test_support.h"
 
 namespace opc::model {
 namespace {
 
 using ::testing::HasSubstr;
-using opc::testing::BytesInput;
+using opc::test::BytesInput;
 
 constexpr char16_t kNs[] = u"urn:zvaddon:test:record";
 
@@ -63,7 +63,7 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
     }
     XercesHelper::setElementText(field, c.text);
     XercesHelper::setElementAttribute(field, u"a", c.text);
-    opc::testing::BytesOutput out;
+    opc::test::BytesOutput out;
     XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
     BytesInput in(out.bytes, 7);  // small reads: the parser must not depend on read sizes
     DocumentPtr back = XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", kNs);
