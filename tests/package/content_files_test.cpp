@@ -77,12 +77,13 @@ TEST_F(ContentFilesTest, CallsAndTheFileListAfterThem) {
   }
 }
 
+// Failures after the package opened: a batch with a missing file adds none of it. (Each function's key
+// for a package that does not open: tests/gateway/frame_test.cpp.)
 TEST_F(ContentFilesTest, ErrorsCarryTheirKeyAndArgumentsAndLeaveThePackage) {
   const std::string notZip = dir.file("not.zvaddon");
   zvtest::writeBytes(notZip, "not a zip at all");
   callOk(zvAddonAddFiles, {package, a, "first.m"});
   const std::string before = zvtest::readBytes(package);
-  const std::string corpus = ZV_TEST_DATA_DIR "/opc/";
   const struct {
     const char* name;
     qxFunction function;
@@ -93,20 +94,12 @@ TEST_F(ContentFilesTest, ErrorsCarryTheirKeyAndArgumentsAndLeaveThePackage) {
   } cases[] = {
       {"MissingSourceMidway", zvAddonAddFiles, {package, Json{a, dir.file("nope.m")}, Json{"b.m", "c.m"}},
        "ZVADDON_BUILTINS_ERROR_ADD_FILES", {package}, "nope.m"},
-      {"SamePathTwice", zvAddonAddFiles, {package, Json{a, a}, Json{"a.m", "a.m"}}, "ZVADDON_BUILTINS_ERROR_ADD_FILES",
-       {package}, "/a.m"},
-      {"FolderWithDotDot", zvAddonAddFolders, {package, "a/../b"}, "ZVADDON_BUILTINS_ERROR_ADD_FOLDERS", {package},
-       "'..'"},
       {"ExtractIntoAFile", zvAddonExtractAllFiles, {package, notZip}, "ZVADDON_BUILTINS_ERROR_EXTRACT_ALL_FILES",
        {package, notZip}, "not a folder"},
-      {"ListMalformedContentTypes", zvAddonGetFileList, {corpus + "content-types-malformed.zip"},
-       "ZVADDON_BUILTINS_ERROR_GET_FILE_LIST", {corpus + "content-types-malformed.zip"}, "malformed XML"},
-      {"ListMalformedRootRelationships", zvAddonGetFileList, {corpus + "rels-malformed.zip"},
-       "ZVADDON_BUILTINS_ERROR_GET_FILE_LIST", {corpus + "rels-malformed.zip"}, "malformed XML"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const zvtest::CallResult r = call(c.function, c.inputs, c.function == zvAddonGetFileList ? 1 : 0);
+    const zvtest::CallResult r = call(c.function, c.inputs);
     ASSERT_EQ(r.key(), c.key);
     const auto& arguments = r.error->arguments();
     ASSERT_EQ(arguments.size(), c.leadingArguments.size() + 1) << r.error->message();
