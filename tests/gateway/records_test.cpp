@@ -39,15 +39,6 @@ std::string licenceText(std::size_t bytes, std::size_t extra) {
   return std::string(bytes - one.getAsXMLString().size() + 1 + extra, 'x');
 }
 
-// The package's parts whose names start with `prefix`, opened as the library opens them.
-std::vector<opc::model::PartPtr> partsUnder(opc::model::Package& model, std::u16string_view prefix) {
-  std::vector<opc::model::PartPtr> parts;
-  for (const auto& part : model.getParts()) {
-    if (part->getPartName().getName().starts_with(prefix)) parts.push_back(part);
-  }
-  return parts;
-}
-
 class RecordFunctions : public ::testing::Test {
  protected:
   void SetUp() override { callOk(zvAddonCreate, {path_, zvtest::properties()}); }
@@ -56,6 +47,22 @@ class RecordFunctions : public ::testing::Test {
     package_.emplace(fl::i18n::from_utf8(path_));
     package_->getPackage().open(static_cast<opc::interfaces::OpenMode>(0));
     return *package_;
+  }
+  // One part under `prefix`, named `name` of `type`; the root relationships to parts under `prefix`
+  // have the ids `ids`.
+  void expectOnePart(std::u16string_view prefix, const ustring& name, const ustring& type, const std::vector<ustring>& ids) {
+    opc::model::Package& model = opened().getPackage();
+    std::vector<ustring> names, relationships;
+    for (const auto& part : model.getParts()) {
+      if (!part->getPartName().getName().starts_with(prefix)) continue;
+      names.push_back(part->getPartName().getName());
+      EXPECT_EQ(part->getContentType().toString(), type);
+    }
+    for (const auto& r : model.getRelationships().getRelationships()) {
+      if (r.getTargetPartName().getName().starts_with(prefix)) relationships.push_back(r.getId());
+    }
+    EXPECT_EQ(names, std::vector<ustring>{name});
+    EXPECT_EQ(relationships, ids);
   }
   zvtest::TempDir dir_;
   std::string path_ = dir_.file("package.zvaddon");
@@ -169,9 +176,10 @@ TEST_F(RecordFunctions, RefusedSetsLeaveTheFileByteForByte) {
   }
 }
 
-// The extension decides the content type and the part's ending; replacing leaves one part and one
-// relationship of each type; Get returns padded base64 of the bytes, at the 8,192-byte read step too.
-TEST_F(RecordFunctions, ScreenshotTypesAndBytes) {
+// The parts the screenshot and instruction sets make: the extension decides the screenshot's content
+// type and ending; replacing leaves one part and its two relationships; Get returns the bytes, at
+// the 8,192-byte read step too. An instruction set is stored under its file name, once.
+TEST_F(RecordFunctions, ScreenshotAndInstructionSetParts) {
   const struct {
     const char* file;
     std::size_t size;
@@ -193,34 +201,18 @@ TEST_F(RecordFunctions, ScreenshotTypesAndBytes) {
     callOk(zvAddonSetScreenshot, {path_, dir_.file(c.file)});
     EXPECT_EQ(foundation::crypto::utils::base64Decode(callOk(zvAddonGetScreenshot, {path_}, 1).get<std::string>()),
               std::vector<std::uint8_t>(bytes.begin(), bytes.end()));
-    opc::model::Package& model = opened().getPackage();
-    const auto parts = partsUnder(model, u"/metadata/primaryScreenShot.");
-    ASSERT_EQ(parts.size(), 1u);
-    EXPECT_EQ(parts[0]->getPartName().getName(), c.part);
-    EXPECT_EQ(parts[0]->getContentType().toString(), c.type);
-    std::vector<ustring> ids;
-    for (const auto& r : model.getRelationships().getRelationships()) {
-      if (r.getTargetPartName().getName().starts_with(u"/metadata/primaryScreenShot.")) ids.push_back(r.getId());
-    }
-    EXPECT_EQ(ids, (std::vector<ustring>{u"rId100", u"rId101"}));
+    expectOnePart(u"/metadata/primaryScreenShot.", c.part, c.type, {u"rId100", u"rId101"});
   }
-}
-
-TEST_F(RecordFunctions, InstructionSetsStoredUnderTheirFileNameOnceEach) {
   std::filesystem::create_directories(dir_.path() / "a");
   zvtest::writeBytes(dir_.file("a/setup.xml"), "<setup>\xE2\x82\xAC</setup>");
   zvtest::writeBytes(dir_.file("setup.xml"), "<other/>");
   callOk(zvAddonAddInstructionSet, {path_, dir_.file("a/setup.xml")});
   const std::string before = zvtest::readBytes(path_);
-  EXPECT_EQ(call(zvAddonAddInstructionSet, {path_, dir_.file("setup.xml")}).key(),
-            "ZVADDON_BUILTINS_ERROR_SET_INSTRUCTION_SETS");
+  EXPECT_EQ(call(zvAddonAddInstructionSet, {path_, dir_.file("setup.xml")}).key(), "ZVADDON_BUILTINS_ERROR_SET_INSTRUCTION_SETS");
   EXPECT_EQ(zvtest::readBytes(path_), before);
-  EXPECT_TRUE(opened().hasInstructionSets());
-  const auto parts = partsUnder(package_->getPackage(), u"/metadata/InstructionSets/");
-  ASSERT_EQ(parts.size(), 1u);
-  EXPECT_EQ(parts[0]->getPartName().getName(), u"/metadata/InstructionSets/setup.xml");
-  EXPECT_EQ(parts[0]->getContentType().toString(), u"application/vnd.kestrelon.zorvan.addon.instructionSet+xml");
-  EXPECT_TRUE(package_->getPackage().hasRelationship(u"rId_IS_setup.xml"));
+  expectOnePart(u"/metadata/InstructionSets/", u"/metadata/InstructionSets/setup.xml",
+                u"application/vnd.kestrelon.zorvan.addon.instructionSet+xml", {u"rId_IS_setup.xml"});
+  EXPECT_TRUE(package_->hasInstructionSets());
 }
 
 }  // namespace

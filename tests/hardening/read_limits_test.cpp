@@ -1,12 +1,14 @@
 // A small hostile package cannot make reading take gigabytes: parts too many, XML too large or
 // nested too deep each fail with the call's key and a message naming the bound.
-#include <cstdlib>
+#include <zip.h>
 
-#include "hardening_support.h"
+#include <cstdlib>
+#include <functional>
+
+#include "gateway/zvaddon.h"
+#include "support/gateway_call.h"
 
 namespace {
-
-using namespace zvtest::hardening;
 
 // Replaces `entry` of the package (deflated) with transform(its bytes, or "" when absent).
 void replaceEntry(const std::string& package, const std::string& entry,

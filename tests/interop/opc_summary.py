@@ -3,22 +3,16 @@
 
     opc_summary.py [--reader poi|docx|both] [--zip-test] [--java-classes DIR] PACKAGE
 
-poi:  Apache POI's openxml4j, through the Java checker OpcCheck.java next to this script (compiled
-      into --java-classes, or a folder under /tmp, when missing or older than its source).
-docx: python-docx's OPC layer (docx.opc.package.OpcPackage). Run with /usr/bin/python3, which has
-      Debian's python3-docx.
-both: runs the two, prints one summary when they agree; otherwise prints both and exits 1.
---zip-test: also runs `unzip -t` and `7z t` on the package; a failure exits 1.
+poi: Apache POI's openxml4j through OpcCheck.java (compiled into --java-classes, or a folder under
+/tmp, when missing or older than its source); docx: python-docx's OPC layer (Debian's python3-docx,
+hence /usr/bin/python3); both: one summary when they agree, else both and exit status 1.
+--zip-test also runs `unzip -t` and `7z t`; a failure exits 1.
 
-The summary is one JSON object:
-  parts          [[part name, content type], ...]  sorted; relationships parts left out
-  relationships  [[source, id, type, target, mode], ...]  sorted; target is the part name for an
-                 internal target, the URI as written for an external one
-  core           {title, description, creator, version, created, modified}: present ones only;
-                 dates as "YYYY-MM-DDThh:mm:ssZ"
-  thumbnail      [part name, ...]: targets of the package's thumbnail relationships
-Part names are percent-decoded, so both readers' spellings compare equal.
-Exit status: 0 when every reader opened the package and (for both) they agree; 1 otherwise.
+The summary is one JSON object: parts [[name, content type]] (relationships parts left out),
+relationships [[source, id, type, target, mode]] (target: the part name when internal, the URI as
+written when external), core {title, description, creator, version, created, modified} (present
+ones only, dates "YYYY-MM-DDThh:mm:ssZ"), thumbnail [targets of the package's thumbnail
+relationships]. Lists are sorted; part names percent-decoded, so both readers' spellings agree.
 """
 
 import argparse
@@ -27,8 +21,8 @@ import os
 import subprocess
 import sys
 import tempfile
-import urllib.parse
 from datetime import timezone
+from urllib.parse import unquote, unquote_plus
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 JAVA_SOURCE = os.path.join(HERE, "OpcCheck.java")
@@ -44,8 +38,7 @@ class ReaderError(Exception):
 
 
 def poi_classpath():
-    jars = [os.path.join("/usr/share/java", j) for j in POI_JARS]
-    present = [j for j in jars if os.path.exists(j)]
+    present = [j for j in (os.path.join("/usr/share/java", j) for j in POI_JARS) if os.path.exists(j)]
     if not any(j.endswith("/poi-ooxml.jar") for j in present):
         raise ReaderError("Apache POI is not installed (libapache-poi-java); run scripts/setup")
     return present
@@ -66,15 +59,9 @@ def compiled_checker(classes):
     return classes
 
 
-def empty_summary():
-    return {"parts": [], "relationships": [], "core": {}, "thumbnail": []}
-
-
-def finish(summary):
-    summary["parts"].sort()
-    summary["relationships"].sort()
-    summary["thumbnail"].sort()
-    return summary
+def summary(parts=(), relationships=(), core=None, thumbnail=()):
+    return {"parts": sorted(parts), "relationships": sorted(relationships), "core": core or {},
+            "thumbnail": sorted(thumbnail)}
 
 
 def read_with_poi(path, classes):
@@ -82,28 +69,22 @@ def read_with_poi(path, classes):
     result = subprocess.run(["java", "-cp", classpath, "OpcCheck", path], capture_output=True, text=True)
     if result.returncode != 0:
         raise ReaderError("poi: " + (result.stderr.strip() or "exit status %d" % result.returncode))
-    summary = empty_summary()
+    parts, relationships, core, thumbnail = [], [], {}, []
     for line in result.stdout.splitlines():
         kind, *fields = line.split("\t")
-        fields = [urllib.parse.unquote_plus(f) for f in fields]
+        fields = [unquote_plus(f) for f in fields]
         if kind == "part":
-            summary["parts"].append([decoded(fields[0]), fields[1]])
+            parts.append([unquote(fields[0]), fields[1]])
         elif kind == "rel":
             source, rid, rtype, target, mode = fields
-            internal = mode == "Internal"
-            summary["relationships"].append(
-                [decoded(source), rid, rtype, decoded(target) if internal else target, mode])
+            relationships.append([unquote(source), rid, rtype, unquote(target) if mode == "Internal" else target, mode])
         elif kind == "core":
-            summary["core"][fields[0]] = fields[1].replace(".000Z", "Z")
+            core[fields[0]] = fields[1].replace(".000Z", "Z")
         elif kind == "thumbnail":
-            summary["thumbnail"].append(decoded(fields[0]))
+            thumbnail.append(unquote(fields[0]))
         else:
             raise ReaderError("poi: unexpected output line %r" % line)
-    return finish(summary)
-
-
-def decoded(name):
-    return urllib.parse.unquote(name)
+    return summary(parts, relationships, core, thumbnail)
 
 
 def read_with_docx(path):
@@ -117,50 +98,30 @@ def read_with_docx(path):
     except Exception as e:  # python-docx raises assorted types for a package it cannot read
         raise ReaderError("docx: %s: %s" % (type(e).__name__, e))
 
-    summary = empty_summary()
-
     def relationships(source_name, source):
-        for rel in source.rels.values():
-            if rel.is_external:
-                target, mode = rel.target_ref, "External"
-            else:
-                target, mode = decoded(str(rel.target_part.partname)), "Internal"
-            summary["relationships"].append([source_name, rel.rId, rel.reltype, target, mode])
+        return [[source_name, r.rId, r.reltype, r.target_ref if r.is_external else unquote(str(r.target_part.partname)),
+                 "External" if r.is_external else "Internal"] for r in source.rels.values()]
 
-    relationships("/", package)
+    parts, rels, core = [], relationships("/", package), {}
     for part in package.iter_parts():
-        summary["parts"].append([decoded(str(part.partname)), part.content_type])
-        relationships(decoded(str(part.partname)), part)
-
-    core_parts = [r.target_part for r in package.rels.values()
-                  if r.reltype == CORE_PROPERTIES and not r.is_external]
-    if core_parts:
-        part = core_parts[0]
-        properties = part.core_properties
-        element = part.element
-        present = {
-            "title": ("dc:title", lambda: properties.title),
-            "description": ("dc:description", lambda: properties.comments),
-            "creator": ("dc:creator", lambda: properties.author),
-            "version": ("cp:version", lambda: properties.version),
-            "created": ("dcterms:created", lambda: utc(properties.created)),
-            "modified": ("dcterms:modified", lambda: utc(properties.modified)),
-        }
-        for key, (tag, value) in present.items():
-            if element.find(qn(tag)) is not None:
-                summary["core"][key] = value()
-
-    summary["thumbnail"] = [decoded(str(r.target_part.partname)) for r in package.rels.values()
-                            if r.reltype == THUMBNAIL and not r.is_external]
-    return finish(summary)
+        parts.append([unquote(str(part.partname)), part.content_type])
+        rels += relationships(unquote(str(part.partname)), part)
+    internal = [r for r in package.rels.values() if not r.is_external]
+    for part in [r.target_part for r in internal if r.reltype == CORE_PROPERTIES][:1]:
+        p = part.core_properties
+        present = {"title": ("dc:title", lambda: p.title), "description": ("dc:description", lambda: p.comments),
+                   "creator": ("dc:creator", lambda: p.author), "version": ("cp:version", lambda: p.version),
+                   "created": ("dcterms:created", lambda: utc(p.created)),
+                   "modified": ("dcterms:modified", lambda: utc(p.modified))}
+        core = {key: value() for key, (tag, value) in present.items() if part.element.find(qn(tag)) is not None}
+    thumbnail = [unquote(str(r.target_part.partname)) for r in internal if r.reltype == THUMBNAIL]
+    return summary(parts, rels, core, thumbnail)
 
 
 def utc(value):
-    if value is None:
-        return None
-    if value.tzinfo is not None:
+    if value is not None and value.tzinfo is not None:
         value = value.astimezone(timezone.utc).replace(tzinfo=None)
-    return value.strftime("%Y-%m-%dT%H:%M:%SZ")
+    return None if value is None else value.strftime("%Y-%m-%dT%H:%M:%SZ")
 
 
 def zip_test(path):

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "batches.h"
 #include "support/gateway_call.h"
 
@@ -50,47 +48,27 @@ TEST(GlobTest, MatchesThePatternRules) {
   }
 }
 
-class SelectionTest : public ::testing::Test {
- protected:
-  void write(const std::string& relative, const std::string& bytes) {
-    const fs::path path = dir_.path() / relative;
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
+// Files sorted by path with their sizes, only innermost empty folders, links to files followed and
+// links to folders not; what is below a folder a pattern names goes with it.
+TEST(SelectionTest, SortsCountsKeepsEmptyFoldersAndFollowsFileLinks) {
+  zvtest::TempDir dir;
+  for (const auto& [name, bytes] : {std::pair{"b/z.m", "12345"}, {"a.m", "1"}, {"b/a.m", "123"}}) {
+    fs::create_directories((dir.path() / name).parent_path());
+    zvtest::writeBytes(dir.file(name), bytes);
   }
-  [[nodiscard]] std::vector<std::string> paths(const Selection& s) const {
-    std::vector<std::string> out;
-    for (const SelectedFile& f : s.files) out.push_back(f.path);
-    return out;
-  }
-  zvtest::TempDir dir_;
-};
-
-TEST_F(SelectionTest, SortsByPathCountsBytesAndKeepsEmptyFolders) {
-  write("b/z.m", "12345");
-  write("a.m", "1");
-  write("b/a.m", "123");
-  fs::create_directories(dir_.path() / "empty/inner");
-  const Selection s = selectFiles(dir_.path(), FilePatterns{});
-  EXPECT_EQ(paths(s), (std::vector<std::string>{"a.m", "b/a.m", "b/z.m"}));
-  EXPECT_EQ(s.totalBytes, 9u);
-  ASSERT_EQ(s.files.size(), 3u);
-  EXPECT_EQ(s.files[2].size, 5u);
-  // Only the innermost folder is empty; its parent holds it.
+  fs::create_directories(dir.path() / "empty/inner");
+  fs::create_symlink(dir.path() / "b/z.m", dir.path() / "link.m");
+  fs::create_directory_symlink(dir.path() / "b", dir.path() / "loop");
+  fs::create_symlink(dir.path() / "nowhere", dir.path() / "dangling.m");
+  const Selection s = selectFiles(dir.path(), FilePatterns{});
+  std::vector<std::pair<std::string, std::uint64_t>> files;
+  for (const SelectedFile& f : s.files) files.emplace_back(f.path, f.size);
+  EXPECT_EQ(files, (std::vector<std::pair<std::string, std::uint64_t>>{{"a.m", 1}, {"b/a.m", 3}, {"b/z.m", 5}, {"link.m", 5}}));
+  EXPECT_EQ(s.totalBytes, 14u);
   EXPECT_EQ(s.emptyFolders, std::vector<std::string>{"empty/inner"});
-  // What is below a folder a pattern names goes with it; a folders-only pattern never takes a file.
   EXPECT_TRUE(globMatchesOrContains(".git", "sub/.git/objects/1", false));
   EXPECT_FALSE(globMatchesOrContains("/build", "src/build/x.o", false));
   EXPECT_FALSE(globMatchesOrContains("build/", "src/build", false));
-}
-
-TEST_F(SelectionTest, FollowsLinksToFilesButNotToFolders) {
-  write("real/f.m", "abc");
-  fs::create_symlink(dir_.path() / "real/f.m", dir_.path() / "link.m");
-  fs::create_directory_symlink(dir_.path() / "real", dir_.path() / "loop");
-  fs::create_symlink(dir_.path() / "nowhere", dir_.path() / "dangling.m");
-  const Selection s = selectFiles(dir_.path(), FilePatterns{});
-  EXPECT_EQ(paths(s), (std::vector<std::string>{"link.m", "real/f.m"}));
-  EXPECT_EQ(s.files[0].size, 3u);
 }
 
 // Batching: every file once, in order; batches grow with what is stored, so their number stays

@@ -43,27 +43,10 @@ screenshot and the instruction set are stored, and the signature verifies.
   screenshot          /metadata/primaryScreenShot.png (886 B)
   instruction sets    sigtoolSetup.xml
 
-The file list with sizes, depth first as the package holds it.
+The package holds what the manifest's patterns select: not the manifest, not examples/octave.
 
-  $ zvaddon ls -l signal.zvaddon
-          1488  /LICENSE.txt
-           655  /README.md
-           965  /apps/filterExplorer.m
-           207  /apps/filterExplorer.zvapp
-           286  /demos/bandSplitDemo.m
-           287  /demos/smoothingDemo.m
-           267  /demos/tonesDemo.m
-           435  /doc/gettingStarted.html
-           886  /doc/images/screenshot.png
-           562  /doc/index.html
-           227  /doc/info.xml
-           347  /install/sigtoolSetup.xml
-           268  /java/sigtool-helpers.jar
-           384  /sigtool/highpass.m
-           803  /sigtool/lowpass.m
-           491  /sigtool/movingAverage.m
-           395  /sigtool/powerSpectrum.m
-           491  /sigtool/private/validateSignal.m
+  $ zvaddon ls signal.zvaddon | cut -d/ -f2 | sort -u | xargs
+  LICENSE.txt README.md apps demos doc install java sigtool
 
 Unpacked, the files are the folder's own, byte for byte.
 

@@ -4,9 +4,6 @@ the exit status says what kind of failure it was (1 host error, 2 usage).
   $ zvaddon inspect missing.zvaddon
   zvaddon inspect: The add-on package 'missing.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)
   [1]
-  $ zvaddon hash missing.bin
-  zvaddon hash: The file 'missing.bin' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_FILE_NONEXISTENT)
-  [1]
 
 A file that is no package: the OPC layer's reason follows the catalogue text.
 

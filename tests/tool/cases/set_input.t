@@ -9,10 +9,6 @@ not fit the record is refused with its JSON pointer and exit status 5, and the p
   {"type": "MIT", "text": "from a file"}
   $ echo '[{"date": "2024-01-01", "version": "1.0", "description": "stdin"}]' | zvaddon set s.zvaddon revisionHistory - && zvaddon get s.zvaddon revisionHistory | j
   [{"date": "2024-01-01", "version": "1.0", "description": "stdin"}]
-  $ zvaddon set s.zvaddon configuration '{"zorvanPaths": ["a", "b"], "installMapPath": "m.xml"}' && zvaddon get s.zvaddon configuration | j
-  {"zorvanPaths": ["a", "b"], "javaClassPaths": [], "infoXMLPath": "", "gettingStartedDocPath": "", "installMapPath": "m.xml"}
-  $ zvaddon set s.zvaddon properties '{"name": "Renamed", "version": "1.1", "GUID": "g2", "summary": "s", "authorContact": "c"}' && zvaddon get s.zvaddon properties | j
-  {"type": "ZORVAN Toolbox", "name": "Renamed", "version": "1.1", "ZORVANRelease": "R2026b", "summary": "s", "authorName": "", "authorContact": "c", "authorOrganization": "", "GUID": "g2", "description": ""}
 
 Refusals; afterwards the package is byte for byte as before.
 

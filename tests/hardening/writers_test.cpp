@@ -1,0 +1,281 @@
+// Faults while a call rewrites a package, each leaving a whole package: SIGKILL at any moment (the
+// old or the new package, and it opens; ZV_KILL_ROUNDS sets the rounds per call, the slow-labelled
+// run 200), a full disk (the call's key with the system's reason, the package byte for byte as it
+// was; on a small tmpfs the test mounts, so as root only), and two processes writing while this one
+// reads (every read sees one writer's complete licence).
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zip.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "gateway/zvaddon.h"
+#include "support/gateway_call.h"
+
+namespace zvtest {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Bytes that deflate slowly and poorly, so that a write of them is long enough to be interrupted.
+std::string noise(std::size_t size, unsigned seed) {
+  std::mt19937_64 random(seed);
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i + 8 <= size; i += 8) {
+    const std::uint64_t word = random();
+    std::memcpy(&bytes[i], &word, 8);
+  }
+  return bytes;
+}
+
+// The ZIP entry names, or nothing when the file is no readable archive.
+std::set<std::string> entryNames(const std::string& path) {
+  int code = 0;
+  zip_t* zip = zip_open(path.c_str(), ZIP_RDONLY, &code);
+  if (zip == nullptr) return {};
+  std::set<std::string> names;
+  for (zip_int64_t i = 0; i < zip_get_num_entries(zip, 0); ++i) names.insert(zip_get_name(zip, i, 0));
+  zip_discard(zip);
+  return names;
+}
+
+const Json kRequirements = {
+    {"productDependency", Json::array({{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}})},
+    {"platformCompatibility", {{"win", "true"}, {"linux", "true"}, {"mac", "false"}, {"ZORVANOnline", "true"}}},
+    {"releaseCompatibility", {{"start", "R2019b"}, {"end", "R2024a"}}}};
+
+// A package holding a large content file and system requirements.
+void makePackage(const std::string& path, const std::string& content, std::size_t size) {
+  writeBytes(content, noise(size, 7));
+  callOk(zvAddonCreate, {path, properties()});
+  callOk(zvAddonAddFiles, {path, Json{content}, Json{"data/big.bin"}});
+  callOk(zvAddonSetSystemRequirements, {path, kRequirements});
+}
+
+// A call that rewrites the package, and how to recognise its result.
+struct Write {
+  const char* name;
+  const char* key;  // its error key
+  std::function<CallResult(const std::string& package, const std::string& newFile)> run;
+  std::function<bool(const std::string& package)> done;
+};
+
+std::vector<Write> writes() {
+  static const Json kChanged = [] {
+    Json changed = kRequirements;
+    changed["releaseCompatibility"]["end"] = "R2030b";
+    return changed;
+  }();
+  return {
+      {"AddFiles", "ZVADDON_BUILTINS_ERROR_ADD_FILES",
+       [](const std::string& p, const std::string& f) { return call(zvAddonAddFiles, {p, Json{f}, Json{"data/new.bin"}}); },
+       [](const std::string& p) { return entryNames(p).contains("fsroot/data/new.bin"); }},
+      {"SetRecord", "ZVADDON_BUILTINS_ERROR_SET_SYSTEM_REQS",
+       [](const std::string& p, const std::string&) { return call(zvAddonSetSystemRequirements, {p, kChanged}); },
+       [](const std::string& p) {
+         const CallResult r = call(zvAddonGetSystemRequirements, {p}, 1);
+         return r.ok() && r.outputs.at(0)["releaseCompatibility"]["end"] == "R2030b";
+       }},
+      {"Sign", "ZVADDON_BUILTINS_ERROR_SIGN",
+       [](const std::string& p, const std::string&) { return call(zvAddonSign, {p}); },
+       [](const std::string& p) { return entryNames(p).contains("_xmlsignatures/sig1.xml"); }},
+  };
+}
+
+// Every reading call succeeds on the package.
+void expectOpensCleanly(const std::string& path) {
+  for (qxFunction f : {zvAddonGetProperties, zvAddonGetFileList, zvAddonGetSystemRequirements}) {
+    const CallResult r = call(f, {path}, 1);
+    EXPECT_TRUE(r.ok()) << r.key() << ": " << (r.error ? r.error->message() : "");
+  }
+}
+
+int rounds() {
+  const char* text = std::getenv("ZV_KILL_ROUNDS");
+  return text != nullptr ? std::max(3, std::atoi(text)) : 8;
+}
+
+TEST(KillTest, EveryKillLeavesTheOldOrTheNewPackage) {
+  TempDir dir;
+  const std::string package = dir.file("pkg.zvaddon");
+  const std::string newFile = dir.file("new.bin");
+  makePackage(package, dir.file("big.bin"), 12u << 20);
+  writeBytes(newFile, noise(4u << 20, 11));
+  const std::string old = readBytes(package);
+
+  for (const Write& write : writes()) {
+    SCOPED_TRACE(write.name);
+    // How long an uninterrupted call takes sets the range of kill moments.
+    const auto start = Clock::now();
+    ASSERT_TRUE(write.run(package, newFile).ok());
+    const auto duration = Clock::now() - start;
+    ASSERT_TRUE(write.done(package));
+
+    const int n = rounds();
+    int oldOutcomes = 0;
+    int newOutcomes = 0;
+    for (int round = 0; round < n; ++round) {
+      SCOPED_TRACE(round);
+      writeBytes(package, old);
+      const pid_t child = ::fork();
+      ASSERT_GE(child, 0);
+      if (child == 0) ::_exit(write.run(package, newFile).ok() ? 0 : 1);
+      // Kill moments spread from at once to past the end; the last round is never killed.
+      if (round + 1 < n) {
+        std::this_thread::sleep_for(duration * round * 11 / (10 * (n - 1)));
+        ::kill(child, SIGKILL);
+      }
+      int status = 0;
+      ASSERT_EQ(::waitpid(child, &status, 0), child);
+      ASSERT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) != 0) << "the call failed on its own";
+
+      if (readBytes(package) == old) {
+        ++oldOutcomes;
+      } else {
+        ++newOutcomes;
+        EXPECT_TRUE(write.done(package)) << "neither the old package nor the new one";
+      }
+      expectOpensCleanly(package);
+    }
+    EXPECT_GT(oldOutcomes, 0) << "no kill landed before the package was replaced";
+    EXPECT_GT(newOutcomes, 0);
+    // A kill between naming the new file and the rename can leave it; the next write removes it.
+    writeBytes(package, old);
+    ASSERT_TRUE(write.run(package, newFile).ok());
+    EXPECT_EQ(dir.list(), (std::vector<std::string>{"big.bin", "new.bin", "pkg.zvaddon"}));
+  }
+}
+
+TEST(KillTest, TemporariesOfDeadWritersGoWithTheNextWrite) {
+  TempDir dir;
+  const std::string package = dir.file("pkg.zvaddon");
+  callOk(zvAddonCreate, {package, properties()});
+  const pid_t dead = ::fork();
+  if (dead == 0) ::_exit(0);
+  ASSERT_EQ(::waitpid(dead, nullptr, 0), dead);
+  const std::string deadPid = std::to_string(dead);
+  const struct {
+    std::string name;
+    bool removed;
+  } cases[] = {
+      {".pkg.zvaddon." + deadPid + ".0.tmp", true},
+      {".pkg.zvaddon." + deadPid + ".a1B2c3.tmp", true},
+      {".pkg.zvaddon.1.0.tmp", false},                     // its writer is alive
+      {".pkg.zvaddon.other." + deadPid + ".0.tmp", false},  // another package's
+      {".pkg.zvaddon." + deadPid + ".0.tmp.keep", false},
+  };
+  for (const auto& c : cases) writeBytes(dir.file(c.name), "partial");
+  callOk(zvAddonSetLicense, {package, {{"type", "MIT"}, {"text", "granted"}}});
+  for (const auto& c : cases) {
+    EXPECT_EQ(std::filesystem::exists(dir.file(c.name)), !c.removed) << c.name;
+  }
+}
+
+class FullDiskTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "mounting a small tmpfs needs root";
+    if (::mount("tmpfs", mount_.path().c_str(), "tmpfs", 0, "size=8m") != 0) {
+      GTEST_SKIP() << "cannot mount a tmpfs here: " << std::strerror(errno);
+    }
+    mounted_ = true;
+  }
+  void TearDown() override {
+    if (mounted_) ::umount2(mount_.path().c_str(), MNT_DETACH);
+  }
+
+  // Fills the file system up to `reserve` bytes free.
+  void fill(std::uintmax_t reserve) {
+    const auto free = std::filesystem::space(mount_.path()).available;
+    ASSERT_GT(free, reserve);
+    writeBytes((mount_.path() / "filler").string(), std::string(free - reserve, 'x'));
+  }
+
+  TempDir mount_;
+  TempDir outside_;  // the new content file lives off the small file system
+  bool mounted_ = false;
+};
+
+TEST_F(FullDiskTest, AWriteWithoutSpaceFailsCleanly) {
+  const std::string package = (mount_.path() / "pkg.zvaddon").string();
+  const std::string newFile = outside_.file("new.bin");
+  makePackage(package, outside_.file("big.bin"), 2u << 20);
+  writeBytes(newFile, noise(1u << 20, 5));
+  const std::string old = readBytes(package);
+  // Less room than one copy of the package: every rewrite must run out.
+  fill(512u << 10);
+
+  for (const Write& write : writes()) {
+    SCOPED_TRACE(write.name);
+    const CallResult r = write.run(package, newFile);
+    ASSERT_FALSE(r.ok());
+    EXPECT_EQ(r.key(), write.key);
+    EXPECT_NE(r.error->message().find("No space left on device"), std::string::npos) << r.error->message();
+    EXPECT_EQ(readBytes(package), old);
+    EXPECT_EQ(mount_.list(), (std::vector<std::string>{"filler", "pkg.zvaddon"}));
+  }
+  // With room again, the same package takes the change.
+  std::filesystem::remove(mount_.path() / "filler");
+  EXPECT_TRUE(writes().front().run(package, newFile).ok());
+}
+
+constexpr int kWrites = 100;
+
+std::string licenceText(char writer, int i) { return std::string(1, writer) + " " + std::to_string(i); }
+
+TEST(ConcurrentWritersTest, ReadersSeeOnlyWholePackages) {
+  TempDir dir;
+  const std::string package = dir.file("pkg.zvaddon");
+  makePackage(package, dir.file("big.bin"), 256u << 10);
+  callOk(zvAddonSetLicense, {package, {{"type", "MIT"}, {"text", licenceText('A', -1)}}});
+
+  std::vector<pid_t> writers;
+  for (const char writer : {'A', 'B'}) {
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      int failures = 0;
+      for (int i = 0; i < kWrites; ++i) {
+        failures += call(zvAddonSetLicense, {package, {{"type", "MIT"}, {"text", licenceText(writer, i)}}}).ok() ? 0 : 1;
+      }
+      ::_exit(failures == 0 ? 0 : 1);
+    }
+    writers.push_back(child);
+  }
+
+  std::set<std::string> whole{licenceText('A', -1)};
+  for (int i = 0; i < kWrites; ++i) whole.insert({licenceText('A', i), licenceText('B', i)});
+  int reads = 0;
+  std::size_t running = writers.size();
+  while (running > 0) {
+    const CallResult r = call(zvAddonGetLicense, {package}, 1);
+    ASSERT_TRUE(r.ok()) << "read " << reads << ": " << r.key() << " " << r.error->message();
+    const std::string text = r.outputs.at(0)["text"];
+    ASSERT_TRUE(whole.contains(text)) << text;
+    ++reads;
+    for (pid_t& writer : writers) {
+      int status = 0;
+      if (writer > 0 && ::waitpid(writer, &status, WNOHANG) == writer) {
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a write failed";
+        writer = 0;
+        --running;
+      }
+    }
+  }
+  EXPECT_GT(reads, 1);
+  const std::string last = callOk(zvAddonGetLicense, {package}, 1)["text"];
+  EXPECT_TRUE(last == licenceText('A', kWrites - 1) || last == licenceText('B', kWrites - 1)) << last;
+  expectOpensCleanly(package);
+  EXPECT_EQ(dir.list(), (std::vector<std::string>{"big.bin", "pkg.zvaddon"}));
+}
+
+}  // namespace
+}  // namespace zvtest

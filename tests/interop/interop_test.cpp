@@ -1,0 +1,283 @@
+// What we write, as independent tools see it. Apache POI's openxml4j and python-docx's OPC layer
+// (through opc_summary.py, which also runs unzip -t and 7z t) must see the parts, relationships and
+// core properties the library reads back; the XML Security Library (signature_xmlsec_check.c) and
+// the JDK (SignatureCheck.java) must verify our signatures and refuse what changed after signing.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <functional>
+#include <nlohmann/json.hpp>
+
+#include "gateway/zvaddon.h"
+#include "opc/kqservices/core_properties.h"
+#include "opc/signature_test_support.h"
+#include "package/signing.h"
+#include "support/gateway_call.h"
+
+namespace opc {
+namespace {
+
+using kqservices::CoreProperties;
+using kqservices::CorePropertiesManager;
+using kqservices::DeterministicMode;
+using nlohmann::json;
+using test::Bytes;
+using test::OpenMode;
+using test::Session;
+using test::u16;
+using test::u8;
+using zvtest::CommandRun;
+using zvtest::shellQuoted;
+
+// The readers ("poi", "docx" or "both": one summary when the two agree) and the ZIP testers on `path`.
+CommandRun summarise(const std::string& path, const char* readers = "both") {
+  return zvtest::runCommand(std::string("/usr/bin/python3 '") + ZV_INTEROP_DIR + "/opc_summary.py' --reader " + readers +
+                            " --zip-test --java-classes '" + ZV_INTEROP_JAVA_CLASSES + "' " + shellQuoted(path));
+}
+
+// The xmlsec checker on `signaturePart` of `package`, unzipped into `scratch`, with `key` written as
+// `keyName` (a DER public key, or a PEM trust store when the name ends in ".pem"); then, for a trust
+// store, the JDK's engine on the same files. Status 0: verified, 1: refused, 2: could not run.
+std::pair<CommandRun, CommandRun> checkSignature(const std::string& package, const std::string& signaturePart,
+                                                 const Bytes& key, const zvtest::TempDir& scratch,
+                                                 const std::string& keyName = "key.der") {
+  // Compiled aside and renamed, so that parallel test programs never run half a binary.
+  const std::string checker = std::string(ZV_BINARY_DIR) + "/tests/signature_xmlsec_check";
+  const std::string source = std::string(ZV_INTEROP_DIR) + "/signature_xmlsec_check.c";
+  if (!std::filesystem::exists(checker) || std::filesystem::last_write_time(checker) < std::filesystem::last_write_time(source)) {
+    const std::string aside = checker + "." + std::to_string(::getpid());
+    const CommandRun cc = zvtest::runCommand("cc -O1 -o " + shellQuoted(aside) + " " + shellQuoted(source) +
+                                             " $(pkg-config --cflags --libs xmlsec1-openssl)");
+    if (cc.status != 0) return {{2, "building the xmlsec checker failed:\n" + cc.output}, {}};
+    std::filesystem::rename(aside, checker);
+  }
+  zvtest::writeBytes(scratch.file(keyName), std::string(key.begin(), key.end()));
+  const std::string folder = scratch.file("unzipped"), keyFile = scratch.file(keyName);
+  const std::string args = " " + shellQuoted(folder) + " " + shellQuoted(signaturePart) + " " + shellQuoted(keyFile);
+  std::filesystem::remove_all(folder);
+  const CommandRun unzip = zvtest::runCommand("unzip -q -o " + shellQuoted(package) + " -d " + shellQuoted(folder));
+  if (unzip.status != 0) return {{2, "unzip failed:\n" + unzip.output}, {}};
+  return {zvtest::runCommand(shellQuoted(checker) + args),
+          keyName.ends_with(".pem") ? zvtest::runCommand("java '" ZV_INTEROP_DIR "/SignatureCheck.java'" + args) : CommandRun{}};
+}
+
+// "/a/b%20c.txt" -> "/a/b c.txt", as the readers report names.
+std::string decodedName(const model::PartName& name) {
+  const ustring& text = name.getName();
+  ustring out;
+  for (std::size_t start = 1; start <= text.size();) {
+    const std::size_t end = std::min(text.find(u'/', start), text.size());
+    out += u'/' + model::PartName::decodeSegment(ustring_view(text).substr(start, end - start));
+    start = end + 1;
+  }
+  return u8(out);
+}
+
+std::string w3cdtf(const boost::posix_time::ptime& time) { return boost::posix_time::to_iso_extended_string(time) + "Z"; }
+
+// What the opc API reads back from the package, in the driver's summary form.
+json expectedSummary(const std::string& path) {
+  Session s(u16(path), OpenMode::Read);
+  json summary = {{"parts", json::array()}, {"relationships", json::array()}, {"core", json::object()}, {"thumbnail", json::array()}};
+  const auto relationships = [&](const std::string& source, const model::Relationships& rels) {
+    for (const model::Relationship& r : rels.getRelationships()) {
+      const bool internal = r.getTargetMode() == model::TargetMode::Internal;
+      summary["relationships"].push_back({source, u8(r.getId()), u8(r.getType()),
+                                          internal ? decodedName(r.getTargetPartName()) : u8(r.getTargetURI().toString()),
+                                          internal ? "Internal" : "External"});
+      if (source == "/" && r.getType() == model::PackageHelper::getThumbnailRelationshipType()) {
+        summary["thumbnail"].push_back(decodedName(r.getTargetPartName()));
+      }
+    }
+  };
+  relationships("/", s.package.getRelationships());
+  for (const model::PartPtr& part : s.package.getParts()) {
+    summary["parts"].push_back({decodedName(part->getPartName()), u8(part->getContentType().toString())});
+    relationships(decodedName(part->getPartName()), part->getRelationships());
+  }
+  const CoreProperties core = CorePropertiesManager(s.package, DeterministicMode::Off).getCoreProperties();
+  const std::pair<const char*, std::optional<ustring>> texts[] = {
+      {"title", core.getTitle()}, {"description", core.getDescription()}, {"creator", core.getCreator()}, {"version", core.getVersion()}};
+  for (const auto& [key, value] : texts) {
+    if (value) summary["core"][key] = u8(*value);
+  }
+  if (core.getCreated()) summary["core"]["created"] = w3cdtf(*core.getCreated());
+  if (core.getLastModified()) summary["core"]["modified"] = w3cdtf(*core.getLastModified());
+  for (const char* list : {"parts", "relationships", "thumbnail"}) std::sort(summary[list].begin(), summary[list].end());
+  return summary;
+}
+
+json readersSee(const std::string& path, const char* readers = "both") {
+  const CommandRun run = summarise(path, readers);
+  EXPECT_EQ(run.status, 0) << run.output;
+  return run.status == 0 ? json::parse(run.output) : json();
+}
+
+// One add-on package with every kind of part: written through the gateway, signed, then given
+// content files with awkward names, empty folders, and through the opc API part-to-part, explicit-id
+// and external relationships, a stored part with a non-ASCII name and core properties without dates.
+TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
+  model::XercesGuard guard;
+  zvtest::TempDir dir;
+  const std::string path = dir.file("addon.zvaddon");
+  zvtest::callOk(zvAddonCreate, {path, zvtest::properties("First title")});
+  zvtest::Json edited = zvtest::properties("Caf\xC3\xA9 \xE4\xB8\xAD\xE6\x96\x87");
+  edited["summary"] = "Second <summary> & more";
+  edited["authorName"] = "Zo\xC3\xAB \xC3\x85ngstr\xC3\xB6m";
+  zvtest::callOk(zvAddonSetProperties, {path, edited});
+  zvtest::writeBytes(dir.file("shot.png"), "\x89PNG\r\n\x1a\n");
+  zvtest::callOk(zvAddonSetScreenshot, {path, dir.file("shot.png")});
+  zvtest::callOk(zvAddonSetSystemRequirements, {path, {{"productDependency", {{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}}}}});
+  zvtest::callOk(zvAddonSign, {path});
+  const CommandRun signature = checkSignature(path, "/_xmlsignatures/sig1.xml", addon::packaging::getVerificationKey(), dir).first;
+  EXPECT_EQ(signature.status, 0) << signature.output;
+  EXPECT_NE(signature.output.find("reference ok /metadata/systemRequirements.xml?"), std::string::npos) << signature.output;
+
+  const json seen = readersSee(path);
+  EXPECT_EQ(seen, expectedSummary(path)) << "readers saw:\n" << seen.dump(1);
+  EXPECT_EQ(seen["core"]["title"], edited["name"]);
+  EXPECT_EQ(seen["core"]["description"], edited["summary"]);
+  EXPECT_EQ(seen["core"]["creator"], edited["authorName"]);
+  EXPECT_EQ(seen["core"]["version"], "1.2.0");
+  EXPECT_EQ(seen["core"]["created"], seen["core"]["modified"]);
+  EXPECT_EQ(seen["core"]["created"].get<std::string>().size(), 20u) << "whole seconds, UTC";
+  EXPECT_EQ(seen["thumbnail"], json::array({"/metadata/primaryScreenShot.png"}));
+  EXPECT_NE(seen["parts"].dump().find("application/vnd.openxmlformats-package.digital-signature-xmlsignature+xml"), std::string::npos);
+
+  {
+    Session s(u16(path), OpenMode::Modify);
+    const ustring data = u"/content/" + model::PartName::encodeSegment(u"Donn\u00e9es_\U0001F4CA.txt");
+    model::PartPtr content = test::addPart(s.package, data, u"text/plain", test::patternBytes(5000, 7), Compression::Stored);
+    s.package.getPart(model::PartName(u"/metadata/addonProperties.xml"))
+        ->getRelationships()
+        .createRelationship(model::URI(u"../content/" + data.substr(9)), u"urn:zv:test:content");
+    content->getRelationships().createRelationship(model::URI(u"/metadata/primaryScreenShot.png"), u"urn:zv:test:picture", u"pic");
+    s.package.createRelationship(model::URI(u"https://example.com/help?topic=a%20b"), u"urn:zv:test:help", u"",
+                                 model::TargetMode::External);
+    // Core properties without dates, as the deterministic mode writes them.
+    CorePropertiesManager manager(s.package, DeterministicMode::On);
+    manager.setCoreProperties(manager.getCoreProperties());
+    s.package.close();
+  }
+  const json both = readersSee(path);
+  EXPECT_EQ(both, expectedSummary(path)) << "readers saw:\n" << both.dump(1);
+  EXPECT_FALSE(both["core"].contains("created"));
+
+  // Content parts with awkward names and empty folders, which python-docx does not reach (no
+  // relationship leads to them): POI sees them as the library does, python-docx still opens the package.
+  zvtest::writeBytes(dir.file("source.m"), "content");
+  for (const char* name : {"with space.m", "#1/50%/[x].m", "a&b/ends./_rels/x.rels", "caf\xC3\xA9/\xE4\xB8\xAD.m", "nb\xC2\xA0sp"}) {
+    zvtest::callOk(zvAddonAddFiles, {path, dir.file("source.m"), name});
+  }
+  zvtest::callOk(zvAddonAddFolders, {path, zvtest::Json{"e", "f g"}});
+  const json poi = readersSee(path, "poi");
+  EXPECT_EQ(poi, expectedSummary(path)) << "POI saw:\n" << poi.dump(1);
+  EXPECT_TRUE(readersSee(path, "docx").is_object());
+}
+
+// POI 4.0.1 refuses a part whose name percent-encodes a space, "#", "%", "?" or "[" (it cannot name such
+// a part's relationships part); python-docx reads it. And the driver is no rubber stamp.
+TEST(Interop, EscapedNamesForPythonDocxAndABrokenPackage) {
+  model::XercesGuard guard;
+  zvtest::TempDir dir;
+  const std::string path = dir.file("escaped.zvaddon");
+  {
+    Session s(u16(path), OpenMode::Create);
+    const ustring escapes = u"/content/" + model::PartName::encodeSegment(u"a b #1 100% [x]?.txt");
+    test::addPart(s.package, escapes, u"text/plain", "text");
+    s.package.createRelationship(model::PartName(escapes).getURI(), u"urn:zv:test:data");
+    s.package.close();
+  }
+  EXPECT_EQ(readersSee(path, "docx"), expectedSummary(path));
+  zvtest::writeBytes(dir.file("broken.zvaddon"), "PK\x03\x04 this is no archive");
+  const CommandRun broken = summarise(dir.file("broken.zvaddon"));
+  EXPECT_NE(broken.status, 0);
+  EXPECT_NE(broken.output.find("failed"), std::string::npos) << broken.output;
+}
+
+// Requirements signatures with each digest, author signatures (every part, the certificate in
+// KeyInfo) checked through the chain to a trust store, and packages changed after signing.
+TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
+  using foundation::crypto::utils::DigestMethod;
+  using foundation::crypto::utils::SignatureMethod;
+  model::XercesGuard guard;
+  const auto& certs = test::testCertificates();
+  const auto pem = [&](const char* name) { const std::string t = certs.pem(name); return Bytes(t.begin(), t.end()); };
+  const auto requirements = [](DigestMethod d, SignatureMethod s) {
+    return [=](model::Package& p) {
+      (void)model::DigitalSignatureManager(p).sign({model::PartName(test::kRequirementsPart)}, test::requirementsSelectors(),
+                                                   test::testKeys(0).signing, test::testKeys(0).verification,
+                                                   model::SignatureParams(d, s));
+    };
+  };
+  const auto author = [&](const char* key) {
+    return [&certs, key](model::Package& p) {
+      (void)model::DigitalSignatureManager(p).sign(
+          {model::PartName(test::kRequirementsPart), model::PartName(test::kOtherPart)},
+          {model::RelationshipSelector(model::PackageHelper::getPackageRootURI(), model::RelationshipSelectorType::SelectByType,
+                                       test::kOtherType)},
+          certs.key(key), test::defaultParams());
+    };
+  };
+  const auto sha256 = requirements(DigestMethod::SHA256, SignatureMethod::RSA_SHA256);
+  const auto none = [](model::Package&) {};
+  const struct {
+    const char* name;
+    std::function<void(model::Package&)> sign, change;
+    Bytes key;
+    const char* keyName;
+    int status;
+    const char* seen;  // a line the engines print when they verify
+  } cases[] = {
+      {"SHA-256", sha256, none, test::testKeys(0).verification, "key.der", 0, "reference ok /metadata/systemRequirements.xml?ContentType="},
+      {"SHA-384 digests", requirements(DigestMethod::SHA384, SignatureMethod::RSA_SHA256), none, test::testKeys(0).verification,
+       "key.der", 0, "reference ok /_rels/.rels?ContentType="},
+      {"SHA-512", requirements(DigestMethod::SHA512, SignatureMethod::RSA_SHA512), none, test::testKeys(0).verification, "key.der",
+       0, "signature ok"},
+      {"RSA author", author("rsa"), none, pem("ca.pem"), "trust.pem", 0, "reference ok /metadata/other.xml?ContentType="},
+      {"EC author", author("ec"), none, pem("ca.pem"), "trust.pem", 0, "reference ok /_rels/.rels?ContentType="},
+      {"author of another root", author("rsa"), none, pem("other.pem"), "trust.pem", 1, ""},
+      {"changed requirements", sha256,
+       [](model::Package& p) { test::replacePartContent(p, test::kRequirementsPart, "<systemRequirements/>"); },
+       test::testKeys(0).verification, "key.der", 1, ""},
+      {"retargeted relationship", sha256,
+       [](model::Package& p) {
+         const ustring id = p.getRelationshipsByType(test::kRequirementsType).at(0).getId();
+         p.deleteRelationship(id);
+         p.createRelationship(model::URI(u"metadata/other.xml"), test::kRequirementsType, id);
+       },
+       test::testKeys(0).verification, "key.der", 1, ""},
+      {"another key", sha256, none, test::testKeys(1).verification, "key.der", 1, ""},
+  };
+  zvtest::TempDir dir;
+  const std::string path = dir.file("signed.zvaddon");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::makeSignablePackage(u16(path));
+    for (const auto& step : {c.sign, c.change}) {
+      Session s(u16(path), OpenMode::Modify);
+      step(s.package);
+      s.package.close();
+    }
+    std::string part;
+    {
+      Session s(u16(path), OpenMode::Read);
+      part = u8(model::DigitalSignatureManager(s.package).getSignatures().back().getSignaturePartName().getName());
+    }
+    const auto [xmlsec, jdk] = checkSignature(path, part, c.key, dir, c.keyName);
+    EXPECT_EQ(xmlsec.status, c.status) << xmlsec.output;
+    const bool trust = std::string(c.keyName).ends_with(".pem");
+    if (trust) {
+      EXPECT_EQ(jdk.status, c.status) << jdk.output;
+    }
+    if (c.status != 0) continue;
+    EXPECT_NE(xmlsec.output.find(c.seen), std::string::npos) << xmlsec.output;
+    if (trust) {
+      EXPECT_NE(jdk.output.find(c.seen), std::string::npos) << jdk.output;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace opc
