@@ -5,7 +5,6 @@
 
 #include <fstream>
 
-#include "batches.h"
 #include "support/gateway_call.h"
 
 namespace zvaddon::tool {

@@ -7,7 +7,6 @@
 #include <memory>
 #include <set>
 
-#include "batches.h"
 #include "commands.h"
 #include "file_selection.h"
 #include "host/reference/host_error.h"
