@@ -150,7 +150,6 @@ void* qxGetImagData(const qxArray* a) {
   return mxGetImagData(mx(a));
 }
 
-
 double qxGetScalar(const qxArray* a) {
   if (qxGetData(a) == nullptr) return 0.0;
   return mxGetScalar(mx(a));
