@@ -9,7 +9,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "gateway_functions.h"
+#include "gateway.h"
 #include "host/json/json.h"
 #include "host/reference/call.h"
 #include "host/reference/host_error.h"

@@ -34,7 +34,7 @@ class EvpDigestEngine final : public DigestEngine {
   }
 
   Bytes computeDigest(std::istream& input) override {
-    begin();
+    if (EVP_DigestInit_ex(ctx_.get(), md_, nullptr) != 1) throwOpenSsl("EVP_DigestInit_ex");
     // Large reads go straight to the file without a second copy through the stream buffer.
     constexpr std::size_t kBufferSize = 1 << 20;
     std::unique_ptr<char[]> buffer(new char[kBufferSize]);
@@ -42,19 +42,8 @@ class EvpDigestEngine final : public DigestEngine {
       input.read(buffer.get(), kBufferSize);
       const auto got = static_cast<std::size_t>(input.gcount());
       if (got == 0) break;
-      update(buffer.get(), got);
+      if (EVP_DigestUpdate(ctx_.get(), buffer.get(), got) != 1) throwOpenSsl("EVP_DigestUpdate");
     }
-    return finish();
-  }
-
- private:
-  void begin() {
-    if (EVP_DigestInit_ex(ctx_.get(), md_, nullptr) != 1) throwOpenSsl("EVP_DigestInit_ex");
-  }
-  void update(const void* data, std::size_t size) {
-    if (EVP_DigestUpdate(ctx_.get(), data, size) != 1) throwOpenSsl("EVP_DigestUpdate");
-  }
-  Bytes finish() {
     Bytes digest(static_cast<std::size_t>(EVP_MD_get_size(md_)));
     unsigned int length = 0;
     if (EVP_DigestFinal_ex(ctx_.get(), digest.data(), &length) != 1) throwOpenSsl("EVP_DigestFinal_ex");
@@ -62,6 +51,7 @@ class EvpDigestEngine final : public DigestEngine {
     return digest;
   }
 
+ private:
   const EVP_MD* md_;
   MdCtxPtr ctx_;
 };

@@ -1,8 +1,10 @@
-// zvAddonAddFiles, zvAddonAddFolders, zvAddonExtractAllFiles, zvAddonGetFileList: the add-on's content.
+// The add-on's content (zvAddonAddFiles, zvAddonAddFolders, zvAddonExtractAllFiles, zvAddonGetFileList)
+// and the package's other parts that are not records: screenshot, instruction sets, signature.
 #include <functional>
 #include <utility>
 #include <vector>
 
+#include "foundation/crypto.h"
 #include "gateway/frame.h"
 #include "metadata/host_fields.h"
 
@@ -86,5 +88,46 @@ ZV_GATEWAY void zvAddonGetFileList(int outputCount, qxArray** outputs, int input
     std::vector<ustring> files;
     withPackage(path, kRead, [&](AddonPackage& package) { files = package.getFileList(); });
     outputs[0] = addon::packaging::hostio::makeStringList(files).release();
+  });
+}
+
+ZV_GATEWAY void zvAddonSetScreenshot(int outputCount, qxArray** /*outputs*/, int inputCount, const qxArray** inputs) {
+  checkArgumentCounts(outputCount, inputCount, 0, 2);
+  const ustring path = matrix::get_ustring(inputs[0]);
+  const ustring imagePath = matrix::get_ustring(inputs[1]);
+  guarded(
+      path, [&] { withPackage(path, kModify, [&](AddonPackage& package) { package.setScreenshot(imagePath); }); },
+      [&](const char* what) { return keys::ZVADDON_BUILTINS_ERROR_SET_SCREENSHOT(imagePath, path, what); });
+}
+
+// The image comes back as standard padded base64 text.
+ZV_GATEWAY void zvAddonGetScreenshot(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs) {
+  checkArgumentCounts(outputCount, inputCount, 1, 1);
+  const ustring path = matrix::get_ustring(inputs[0]);
+  guarded<keys::ZVADDON_BUILTINS_ERROR_GET_SCREENSHOT>(path, [&] {
+    std::vector<std::uint8_t> bytes;
+    withPackage(path, kRead, [&](AddonPackage& package) { bytes = package.getScreenshot(); });
+    outputs[0] = qxCreateString(foundation::crypto::utils::base64EncodeNarrow(bytes).c_str());
+  });
+}
+
+// One file per call, raised under the instruction-sets key.
+ZV_GATEWAY void zvAddonAddInstructionSet(int outputCount, qxArray** /*outputs*/, int inputCount,
+                                         const qxArray** inputs) {
+  checkArgumentCounts(outputCount, inputCount, 0, 2);
+  const ustring path = matrix::get_ustring(inputs[0]);
+  guarded<keys::ZVADDON_BUILTINS_ERROR_SET_INSTRUCTION_SETS>(path, [&] {
+    const std::vector<ustring> files{matrix::get_ustring(inputs[1])};
+    withPackage(path, kModify, [&](AddonPackage& package) { package.addInstructionSets(files); });
+  });
+}
+
+// No open or close here: signAddonRequirements opens for updating and closes itself.
+ZV_GATEWAY void zvAddonSign(int outputCount, qxArray** /*outputs*/, int inputCount, const qxArray** inputs) {
+  checkArgumentCounts(outputCount, inputCount, 0, 1);
+  const ustring path = matrix::get_ustring(inputs[0]);
+  guarded<keys::ZVADDON_BUILTINS_ERROR_SIGN>(path, [&] {
+    AddonPackage package(path);
+    package.signAddonRequirements();
   });
 }

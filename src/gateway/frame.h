@@ -1,6 +1,7 @@
 #pragma once
 // The frame every gateway function follows: argument counts, the path, the structure check, one
 // protected block in which OPC failures become the function's message key, and raising.
+#include <functional>
 #include <utility>
 
 #include "foundation/except.h"
@@ -77,7 +78,7 @@ void recordSession(const ustring& path, opc::interfaces::OpenMode mode, Make mak
                    Finish store) {
   const auto run = [&](AddonPackage& package, auto& record) {
     package.getPackage().open(mode);
-    operation(package, record);
+    std::invoke(operation, package, record);
     if constexpr (when == Store::BeforeClose) store(record);
     package.getPackage().close();
     if constexpr (when == Store::AfterClose) store(record);

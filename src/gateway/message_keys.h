@@ -10,7 +10,6 @@ namespace zvaddon_builtins::zvaddon_builtins {
 
 inline constexpr char kCatalog[] = "zvaddon_builtins:zvaddon_builtins";
 
-
 #define ZV_MESSAGE_KEY(NAME, PARAMS, ARGS)                                                        \
   class NAME : public foundation::core::msg::BuiltinMessage {                                     \
    public:                                                                                        \

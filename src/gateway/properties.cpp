@@ -20,13 +20,11 @@ ZV_GATEWAY void zvAddonCreate(int outputCount, qxArray** /*outputs*/, int inputC
 }
 
 ZV_GATEWAY void zvAddonSetProperties(int outputCount, qxArray** /*outputs*/, int inputCount, const qxArray** inputs) {
-  setRecord<AddonProperties, keys::ZVADDON_BUILTINS_ERROR_SET_PROPERTIES>(
-      outputCount, inputCount, inputs,
-      [](AddonPackage& package, AddonProperties& record) { package.setAddonProperties(record); });
+  setRecord<AddonProperties, keys::ZVADDON_BUILTINS_ERROR_SET_PROPERTIES>(outputCount, inputCount, inputs,
+                                                                          &AddonPackage::setAddonProperties);
 }
 
 ZV_GATEWAY void zvAddonGetProperties(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs) {
   getRecord<AddonProperties, keys::ZVADDON_BUILTINS_ERROR_GET_PROPERTIES, Order::PackageFirst, Store::BeforeClose>(
-      outputCount, outputs, inputCount, inputs,
-      [](AddonPackage& package, AddonProperties& record) { package.getAddonProperties(record); });
+      outputCount, outputs, inputCount, inputs, &AddonPackage::getAddonProperties);
 }

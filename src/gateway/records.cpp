@@ -10,74 +10,28 @@
 using namespace zvaddon::gateway;
 using namespace addon::packaging;
 
-namespace {
+// zvAddonSet<NAME> and zvAddonGet<NAME>: the record class, the two message keys, the order in which
+// each function builds its two objects (as it was published), and the two AddonPackage operations.
+#define ZV_RECORD_FUNCTIONS(NAME, RECORD, SET_KEY, GET_KEY, SET_ORDER, GET_ORDER, SET, GET)                  \
+  ZV_GATEWAY void zvAddonSet##NAME(int outputCount, qxArray**, int inputCount, const qxArray** inputs) {     \
+    setRecord<RECORD, keys::SET_KEY, Order::SET_ORDER>(outputCount, inputCount, inputs, &AddonPackage::SET); \
+  }                                                                                                          \
+  ZV_GATEWAY void zvAddonGet##NAME(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs) { \
+    getRecord<RECORD, keys::GET_KEY, Order::GET_ORDER>(outputCount, outputs, inputCount, inputs, &AddonPackage::GET); \
+  }
 
-constexpr auto storePart = [](AddonPackage& package, XMLPartType& record) { package.addXMLPart(record); };
-constexpr auto readPart = [](AddonPackage& package, XMLPartType& record) { package.getXMLPart(record); };
+ZV_RECORD_FUNCTIONS(License, AddonLicense, ZVADDON_BUILTINS_ERROR_SET_LICENSE, ZVADDON_BUILTINS_ERROR_GET_LICENSE,
+                    RecordFirst, PackageFirst, setLicense, getLicense)
+ZV_RECORD_FUNCTIONS(SystemRequirements, AddonSystemRequirements, ZVADDON_BUILTINS_ERROR_SET_SYSTEM_REQS,
+                    ZVADDON_BUILTINS_ERROR_GET_SYSTEM_REQS, PackageFirst, RecordFirst, setSystemRequirements,
+                    getXMLPart)
+ZV_RECORD_FUNCTIONS(Configuration, AddonConfiguration, ZVADDON_BUILTINS_ERROR_SET_CONFIGURATION,
+                    ZVADDON_BUILTINS_ERROR_GET_CONFIGURATION, RecordFirst, PackageFirst, addXMLPart, getXMLPart)
+ZV_RECORD_FUNCTIONS(Examples, AddonExamples, ZVADDON_BUILTINS_ERROR_SET_EXAMPLES, ZVADDON_BUILTINS_ERROR_GET_EXAMPLES,
+                    PackageFirst, RecordFirst, addXMLPart, getXMLPart)
+ZV_RECORD_FUNCTIONS(RevisionHistory, AddonRevisionHistory, ZVADDON_BUILTINS_ERROR_SET_REVISION_HISTORY,
+                    ZVADDON_BUILTINS_ERROR_GET_REVISION_HISTORY, RecordFirst, PackageFirst, addXMLPart, getXMLPart)
+ZV_RECORD_FUNCTIONS(AppInstallList, AddonAppInstallList, ZVADDON_BUILTINS_ERROR_SET_APP_INSTALL_LIST,
+                    ZVADDON_BUILTINS_ERROR_GET_APP_INSTALL_LIST, PackageFirst, PackageFirst, addXMLPart, getXMLPart)
 
-}  // namespace
-
-ZV_GATEWAY void zvAddonSetLicense(int outputCount, qxArray**, int inputCount, const qxArray** inputs) {
-  setRecord<AddonLicense, keys::ZVADDON_BUILTINS_ERROR_SET_LICENSE>(
-      outputCount, inputCount, inputs, [](AddonPackage& package, AddonLicense& record) { package.setLicense(record); });
-}
-
-ZV_GATEWAY void zvAddonGetLicense(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs) {
-  getRecord<AddonLicense, keys::ZVADDON_BUILTINS_ERROR_GET_LICENSE>(
-      outputCount, outputs, inputCount, inputs,
-      [](AddonPackage& package, AddonLicense& record) { package.getLicense(record); });
-}
-
-ZV_GATEWAY void zvAddonSetSystemRequirements(int outputCount, qxArray**, int inputCount, const qxArray** inputs) {
-  setRecord<AddonSystemRequirements, keys::ZVADDON_BUILTINS_ERROR_SET_SYSTEM_REQS, Order::PackageFirst>(
-      outputCount, inputCount, inputs,
-      [](AddonPackage& package, AddonSystemRequirements& record) { package.setSystemRequirements(record); });
-}
-
-ZV_GATEWAY void zvAddonGetSystemRequirements(int outputCount, qxArray** outputs, int inputCount,
-                                             const qxArray** inputs) {
-  getRecord<AddonSystemRequirements, keys::ZVADDON_BUILTINS_ERROR_GET_SYSTEM_REQS, Order::RecordFirst>(
-      outputCount, outputs, inputCount, inputs, readPart);
-}
-
-ZV_GATEWAY void zvAddonSetConfiguration(int outputCount, qxArray**, int inputCount, const qxArray** inputs) {
-  setRecord<AddonConfiguration, keys::ZVADDON_BUILTINS_ERROR_SET_CONFIGURATION>(outputCount, inputCount, inputs,
-                                                                                  storePart);
-}
-
-ZV_GATEWAY void zvAddonGetConfiguration(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs) {
-  getRecord<AddonConfiguration, keys::ZVADDON_BUILTINS_ERROR_GET_CONFIGURATION>(outputCount, outputs, inputCount,
-                                                                                  inputs, readPart);
-}
-
-ZV_GATEWAY void zvAddonSetExamples(int outputCount, qxArray**, int inputCount, const qxArray** inputs) {
-  setRecord<AddonExamples, keys::ZVADDON_BUILTINS_ERROR_SET_EXAMPLES, Order::PackageFirst>(outputCount, inputCount,
-                                                                                           inputs, storePart);
-}
-
-ZV_GATEWAY void zvAddonGetExamples(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs) {
-  getRecord<AddonExamples, keys::ZVADDON_BUILTINS_ERROR_GET_EXAMPLES, Order::RecordFirst>(outputCount, outputs,
-                                                                                          inputCount, inputs, readPart);
-}
-
-ZV_GATEWAY void zvAddonSetRevisionHistory(int outputCount, qxArray**, int inputCount, const qxArray** inputs) {
-  setRecord<AddonRevisionHistory, keys::ZVADDON_BUILTINS_ERROR_SET_REVISION_HISTORY>(outputCount, inputCount,
-                                                                                       inputs, storePart);
-}
-
-ZV_GATEWAY void zvAddonGetRevisionHistory(int outputCount, qxArray** outputs, int inputCount,
-                                          const qxArray** inputs) {
-  getRecord<AddonRevisionHistory, keys::ZVADDON_BUILTINS_ERROR_GET_REVISION_HISTORY>(outputCount, outputs,
-                                                                                       inputCount, inputs, readPart);
-}
-
-ZV_GATEWAY void zvAddonSetAppInstallList(int outputCount, qxArray**, int inputCount, const qxArray** inputs) {
-  setRecord<AddonAppInstallList, keys::ZVADDON_BUILTINS_ERROR_SET_APP_INSTALL_LIST, Order::PackageFirst>(
-      outputCount, inputCount, inputs, storePart);
-}
-
-ZV_GATEWAY void zvAddonGetAppInstallList(int outputCount, qxArray** outputs, int inputCount,
-                                         const qxArray** inputs) {
-  getRecord<AddonAppInstallList, keys::ZVADDON_BUILTINS_ERROR_GET_APP_INSTALL_LIST>(outputCount, outputs,
-                                                                                      inputCount, inputs, readPart);
-}
+#undef ZV_RECORD_FUNCTIONS

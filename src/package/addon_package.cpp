@@ -37,25 +37,25 @@ AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPa
   package_.open(static_cast<opc::interfaces::OpenMode>(1));
   opc::kqservices::CoreProperties core(kToolboxContentType, kToolboxName,
                                        opc::kqservices::CoreProperties::getCurrentZORVANReleaseInfo());
+  const boost::posix_time::ptime now = currentTimeUtc();
+  core.setLastModified(now);
+  core.setCreated(now);
+  storeProperties(core, properties);
+}
+
+// Like every part written, the core properties must read back under the read limits.
+void AddonPackage::storeProperties(opc::kqservices::CoreProperties core, AddonProperties& properties) {
   core.setTitle(properties.name);
   core.setDescription(properties.summary);
   core.setVersion(properties.version);
   core.setCreator(properties.authorName);
-  const boost::posix_time::ptime now = currentTimeUtc();
-  core.setLastModified(now);
-  core.setCreated(now);
-  setCoreProperties(core);
-  addXMLPart(properties);
-}
-
-// Like every part written, the core properties must read back under the read limits.
-void AddonPackage::setCoreProperties(const opc::kqservices::CoreProperties& core) {
   coreProperties_.setCoreProperties(core);
   try {
     (void)coreProperties_.getCoreProperties();
   } catch (const opc::Exception& e) {
     throw opc::Exception(std::string("the core properties would not read back: ") + e.what());
   }
+  addXMLPart(properties);
 }
 
 AddonPackage::~AddonPackage() { package_.revert(); }
@@ -65,13 +65,7 @@ int AddonPackage::getAddonTypeFromString(const ustring& type) {
 }
 
 void AddonPackage::setAddonProperties(AddonProperties& properties) {
-  opc::kqservices::CoreProperties core = coreProperties_.getCoreProperties();
-  core.setTitle(properties.name);
-  core.setDescription(properties.summary);
-  core.setVersion(properties.version);
-  core.setCreator(properties.authorName);
-  setCoreProperties(core);
-  addXMLPart(properties);
+  storeProperties(coreProperties_.getCoreProperties(), properties);
 }
 
 void AddonPackage::getAddonProperties(AddonProperties& properties) {

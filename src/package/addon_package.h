@@ -138,7 +138,8 @@ class ZV_API AddonPackage {
   [[nodiscard]] opc::model::DigitalSignatureManager& getDigitalSignatureManager() { return signatures_; }
 
  private:
-  void setCoreProperties(const opc::kqservices::CoreProperties& core);
+  // `core` with the record's title, description, version and creator, then the record's part.
+  void storeProperties(opc::kqservices::CoreProperties core, AddonProperties& properties);
 
   opc::zippackage::ZipPhysicalPackage physical_;
   opc::model::Package package_;

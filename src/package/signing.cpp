@@ -164,18 +164,14 @@ AddonPackage::AuthorVerification AddonPackage::verifyAuthor(std::string_view tru
     if (result.state == State::invalid) break;
     // The signature holds for what it names; anything added since is outside it.
     const AuthorScope now = authorScope(package_);
-    const auto& signedParts = signature.getSignedPartNames();
-    const auto& signedSelectors = signature.getRelationshipSelectors();
-    for (const PartName& part : now.parts) {
-      if (std::find(signedParts.begin(), signedParts.end(), part) != signedParts.end()) continue;
-      result = {State::invalid, "part " + std::string(part.text()) + " was added after signing", result.signer};
-      break;
-    }
-    for (const RelationshipSelector& s : now.selectors) {
-      if (result.state == State::invalid) break;
-      if (std::find(signedSelectors.begin(), signedSelectors.end(), s) != signedSelectors.end()) continue;
-      result = {State::invalid, "a relationship of type " + fl::i18n::to_utf8(s.getValue()) + " from " +
-                                    fl::i18n::to_utf8(s.getSourceURI().toString()) + " was added after signing",
+    const auto added = [](const auto& present, const auto& signedOnes) {
+      return std::ranges::find_if(present, [&](const auto& x) { return std::ranges::find(signedOnes, x) == signedOnes.end(); });
+    };
+    if (const auto part = added(now.parts, signature.getSignedPartNames()); part != now.parts.end()) {
+      result = {State::invalid, "part " + std::string(part->text()) + " was added after signing", result.signer};
+    } else if (const auto s = added(now.selectors, signature.getRelationshipSelectors()); s != now.selectors.end()) {
+      result = {State::invalid, "a relationship of type " + fl::i18n::to_utf8(s->getValue()) + " from " +
+                                    fl::i18n::to_utf8(s->getSourceURI().toString()) + " was added after signing",
                 result.signer};
     }
   }

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "batches.h"
 #include "support/gateway_call.h"
 
 namespace zvaddon::tool {

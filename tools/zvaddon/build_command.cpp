@@ -7,7 +7,6 @@
 #include <memory>
 #include <set>
 
-#include "batches.h"
 #include "commands.h"
 #include "file_selection.h"
 #include "host/reference/host_error.h"
@@ -30,37 +29,31 @@ struct BuildOptions {
 
 // The package is written under a temporary name beside its destination and renamed into place only
 // when every step succeeded, so a failed build leaves no half package and an earlier one untouched.
-class PendingFile {
- public:
+struct PendingFile {
   explicit PendingFile(const fs::path& destination)
-      : destination_(destination),
-        temporary_(destination.parent_path() /
-                   ("." + destination.filename().string() + "." + std::to_string(::getpid()) + ".partial")) {
+      : destination(destination),
+        path(destination.parent_path() /
+             ("." + destination.filename().string() + "." + std::to_string(::getpid()) + ".partial")) {
     std::error_code ec;
-    fs::remove(temporary_, ec);
+    fs::remove(path, ec);
   }
   ~PendingFile() {
-    if (committed_) return;
     std::error_code ec;
-    fs::remove(temporary_, ec);
+    if (!committed) fs::remove(path, ec);
   }
   PendingFile(const PendingFile&) = delete;
   PendingFile& operator=(const PendingFile&) = delete;
 
-  [[nodiscard]] const fs::path& path() const { return temporary_; }
   void commit() {
     std::error_code ec;
-    fs::rename(temporary_, destination_, ec);
-    if (ec) {
-      throw ToolError(ExitStatus::hostError, "cannot write '" + destination_.string() + "': " + ec.message());
-    }
-    committed_ = true;
+    fs::rename(path, destination, ec);
+    if (ec) throw ToolError(ExitStatus::hostError, "cannot write '" + destination.string() + "': " + ec.message());
+    committed = true;
   }
 
- private:
-  fs::path destination_;
-  fs::path temporary_;
-  bool committed_ = false;
+  const fs::path destination;
+  const fs::path path;
+  bool committed = false;
 };
 
 std::string normalised(std::string path) {
@@ -184,12 +177,12 @@ ExitStatus runBuild(const BuildOptions& given) {
   const fs::path output = options.output.empty() ? defaultOutput(folder, manifest) : fs::path(options.output);
 
   PendingFile pending(fs::absolute(output));
-  const Selection selection = selectFiles(folder, manifest.files, {output, pending.path()});
+  const Selection selection = selectFiles(folder, manifest.files, {output, pending.path});
   for (const std::string& warning : missingReferences(manifest, selection)) {
     std::cerr << "zvaddon build: warning: " << manifestFile.string() << ": " << warning << "\n";
   }
 
-  const std::string package = pending.path().string();
+  const std::string package = pending.path.string();
   try {
     buildInto(options, folder, manifest, selection, package);
   } catch (const zvhost::reference::HostError& e) {

@@ -1,10 +1,10 @@
-#include "call_command.h"
-
+// zvaddon call: any gateway function called as the host does, JSON in and JSON out.
 #include <iostream>
 #include <memory>
 
+#include "commands.h"
 #include "foundation/i18n.h"
-#include "gateway_functions.h"
+#include "gateway.h"
 #include "host/json/json.h"
 #include "host/reference/call.h"
 #include "host/reference/host_error.h"
@@ -18,9 +18,9 @@ struct CallOptions {
   std::vector<std::string> arguments;
 };
 
-nlohmann::ordered_json argumentJson(const foundation::core::msg::MessageArgument& argument) {
+Json argumentJson(const foundation::core::msg::MessageArgument& argument) {
   return std::visit(
-      [](const auto& value) -> nlohmann::ordered_json {
+      [](const auto& value) -> Json {
         using T = std::decay_t<decltype(value)>;
         if constexpr (std::is_same_v<T, ustring>) {
           return fl::i18n::to_utf8(value);
@@ -42,8 +42,8 @@ nlohmann::ordered_json argumentJson(const foundation::core::msg::MessageArgument
 }
 
 int runCall(const CallOptions& options) {
-  const std::optional<GatewayFunction> function = findGatewayFunction(options.function);
-  if (!function) {
+  const GatewayFunction* function = findGatewayFunction(options.function);
+  if (function == nullptr) {
     std::cerr << "zvaddon call: no gateway function named '" << options.function << "'\n";
     return 2;
   }
@@ -51,7 +51,7 @@ int runCall(const CallOptions& options) {
   std::vector<const qxArray*> inputs;
   for (std::size_t i = 0; i < options.arguments.size(); ++i) {
     try {
-      owned.push_back(zvhost::json::toOwnedArray(nlohmann::ordered_json::parse(options.arguments[i])));
+      owned.push_back(zvhost::json::toOwnedArray(Json::parse(options.arguments[i])));
     } catch (const std::exception& e) {
       std::cerr << "zvaddon call: argument " << i + 1 << " is not valid input: " << e.what() << "\n";
       return 2;
@@ -71,14 +71,11 @@ int runCall(const CallOptions& options) {
     std::cout << result;
     return 0;
   } catch (const zvhost::reference::HostError& error) {
-    nlohmann::ordered_json arguments = nlohmann::ordered_json::array();
+    Json arguments = Json::array();
     for (const auto& argument : error.arguments()) arguments.push_back(argumentJson(argument));
-    nlohmann::ordered_json body;
-    body["identifier"] = error.identifier();
-    body["key"] = error.key();
-    body["arguments"] = std::move(arguments);
-    body["message"] = error.message();
-    std::cout << nlohmann::ordered_json{{"error", std::move(body)}}.dump() << "\n";
+    const Json body = {{"identifier", error.identifier()}, {"key", error.key()}, {"arguments", arguments},
+                       {"message", error.message()}};
+    std::cout << Json{{"error", body}}.dump() << "\n";
     return 1;
   }
 }

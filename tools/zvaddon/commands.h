@@ -32,5 +32,8 @@ void addHashCommand(CLI::App& app, int& exitStatus);
 void addGetCommand(CLI::App& app, int& exitStatus);
 void addSetCommand(CLI::App& app, int& exitStatus);
 void addScreenshotCommand(CLI::App& app, int& exitStatus);
+// `zvaddon call FUNCTION [--nargout N] ARG...`: each ARG is JSON turned into a host array; prints the
+// outputs as one JSON array, or a host error as {"error": {...}} with exit status 1.
+void addCallCommand(CLI::App& app, int& exitStatus);
 
 }  // namespace zvaddon::tool

@@ -64,19 +64,15 @@ bool anyMatch(const std::vector<std::string>& patterns, std::string_view path, b
                      [&](const std::string& p) { return globMatchesOrContains(p, path, isFolder); });
 }
 
+// Excluded unless FilePatterns::defaultExcludes is false.
+const char* const kDefaultExcludes[] = {".git/", ".hg/", ".svn/", ".bzr/", "CVS/", "_darcs/", ".DS_Store", "Thumbs.db",
+                                        "desktop.ini", "*~", ".*.swp", "*.asv", "*.zvaddon", "/zvaddon.json"};
+
 [[noreturn]] void cannotRead(const fs::path& path, const std::error_code& ec) {
   throw ToolError(ExitStatus::hostError, "cannot read '" + path.string() + "': " + ec.message());
 }
 
 }  // namespace
-
-const std::vector<std::string>& defaultExcludePatterns() {
-  static const std::vector<std::string> patterns = {
-      ".git/", ".hg/", ".svn/", ".bzr/", "CVS/", "_darcs/", ".DS_Store", "Thumbs.db", "desktop.ini",
-      "*~", ".*.swp", "*.asv", "*.zvaddon", "/zvaddon.json",
-  };
-  return patterns;
-}
 
 bool globMatch(std::string_view pattern, std::string_view path, bool isFolder) {
   const Pattern p = parse(pattern);
@@ -99,7 +95,7 @@ Selection selectFiles(const fs::path& root, const FilePatterns& patterns, const 
   }
   std::vector<std::string> exclude = patterns.exclude;
   if (patterns.defaultExcludes) {
-    exclude.insert(exclude.end(), defaultExcludePatterns().begin(), defaultExcludePatterns().end());
+    exclude.insert(exclude.end(), std::begin(kDefaultExcludes), std::end(kDefaultExcludes));
   }
   std::vector<fs::path> skipped;
   for (const fs::path& s : skip) {
@@ -143,6 +139,24 @@ Selection selectFiles(const fs::path& root, const FilePatterns& patterns, const 
             [](const SelectedFile& a, const SelectedFile& b) { return a.path < b.path; });
   std::sort(selection.emptyFolders.begin(), selection.emptyFolders.end());
   return selection;
+}
+
+std::vector<Batch> planBatches(const std::vector<SelectedFile>& files, BatchFloor floor) {
+  std::vector<Batch> batches;
+  Batch current;
+  std::uint64_t bytesBefore = 0;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    current.end = i + 1;
+    current.bytes += files[i].size;
+    const std::size_t count = current.end - current.first;
+    if (count >= std::max(floor.files, current.first / 2) || current.bytes >= std::max(floor.bytes, bytesBefore / 2)) {
+      bytesBefore += current.bytes;
+      batches.push_back(current);
+      current = Batch{i + 1, i + 1, 0};
+    }
+  }
+  if (current.end > current.first) batches.push_back(current);
+  return batches;
 }
 
 }  // namespace zvaddon::tool

@@ -34,9 +34,6 @@ struct Selection {
   std::uint64_t totalBytes = 0;
 };
 
-// The patterns excluded unless FilePatterns::defaultExcludes is false.
-[[nodiscard]] const std::vector<std::string>& defaultExcludePatterns();
-
 // True when `pattern` matches `path` itself (not its folders); `isFolder` says what `path` names.
 [[nodiscard]] bool globMatch(std::string_view pattern, std::string_view path, bool isFolder);
 // True when `pattern` matches `path` or one of the folders above it.
@@ -48,5 +45,23 @@ struct Selection {
 // being written). Throws ToolError(hostError) when the folder cannot be read.
 [[nodiscard]] Selection selectFiles(const std::filesystem::path& root, const FilePatterns& patterns,
                                     const std::vector<std::filesystem::path>& skip = {});
+
+// How `build` splits the selected files into zvAddonAddFiles calls. Each call rewrites the package,
+// copying what it already holds; batches that grow with what is already stored (half of it, past a
+// floor) keep that copying to about twice the package while the progress bar still moves several
+// times on the way.
+struct Batch {
+  std::size_t first = 0, end = 0;  // files [first, end) of the selection
+  std::uint64_t bytes = 0;
+};
+
+struct BatchFloor {
+  std::size_t files = 1000;
+  std::uint64_t bytes = 32u << 20;
+};
+
+// Consecutive batches covering every file once, in order. A batch closes when its files reach
+// max(floor.files, files before it / 2) or its bytes reach max(floor.bytes, bytes before it / 2).
+[[nodiscard]] std::vector<Batch> planBatches(const std::vector<SelectedFile>& files, BatchFloor floor = {});
 
 }  // namespace zvaddon::tool

@@ -6,9 +6,20 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/qx.h"
+
 namespace zvaddon::tool {
 
 using Json = nlohmann::ordered_json;
+
+struct GatewayFunction {
+  std::string_view name;
+  int maxOutputs;
+  qxFunction entry;
+};
+
+// The gateway function of that name, or nullptr.
+[[nodiscard]] const GatewayFunction* findGatewayFunction(std::string_view name);
 
 // Calls the named gateway function with `inputs` and returns its `nargout` outputs (default: the
 // function's output limit). A host error raised by the function propagates as

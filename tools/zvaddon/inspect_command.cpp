@@ -106,12 +106,9 @@ void printFiles(std::ostream& out, const Json& files) {
 void printReport(std::ostream& out, const Json& r, bool withFiles) {
   const Json& p = r["properties"];
   line(out, "package", text(r["package"]) + " (" + formatBytes(r["bytes"].get<std::uint64_t>()) + ")");
-  line(out, "name", text(p["name"]));
-  line(out, "version", text(p["version"]));
-  line(out, "type", text(p["type"]));
-  line(out, "release", text(p["ZORVANRelease"]));
-  line(out, "GUID", text(p["GUID"]));
-  line(out, "summary", text(p["summary"]));
+  constexpr std::pair<const char*, const char*> kShown[] = {{"name", "name"}, {"version", "version"}, {"type", "type"},
+                                                            {"release", "ZORVANRelease"}, {"GUID", "GUID"}, {"summary", "summary"}};
+  for (const auto& [label, key] : kShown) line(out, label, text(p[key]));
   line(out, "author", joined(p, {"authorName", "authorContact", "authorOrganization"}, ", "));
   if (!text(p["description"]).empty()) line(out, "description", text(p["description"]));
   line(out, "signature", text(r["signature"]));

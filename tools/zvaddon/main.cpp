@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "call_command.h"
 #include "commands.h"
 #include "host/reference/host_error.h"
 #include "tool_error.h"
@@ -28,8 +27,8 @@ int fail(const std::string& command, const std::string& message, zvaddon::tool::
 
 int main(int argc, char** argv) {
   using zvaddon::tool::ExitStatus;
-  // With TZ unset the C library stats /etc/localtime on every local-time conversion, and libzip
-  // converts each entry's DOS time when it opens a package: 20,000 system calls for a large one.
+  // With TZ unset the C library stats /etc/localtime on every local-time conversion, and the package
+  // reader converts each entry's DOS time when it opens a package: 20,000 system calls for a large one.
   // Naming the same zone file keeps local time as it was and has it read once.
   if (std::getenv("TZ") == nullptr) ::setenv("TZ", ":/etc/localtime", 0);
   CLI::App app{"zvaddon: add-on packages from the command line"};

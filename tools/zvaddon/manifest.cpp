@@ -1,8 +1,6 @@
 #include "manifest.h"
 
-#include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "foundation/i18n.h"
@@ -12,46 +10,33 @@ namespace zvaddon::tool {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr const char* kTopLevelKeys[] = {"properties", "systemRequirements", "configuration", "license",
-                                         "examples", "revisionHistory", "apps", "screenshot",
-                                         "instructionSets", "files", "signing"};
-
-[[noreturn]] void bad(const std::string& pointer, const std::string& what) {
-  throw ToolError(ExitStatus::badInput, pointer + ": " + what);
-}
-
-void requireKeys(const Json& object, const std::string& pointer, std::initializer_list<const char*> keys) {
-  for (const auto& [key, ignored] : object.items()) {
-    if (std::find_if(keys.begin(), keys.end(), [&](const char* k) { return key == k; }) != keys.end()) continue;
-    std::string expected;
-    for (const char* k : keys) expected += (expected.empty() ? "" : ", ") + std::string(k);
-    bad(childPointer(pointer, key), "unknown key; expected one of: " + expected);
-  }
-}
+const std::vector<std::string_view> kTopLevelKeys = {"properties", "systemRequirements", "configuration", "license",
+                                                     "examples", "revisionHistory", "apps", "screenshot",
+                                                     "instructionSets", "files", "signing"};
 
 fs::path existingFile(const fs::path& folder, const Json& value, const std::string& pointer) {
   if (!value.is_string() || value.get<std::string>().empty()) {
-    bad(pointer, "expected a file path, found " + describeJsonType(value));
+    wrongType(pointer, "a file path", value);
   }
   const fs::path path = folder / fs::path(value.get<std::string>());
   std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) bad(pointer, "no file '" + value.get<std::string>() + "' in the add-on folder");
+  if (!fs::is_regular_file(path, ec)) badInput(pointer, "no file '" + value.get<std::string>() + "' in the add-on folder");
   return path;
 }
 
 std::vector<std::string> textList(const Json& value, const std::string& pointer) {
-  if (!value.is_array()) bad(pointer, "expected an array of texts, found " + describeJsonType(value));
+  if (!value.is_array()) wrongType(pointer, "an array of texts", value);
   std::vector<std::string> out;
   for (std::size_t i = 0; i < value.size(); ++i) {
-    if (!value[i].is_string()) bad(childPointer(pointer, i), "expected text, found " + describeJsonType(value[i]));
+    if (!value[i].is_string()) wrongType(childPointer(pointer, i), "text", value[i]);
     out.push_back(value[i].get<std::string>());
   }
   return out;
 }
 
 FilePatterns filePatterns(const Json& value, const std::string& pointer) {
-  if (!value.is_object()) bad(pointer, "expected an object, found " + describeJsonType(value));
-  requireKeys(value, pointer, {"include", "exclude", "defaultExcludes"});
+  if (!value.is_object()) wrongType(pointer, "an object", value);
+  requireKnownKeys(value, pointer, {"include", "exclude", "defaultExcludes"});
   FilePatterns patterns;
   if (const auto it = value.find("include"); it != value.end()) {
     patterns.include = textList(*it, childPointer(pointer, "include"));
@@ -60,7 +45,7 @@ FilePatterns filePatterns(const Json& value, const std::string& pointer) {
     patterns.exclude = textList(*it, childPointer(pointer, "exclude"));
   }
   if (const auto it = value.find("defaultExcludes"); it != value.end()) {
-    if (!it->is_boolean()) bad(childPointer(pointer, "defaultExcludes"), "expected true or false, found " + describeJsonType(*it));
+    if (!it->is_boolean()) wrongType(childPointer(pointer, "defaultExcludes"), "true or false", *it);
     patterns.defaultExcludes = it->get<bool>();
   }
   return patterns;
@@ -70,45 +55,30 @@ FilePatterns filePatterns(const Json& value, const std::string& pointer) {
 Json licenseSection(const Json& value, const fs::path& folder) {
   if (!value.is_object() || !value.contains("file")) return value;
   const std::string pointer = "/license";
-  if (value.contains("text")) bad(pointer, "give either \"text\" or \"file\", not both");
+  if (value.contains("text")) badInput(pointer, "give either \"text\" or \"file\", not both");
   Json out = value;
   out.erase("file");
   const std::string text = readFileBytes(existingFile(folder, value["file"], childPointer(pointer, "file")));
   try {
     (void)fl::i18n::from_utf8(text);
   } catch (const fl::i18n::conversion_error&) {
-    bad(childPointer(pointer, "file"), "'" + value["file"].get<std::string>() + "' is not UTF-8 text");
+    badInput(childPointer(pointer, "file"), "'" + value["file"].get<std::string>() + "' is not UTF-8 text");
   }
   out["text"] = text;
   return out;
 }
 
-}  // namespace
-
-std::string readFileBytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  if (!in || in.bad()) throw ToolError(ExitStatus::hostError, "cannot read '" + path.string() + "'");
-  return bytes.str();
-}
-
 Manifest parseManifest(const Json& document, const fs::path& folder) {
-  if (!document.is_object()) bad("/", "expected an object, found " + describeJsonType(document));
-  for (const auto& [key, ignored] : document.items()) {
-    if (std::find(std::begin(kTopLevelKeys), std::end(kTopLevelKeys), key) != std::end(kTopLevelKeys)) continue;
-    std::string expected;
-    for (const char* k : kTopLevelKeys) expected += (expected.empty() ? "" : ", ") + std::string(k);
-    bad(childPointer("", key), "unknown key; expected one of: " + expected);
-  }
+  if (!document.is_object()) wrongType("", "an object", document);
+  requireKnownKeys(document, "", kTopLevelKeys);
 
   Manifest manifest;
   const auto properties = document.find("properties");
-  if (properties == document.end()) bad("/properties", "required");
+  if (properties == document.end()) badInput("/properties", "required");
   manifest.properties = recordToHost(Record::properties, *properties, "/properties");
   for (const char* key : {"name", "version", "GUID"}) {
     const Json& value = manifest.properties[key];
-    if (value.is_string() && value.get<std::string>().empty()) bad(childPointer("/properties", key), "required");
+    if (value.is_string() && value.get<std::string>().empty()) badInput(childPointer("/properties", key), "required");
   }
 
   for (const RecordInfo& info : allRecords()) {
@@ -124,7 +94,7 @@ Manifest parseManifest(const Json& document, const fs::path& folder) {
     manifest.screenshot = existingFile(folder, *it, "/screenshot");
   }
   if (const auto it = document.find("instructionSets"); it != document.end()) {
-    if (!it->is_array()) bad("/instructionSets", "expected an array of file paths, found " + describeJsonType(*it));
+    if (!it->is_array()) wrongType("/instructionSets", "an array of file paths", *it);
     for (std::size_t i = 0; i < it->size(); ++i) {
       manifest.instructionSets.push_back(existingFile(folder, (*it)[i], childPointer("/instructionSets", i)));
     }
@@ -133,8 +103,8 @@ Manifest parseManifest(const Json& document, const fs::path& folder) {
     manifest.files = filePatterns(*it, "/files");
   }
   if (const auto it = document.find("signing"); it != document.end()) {
-    if (!it->is_object()) bad("/signing", "expected an object, found " + describeJsonType(*it));
-    requireKeys(*it, "/signing", {"key", "cert", "chain", "passphraseFile"});
+    if (!it->is_object()) wrongType("/signing", "an object", *it);
+    requireKnownKeys(*it, "/signing", {"key", "cert", "chain", "passphraseFile"});
     AuthorKeyFiles& files = manifest.signing.emplace();
     for (auto [key, path] : {std::pair{"key", &files.key}, std::pair{"cert", &files.cert}, std::pair{"chain", &files.chain},
                              std::pair{"passphraseFile", &files.passphraseFile}}) {
@@ -144,6 +114,16 @@ Manifest parseManifest(const Json& document, const fs::path& folder) {
     }
   }
   return manifest;
+}
+
+}  // namespace
+
+std::string readFileBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  if (!in || in.bad()) throw ToolError(ExitStatus::hostError, "cannot read '" + path.string() + "'");
+  return bytes.str();
 }
 
 Manifest readManifest(const fs::path& manifestFile, const fs::path& folder) {

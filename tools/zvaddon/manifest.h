@@ -27,12 +27,9 @@ struct Manifest {
   std::optional<AuthorKeyFiles> signing;
 };
 
-// Checks `document` and resolves its paths against `folder`. Throws ToolError(badInput) naming the
-// JSON pointer of an unknown key, a value of the wrong type, a missing required field or a path that
-// names no file.
-[[nodiscard]] Manifest parseManifest(const Json& document, const std::filesystem::path& folder);
-
-// Reads and parses the manifest file; messages begin with its path.
+// Reads the manifest file and resolves its paths against `folder`. Throws ToolError(badInput), the
+// message beginning with the file's path, naming the JSON pointer of an unknown key, a value of the
+// wrong type, a missing required field or a path that names no file.
 [[nodiscard]] Manifest readManifest(const std::filesystem::path& manifestFile, const std::filesystem::path& folder);
 
 // The whole file as bytes; throws ToolError(hostError) naming the path when it cannot be read.

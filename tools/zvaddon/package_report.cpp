@@ -22,16 +22,10 @@ Json filesOf(const Json& names, const Contents& contents) {
   std::map<std::string, std::uint64_t> sizes;
   for (const auto& [path, size] : contents.files) sizes.emplace(fl::i18n::to_utf8(path), size);
   Json files = Json::array();
-  auto add = [&](const Json& name) {
-    const std::string path = name.is_string() ? name.get<std::string>() : name.dump();
+  for (const Json* name : hostElements(names)) {
+    const std::string path = name->is_string() ? name->get<std::string>() : name->dump();
     const auto size = sizes.find(path);
     files.push_back({{"path", path}, {"bytes", size == sizes.end() ? Json(nullptr) : Json(size->second)}});
-  };
-  // One name comes back as a one-element list; none as an empty array in a typed form.
-  if (names.is_array()) {
-    for (const Json& name : names) add(name);
-  } else if (names.is_object() && names.contains("$data")) {
-    for (const Json& name : names["$data"]) add(name);
   }
   return files;
 }

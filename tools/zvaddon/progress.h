@@ -35,7 +35,6 @@ class Progress {
   void update(std::uint64_t files, std::uint64_t bytes);
   // Draws the final state and ends the line; later updates draw nothing.
   void finish();
-  [[nodiscard]] bool enabled() const { return enabled_; }
 
  private:
   void draw();

@@ -71,24 +71,34 @@ constexpr Shape kCategory{kCategoryFields};
 constexpr Shape kRevision{kRevisionFields};
 constexpr Shape kApp{kAppFields};
 
-// The whole record as one field without a key: an object, or a list of entries.
-Field recordField(Record record) {
-  switch (record) {
-    case Record::properties: return {"", Kind::object, &kProperties};
-    case Record::systemRequirements: return {"", Kind::object, &kRequirements};
-    case Record::configuration: return {"", Kind::object, &kConfiguration};
-    case Record::license: return {"", Kind::object, &kLicense};
-    case Record::examples: return {"", Kind::objectList, &kCategory};
-    case Record::revisionHistory: return {"", Kind::objectList, &kRevision};
-    case Record::apps: return {"", Kind::objectList, &kApp};
-  }
-  throw std::logic_error("unknown record");
-}
+// Each record as one field without a key, an object or a list of entries, in Record order.
+constexpr Field kRecordFields[] = {
+    {"", Kind::object, &kProperties}, {"", Kind::object, &kRequirements}, {"", Kind::object, &kConfiguration},
+    {"", Kind::object, &kLicense},    {"", Kind::objectList, &kCategory}, {"", Kind::objectList, &kRevision},
+    {"", Kind::objectList, &kApp},
+};
+const Field& recordField(Record record) { return kRecordFields[static_cast<std::size_t>(record)]; }
 
-[[noreturn]] void wrongType(const std::string& pointer, std::string_view expected, const Json& found) {
-  throw ToolError(ExitStatus::badInput,
-                  (pointer.empty() ? "/" : pointer) + ": expected " + std::string(expected) + ", found " +
-                      describeJsonType(found));
+constexpr RecordInfo kRecords[] = {
+    {Record::properties, "properties", "zvAddonSetProperties", "zvAddonGetProperties"},
+    {Record::systemRequirements, "systemRequirements", "zvAddonSetSystemRequirements", "zvAddonGetSystemRequirements"},
+    {Record::configuration, "configuration", "zvAddonSetConfiguration", "zvAddonGetConfiguration"},
+    {Record::license, "license", "zvAddonSetLicense", "zvAddonGetLicense"},
+    {Record::examples, "examples", "zvAddonSetExamples", "zvAddonGetExamples"},
+    {Record::revisionHistory, "revisionHistory", "zvAddonSetRevisionHistory", "zvAddonGetRevisionHistory"},
+    {Record::apps, "apps", "zvAddonSetAppInstallList", "zvAddonGetAppInstallList"},
+};
+
+std::string describeJsonType(const Json& value) {
+  switch (value.type()) {
+    case Json::value_t::null: return "null";
+    case Json::value_t::boolean: return value.get<bool>() ? "true" : "false";
+    case Json::value_t::string: return "text";
+    case Json::value_t::array: return "an array";
+    case Json::value_t::object: return "an object";
+    case Json::value_t::discarded: return "nothing";
+    default: return "a number";
+  }
 }
 
 bool isTyped(const Json& value, std::string_view cls) {
@@ -142,39 +152,15 @@ Json valueToHost(const Field& field, const Json* value, const std::string& point
 
 Json objectToHost(const Shape& shape, const Json& value, const std::string& pointer) {
   if (!value.is_object() || value.contains("$class")) wrongType(pointer, "an object", value);
-  for (const auto& [key, ignored] : value.items()) {
-    const bool known = std::any_of(shape.fields.begin(), shape.fields.end(),
-                                   [&](const Field& f) { return f.key == key; });
-    if (!known) {
-      std::string expected;
-      for (const Field& f : shape.fields) expected += (expected.empty() ? "" : ", ") + std::string(f.key);
-      throw ToolError(ExitStatus::badInput,
-                      childPointer(pointer, key) + ": unknown key; expected one of: " + expected);
-    }
-  }
+  std::vector<std::string_view> keys;
+  for (const Field& f : shape.fields) keys.push_back(f.key);
+  requireKnownKeys(value, pointer, keys);
   // Every field is written, in the host structure's order, so that entries of a list share one set
   // of fields (a structure array) and the records never meet a missing field.
   Json out = Json::object();
   for (const Field& f : shape.fields) {
     const auto it = value.find(f.key);
     out[std::string(f.key)] = valueToHost(f, it == value.end() ? nullptr : &*it, childPointer(pointer, f.key));
-  }
-  return out;
-}
-
-// Host values come as zvhost::json writes them: plain forms where they exist, typed otherwise
-// (structure arrays that are not one row, empty ones with fields).
-std::vector<const Json*> hostElements(const Json& value) {
-  std::vector<const Json*> out;
-  if (value.is_null()) return out;
-  if (value.is_array()) {
-    for (const Json& e : value) out.push_back(&e);
-  } else if (value.is_object() && value.contains("$class")) {
-    if (const auto data = value.find("$data"); data != value.end() && data->is_array()) {
-      for (const Json& e : *data) out.push_back(&e);
-    }
-  } else {
-    out.push_back(&value);
   }
   return out;
 }
@@ -233,57 +219,58 @@ Json objectFromHost(const Shape& shape, const Json& value) {
 
 }  // namespace
 
-const std::vector<RecordInfo>& allRecords() {
-  static const std::vector<RecordInfo> records = {
-      {Record::properties, "properties", "zvAddonSetProperties", "zvAddonGetProperties"},
-      {Record::systemRequirements, "systemRequirements", "zvAddonSetSystemRequirements",
-       "zvAddonGetSystemRequirements"},
-      {Record::configuration, "configuration", "zvAddonSetConfiguration", "zvAddonGetConfiguration"},
-      {Record::license, "license", "zvAddonSetLicense", "zvAddonGetLicense"},
-      {Record::examples, "examples", "zvAddonSetExamples", "zvAddonGetExamples"},
-      {Record::revisionHistory, "revisionHistory", "zvAddonSetRevisionHistory", "zvAddonGetRevisionHistory"},
-      {Record::apps, "apps", "zvAddonSetAppInstallList", "zvAddonGetAppInstallList"},
-  };
-  return records;
-}
+std::span<const RecordInfo> allRecords() { return kRecords; }
 
-const RecordInfo& recordInfo(Record record) {
-  for (const RecordInfo& info : allRecords()) {
-    if (info.record == record) return info;
-  }
-  throw std::logic_error("unknown record");
-}
+const RecordInfo& recordInfo(Record record) { return kRecords[static_cast<std::size_t>(record)]; }
 
 const RecordInfo* findRecord(std::string_view name) {
-  for (const RecordInfo& info : allRecords()) {
-    if (info.name == name) return &info;
-  }
-  return nullptr;
+  const auto* found = std::find_if(std::begin(kRecords), std::end(kRecords), [&](const RecordInfo& r) { return r.name == name; });
+  return found == std::end(kRecords) ? nullptr : found;
 }
 
 Json recordToHost(Record record, const Json& value, const std::string& pointer) {
-  const Field field = recordField(record);
+  const Field& field = recordField(record);
   if (field.kind == Kind::object && value.is_null()) wrongType(pointer, "an object", value);
   if (field.kind == Kind::objectList && value.is_null()) wrongType(pointer, "an array of objects", value);
   return valueToHost(field, &value, pointer);
 }
 
 Json recordFromHost(Record record, const Json& host) {
-  const Field field = recordField(record);
+  const Field& field = recordField(record);
   Json out = valueFromHost(field, &host);
   // A record is never absent: a package without the part reads as the empty record.
   return out.is_null() ? objectFromHost(*field.shape, Json::object()) : out;
 }
 
-std::string describeJsonType(const Json& value) {
-  switch (value.type()) {
-    case Json::value_t::null: return "null";
-    case Json::value_t::boolean: return value.get<bool>() ? "true" : "false";
-    case Json::value_t::string: return "text";
-    case Json::value_t::array: return "an array";
-    case Json::value_t::object: return "an object";
-    case Json::value_t::discarded: return "nothing";
-    default: return "a number";
+std::vector<const Json*> hostElements(const Json& value) {
+  std::vector<const Json*> out;
+  if (value.is_null()) return out;
+  if (value.is_array()) {
+    for (const Json& e : value) out.push_back(&e);
+  } else if (value.is_object() && value.contains("$class")) {
+    if (const auto data = value.find("$data"); data != value.end() && data->is_array()) {
+      for (const Json& e : *data) out.push_back(&e);
+    }
+  } else {
+    out.push_back(&value);
+  }
+  return out;
+}
+
+void badInput(const std::string& pointer, const std::string& what) {
+  throw ToolError(ExitStatus::badInput, (pointer.empty() ? "/" : pointer) + ": " + what);
+}
+
+void wrongType(const std::string& pointer, std::string_view expected, const Json& found) {
+  badInput(pointer, "expected " + std::string(expected) + ", found " + describeJsonType(found));
+}
+
+void requireKnownKeys(const Json& object, const std::string& pointer, const std::vector<std::string_view>& keys) {
+  for (const auto& [key, ignored] : object.items()) {
+    if (std::find(keys.begin(), keys.end(), key) != keys.end()) continue;
+    std::string expected;
+    for (std::string_view k : keys) expected += (expected.empty() ? "" : ", ") + std::string(k);
+    badInput(childPointer(pointer, key), "unknown key; expected one of: " + expected);
   }
 }
 

@@ -7,6 +7,7 @@
 // flags ("win", "installByDefault", ...) take true/false or text; lists are always arrays. What
 // recordFromHost gives back is that form with every field present, so its output fed to recordToHost
 // and stored gives the same record.
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,8 +25,8 @@ struct RecordInfo {
   std::string_view getFunction;
 };
 
-// Every record, in the order inspect shows them.
-[[nodiscard]] const std::vector<RecordInfo>& allRecords();
+// Every record, in Record order, which is the order inspect shows them.
+[[nodiscard]] std::span<const RecordInfo> allRecords();
 [[nodiscard]] const RecordInfo& recordInfo(Record record);
 // The record of that name, or nullptr.
 [[nodiscard]] const RecordInfo* findRecord(std::string_view name);
@@ -38,8 +39,17 @@ struct RecordInfo {
 // A Get function's output to people's form.
 [[nodiscard]] Json recordFromHost(Record record, const Json& host);
 
-// "a JSON number", "an object", ...: for messages.
-[[nodiscard]] std::string describeJsonType(const Json& value);
+// The elements of a host array as zvhost::json writes it: plain forms where they exist, typed
+// otherwise (structure arrays that are not one row, empty ones with fields); null has none, any
+// other value is its one element.
+[[nodiscard]] std::vector<const Json*> hostElements(const Json& value);
+
+// ToolError(badInput) "POINTER: WHAT", the pointer "/" for the whole document.
+[[noreturn]] void badInput(const std::string& pointer, const std::string& what);
+// badInput "expected EXPECTED, found " and what `found` is ("a number", "an object", ...).
+[[noreturn]] void wrongType(const std::string& pointer, std::string_view expected, const Json& found);
+// badInput naming the first key of `object` that is not among `keys`, and the keys expected.
+void requireKnownKeys(const Json& object, const std::string& pointer, const std::vector<std::string_view>& keys);
 // Appends a key to a JSON pointer, escaping '~' and '/'.
 [[nodiscard]] std::string childPointer(const std::string& pointer, std::string_view key);
 [[nodiscard]] std::string childPointer(const std::string& pointer, std::size_t index);

@@ -77,6 +77,13 @@ decltype(auto) withElementType(qxClassID id, F&& f) {
   }
 }
 
+// Bytes per element of a data-holding class as the contract stores it (char as qxChar); 0 for
+// containers and unknown classes.
+[[nodiscard]] inline std::size_t elementSize(qxClassID id) {
+  if (id != qxCHAR_CLASS && id != qxLOGICAL_CLASS && !isNumericClass(id)) return 0;
+  return withElementType(id, []<class T>(T) { return sizeof(T); });
+}
+
 // Element k of a data buffer of T, read without assuming its alignment.
 template <class T>
 [[nodiscard]] T elementAt(const void* data, std::size_t k) {

@@ -36,12 +36,6 @@ std::vector<mwSize> octaveDims(qxSize ndim, const qxSize* dims) {
 static_assert(static_cast<int>(mxCELL_CLASS) == static_cast<int>(qxCELL_CLASS) &&
               static_cast<int>(mxFUNCTION_CLASS) == static_cast<int>(qxFUNCTION_CLASS));
 
-qxSize elementSize(qxClassID classID) {
-  if (classID == qxCHAR_CLASS) return 1;
-  if (classID != qxLOGICAL_CLASS && !isNumericClass(classID)) return 0;
-  return withElementType(classID, []<class T>(T) { return sizeof(T); });
-}
-
 const mxArray* fieldStore(const qxArray* a) {
   if (a == nullptr) return nullptr;
   if (mxIsStruct(mx(a))) return mx(a);
@@ -147,7 +141,7 @@ const qxSize* qxGetDimensions(const qxArray* a) {
 
 // Character data is Octave's: UTF-8 bytes, one per element. Text is read with matrix::get_ustring.
 void* qxGetData(const qxArray* a) {
-  if (elementSize(qxGetClassID(a)) == 0 || qxIsEmpty(a)) return nullptr;
+  if (zvhost::elementSize(qxGetClassID(a)) == 0 || qxIsEmpty(a)) return nullptr;
   return mxGetData(mx(a));
 }
 
@@ -155,7 +149,6 @@ void* qxGetImagData(const qxArray* a) {
   if (!qxIsComplex(a) || qxIsEmpty(a)) return nullptr;
   return mxGetImagData(mx(a));
 }
-
 
 double qxGetScalar(const qxArray* a) {
   if (qxGetData(a) == nullptr) return 0.0;

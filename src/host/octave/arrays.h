@@ -12,9 +12,6 @@ namespace zvhost::octave::detail {
 // Octave can index.
 [[nodiscard]] std::vector<mwSize> octaveDims(qxSize ndim, const qxSize* dims);
 
-// Bytes per element as Octave stores the class (char is one byte of UTF-8); 0 for containers.
-[[nodiscard]] qxSize elementSize(qxClassID classID);
-
 // Structure storage of a (whose fields are read): a itself for a structure, its view for an object,
 // null for anything else.
 [[nodiscard]] const mxArray* fieldStore(const qxArray* a);

@@ -72,5 +72,4 @@ void qxSetFieldByNumber(qxArray* a, qxIndex i, int n, qxArray* value) {
   setField(a, i, n, std::to_string(n), value);
 }
 
-
 }  // extern "C"

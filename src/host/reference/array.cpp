@@ -75,13 +75,6 @@ void destroy(qxArray* a) noexcept {
   std::free(a);
 }
 
-std::size_t elementSize(qxClassID classID) {
-  if (classID == qxCHAR_CLASS || classID == qxLOGICAL_CLASS || isNumericClass(classID)) {
-    return withElementType(classID, []<class T>(T) { return sizeof(T); });
-  }
-  return 0;
-}
-
 ArrayPtr allocate(qxClassID classID, qxSize ndim, const qxSize* dims, bool complex) {
   if (ndim > 0 && dims == nullptr) raise(errors::invalidClass, "Dimensions are missing.");
   qxSize kept = ndim;

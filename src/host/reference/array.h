@@ -54,9 +54,6 @@ static_assert(sizeof(qxArray_tag) == 40 && alignof(qxArray_tag) == alignof(qxSiz
 
 namespace zvhost::reference::detail {
 
-// Bytes per element of a data-holding class; 0 for containers and unknown classes.
-std::size_t elementSize(qxClassID classID);
-
 // An array of classID with zeroed data or empty slots, its dimensions as a caller gives them (missing
 // ones read as 1, trailing 1s beyond the second dropped). Raises the host's invalid-class error for
 // missing dimensions and its out-of-memory error for sizes that cannot be allocated.
