@@ -301,13 +301,6 @@ DocumentPtr parseSignatureDocument(opc::InputStream& input) {
 
 }  // namespace
 
-std::size_t BytesInputStream::read(std::uint8_t* buffer, std::size_t size) {
-  const std::size_t n = std::min(size, bytes_.size() - position_);
-  std::copy_n(bytes_.data() + position_, n, buffer);
-  position_ += n;
-  return n;
-}
-
 Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents* keyValue,
                      const std::function<Bytes(std::span<const std::uint8_t>)>& sign) {
   DocumentPtr document = XercesHelper::createDocument();

@@ -22,6 +22,7 @@
 #include <xercesc/util/XMLUni.hpp>
 
 #include "foundation/i18n.h"
+#include "opc/detail/text.h"
 #include "opc/exception.h"
 #include "opc/streams.h"
 
@@ -31,15 +32,8 @@ using namespace xercesc;
 
 namespace {
 
-// Xerces messages are plain text; a lone surrogate in one must not turn an error into another error.
-std::string narrow(const XMLCh* text) {
-  if (text == nullptr) return {};
-  try {
-    return fl::i18n::to_utf8(ustring_view(text));
-  } catch (const fl::i18n::conversion_error&) {
-    return "(unprintable text)";
-  }
-}
+// Xerces' text for messages (null gives ""); never throws.
+std::string narrow(const XMLCh* text) { return text == nullptr ? std::string() : opc::detail::narrow(text); }
 
 std::string codePointName(char32_t c) {
   char buffer[16];
@@ -102,6 +96,22 @@ void forEachChildElement(const DOMElement* parent, const XMLCh* ns, const Xerces
       if (!visit(child)) return;
     }
   }
+}
+
+// Runs a Xerces call and returns the message of the Xerces exception it threw, "" when none; running
+// out of memory is std::bad_alloc.
+template <class Call>
+std::string xercesFailure(Call call) {
+  try {
+    call();
+  } catch (const XMLException& e) {
+    return narrow(e.getMessage());
+  } catch (const DOMException& e) {  // DOMLSException too
+    return narrow(e.getMessage());
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
+  }
+  return {};
 }
 
 DOMImplementation* implementation() {
@@ -524,21 +534,12 @@ DocumentPtr XercesHelper::readDocumentFromStream(DOMLSParser* parser, opc::Input
   ParseWatch state(parser, limits);
 
   DocumentPtr document;
-  try {
+  const std::string thrown = xercesFailure([&] {
     StreamInputSource source(stream, state);
     Wrapper4InputSource input(&source, false);
     document.reset(parser->parse(&input));
-  } catch (const opc::Exception&) {
-    throw;
-  } catch (const XMLException& e) {
-    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
-  } catch (const DOMLSException& e) {
-    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
-  } catch (const DOMException& e) {
-    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
-  } catch (const OutOfMemoryException&) {
-    throw std::bad_alloc();
-  }
+  });
+  if (state.firstError.empty()) state.firstError = thrown;
   throwIfFailed(state);
   if (document == nullptr || document->getDocumentElement() == nullptr) {
     throw opc::Exception("malformed XML: no document element");
@@ -580,18 +581,7 @@ void XercesHelper::writeDocumentToStream(DOMLSSerializer* writer, const DOMDocum
   if (keepLayout) config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, false);
   config->setParameter(XMLUni::fgDOMErrorHandler, &errors);
   bool written = false;
-  std::string thrown;
-  try {
-    written = writer->write(document, output.get());
-  } catch (const XMLException& e) {
-    thrown = narrow(e.getMessage());
-  } catch (const DOMLSException& e) {
-    thrown = narrow(e.getMessage());
-  } catch (const DOMException& e) {
-    thrown = narrow(e.getMessage());
-  } catch (const OutOfMemoryException&) {
-    throw std::bad_alloc();
-  }
+  const std::string thrown = xercesFailure([&] { written = writer->write(document, output.get()); });
   target.finish();
   if (!thrown.empty()) throw opc::Exception("XML serializer failed: " + thrown);
   if (!written) {
