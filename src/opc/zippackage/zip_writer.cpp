@@ -507,7 +507,7 @@ ZipWriter::ZipWriter(ZipPhysicalPackage& package) : impl_(std::make_unique<Impl>
     std::free(resolved);
   }
   try {
-    impl_->out.emplace(finalPath, package.isDurable());
+    impl_->out.emplace(finalPath, package.durable_);
     impl_->directory.emplace(impl_->out->folder());
   } catch (const std::exception& e) {
     throw Exception("cannot write package '" + package.getNarrowPath() + "': " + e.what());
