@@ -12,19 +12,14 @@ namespace opc::detail {
 
 namespace {
 
-class MemoryStream : public InputStream {
+class MemoryStream : public BytesInputStream {
  public:
-  explicit MemoryStream(std::shared_ptr<const std::string> bytes) : bytes_(std::move(bytes)) {}
-  [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override {
-    const std::size_t n = std::min(size, bytes_->size() - offset_);
-    std::memcpy(buffer, bytes_->data() + offset_, n);
-    offset_ += n;
-    return n;
-  }
+  explicit MemoryStream(std::shared_ptr<const std::string> bytes)
+      : BytesInputStream({reinterpret_cast<const std::uint8_t*>(bytes->data()), bytes->size()}),
+        bytes_(std::move(bytes)) {}
 
  private:
-  std::shared_ptr<const std::string> bytes_;
-  std::size_t offset_ = 0;
+  std::shared_ptr<const std::string> bytes_;  // what the stream reads, kept alive
 };
 
 class SpoolStream : public InputStream {
@@ -41,12 +36,8 @@ class SpoolStream : public InputStream {
   std::uint64_t offset_ = 0;
 };
 
-}  // namespace
-
-std::unique_ptr<InputStream> MemoryContentSource::openStream() const {
-  return std::make_unique<MemoryStream>(bytes_);
-}
-
+// An unnamed file in `folder` (O_TMPFILE), or a named one unlinked at once where the file system
+// has no unnamed files.
 UniqueFd createAnonymousFile(const std::string& folder) {
   const std::string dir = folder.empty() ? std::string(".") : folder;
   UniqueFd fd(::open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
@@ -59,6 +50,19 @@ UniqueFd createAnonymousFile(const std::string& folder) {
   if (!fd) throw Exception(osError("cannot create a temporary file in", dir, errno));
   ::unlink(name.c_str());
   return fd;
+}
+
+}  // namespace
+
+std::size_t BytesInputStream::read(std::uint8_t* buffer, std::size_t size) {
+  const std::size_t n = std::min(size, bytes_.size() - position_);
+  std::copy_n(bytes_.data() + position_, n, buffer);
+  position_ += n;
+  return n;
+}
+
+std::unique_ptr<InputStream> MemoryContentSource::openStream() const {
+  return std::make_unique<MemoryStream>(bytes_);
 }
 
 SpoolContent::SpoolContent(std::string folder, std::size_t memoryLimit)

@@ -2,7 +2,7 @@
 // Content sources the package model makes for itself.
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,6 +10,17 @@
 #include "opc/detail/fd.h"
 
 namespace opc::detail {
+
+// Reads bytes that outlive it.
+class BytesInputStream : public InputStream {
+ public:
+  explicit BytesInputStream(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+  [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override;
+
+ private:
+  std::span<const std::uint8_t> bytes_;
+  std::size_t position_ = 0;
+};
 
 // Bytes held in memory (the XML the model writes: content types, relationships).
 class MemoryContentSource : public ContentSource {
@@ -46,9 +57,5 @@ class SpoolContent : public ContentSource, public std::enable_shared_from_this<S
   UniqueFd file_;
   std::uint64_t size_ = 0;
 };
-
-// An unnamed file in `folder` (O_TMPFILE), or a named one unlinked at once where the file system
-// has no unnamed files. Throws opc::Exception.
-[[nodiscard]] UniqueFd createAnonymousFile(const std::string& folder);
 
 }  // namespace opc::detail

@@ -46,12 +46,6 @@ std::size_t FdInputStream::read(std::uint8_t* buffer, std::size_t size) {
   }
 }
 
-FdOutputStream::~FdOutputStream() = default;
-
-void FdOutputStream::write(const std::uint8_t* data, std::size_t size) {
-  writeAll(fd_.get(), data, size, path_);
-}
-
 void writeAll(int fd, const std::uint8_t* data, std::size_t size, std::string_view path) {
   while (size > 0) {
     const ssize_t n = ::write(fd, data, size);

@@ -48,18 +48,6 @@ class FdInputStream : public InputStream {
   std::string path_;
 };
 
-class FdOutputStream : public OutputStream {
- public:
-  FdOutputStream(UniqueFd fd, std::string path) : fd_(std::move(fd)), path_(std::move(path)) {}
-  ~FdOutputStream() override;
-  void write(const std::uint8_t* data, std::size_t size) override;
-  void flush() override {}
-
- private:
-  UniqueFd fd_;
-  std::string path_;
-};
-
 // Full pwrite/pread with EINTR handling; throw opc::Exception naming `path`.
 void writeAll(int fd, const std::uint8_t* data, std::size_t size, std::string_view path);
 void pwriteAll(int fd, const std::uint8_t* data, std::size_t size, std::uint64_t offset, std::string_view path);

@@ -25,18 +25,6 @@ class StringTarget : public XMLFormatTarget {
   std::string& out_;
 };
 
-void requireXmlChars(ustring_view text) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char16_t c = text[i];
-    if (c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) || (c >= 0xE000 && c <= 0xFFFD)) continue;
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
-      ++i;
-      continue;
-    }
-    throw Exception("text '" + narrow(text) + "' holds a character XML cannot carry");
-  }
-}
-
 }  // namespace
 
 struct XmlTextWriter::Impl {
@@ -49,7 +37,7 @@ struct XmlTextWriter::Impl {
     formatter.formatBuf(text.data(), text.size(), XMLFormatter::NoEscapes, XMLFormatter::UnRep_Fail);
   }
   void escaped(ustring_view text) {
-    requireXmlChars(text);
+    opc::model::requireXmlText(text, "attribute value");
     formatter.formatBuf(text.data(), text.size(), XMLFormatter::AttrEscapes, XMLFormatter::UnRep_Fail);
   }
 };
@@ -100,13 +88,6 @@ const ustring* XmlElement::attribute(ustring_view name) const {
 
 namespace {
 
-bool isXmlWhiteSpace(const XMLCh* text) {
-  for (; *text != 0; ++text) {
-    if (*text != u' ' && *text != u'\t' && *text != u'\r' && *text != u'\n') return false;
-  }
-  return true;
-}
-
 void convert(const DOMElement* element, XmlElement& out, const std::string& what, bool withChildren = true) {
   using opc::model::XercesString;
   out.ns = XercesString::toUString(element->getNamespaceURI());
@@ -133,7 +114,7 @@ void convert(const DOMElement* element, XmlElement& out, const std::string& what
         convert(static_cast<const DOMElement*>(child), out.children.back(), what);
         break;
       case DOMNode::TEXT_NODE:
-        if (!isXmlWhiteSpace(child->getNodeValue())) {
+        if (!opc::model::isXmlWhiteSpace(child->getNodeValue())) {
           throw Exception(what + ": unexpected text in element '" + narrow(out.localName) + "'");
         }
         break;

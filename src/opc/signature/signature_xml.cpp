@@ -36,41 +36,41 @@ constexpr char16_t kContentTypeQuery[] = u"?ContentType=";
 // Larger than any signature this library writes by orders of magnitude; a bound, not a format rule.
 constexpr std::size_t kMaxSignatureBytes = 4u << 20;
 
-struct DigestAlgorithm {
-  DigestMethod method;
+template <class Method>
+struct Algorithm {
+  Method method;
   std::u16string_view uri;
-  std::size_t size;
+  std::size_t digestSize = 0;
 };
-constexpr DigestAlgorithm kDigests[] = {
+constexpr Algorithm<DigestMethod> kDigests[] = {
     {DigestMethod::SHA256, u"http://www.w3.org/2001/04/xmlenc#sha256", 32},
     {DigestMethod::SHA384, u"http://www.w3.org/2001/04/xmldsig-more#sha384", 48},
     {DigestMethod::SHA512, u"http://www.w3.org/2001/04/xmlenc#sha512", 64},
 };
-struct SignatureAlgorithm {
-  SignatureMethod method;
-  std::u16string_view uri;
-};
-constexpr SignatureAlgorithm kSignatures[] = {
+constexpr Algorithm<SignatureMethod> kSignatures[] = {
     {SignatureMethod::RSA_SHA256, u"http://www.w3.org/2001/04/xmldsig-more#rsa-sha256"},
     {SignatureMethod::RSA_SHA512, u"http://www.w3.org/2001/04/xmldsig-more#rsa-sha512"},
     {SignatureMethod::ECDSA_SHA256, u"http://www.w3.org/2001/04/xmldsig-more#ecdsa-sha256"},
 };
 
-const DigestAlgorithm& digestAlgorithm(DigestMethod method) {
-  for (const auto& a : kDigests) {
+[[noreturn]] void malformed(const std::string& what) { throw MalformedSignature("malformed signature: " + what); }
+
+template <class Method, std::size_t N>
+const Algorithm<Method>& algorithm(const Algorithm<Method> (&table)[N], Method method) {
+  for (const auto& a : table) {
     if (a.method == method) return a;
   }
-  throw opc::Exception("unknown digest method " + std::to_string(static_cast<int>(method)));
+  throw opc::Exception("unknown algorithm " + std::to_string(static_cast<int>(method)));
 }
 
-std::u16string_view signatureUri(SignatureMethod method) {
-  for (const auto& a : kSignatures) {
-    if (a.method == method) return a.uri;
+// The method of a URI the table names; MalformedSignature ("unsupported <what> ...") otherwise.
+template <class Method, std::size_t N>
+Method methodOf(const Algorithm<Method> (&table)[N], const ustring& uri, const char* what) {
+  for (const auto& a : table) {
+    if (uri == a.uri) return a.method;
   }
-  throw opc::Exception("unknown signature method " + std::to_string(static_cast<int>(method)));
+  malformed(std::string("unsupported ") + what + " " + opc::detail::narrow(uri));
 }
-
-[[noreturn]] void malformed(const std::string& what) { throw MalformedSignature("malformed signature: " + what); }
 
 // ---- writing ------------------------------------------------------------------------------------
 
@@ -86,7 +86,7 @@ DOMElement* addPackageElement(DOMElement* parent, const char16_t* localName) {
 
 void addDigest(DOMElement* reference, DigestMethod method, const Bytes& value) {
   XercesHelper::setElementAttribute(add(reference, u"DigestMethod"), u"Algorithm",
-                                    ustring(digestAlgorithm(method).uri));
+                                    ustring(algorithm(kDigests, method).uri));
   XercesHelper::setElementText(add(reference, u"DigestValue"), foundation::crypto::utils::base64Encode(value));
 }
 
@@ -113,20 +113,13 @@ void addManifestReference(DOMElement* manifest, const ManifestReference& ref) {
 
 std::string name(const DOMElement* e) { return opc::detail::narrow(XercesString::toUString(e->getLocalName())); }
 
-bool isWhitespace(const XMLCh* text) {
-  for (; *text != 0; ++text) {
-    if (*text != u' ' && *text != u'\t' && *text != u'\n' && *text != u'\r') return false;
-  }
-  return true;
-}
-
 // The child elements of `parent`; anything but elements and whitespace between them is refused.
 std::vector<DOMElement*> elementsOf(const DOMElement* parent) {
   std::vector<DOMElement*> out;
   for (DOMNode* n = parent->getFirstChild(); n != nullptr; n = n->getNextSibling()) {
     if (n->getNodeType() == DOMNode::ELEMENT_NODE) {
       out.push_back(static_cast<DOMElement*>(n));
-    } else if (n->getNodeType() != DOMNode::TEXT_NODE || !isWhitespace(n->getNodeValue())) {
+    } else if (n->getNodeType() != DOMNode::TEXT_NODE || !isXmlWhiteSpace(n->getNodeValue())) {
       malformed("unexpected content in <" + name(parent) + ">");
     }
   }
@@ -137,14 +130,12 @@ bool is(const DOMElement* e, const char16_t* ns, const char16_t* localName) {
   return XercesString::toUString(e->getNamespaceURI()) == ns && XercesString::toUString(e->getLocalName()) == localName;
 }
 
-void expect(const DOMElement* e, const char16_t* localName, const char16_t* ns = kDsigNs) {
+// `e` must be <localName> in `ns` with no attributes but `allowed` (and namespace declarations).
+void expect(const DOMElement* e, const char16_t* localName, std::initializer_list<std::u16string_view> allowed = {},
+            const char16_t* ns = kDsigNs) {
   if (!is(e, ns, localName)) {
     malformed("expected <" + opc::detail::narrow(localName) + ">, found <" + name(e) + ">");
   }
-}
-
-// Only the attributes named (and namespace declarations) may be present.
-void allowAttributes(const DOMElement* e, std::initializer_list<std::u16string_view> allowed) {
   const xercesc::DOMNamedNodeMap* attributes = e->getAttributes();
   for (XMLSize_t i = 0; i < attributes->getLength(); ++i) {
     const auto* a = static_cast<const xercesc::DOMAttr*>(attributes->item(i));
@@ -164,8 +155,19 @@ ustring attribute(const DOMElement* e, const char16_t* attributeName) {
   return value;
 }
 
-void expectEmpty(const DOMElement* e) {
-  if (!elementsOf(e).empty()) malformed("<" + name(e) + "> must be empty");
+// The child elements of `e`, checked as expect() checks it.
+std::vector<DOMElement*> childrenOf(const DOMElement* e, const char16_t* localName,
+                                    std::initializer_list<std::u16string_view> allowed = {},
+                                    const char16_t* ns = kDsigNs) {
+  expect(e, localName, allowed, ns);
+  return elementsOf(e);
+}
+
+// An empty element with one attribute, which it must have: its value.
+ustring emptyWith(const DOMElement* e, const char16_t* localName, const char16_t* attributeName,
+                  const char16_t* ns = kDsigNs) {
+  if (!childrenOf(e, localName, {attributeName}, ns).empty()) malformed("<" + name(e) + "> must be empty");
+  return attribute(e, attributeName);
 }
 
 // Text-only content (base64 values, times).
@@ -188,36 +190,23 @@ Bytes base64Of(const DOMElement* e) {
   }
 }
 
-DigestMethod readDigestMethod(const DOMElement* e) {
-  expect(e, u"DigestMethod");
-  allowAttributes(e, {u"Algorithm"});
-  expectEmpty(e);
-  const ustring uri = attribute(e, u"Algorithm");
-  for (const auto& a : kDigests) {
-    if (uri == a.uri) return a.method;
-  }
-  malformed("unsupported digest method " + opc::detail::narrow(uri));
+// A reference's DigestMethod and DigestValue, which must be all of `children`.
+std::pair<DigestMethod, Bytes> readDigest(const std::vector<DOMElement*>& children, std::size_t from) {
+  if (children.size() != from + 2) malformed("a reference must hold DigestMethod and DigestValue");
+  const DigestMethod method = methodOf(kDigests, emptyWith(children[from], u"DigestMethod", u"Algorithm"), "digest method");
+  expect(children[from + 1], u"DigestValue");
+  Bytes value = base64Of(children[from + 1]);
+  if (value.size() != algorithm(kDigests, method).digestSize) malformed("a digest value has the wrong length");
+  return {method, std::move(value)};
 }
 
-Bytes readDigestValue(const DOMElement* e, DigestMethod method) {
-  expect(e, u"DigestValue");
-  allowAttributes(e, {});
-  Bytes value = base64Of(e);
-  if (value.size() != digestAlgorithm(method).size) malformed("a digest value has the wrong length");
-  return value;
-}
-
-void readRelationshipTransform(const DOMElement* transform, ManifestReference& ref) {
-  allowAttributes(transform, {u"Algorithm"});
-  for (const DOMElement* selector : elementsOf(transform)) {
+void readRelationshipTransform(const std::vector<DOMElement*>& selectors, ManifestReference& ref) {
+  for (const DOMElement* selector : selectors) {
     if (is(selector, kPackageSignatureNs, u"RelationshipReference")) {
-      allowAttributes(selector, {u"SourceId"});
-      expectEmpty(selector);
-      ref.sourceIds.push_back(attribute(selector, u"SourceId"));
+      ref.sourceIds.push_back(emptyWith(selector, u"RelationshipReference", u"SourceId", kPackageSignatureNs));
     } else if (is(selector, kPackageSignatureNs, u"RelationshipsGroupReference")) {
-      allowAttributes(selector, {u"SourceType"});
-      expectEmpty(selector);
-      ref.sourceTypes.push_back(attribute(selector, u"SourceType"));
+      ref.sourceTypes.push_back(
+          emptyWith(selector, u"RelationshipsGroupReference", u"SourceType", kPackageSignatureNs));
     } else {
       malformed("unexpected <" + name(selector) + "> in the relationships transform");
     }
@@ -226,8 +215,7 @@ void readRelationshipTransform(const DOMElement* transform, ManifestReference& r
 }
 
 ManifestReference readManifestReference(const DOMElement* e) {
-  expect(e, u"Reference");
-  allowAttributes(e, {u"URI"});
+  const std::vector<DOMElement*> children = childrenOf(e, u"Reference", {u"URI"});
   const ustring uri = attribute(e, u"URI");
   const std::size_t query = uri.find(u'?');
   if (uri.empty() || uri[0] != u'/' || query == ustring::npos ||
@@ -249,21 +237,16 @@ ManifestReference readManifestReference(const DOMElement* e) {
   }
   ManifestReference ref(*part, contentType);
 
-  const std::vector<DOMElement*> children = elementsOf(e);
   std::size_t next = 0;
   if (!children.empty() && is(children[0], kDsigNs, u"Transforms")) {
-    allowAttributes(children[0], {});
-    const std::vector<DOMElement*> transforms = elementsOf(children[0]);
+    const std::vector<DOMElement*> transforms = childrenOf(children[0], u"Transforms");
     if (transforms.size() != 2) malformed("a reference must have exactly two transforms");
-    expect(transforms[0], u"Transform");
-    expect(transforms[1], u"Transform");
+    const std::vector<DOMElement*> selectors = childrenOf(transforms[0], u"Transform", {u"Algorithm"});
     if (attribute(transforms[0], u"Algorithm") != kRelationshipTransform ||
-        attribute(transforms[1], u"Algorithm") != kC14n) {
+        emptyWith(transforms[1], u"Transform", u"Algorithm") != kC14n) {
       malformed("transforms other than the relationships transform and canonical XML");
     }
-    allowAttributes(transforms[1], {u"Algorithm"});
-    expectEmpty(transforms[1]);
-    readRelationshipTransform(transforms[0], ref);
+    readRelationshipTransform(selectors, ref);
     ref.relationshipsTransform = true;
     next = 1;
   }
@@ -272,41 +255,30 @@ ManifestReference readManifestReference(const DOMElement* e) {
                   ? "relationships part " + std::string(part->text()) + " without the relationships transform"
                   : "part " + std::string(part->text()) + " with transforms");
   }
-  if (children.size() != next + 2) malformed("a manifest reference must hold DigestMethod and DigestValue");
-  ref.digestMethod = readDigestMethod(children[next]);
-  ref.digestValue = readDigestValue(children[next + 1], ref.digestMethod);
+  std::tie(ref.digestMethod, ref.digestValue) = readDigest(children, next);
   return ref;
 }
 
 ustring readSigningTime(const DOMElement* properties) {
-  allowAttributes(properties, {});
-  const std::vector<DOMElement*> property = elementsOf(properties);
+  const std::vector<DOMElement*> property = childrenOf(properties, u"SignatureProperties");
   if (property.size() != 1) malformed("SignatureProperties must hold one SignatureProperty");
-  expect(property[0], u"SignatureProperty");
-  allowAttributes(property[0], {u"Id", u"Target"});
-  const std::vector<DOMElement*> time = elementsOf(property[0]);
+  const std::vector<DOMElement*> time = childrenOf(property[0], u"SignatureProperty", {u"Id", u"Target"});
   if (time.size() != 1) malformed("SignatureProperty must hold one SignatureTime");
-  expect(time[0], u"SignatureTime", kPackageSignatureNs);
-  allowAttributes(time[0], {});
-  const std::vector<DOMElement*> parts = elementsOf(time[0]);
+  const std::vector<DOMElement*> parts = childrenOf(time[0], u"SignatureTime", {}, kPackageSignatureNs);
   if (parts.size() != 2) malformed("SignatureTime must hold Format and Value");
-  expect(parts[0], u"Format", kPackageSignatureNs);
-  expect(parts[1], u"Value", kPackageSignatureNs);
-  allowAttributes(parts[0], {});
-  allowAttributes(parts[1], {});
+  expect(parts[0], u"Format", {}, kPackageSignatureNs);
+  expect(parts[1], u"Value", {}, kPackageSignatureNs);
   (void)textOf(parts[0]);
   return textOf(parts[1]);
 }
 
-// Every element carrying Id="idPackageObject", wherever it stands.
-std::size_t countPackageObjects(const DOMElement* e) {
-  std::size_t count = 0;
+// Every element carrying Id="idPackageObject", wherever it stands, in document order.
+void packageObjects(const DOMElement* e, std::vector<const DOMElement*>& found) {
   ustring id;
-  if (XercesHelper::getElementAttribute(e, u"Id", id) && id == kPackageObjectId) ++count;
-  for (const DOMNode* n = e->getFirstChild(); n != nullptr; n = n->getNextSibling()) {
-    if (n->getNodeType() == DOMNode::ELEMENT_NODE) count += countPackageObjects(static_cast<const DOMElement*>(n));
+  if (XercesHelper::getElementAttribute(e, u"Id", id) && id == kPackageObjectId) found.push_back(e);
+  for (const DOMElement* c = e->getFirstElementChild(); c != nullptr; c = c->getNextElementSibling()) {
+    packageObjects(c, found);
   }
-  return count;
 }
 
 
@@ -327,24 +299,7 @@ DocumentPtr parseSignatureDocument(opc::InputStream& input) {
   }
 }
 
-const DOMElement* findPackageObject(const DOMElement* e) {
-  ustring id;
-  if (XercesHelper::getElementAttribute(e, u"Id", id) && id == kPackageObjectId) return e;
-  for (const DOMNode* n = e->getFirstChild(); n != nullptr; n = n->getNextSibling()) {
-    if (n->getNodeType() != DOMNode::ELEMENT_NODE) continue;
-    if (const DOMElement* found = findPackageObject(static_cast<const DOMElement*>(n))) return found;
-  }
-  return nullptr;
-}
-
 }  // namespace
-
-std::size_t BytesInputStream::read(std::uint8_t* buffer, std::size_t size) {
-  const std::size_t n = std::min(size, bytes_.size() - position_);
-  std::copy_n(bytes_.data() + position_, n, buffer);
-  position_ += n;
-  return n;
-}
 
 Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents* keyValue,
                      const std::function<Bytes(std::span<const std::uint8_t>)>& sign) {
@@ -356,7 +311,7 @@ Bytes writeSignature(const SignatureContent& content, const RsaPublicComponents*
   DOMElement* signedInfo = add(root, u"SignedInfo");
   XercesHelper::setElementAttribute(add(signedInfo, u"CanonicalizationMethod"), u"Algorithm", kC14n);
   XercesHelper::setElementAttribute(add(signedInfo, u"SignatureMethod"), u"Algorithm",
-                                    ustring(signatureUri(content.signatureMethod)));
+                                    ustring(algorithm(kSignatures, content.signatureMethod).uri));
   DOMElement* objectReference = add(signedInfo, u"Reference");
   XercesHelper::setElementAttribute(objectReference, u"URI", u"#" + ustring(kPackageObjectId));
   XercesHelper::setElementAttribute(objectReference, u"Type", kObjectType);
@@ -408,17 +363,17 @@ ParsedSignature readSignature(opc::InputStream& input) {
   DocumentPtr document = parseSignatureDocument(input);
 
   const DOMElement* root = document->getDocumentElement();
-  expect(root, u"Signature");
-  allowAttributes(root, {u"Id"});
-  if (countPackageObjects(root) != 1) malformed("there must be exactly one package object");
+  const std::vector<DOMElement*> top = childrenOf(root, u"Signature", {u"Id"});
+  std::vector<const DOMElement*> objects;
+  packageObjects(root, objects);
+  if (objects.size() != 1) malformed("there must be exactly one package object");
 
   ParsedSignature parsed;
-  const std::vector<DOMElement*> top = elementsOf(root);
-  const bool hasKeyInfo = top.size() == 4;
   if (top.size() != 3 && top.size() != 4) malformed("unexpected elements in <Signature>");
-  expect(top[0], u"SignedInfo");
+  const DOMElement* signedInfo = top[0];
+  const std::vector<DOMElement*> info = childrenOf(signedInfo, u"SignedInfo");
   expect(top[1], u"SignatureValue");
-  if (hasKeyInfo) {
+  if (top.size() == 4) {
     expect(top[2], u"KeyInfo");
     const DOMElement* x509 = XercesHelper::getElementNS(top[2], kDsigNs, u"X509Data");
     for (const DOMElement* e : XercesHelper::getElementsNS(x509, kDsigNs, u"X509Certificate")) {
@@ -426,31 +381,16 @@ ParsedSignature readSignature(opc::InputStream& input) {
     }
   }
   const DOMElement* object = top.back();
-  expect(object, u"Object");
-  const DOMElement* signedInfo = top[0];
-  allowAttributes(signedInfo, {});
-  const std::vector<DOMElement*> info = elementsOf(signedInfo);
+  const std::vector<DOMElement*> objectContent = childrenOf(object, u"Object", {u"Id"});
   if (info.size() != 3) malformed("SignedInfo must hold exactly one reference");
-  expect(info[0], u"CanonicalizationMethod");
-  allowAttributes(info[0], {u"Algorithm"});
-  expectEmpty(info[0]);
-  if (attribute(info[0], u"Algorithm") != kC14n) malformed("unsupported canonicalization method");
-  expect(info[1], u"SignatureMethod");
-  allowAttributes(info[1], {u"Algorithm"});
-  expectEmpty(info[1]);
-  const ustring signatureMethod = attribute(info[1], u"Algorithm");
-  bool knownMethod = false;
-  for (const auto& a : kSignatures) {
-    if (signatureMethod == a.uri) {
-      parsed.content.signatureMethod = a.method;
-      knownMethod = true;
-    }
+  if (emptyWith(info[0], u"CanonicalizationMethod", u"Algorithm") != kC14n) {
+    malformed("unsupported canonicalization method");
   }
-  if (!knownMethod) malformed("unsupported signature method " + opc::detail::narrow(signatureMethod));
+  parsed.content.signatureMethod =
+      methodOf(kSignatures, emptyWith(info[1], u"SignatureMethod", u"Algorithm"), "signature method");
 
   const DOMElement* reference = info[2];
-  expect(reference, u"Reference");
-  allowAttributes(reference, {u"URI", u"Type"});
+  const std::vector<DOMElement*> digest = childrenOf(reference, u"Reference", {u"URI", u"Type"});
   if (attribute(reference, u"URI") != u"#" + ustring(kPackageObjectId)) {
     malformed("SignedInfo must reference the package object");
   }
@@ -458,21 +398,12 @@ ParsedSignature readSignature(opc::InputStream& input) {
   if (XercesHelper::getElementAttribute(reference, u"Type", type) && type != kObjectType) {
     malformed("the package object reference has the wrong type");
   }
-  const std::vector<DOMElement*> digest = elementsOf(reference);
-  if (digest.size() != 2) malformed("the package object reference must hold DigestMethod and DigestValue only");
-  parsed.content.objectDigestMethod = readDigestMethod(digest[0]);
-  parsed.objectDigest = readDigestValue(digest[1], parsed.content.objectDigestMethod);
-
-  allowAttributes(top[1], {});
+  std::tie(parsed.content.objectDigestMethod, parsed.objectDigest) = readDigest(digest, 0);
   parsed.signatureValue = base64Of(top[1]);
 
-  allowAttributes(object, {u"Id"});
   if (attribute(object, u"Id") != kPackageObjectId) malformed("the Object is not the package object");
-  const std::vector<DOMElement*> objectContent = elementsOf(object);
   if (objectContent.empty() || objectContent.size() > 2) malformed("unexpected content in the package object");
-  expect(objectContent[0], u"Manifest");
-  allowAttributes(objectContent[0], {});
-  const std::vector<DOMElement*> references = elementsOf(objectContent[0]);
+  const std::vector<DOMElement*> references = childrenOf(objectContent[0], u"Manifest");
   if (references.empty()) malformed("the manifest is empty");
   for (const DOMElement* e : references) {
     ManifestReference ref = readManifestReference(e);
@@ -481,10 +412,7 @@ ParsedSignature readSignature(opc::InputStream& input) {
     }
     parsed.content.references.push_back(std::move(ref));
   }
-  if (objectContent.size() == 2) {
-    expect(objectContent[1], u"SignatureProperties");
-    parsed.content.signingTime = readSigningTime(objectContent[1]);
-  }
+  if (objectContent.size() == 2) parsed.content.signingTime = readSigningTime(objectContent[1]);
 
   parsed.canonicalSignedInfo = canonicalize(document.get(), signedInfo);
   parsed.canonicalObject = canonicalize(document.get(), object);
@@ -493,8 +421,10 @@ ParsedSignature readSignature(opc::InputStream& input) {
 
 SignatureContent readSignatureScope(opc::InputStream& input) {
   const DocumentPtr document = parseSignatureDocument(input);
-  const DOMElement* object = findPackageObject(document->getDocumentElement());
-  if (object == nullptr) malformed("the signature has no package object");
+  std::vector<const DOMElement*> objects;
+  packageObjects(document->getDocumentElement(), objects);
+  if (objects.empty()) malformed("the signature has no package object");
+  const DOMElement* object = objects.front();
   SignatureContent content;
   const DOMElement* manifest = XercesHelper::getElementNS(object, kDsigNs, u"Manifest");
   for (const DOMElement* e : XercesHelper::getElementsNS(manifest, kDsigNs, u"Reference")) {

@@ -27,6 +27,7 @@
 
 #include "foundation/crypto.h"
 #include "foundation/ustring.h"
+#include "opc/detail/content_sources.h"
 #include "opc/exception.h"
 #include "opc/model/part_name.h"
 #include "opc/signature/signature_crypto.h"
@@ -72,16 +73,7 @@ struct ParsedSignature {
   Bytes canonicalObject;       // what the object digest covers
 };
 
-// Reads bytes that outlive it.
-class BytesInputStream : public opc::InputStream {
- public:
-  explicit BytesInputStream(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
-  [[nodiscard]] std::size_t read(std::uint8_t* buffer, std::size_t size) override;
-
- private:
-  std::span<const std::uint8_t> bytes_;
-  std::size_t position_ = 0;
-};
+using opc::detail::BytesInputStream;
 
 // Builds the signature: the object digest and the signature value are computed here, the latter by
 // `sign` over the canonical SignedInfo. Returns the part's bytes (UTF-8 XML). KeyInfo holds `keyValue`

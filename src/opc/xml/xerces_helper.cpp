@@ -22,6 +22,7 @@
 #include <xercesc/util/XMLUni.hpp>
 
 #include "foundation/i18n.h"
+#include "opc/detail/text.h"
 #include "opc/exception.h"
 #include "opc/streams.h"
 
@@ -31,21 +32,16 @@ using namespace xercesc;
 
 namespace {
 
-// Xerces messages are plain text; a lone surrogate in one must not turn an error into another error.
-std::string narrow(const XMLCh* text) {
-  if (text == nullptr) return {};
-  try {
-    return fl::i18n::to_utf8(ustring_view(text));
-  } catch (const fl::i18n::conversion_error&) {
-    return "(unprintable text)";
-  }
-}
+// Xerces' text for messages (null gives ""); never throws.
+std::string narrow(const XMLCh* text) { return text == nullptr ? std::string() : opc::detail::narrow(text); }
 
 std::string codePointName(char32_t c) {
   char buffer[16];
   std::snprintf(buffer, sizeof buffer, "U+%04X", static_cast<unsigned>(c));
   return buffer;
 }
+
+}  // namespace
 
 // XML 1.0 Char production over UTF-16.
 void requireXmlText(ustring_view text, const char* what) {
@@ -64,8 +60,21 @@ void requireXmlText(ustring_view text, const char* what) {
   }
 }
 
-[[noreturn]] void rethrowDom(const DOMException& e, const std::string& doing) {
-  throw opc::Exception("XML DOM error " + doing + ": " + narrow(e.getMessage()));
+bool isXmlWhiteSpace(const XMLCh* text) {
+  return XMLChar1_0::isAllSpaces(text, XMLString::stringLen(text));
+}
+
+namespace {
+
+// Runs one DOM call; its DOMException becomes opc::Exception "XML DOM error <doing> '<name>': ...".
+template <class Call>
+auto domCall(const char* doing, const XMLCh* name, Call call) {
+  try {
+    return call();
+  } catch (const DOMException& e) {
+    throw opc::Exception(std::string("XML DOM error ") + doing + (name != nullptr ? " '" + narrow(name) + "'" : "") +
+                         ": " + narrow(e.getMessage()));
+  }
 }
 
 const XMLCh* nsOrNull(const XercesString& ns) { return ns.empty() ? nullptr : ns.c_str(); }
@@ -89,6 +98,22 @@ void forEachChildElement(const DOMElement* parent, const XMLCh* ns, const Xerces
   }
 }
 
+// Runs a Xerces call and returns the message of the Xerces exception it threw, "" when none; running
+// out of memory is std::bad_alloc.
+template <class Call>
+std::string xercesFailure(Call call) {
+  try {
+    call();
+  } catch (const XMLException& e) {
+    return narrow(e.getMessage());
+  } catch (const DOMException& e) {  // DOMLSException too
+    return narrow(e.getMessage());
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
+  }
+  return {};
+}
+
 DOMImplementation* implementation() {
   static const XMLCh features[] = u"LS";
   DOMImplementation* impl = DOMImplementationRegistry::getDOMImplementation(features);
@@ -98,10 +123,12 @@ DOMImplementation* implementation() {
 
 // ---- parsing ----------------------------------------------------------------------------------
 
-// What one parse observed; checked after Xerces returns so that nothing but Xerces' own exceptions
-// ever crosses Xerces' stack frames.
-struct ParseState {
-  explicit ParseState(const ParseLimits& bounds) : limits(bounds) {}
+// Watches one parse: it bounds what the parse consumes, records the first error and refuses every
+// external resource. What it observed is checked after Xerces returns (throwIfFailed), so that
+// nothing but Xerces' own exceptions ever crosses Xerces' stack frames. Installed on the parser for
+// its lifetime only: the parser may be reused.
+class ParseWatch : public DOMLSParserFilter, public DOMErrorHandler, public DOMLSResourceResolver {
+ public:
   const ParseLimits& limits;
   std::uint64_t bytes = 0;
   std::uint64_t nodes = 0;
@@ -111,11 +138,74 @@ struct ParseState {
   std::string refusedResource;
   std::string firstError;
   std::string head;  // the first bytes read, to name a refused DOCTYPE in the message
+
+  ParseWatch(DOMLSParser* parser, const ParseLimits& bounds) : limits(bounds), parser_(parser) {
+    parser->setFilter(this);
+    parser->getDomConfig()->setParameter(XMLUni::fgDOMErrorHandler, static_cast<DOMErrorHandler*>(this));
+    parser->getDomConfig()->setParameter(XMLUni::fgDOMResourceResolver, static_cast<DOMLSResourceResolver*>(this));
+  }
+  ~ParseWatch() override {
+    parser_->setFilter(nullptr);
+    parser_->getDomConfig()->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
+    parser_->getDomConfig()->setParameter(XMLUni::fgDOMResourceResolver, static_cast<const void*>(nullptr));
+  }
+  ParseWatch(const ParseWatch&) = delete;
+  ParseWatch& operator=(const ParseWatch&) = delete;
+
+  FilterAction startElement(DOMElement* element) override {
+    ++depth;
+    nodes += 1 + element->getAttributes()->getLength();
+    if (depth > limits.maxDepth) {
+      limitExceeded = "elements nest deeper than " + std::to_string(limits.maxDepth);
+      return FILTER_INTERRUPT;
+    }
+    return checkNodes();
+  }
+
+  FilterAction acceptNode(DOMNode* node) override {
+    if (node->getNodeType() == DOMNode::ELEMENT_NODE) {
+      --depth;
+      return FILTER_ACCEPT;
+    }
+    ++nodes;
+    return checkNodes();
+  }
+
+  DOMNodeFilter::ShowType getWhatToShow() const override { return DOMNodeFilter::SHOW_ALL; }
+
+  bool handleError(const DOMError& error) override {
+    if (error.getSeverity() == DOMError::DOM_SEVERITY_WARNING) return true;
+    if (firstError.empty()) {
+      std::string where;
+      if (const DOMLocator* at = error.getLocation(); at != nullptr && at->getLineNumber() > 0) {
+        where = "line " + std::to_string(at->getLineNumber()) + ", column " +
+                std::to_string(at->getColumnNumber()) + ": ";
+      }
+      firstError = where + narrow(error.getMessage());
+    }
+    return false;
+  }
+
+  DOMLSInput* resolveResource(const XMLCh*, const XMLCh*, const XMLCh* publicId, const XMLCh* systemId,
+                              const XMLCh*) override {
+    if (refusedResource.empty()) refusedResource = narrow(systemId != nullptr ? systemId : publicId);
+    static const XMLByte nothing[] = {0};
+    return new Wrapper4InputSource(new MemBufInputSource(nothing, 0, systemId != nullptr ? systemId : u""));
+  }
+
+ private:
+  FilterAction checkNodes() {
+    if (nodes <= limits.maxNodes) return FILTER_ACCEPT;
+    limitExceeded = "the document has more than " + std::to_string(limits.maxNodes) + " nodes";
+    return FILTER_INTERRUPT;
+  }
+
+  DOMLSParser* parser_;
 };
 
 class LimitedBinInputStream : public BinInputStream {
  public:
-  LimitedBinInputStream(opc::InputStream& stream, ParseState& state) : stream_(stream), state_(state) {}
+  LimitedBinInputStream(opc::InputStream& stream, ParseWatch& state) : stream_(stream), state_(state) {}
 
   XMLFilePos curPos() const override { return state_.bytes; }
   const XMLCh* getContentType() const override { return nullptr; }
@@ -144,113 +234,17 @@ class LimitedBinInputStream : public BinInputStream {
   static constexpr std::size_t kHead = 4096;
 
   opc::InputStream& stream_;
-  ParseState& state_;
+  ParseWatch& state_;
 };
 
 class StreamInputSource : public InputSource {
  public:
-  StreamInputSource(opc::InputStream& stream, ParseState& state) : stream_(stream), state_(state) {}
+  StreamInputSource(opc::InputStream& stream, ParseWatch& state) : stream_(stream), state_(state) {}
   BinInputStream* makeStream() const override { return new LimitedBinInputStream(stream_, state_); }
 
  private:
   opc::InputStream& stream_;
-  ParseState& state_;
-};
-
-class LimitFilter : public DOMLSParserFilter {
- public:
-  explicit LimitFilter(ParseState& state) : state_(state) {}
-
-  FilterAction startElement(DOMElement* element) override {
-    ++state_.depth;
-    state_.nodes += 1 + element->getAttributes()->getLength();
-    if (state_.depth > state_.limits.maxDepth) {
-      state_.limitExceeded = "elements nest deeper than " + std::to_string(state_.limits.maxDepth);
-      return FILTER_INTERRUPT;
-    }
-    return checkNodes();
-  }
-
-  FilterAction acceptNode(DOMNode* node) override {
-    if (node->getNodeType() == DOMNode::ELEMENT_NODE) {
-      --state_.depth;
-      return FILTER_ACCEPT;
-    }
-    ++state_.nodes;
-    return checkNodes();
-  }
-
-  DOMNodeFilter::ShowType getWhatToShow() const override { return DOMNodeFilter::SHOW_ALL; }
-
- private:
-  FilterAction checkNodes() {
-    if (state_.nodes <= state_.limits.maxNodes) return FILTER_ACCEPT;
-    state_.limitExceeded = "the document has more than " + std::to_string(state_.limits.maxNodes) + " nodes";
-    return FILTER_INTERRUPT;
-  }
-
-  ParseState& state_;
-};
-
-class RecordingErrorHandler : public DOMErrorHandler {
- public:
-  explicit RecordingErrorHandler(ParseState& state) : state_(state) {}
-
-  bool handleError(const DOMError& error) override {
-    if (error.getSeverity() == DOMError::DOM_SEVERITY_WARNING) return true;
-    if (state_.firstError.empty()) {
-      std::string where;
-      if (const DOMLocator* at = error.getLocation(); at != nullptr && at->getLineNumber() > 0) {
-        where = "line " + std::to_string(at->getLineNumber()) + ", column " +
-                std::to_string(at->getColumnNumber()) + ": ";
-      }
-      state_.firstError = where + narrow(error.getMessage());
-    }
-    return false;
-  }
-
- private:
-  ParseState& state_;
-};
-
-// Refuses every external resource: a document may pull in nothing.
-class RefusingResolver : public DOMLSResourceResolver {
- public:
-  explicit RefusingResolver(ParseState& state) : state_(state) {}
-
-  DOMLSInput* resolveResource(const XMLCh*, const XMLCh*, const XMLCh* publicId, const XMLCh* systemId,
-                              const XMLCh*) override {
-    if (state_.refusedResource.empty()) state_.refusedResource = narrow(systemId != nullptr ? systemId : publicId);
-    static const XMLByte nothing[] = {0};
-    return new Wrapper4InputSource(new MemBufInputSource(nothing, 0, systemId != nullptr ? systemId : u""));
-  }
-
- private:
-  ParseState& state_;
-};
-
-// Parameters that a parse sets and that must not outlive it: the parser may be reused.
-class ParseScope {
- public:
-  ParseScope(DOMLSParser* parser, DOMLSParserFilter* filter, DOMErrorHandler* errors,
-             DOMLSResourceResolver* resolver)
-      : parser_(parser) {
-    DOMConfiguration* config = parser->getDomConfig();
-    parser->setFilter(filter);
-    config->setParameter(XMLUni::fgDOMErrorHandler, errors);
-    config->setParameter(XMLUni::fgDOMResourceResolver, resolver);
-  }
-  ~ParseScope() {
-    DOMConfiguration* config = parser_->getDomConfig();
-    parser_->setFilter(nullptr);
-    config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
-    config->setParameter(XMLUni::fgDOMResourceResolver, static_cast<const void*>(nullptr));
-  }
-  ParseScope(const ParseScope&) = delete;
-  ParseScope& operator=(const ParseScope&) = delete;
-
- private:
-  DOMLSParser* parser_;
+  ParseWatch& state_;
 };
 
 // Whether a DOCTYPE opens the document (before its first element), in an ASCII-compatible encoding.
@@ -264,7 +258,7 @@ bool hasDoctype(std::string_view head) {
   return doctype != std::string_view::npos && doctype < root;
 }
 
-void throwIfFailed(const ParseState& state) {
+void throwIfFailed(const ParseWatch& state) {
   if (state.streamError) std::rethrow_exception(state.streamError);
   if (!state.limitExceeded.empty()) throw opc::Exception("XML refused: " + state.limitExceeded);
   if (!state.refusedResource.empty()) {
@@ -340,7 +334,7 @@ bool hasMixedContent(const DOMNode* root) {
           break;
         case DOMNode::TEXT_NODE:
         case DOMNode::CDATA_SECTION_NODE:
-          text = text || !XMLChar1_0::isAllSpaces(child->getNodeValue(), XMLString::stringLen(child->getNodeValue()));
+          text = text || !isXmlWhiteSpace(child->getNodeValue());
           break;
         default:
           break;
@@ -409,80 +403,55 @@ XercesGuard::~XercesGuard() {
 DOMElement* XercesHelper::appendElementNS(DOMDocument* document, const XercesString& ns,
                                           const XercesString& name) {
   if (document == nullptr) throw std::invalid_argument("appendElementNS: null document");
-  try {
-    DOMElement* element = document->createElementNS(nsOrNull(ns), name);
-    document->appendChild(element);
-    return element;
-  } catch (const DOMException& e) {
-    rethrowDom(e, "appending document element '" + narrow(name) + "'");
-  }
+  return domCall("appending document element", name, [&] {
+    return static_cast<DOMElement*>(document->appendChild(document->createElementNS(nsOrNull(ns), name)));
+  });
 }
 
 DOMElement* XercesHelper::appendElementNS(DOMElement* parent, const XercesString& ns,
                                           const XercesString& name) {
   if (parent == nullptr) throw std::invalid_argument("appendElementNS: null parent element");
-  try {
-    DOMElement* element = parent->getOwnerDocument()->createElementNS(nsOrNull(ns), name);
-    parent->appendChild(element);
-    return element;
-  } catch (const DOMException& e) {
-    rethrowDom(e, "appending element '" + narrow(name) + "'");
-  }
+  return domCall("appending element", name, [&] {
+    return static_cast<DOMElement*>(parent->appendChild(parent->getOwnerDocument()->createElementNS(nsOrNull(ns), name)));
+  });
 }
 
 void XercesHelper::setElementText(DOMElement* element, const ustring& text) {
   if (element == nullptr) throw std::invalid_argument("setElementText: null element");
   requireXmlText(text, "element text");
-  try {
-    element->setTextContent(text.c_str());
-  } catch (const DOMException& e) {
-    rethrowDom(e, "setting element text");
-  }
+  domCall("setting element text", nullptr, [&] { element->setTextContent(text.c_str()); });
 }
 
 void XercesHelper::setElementAttribute(DOMElement* element, const XercesString& name,
                                        const ustring& value) {
-  if (element == nullptr) throw std::invalid_argument("setElementAttribute: null element");
-  requireXmlText(value, "attribute value");
-  try {
-    element->setAttributeNS(nullptr, name, value.c_str());
-  } catch (const DOMException& e) {
-    rethrowDom(e, "setting attribute '" + narrow(name) + "'");
-  }
+  setElementAttributeNS(element, XercesString(), name, value);
 }
 
 void XercesHelper::setElementAttributeNS(DOMElement* element, const XercesString& ns,
                                          const XercesString& qualifiedName, const ustring& value) {
-  if (element == nullptr) throw std::invalid_argument("setElementAttributeNS: null element");
+  if (element == nullptr) throw std::invalid_argument("setElementAttribute: null element");
   requireXmlText(value, "attribute value");
-  try {
-    element->setAttributeNS(nsOrNull(ns), qualifiedName, value.c_str());
-  } catch (const DOMException& e) {
-    rethrowDom(e, "setting attribute '" + narrow(qualifiedName) + "'");
-  }
+  domCall("setting attribute", qualifiedName, [&] { element->setAttributeNS(nsOrNull(ns), qualifiedName, value.c_str()); });
 }
 
 void XercesHelper::declareNamespace(DOMElement* element, const XercesString& prefix,
                                     const XercesString& ns) {
   if (element == nullptr) throw std::invalid_argument("declareNamespace: null element");
   const ustring qualified = prefix.empty() ? ustring(u"xmlns") : u"xmlns:" + prefix.str();
-  try {
-    element->setAttributeNS(XMLUni::fgXMLNSURIName, qualified.c_str(), ns);
-  } catch (const DOMException& e) {
-    rethrowDom(e, "declaring namespace prefix '" + narrow(prefix) + "'");
-  }
+  domCall("declaring namespace prefix", prefix,
+          [&] { element->setAttributeNS(XMLUni::fgXMLNSURIName, qualified.c_str(), ns); });
 }
 
 // ---- XercesHelper: reading --------------------------------------------------------------------
 
 DOMElement* XercesHelper::getElement(const DOMElement* parent, const XercesString& name) {
   return parent == nullptr ? nullptr
-                           : getElementNS(parent, XercesString::copyOf(parent->getNamespaceURI()), name);
+                           : getElementNS(parent, XercesString(parent->getNamespaceURI()), name);
 }
 
 std::vector<DOMElement*> XercesHelper::getElements(const DOMElement* parent, const XercesString& name) {
   if (parent == nullptr) return {};
-  return getElementsNS(parent, XercesString::copyOf(parent->getNamespaceURI()), name);
+  return getElementsNS(parent, XercesString(parent->getNamespaceURI()), name);
 }
 
 DOMElement* XercesHelper::getElementNS(const DOMElement* parent, const XercesString& ns,
@@ -550,11 +519,7 @@ ParserPtr XercesHelper::createParser() {
 }
 
 DocumentPtr XercesHelper::createDocument() {
-  try {
-    return DocumentPtr(implementation()->createDocument());
-  } catch (const DOMException& e) {
-    rethrowDom(e, "creating a document");
-  }
+  return domCall("creating a document", nullptr, [] { return DocumentPtr(implementation()->createDocument()); });
 }
 
 // ---- XercesHelper: reading and writing streams ------------------------------------------------
@@ -566,28 +531,15 @@ DocumentPtr XercesHelper::readDocumentFromStream(DOMLSParser* parser, opc::Input
   if (validate || !schemaLocation.empty()) {
     throw std::invalid_argument("readDocumentFromStream: schema validation is not offered");
   }
-  ParseState state(limits);
-  LimitFilter filter(state);
-  RecordingErrorHandler errors(state);
-  RefusingResolver resolver(state);
-  ParseScope scope(parser, &filter, &errors, &resolver);
+  ParseWatch state(parser, limits);
 
   DocumentPtr document;
-  try {
+  const std::string thrown = xercesFailure([&] {
     StreamInputSource source(stream, state);
     Wrapper4InputSource input(&source, false);
     document.reset(parser->parse(&input));
-  } catch (const opc::Exception&) {
-    throw;
-  } catch (const XMLException& e) {
-    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
-  } catch (const DOMLSException& e) {
-    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
-  } catch (const DOMException& e) {
-    if (state.firstError.empty()) state.firstError = narrow(e.getMessage());
-  } catch (const OutOfMemoryException&) {
-    throw std::bad_alloc();
-  }
+  });
+  if (state.firstError.empty()) state.firstError = thrown;
   throwIfFailed(state);
   if (document == nullptr || document->getDocumentElement() == nullptr) {
     throw opc::Exception("malformed XML: no document element");
@@ -629,18 +581,7 @@ void XercesHelper::writeDocumentToStream(DOMLSSerializer* writer, const DOMDocum
   if (keepLayout) config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, false);
   config->setParameter(XMLUni::fgDOMErrorHandler, &errors);
   bool written = false;
-  std::string thrown;
-  try {
-    written = writer->write(document, output.get());
-  } catch (const XMLException& e) {
-    thrown = narrow(e.getMessage());
-  } catch (const DOMLSException& e) {
-    thrown = narrow(e.getMessage());
-  } catch (const DOMException& e) {
-    thrown = narrow(e.getMessage());
-  } catch (const OutOfMemoryException&) {
-    throw std::bad_alloc();
-  }
+  const std::string thrown = xercesFailure([&] { written = writer->write(document, output.get()); });
   target.finish();
   if (!thrown.empty()) throw opc::Exception("XML serializer failed: " + thrown);
   if (!written) {

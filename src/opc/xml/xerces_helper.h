@@ -46,13 +46,11 @@ class XercesString {
   XercesString() = default;
   XercesString(ustring text) : text_(std::move(text)) {}                       // NOLINT
   XercesString(const XMLCh* text) : text_(text == nullptr ? u"" : text) {}     // NOLINT
-  [[nodiscard]] static XercesString copyOf(const XMLCh* text) { return XercesString(text); }
 
   [[nodiscard]] const XMLCh* c_str() const noexcept { return text_.c_str(); }
   operator const XMLCh*() const noexcept { return c_str(); }  // NOLINT: passes straight to Xerces
   [[nodiscard]] ustring_view view() const noexcept { return text_; }
   [[nodiscard]] const ustring& str() const noexcept { return text_; }
-  [[nodiscard]] std::size_t size() const noexcept { return text_.size(); }
   [[nodiscard]] bool empty() const noexcept { return text_.empty(); }
   // Xerces' text as a ustring; null gives the empty string.
   [[nodiscard]] static ustring toUString(const XMLCh* text) { return text == nullptr ? ustring() : ustring(text); }
@@ -61,6 +59,12 @@ class XercesString {
  private:
   ustring text_;
 };
+
+// Throws opc::Exception naming `what` when `text` holds a character that XML 1.0 cannot carry (most
+// C0 controls, U+FFFE/U+FFFF, an unpaired surrogate).
+void requireXmlText(ustring_view text, const char* what);
+// True when `text` is only XML white space (space, tab, CR, LF).
+[[nodiscard]] bool isXmlWhiteSpace(const XMLCh* text);
 
 // Releases a Xerces object (document, parser, serializer, LS input/output) through its release().
 struct XercesDeleter {

@@ -137,12 +137,10 @@ PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, detail
     std::uint64_t task = 0;
   };
   struct Shared {  // what the tasks use, kept alive by each of them
-    std::string entry;
     int level = kDeflateLevel;
     std::vector<Compressor> compressors;  // a worker's, made on its first piece
   };
   const auto shared = std::make_shared<Shared>();
-  shared->entry = entry;
   shared->compressors.resize(work.slots());
   std::deque<std::shared_ptr<Piece>> flight;  // submitted, in order
   std::vector<std::shared_ptr<Piece>> spare;
@@ -171,18 +169,14 @@ PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, detail
     if (!end && filled < kPieceSize) throw Exception("the content shrank below the size it had when added");
     // The level rests on the entry's first bytes, so that the stream does not depend on the workers.
     if (result.size == filled) shared->level = pieceLevel(piece->input.data(), filled);
-    piece->task = work.submit([shared, piece, end](unsigned worker) {
-      try {
-        Compressor& compressor = shared->compressors[worker];
-        if (!compressor) compressor = makeCompressor(shared->level);
-        // Cold: libdeflate takes no preset dictionary, and what a piece loses for it is small next
-        // to what libdeflate gains over zlib in speed and size.
-        deflateInto(compressor.get(), piece->input.data(), piece->input.size(), piece->output);
-        if (!end) unfinishStream(piece->output);
-      } catch (const std::exception& e) {
-        throw EntryError("entry '" + shared->entry + "': " + e.what());
-      }
-    }, true);
+    piece->task = work.submit(namingEntry(std::string(entry), [shared, piece, end](unsigned worker) {
+      Compressor& compressor = shared->compressors[worker];
+      if (!compressor) compressor = makeCompressor(shared->level);
+      // Cold: libdeflate takes no preset dictionary, and what a piece loses for it is small next
+      // to what libdeflate gains over zlib in speed and size.
+      deflateInto(compressor.get(), piece->input.data(), piece->input.size(), piece->output);
+      if (!end) unfinishStream(piece->output);
+    }), true);
     flight.push_back(std::move(piece));
     if (flight.size() >= work.slots()) writeOldest();
   }

@@ -14,27 +14,37 @@ struct libdeflate_compressor;
 
 namespace opc::zippackage {
 
-// The deflate level of the pieces of large entries: libdeflate's level 5 costs a quarter less CPU
-// than its own level 6 for a size within 1% of it.
+// The deflate level of the pieces of large entries.
 constexpr int kDeflateLevel = 5;
 // Entries deflated whole (up to kWholeEntryLimit) run on the workers while the writer is busy with the
-// tree's large and stored entries, so they take a stronger level, which packs text as tightly as
-// zlib's default level. (The near-optimal levels would pack small entries tighter still, but each
-// worker's compressor for them holds 8.8 MB, which the 70,000-entry build's 100 MB budget has no room for.)
+// tree's large and stored entries, so they take a stronger level. The near-optimal levels (10 and
+// up) hold too much memory a worker for the 70,000-entry build's 100 MB budget.
 constexpr int kWholeEntryLevel = 7;
 // The level of large entries whose first 64 KiB keep more than three quarters of their size.
 constexpr int kPoorDataLevel = 4;
 // Entries to deflate up to this size are read whole and deflated by one worker ahead of the writing;
 // larger ones stream through the writer, deflated in pieces.
 constexpr std::uint64_t kWholeEntryLimit = 1u << 20;
-// The size of the pieces a large entry is deflated in, each by one worker. Pieces start cold (no
-// preset dictionary); larger ones would gain about 0.1% in size and cost memory on every core.
+// The size of the pieces a large entry is deflated in, each by one worker; pieces start cold (no
+// preset dictionary), so larger ones pack a little tighter and hold more memory on every core.
 constexpr std::size_t kPieceSize = 512u << 10;
 
 // A failure that already names its entry ("entry 'NAME': why"), as the writer's workers throw it.
 struct EntryError : Exception {
   using Exception::Exception;
 };
+
+// `task` as a worker's task whose failure is an EntryError naming `entry`.
+template <class Task>
+[[nodiscard]] auto namingEntry(std::string entry, Task task) {
+  return [entry = std::move(entry), task = std::move(task)](unsigned worker) mutable {
+    try {
+      task(worker);
+    } catch (const std::exception& e) {
+      throw EntryError("entry '" + entry + "': " + e.what());
+    }
+  };
+}
 
 // A libdeflate compressor owned by scope.
 struct CompressorDeleter {

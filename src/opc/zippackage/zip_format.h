@@ -72,9 +72,6 @@ inline constexpr std::uint16_t kFlagUtf8 = 0x0800;
 inline constexpr std::uint16_t kZip64Id = 0x0001;
 inline constexpr std::uint32_t kDefaultExternal = (static_cast<std::uint32_t>(S_IFREG) | 0666u) << 16;
 
-[[nodiscard]] inline std::uint16_t methodOf(Compression compression) {
-  return compression == Compression::Stored ? kMethodStored : kMethodDeflated;
-}
 // The compression a method number stands for; nothing for a method this library does not read.
 [[nodiscard]] inline std::optional<Compression> compressionOf(std::uint16_t method) {
   if (method == kMethodStored) return Compression::Stored;

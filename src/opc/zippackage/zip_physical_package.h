@@ -63,9 +63,7 @@ class ZipPhysicalPackage {
   ZipPhysicalPackage(const ZipPhysicalPackage&) = delete;
   ZipPhysicalPackage& operator=(const ZipPhysicalPackage&) = delete;
 
-  [[nodiscard]] const ustring& getPath() const { return path_; }
   [[nodiscard]] const std::string& getNarrowPath() const { return narrowPath_; }
-  [[nodiscard]] bool isDurable() const { return durable_; }
 
   // Reads the central directory (the entries' data is read only when asked for). Throws
   // model::PackageNotFound for a missing file, opc::Exception for one that is no readable ZIP archive.

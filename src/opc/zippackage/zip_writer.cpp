@@ -44,13 +44,6 @@ constexpr std::size_t kAhead = 512;
 // A worker lets go of buffers grown past this by a large entry: most entries are small.
 constexpr std::size_t kKeptScratch = 256u << 10;
 
-std::string folderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
-}
-
 std::string baseOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
@@ -92,7 +85,7 @@ void removeStaleTemporaries(const std::string& folder, const std::string& base) 
 class Output {
  public:
   Output(std::string finalPath, bool durable) : finalPath_(std::move(finalPath)), durable_(durable) {
-    folder_ = folderOf(finalPath_);
+    folder_ = detail::folderOf(finalPath_);
     fd_ = UniqueFd(::open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
     if (!fd_) {
       if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
@@ -333,20 +326,16 @@ struct ZipWriter::Impl {
     // Held until written: allocated here rather than by a worker, so that results freed here do not
     // leave the workers' heaps in holes.
     e.prepared->compressed.reserve(static_cast<std::size_t>(e.ahead + e.ahead / 16 + 64));
-    e.task = workers().submit([this, name = e.name, source = e.content, prepared = e.prepared](unsigned worker) {
-      try {
-        Scratch& s = scratch[worker];
-        readWhole(*source, kWholeEntryLimit, s.input);
-        prepared->size = s.input.size();
-        prepared->crc = static_cast<std::uint32_t>(libdeflate_crc32(0, s.input.data(), s.input.size()));
-        if (!s.compressor) s.compressor = makeCompressor(kWholeEntryLevel);
-        deflateInto(s.compressor.get(), s.input.data(), s.input.size(), s.output);
-        prepared->compressed.assign(s.output);
-        if (s.input.capacity() > kKeptScratch) s.input = std::string(), s.output = std::string();
-      } catch (const std::exception& e) {
-        throw EntryError("entry '" + name + "': " + e.what());
-      }
-    });
+    e.task = workers().submit(namingEntry(e.name, [this, source = e.content, prepared = e.prepared](unsigned worker) {
+      Scratch& s = scratch[worker];
+      readWhole(*source, kWholeEntryLimit, s.input);
+      prepared->size = s.input.size();
+      prepared->crc = static_cast<std::uint32_t>(libdeflate_crc32(0, s.input.data(), s.input.size()));
+      if (!s.compressor) s.compressor = makeCompressor(kWholeEntryLevel);
+      deflateInto(s.compressor.get(), s.input.data(), s.input.size(), s.output);
+      prepared->compressed.assign(s.output);
+      if (s.input.capacity() > kKeptScratch) s.input = std::string(), s.output = std::string();
+    }));
   }
 
   // The task that tells whether a large entry is worth deflating.
@@ -354,13 +343,9 @@ struct ZipWriter::Impl {
     constexpr std::uint64_t kProbeBytes = 256u << 10;
     e.prepared = std::make_shared<Prepared>();
     e.ahead = kProbeBytes;
-    e.task = workers().submit([name = e.name, source = e.content, prepared = e.prepared](unsigned) {
-      try {
-        prepared->worth = worthDeflating(*source);
-      } catch (const std::exception& e) {
-        throw EntryError("entry '" + name + "': " + e.what());
-      }
-    });
+    e.task = workers().submit(namingEntry(e.name, [source = e.content, prepared = e.prepared](unsigned) {
+      prepared->worth = worthDeflating(*source);
+    }));
   }
 
   // Hands the entries after the ones handed to the workers, while the read-ahead window has room
@@ -522,7 +507,7 @@ ZipWriter::ZipWriter(ZipPhysicalPackage& package) : impl_(std::make_unique<Impl>
     std::free(resolved);
   }
   try {
-    impl_->out.emplace(finalPath, package.isDurable());
+    impl_->out.emplace(finalPath, package.durable_);
     impl_->directory.emplace(impl_->out->folder());
   } catch (const std::exception& e) {
     throw Exception("cannot write package '" + package.getNarrowPath() + "': " + e.what());
