@@ -1,7 +1,9 @@
 #include "opc/kqservices/file_system_names.h"
 
 #include <algorithm>
+#include <optional>
 
+#include "foundation/i18n.h"
 #include "opc/detail/text.h"
 #include "opc/exception.h"
 
@@ -11,7 +13,6 @@ namespace {
 
 using opc::detail::appendPercentEncodedUtf8;
 using opc::detail::equalsIgnoreAsciiCase;
-using opc::detail::fromUtf8;
 using opc::detail::hexValue;
 using opc::detail::isAlpha;
 using opc::detail::isHexDigit;
@@ -106,10 +107,12 @@ bool needsDecoding(ustring_view segment) {
   return std::any_of(segment.begin(), segment.end(), [](char16_t c) { return c == u'%' || c == u':' || c >= 0x80; });
 }
 
-ustring decodeComponent(ustring_view segment) {
-  if (!needsDecoding(segment)) return ustring(segment);  // most segments
-  std::string bytes;
-  bytes.reserve(segment.size());
+void appendDecoded(ustring& out, ustring_view segment, std::string& bytes) {
+  if (!needsDecoding(segment)) {  // most segments
+    out += segment;
+    return;
+  }
+  bytes.clear();
   for (std::size_t i = 0; i < segment.size(); ++i) {
     const char16_t c = segment[i];
     if ((c == u'%' || c == u':') && i + 2 < segment.size() && isHexDigit(segment[i + 1]) &&
@@ -130,15 +133,18 @@ ustring decodeComponent(ustring_view segment) {
       bytes += static_cast<char>(c);
     }
   }
-  if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
-    return ustring(bytes.begin(), bytes.end());  // escapes of ASCII characters need no UTF-8 decoder
-  }
-  // The message names the segment, built only when it is needed.
-  try {
-    return fromUtf8(bytes, "decoded segment");
-  } catch (const Exception& e) {
-    throw Exception("segment '" + narrow(segment) + "': " + e.what());
-  }
+  const std::optional<std::size_t> length = fl::i18n::utf16_length(bytes);
+  if (!length) throw Exception("segment '" + narrow(segment) + "': its escapes are not UTF-8");
+  const std::size_t at = out.size();
+  out.resize(at + *length);
+  fl::i18n::decode_utf8(bytes, out.data() + at);
+}
+
+ustring decodeComponent(ustring_view segment) {
+  ustring out;
+  std::string bytes;
+  appendDecoded(out, segment, bytes);
+  return out;
 }
 
 }  // namespace opc::kqservices::detail
