@@ -118,12 +118,6 @@ PartName PartName::fromZipItemName(std::string_view itemName) {
   return PartName(std::move(name), Checked{});
 }
 
-ustring PartName::getKey() const {
-  ustring key(name_.size(), u'\0');
-  for (std::size_t i = 0; i < name_.size(); ++i) key[i] = asciiLower(static_cast<char16_t>(name_[i]));
-  return key;
-}
-
 bool PartName::operator==(const PartName& other) const {
   return equalsIgnoreAsciiCase(std::string_view(name_), std::string_view(other.name_));
 }
