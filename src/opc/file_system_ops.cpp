@@ -40,7 +40,7 @@ ustring FileSystemOps::getExtension(const ustring& path) const {
   return name.substr(dot + 1);
 }
 
-FileStatus LocalFileSystemOps::status(const ustring& path, bool followLinks) const {
+FileStatus FileSystemOps::status(const ustring& path, bool followLinks) const {
   const std::string p = toPath(path);
   struct stat st {};
   const int rc = followLinks ? ::stat(p.c_str(), &st) : ::lstat(p.c_str(), &st);
@@ -65,7 +65,7 @@ FileStatus LocalFileSystemOps::status(const ustring& path, bool followLinks) con
   return out;
 }
 
-void LocalFileSystemOps::createDirectories(const ustring& path) const {
+void FileSystemOps::createDirectories(const ustring& path) const {
   const std::string p = toPath(path);
   std::size_t pos = 0;
   for (;;) {
@@ -82,17 +82,11 @@ void LocalFileSystemOps::createDirectories(const ustring& path) const {
   }
 }
 
-std::unique_ptr<InputStream> LocalFileSystemOps::openInputStream(const ustring& path) const {
+std::unique_ptr<InputStream> FileSystemOps::openInputStream(const ustring& path) const {
   const std::string p = toPath(path);
   detail::UniqueFd fd(::open(p.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fd) throw Exception(detail::osError("cannot open", p, errno));
   return std::make_unique<detail::FdInputStream>(std::move(fd), p);
-}
-
-FileSystemOpsSelector::FileSystemOpsSelector() : ops_(std::make_shared<LocalFileSystemOps>()) {}
-
-FileSystemOpsSelector::FileSystemOpsSelector(std::shared_ptr<FileSystemOps> ops) : ops_(std::move(ops)) {
-  if (!ops_) throw Exception("FileSystemOpsSelector: no file-system operations given");
 }
 
 }  // namespace opc

@@ -1,6 +1,5 @@
 #pragma once
-// File-system operations behind one interface, so that the managers built on the package model can
-// be tested against a fake file system and run against the local one.
+// The file-system operations the managers built on the package model use.
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -20,13 +19,12 @@ struct FileStatus {
   std::uint32_t mode = 0;      // permission bits (07777)
 };
 
-// Paths are ustring in the host's form (UTF-16; '/' separates components). Errors: every operation
-// that touches the disk throws opc::Exception naming the path and the OS error text, except where a
-// missing file is an answer (status).
+// The operations on the local file system (POSIX; paths are ustring in the host's form, UTF-16 with
+// '/' between components, converted to UTF-8). Errors: every operation that touches the disk throws
+// opc::Exception naming the path and the OS error text, except where a missing file is an answer
+// (status).
 class FileSystemOps {
  public:
-  virtual ~FileSystemOps() = default;
-
   // Pure path text; nothing on disk is consulted.
   // "png" for "/a/shot.png", "" for "/a/README" or "/a/.profile" (a leading dot starts no extension).
   [[nodiscard]] ustring getExtension(const ustring& path) const;
@@ -34,31 +32,21 @@ class FileSystemOps {
   [[nodiscard]] ustring getFilename(const ustring& path) const;
 
   // Does not follow a final symbolic link when `followLinks` is false.
-  [[nodiscard]] virtual FileStatus status(const ustring& path, bool followLinks = true) const = 0;
+  [[nodiscard]] FileStatus status(const ustring& path, bool followLinks = true) const;
   // Creates the folder and its missing parents; an existing folder is no error.
-  virtual void createDirectories(const ustring& path) const = 0;
-  [[nodiscard]] virtual std::unique_ptr<InputStream> openInputStream(const ustring& path) const = 0;
+  void createDirectories(const ustring& path) const;
+  [[nodiscard]] std::unique_ptr<InputStream> openInputStream(const ustring& path) const;
 };
+using LocalFileSystemOps = FileSystemOps;
 
-// The operations on the local file system (POSIX; paths converted to UTF-8).
-class LocalFileSystemOps : public FileSystemOps {
- public:
-  [[nodiscard]] FileStatus status(const ustring& path, bool followLinks = true) const override;
-  void createDirectories(const ustring& path) const override;
-  [[nodiscard]] std::unique_ptr<InputStream> openInputStream(const ustring& path) const override;
-};
-
-// Chooses the file-system operations a manager works with. Default-constructed it selects the local
-// file system; tests pass their own. Holds a shared handle: whoever takes get() keeps the operations
-// alive after the selector is gone.
+// Selects the file-system operations a manager works with: the local file system. Holds a shared
+// handle: whoever takes get() keeps the operations alive after the selector is gone.
 class FileSystemOpsSelector {
  public:
-  FileSystemOpsSelector();
-  explicit FileSystemOpsSelector(std::shared_ptr<FileSystemOps> ops);
   [[nodiscard]] const std::shared_ptr<FileSystemOps>& get() const { return ops_; }
 
  private:
-  std::shared_ptr<FileSystemOps> ops_;
+  std::shared_ptr<FileSystemOps> ops_ = std::make_shared<FileSystemOps>();
 };
 
 }  // namespace opc

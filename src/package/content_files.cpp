@@ -28,6 +28,7 @@ void AddonPackage::addFolders(const std::vector<ustring>& folders) {
 
 std::vector<ustring> AddonPackage::getFileList() {
   std::vector<ustring> files;
+  files.reserve(package_.getPartCount());  // every file and every empty folder is a part
   for (fs::FileSystemEntry& child : fileSystem_.getChildren(fileSystem_.getRoot())) {
     if (child.isFile()) {
       files.push_back(std::move(child).getPathName());

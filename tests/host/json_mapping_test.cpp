@@ -19,7 +19,7 @@ struct Trip {
 
 const Trip trips[] = {
     // text: plain for a row of valid UTF-16, typed otherwise
-    {R"("abc")"}, {"\"gr\u00fc\u00dfe \U0001D11E\""}, {R"("\u0000\b\t\n\f\r\u001f\u007f\"\\/")"},
+    {R"("abc")"}, {"\"gr\u00fc\u00dfe \U0001D11E\""}, {R"("\u0000\b\t\n\f\r\u001f\u007f\"\\/")"}, {R"("abcd\"efgh\\ijkl\u0001mnop")"},
     {R"({"$class":"char","$dims":[0,0],"$data":""})"}, {R"({"$class":"char","$dims":[2,3],"$data":"adbecf"})"},
     {R"({"$class":"char","$dims":[1,2],"$data":[97,55296]})"}, {R"({"$class":"char","$data":[104,56320]})", R"({"$class":"char","$dims":[1,2],"$data":[104,56320]})"},
     {R"({"$class":"char","$data":"ab"})", R"("ab")"},

@@ -13,7 +13,7 @@
 //   {"$class": "object", "$className": "Name", "$dims": [...], "$fields": [...], "$data": [...]}
 // "$data" runs in column-major order; floating-point elements are numbers or "NaN", "Inf", "-Inf".
 // "$dims" defaults to [1, number of "$data" elements]. fromArray writes the plain form whenever one
-// exists, so its output fed to toArray gives an equal array (see arraysEqual).
+// exists, so its output fed to toOwnedArray gives an equal array (see arraysEqual).
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -25,9 +25,8 @@ namespace zvhost::json {
 
 using Json = nlohmann::ordered_json;
 
-// A new array; the caller owns it. Throws std::invalid_argument naming the JSON pointer of the
+// A new array, owned by the result. Throws std::invalid_argument naming the JSON pointer of the
 // offending value; nothing is leaked. Host errors raised while creating arrays pass through unchanged.
-[[nodiscard]] qxArray* toArray(const Json& value);
 [[nodiscard]] matrix::unique_qxarray_ptr toOwnedArray(const Json& value);
 
 // a is borrowed; null (an unset field or cell) gives null. Throws std::invalid_argument for classes

@@ -337,8 +337,6 @@ unique_qxarray_ptr convert(const Json& j, const Path& at, int depth) {
 
 }  // namespace
 
-qxArray* toArray(const Json& value) { return toOwnedArray(value).release(); }
-
 matrix::unique_qxarray_ptr toOwnedArray(const Json& value) {
   return convert(value, Path{}, 0);
 }

@@ -33,6 +33,8 @@ constexpr char16_t kXmlNs[] = u"http://www.w3.org/XML/1998/namespace";
 constexpr char16_t kXmlnsNs[] = u"http://www.w3.org/2000/xmlns/";
 constexpr char16_t kMarkupCompatibilityNs[] = u"http://schemas.openxmlformats.org/markup-compatibility/2006";
 
+constexpr char16_t kPackagePropertiesContentType[] = u"application/vnd.kestrelon.opc.package-properties+xml";
+constexpr char16_t kPackagePropertiesNs[] = u"http://schemas.kestrelon.com/opc/2026/package-properties";
 constexpr char16_t kCorePartName[] = u"/docProps/core.xml";
 constexpr char16_t kPackagePartName[] = u"/docProps/package.xml";
 
@@ -352,7 +354,7 @@ void CorePropertiesManager::readPackagePropertiesDocument(const DOMDocument& doc
                                                           CoreProperties& properties) {
   const DOMElement* root = document.getDocumentElement();
   if (view(root->getLocalName()) != u"packageProperties" ||
-      view(root->getNamespaceURI()) != getPackagePropertiesNamespace()) {
+      view(root->getNamespaceURI()) != kPackagePropertiesNs) {
     throw opc::Exception("package properties part: the document element is " + qualifiedName(root) +
                          ", not packageProperties");
   }
@@ -420,7 +422,7 @@ model::DocumentPtr CorePropertiesManager::buildPackagePropertiesDocument(const C
 
   model::DocumentPtr document = XercesHelper::createDocument();
   document->setXmlStandalone(true);
-  const XercesString ns(getPackagePropertiesNamespace());
+  const XercesString ns(kPackagePropertiesNs);
   DOMElement* root = XercesHelper::appendElementNS(document.get(), ns, u"packageProperties");
   if (const auto& value = properties.getContentType()) {
     XercesHelper::setElementText(XercesHelper::appendElementNS(root, ns, u"contentType"), *value);
@@ -440,16 +442,6 @@ model::DocumentPtr CorePropertiesManager::buildPackagePropertiesDocument(const C
 
 const ustring& CorePropertiesManager::getPackagePropertiesRelationshipType() {
   static const ustring value = u"http://schemas.kestrelon.com/opc/2026/relationships/package-properties";
-  return value;
-}
-
-const ustring& CorePropertiesManager::getPackagePropertiesContentType() {
-  static const ustring value = u"application/vnd.kestrelon.opc.package-properties+xml";
-  return value;
-}
-
-const ustring& CorePropertiesManager::getPackagePropertiesNamespace() {
-  static const ustring value = u"http://schemas.kestrelon.com/opc/2026/package-properties";
   return value;
 }
 
@@ -538,7 +530,7 @@ CoreProperties CorePropertiesManager::getCoreProperties() const {
   }
   if (auto name = singleTarget(package_, getPackagePropertiesRelationshipType())) {
     model::DocumentPtr document =
-        readPart(package_, *name, getPackagePropertiesContentType(), getPackagePropertiesNamespace());
+        readPart(package_, *name, kPackagePropertiesContentType, kPackagePropertiesNs);
     readPackagePropertiesDocument(*document, properties);
   }
   return properties;
@@ -562,7 +554,7 @@ void CorePropertiesManager::setCoreProperties(const CoreProperties& properties) 
 
   const ustring& packageType = getPackagePropertiesRelationshipType();
   if (model::DocumentPtr companion = buildPackagePropertiesDocument(properties)) {
-    writePart(package_, packageType, getPackagePropertiesContentType(), kPackagePartName, *companion);
+    writePart(package_, packageType, kPackagePropertiesContentType, kPackagePartName, *companion);
   } else {
     for (const model::Relationship& relationship : package_.getRelationshipsByType(packageType)) {
       if (relationship.getTargetMode() == model::TargetMode::Internal) {

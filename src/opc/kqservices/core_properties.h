@@ -108,8 +108,6 @@ class CorePropertiesManager {
   void setCoreProperties(const CoreProperties& properties);
 
   [[nodiscard]] static const ustring& getPackagePropertiesRelationshipType();
-  [[nodiscard]] static const ustring& getPackagePropertiesContentType();
-  [[nodiscard]] static const ustring& getPackagePropertiesNamespace();
 
   // The XML mapping, for callers that hold the parts' documents themselves. Each reads the
   // properties it maps into `properties` and leaves the others as they are.

@@ -162,7 +162,15 @@ std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) c
   if (file) return out;
   ustring prefix(folderPath);
   if (!prefix.empty() && prefix.back() != u'/') prefix += u'/';
-  for (const TreeNode& node : *children()) out.push_back({&node, prefix + detail::decodeComponent(node.segment())});
+  ustring decoded;
+  std::string bytes;
+  for (const TreeNode& node : *children()) {
+    decoded.clear();
+    detail::appendDecoded(decoded, node.segment(), bytes);
+    ustring& name = out.emplace_back(Named{&node, {}}).name;
+    name.reserve(prefix.size() + decoded.size());
+    name.append(prefix).append(decoded);
+  }
   std::sort(out.begin(), out.end(), [skip = prefix.size()](const Named& a, const Named& b) {
     const ustring_view x = ustring_view(a.name).substr(skip);
     const ustring_view y = ustring_view(b.name).substr(skip);
@@ -185,14 +193,12 @@ const TreeNode& firstLeaf(const TreeNode& folder) {
 
 }  // namespace
 
-void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
+void detail::TreeBuilder::add(std::string_view encodedPath, bool placeholder) {
   // The folders shared with the last path, segment for segment and byte for byte, are known: those
   // whose '/' lies inside the common prefix.
   const std::size_t common = std::min(encodedPath.size(), last_.size());
   std::size_t same = 0;
-  while (same + 4 <= common && std::memcmp(encodedPath.data() + same, last_.data() + same, 4 * sizeof(char16_t)) == 0) {
-    same += 4;
-  }
+  while (same + 8 <= common && std::memcmp(encodedPath.data() + same, last_.data() + same, 8) == 0) same += 8;
   while (same < common && encodedPath[same] == last_[same]) ++same;
   const auto firstUnshared = std::lower_bound(folders_.begin(), folders_.end(), same,
                                               [](const Folder& f, std::size_t at) { return f.slash < at; });
@@ -201,13 +207,15 @@ void detail::TreeBuilder::add(ustring_view encodedPath, bool placeholder) {
   last_.clear();  // until the path is in, nothing is known
   TreeNode* folder = folders_.empty() ? &root_ : folders_.back().node;
   for (;;) {
-    const std::size_t slash = encodedPath.find(u'/', start);
-    const bool last = slash == ustring_view::npos;
-    const ustring_view segment = encodedPath.substr(start, last ? ustring_view::npos : slash - start);
-    TreeNode* next = folder->child(segment);
+    const std::size_t slash = encodedPath.find('/', start);
+    const bool last = slash == std::string_view::npos;
+    const std::string_view text = encodedPath.substr(start, last ? std::string_view::npos : slash - start);
+    segment_.assign(text.begin(), text.end());  // ASCII
+    TreeNode* next = folder->child(segment_);
     if (next == nullptr) {
-      if (detail::needsDecoding(segment)) (void)detail::decodeComponent(segment);  // refuses what does not decode
-      next = folder->adopt(TreeNode::make(arena_, segment, last && !placeholder));
+      decoded_.clear();
+      detail::appendDecoded(decoded_, segment_, bytes_);  // refuses what does not decode
+      next = folder->adopt(TreeNode::make(arena_, segment_, last && !placeholder));
     } else {
       if (next->file || next->placeholder) {
         throw Exception(last ? "its name is equivalent to that of part '" + narrow(partNameText(*next)) + "'"
@@ -261,16 +269,14 @@ TreeIndex& FileSystemManager::index() const {
   auto fresh = std::make_unique<TreeIndex>();
   const model::ContentType& folderType = folderContentType();
   detail::TreeBuilder builder(fresh->root, fresh->arena);
-  ustring below;  // the part name below the prefix, reused
   for (const model::PartPtr& part : package_.getParts()) {
     const std::string_view name = part->getPartName().text();
     if (name.size() < kPrefixText.size() ||
         !opc::detail::equalsIgnoreAsciiCase(name.substr(0, kPrefixText.size()), kPrefixText)) {
       continue;
     }
-    below.assign(name.begin() + static_cast<std::ptrdiff_t>(kPrefixText.size()), name.end());  // ASCII
     try {
-      builder.add(below, part->getContentType() == folderType);
+      builder.add(name.substr(kPrefixText.size()), part->getContentType() == folderType);
     } catch (const Exception& e) {
       throw Exception("part '" + std::string(name) + "': " + e.what());
     }

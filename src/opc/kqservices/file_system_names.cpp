@@ -1,7 +1,10 @@
 #include "opc/kqservices/file_system_names.h"
 
 #include <algorithm>
+#include <array>
+#include <optional>
 
+#include "foundation/i18n.h"
 #include "opc/detail/text.h"
 #include "opc/exception.h"
 
@@ -11,7 +14,6 @@ namespace {
 
 using opc::detail::appendPercentEncodedUtf8;
 using opc::detail::equalsIgnoreAsciiCase;
-using opc::detail::fromUtf8;
 using opc::detail::hexValue;
 using opc::detail::isAlpha;
 using opc::detail::isHexDigit;
@@ -106,15 +108,23 @@ bool needsDecoding(ustring_view segment) {
   return std::any_of(segment.begin(), segment.end(), [](char16_t c) { return c == u'%' || c == u':' || c >= 0x80; });
 }
 
-ustring decodeComponent(ustring_view segment) {
-  if (!needsDecoding(segment)) return ustring(segment);  // most segments
-  std::string bytes;
-  bytes.reserve(segment.size());
+void appendDecoded(ustring& out, ustring_view segment, std::string& bytes) {
+  if (!needsDecoding(segment)) {  // most segments
+    out += segment;
+    return;
+  }
+  static constexpr auto kHex = [] {
+    std::array<signed char, 0x80> table{};
+    for (char16_t c = 0; c < 0x80; ++c) table[c] = static_cast<signed char>(isHexDigit(c) ? hexValue(c) : -1);
+    return table;
+  }();
+  const auto hex = [&](std::size_t i) { return segment[i] < 0x80 ? kHex[segment[i]] : -1; };
+  bytes.resize(3 * segment.size());  // a unit is at most three bytes of UTF-8
+  char* p = bytes.data();
   for (std::size_t i = 0; i < segment.size(); ++i) {
     const char16_t c = segment[i];
-    if ((c == u'%' || c == u':') && i + 2 < segment.size() && isHexDigit(segment[i + 1]) &&
-        isHexDigit(segment[i + 2])) {
-      bytes += static_cast<char>(hexValue(segment[i + 1]) * 16 + hexValue(segment[i + 2]));
+    if ((c == u'%' || c == u':') && i + 2 < segment.size() && (hex(i + 1) | hex(i + 2)) >= 0) {
+      *p++ = static_cast<char>(hex(i + 1) * 16 + hex(i + 2));
       i += 2;
     } else if (c == u':' && i + 1 == segment.size()) {
       break;
@@ -124,21 +134,26 @@ ustring decodeComponent(ustring_view segment) {
       // Part names hold non-ASCII characters percent-encoded; one read raw from elsewhere passes.
       std::size_t next = i;
       (void)nextCodePoint(segment, next, "segment");
-      bytes += toUtf8(segment.substr(i, next - i), "segment");
+      const std::string utf8 = toUtf8(segment.substr(i, next - i), "segment");
+      p = std::copy(utf8.begin(), utf8.end(), p);
       i = next - 1;
     } else {
-      bytes += static_cast<char>(c);
+      *p++ = static_cast<char>(c);
     }
   }
-  if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
-    return ustring(bytes.begin(), bytes.end());  // escapes of ASCII characters need no UTF-8 decoder
-  }
-  // The message names the segment, built only when it is needed.
-  try {
-    return fromUtf8(bytes, "decoded segment");
-  } catch (const Exception& e) {
-    throw Exception("segment '" + narrow(segment) + "': " + e.what());
-  }
+  const std::string_view decoded(bytes.data(), static_cast<std::size_t>(p - bytes.data()));
+  const std::optional<std::size_t> length = fl::i18n::utf16_length(decoded);
+  if (!length) throw Exception("segment '" + narrow(segment) + "': its escapes are not UTF-8");
+  const std::size_t at = out.size();
+  out.resize(at + *length);
+  fl::i18n::decode_utf8(decoded, out.data() + at);
+}
+
+ustring decodeComponent(ustring_view segment) {
+  ustring out;
+  std::string bytes;
+  appendDecoded(out, segment, bytes);
+  return out;
 }
 
 }  // namespace opc::kqservices::detail

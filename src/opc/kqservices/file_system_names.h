@@ -28,6 +28,8 @@ namespace opc::kqservices::detail {
 // encoding does not produce; throws opc::Exception when the bytes are not UTF-8 or a '%' is not
 // followed by two hex digits.
 [[nodiscard]] ustring decodeComponent(ustring_view segment);
+// decodeComponent appended to `out`; `bytes` is scratch room, reused across calls to spare allocations.
+void appendDecoded(ustring& out, ustring_view segment, std::string& bytes);
 // Whether the segment holds an escape or a character beyond ASCII: one that does not is its own name.
 [[nodiscard]] bool needsDecoding(ustring_view segment);
 

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <memory_resource>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include <boost/intrusive/set.hpp>
@@ -111,7 +113,7 @@ class TreeBuilder {
   // decode, when the leaf is there already (an equivalent name), or when the path runs through a
   // leaf or ends on a folder (a name that is a prefix folder of another). A package refuses the last
   // two, so only a tree read from bare item names meets them. On failure the nodes made so far stay.
-  void add(ustring_view encodedPath, bool placeholder);
+  void add(std::string_view encodedPath, bool placeholder);
 
  private:
   struct Folder {
@@ -120,8 +122,11 @@ class TreeBuilder {
   };
   TreeFolder& root_;
   std::pmr::memory_resource& arena_;
-  ustring last_;                  // the path added last
+  std::string last_;              // the path added last
   std::vector<Folder> folders_;   // the folders of its segments but the last, root first
+  ustring segment_;               // scratch: the segment at hand, widened, and its decoded form
+  ustring decoded_;
+  std::string bytes_;
 };
 
 // A tree with the arena of its nodes (declared first: it goes last).

@@ -108,9 +108,9 @@ ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what
   return map;
 }
 
-const ContentType* ContentTypeMap::lookup(const PartName& name) const {
+const ContentType* ContentTypeMap::lookup(const PartName& name, std::size_t hash) const {
   if (!overrides_.empty()) {
-    if (const auto it = overrides_.find(name.text()); it != overrides_.end()) return &it->second;
+    if (const auto it = overrides_.find(PartNameKey{name.text(), hash}); it != overrides_.end()) return &it->second;
   }
   const std::string_view extension = name.extensionView();
   if (extension.empty()) return nullptr;

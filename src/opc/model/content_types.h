@@ -26,7 +26,9 @@ class ContentTypeMap {
                                            std::uint64_t maxBytes = kMaxContentTypesBytes);
 
   // The Override for the part, else the Default for its extension (ignoring case).
-  [[nodiscard]] const ContentType* lookup(const PartName& name) const;
+  [[nodiscard]] const ContentType* lookup(const PartName& name) const { return lookup(name, PartNameKeyHash{}(name)); }
+  // The same, given PartNameKeyHash of the name.
+  [[nodiscard]] const ContentType* lookup(const PartName& name, std::size_t hash) const;
 
  private:
   // Keys compare ignoring ASCII case.

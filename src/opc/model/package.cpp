@@ -199,7 +199,8 @@ void Package::load() {
       relationshipParts.emplace_back(*name, &entry);
       continue;
     }
-    const ContentType* type = contentTypes.lookup(*name);
+    const std::size_t hash = PartNameKeyHash{}(name->text());
+    const ContentType* type = contentTypes.lookup(*name, hash);
     if (type == nullptr) throw Exception(where() + ": part '" + std::string(name->text()) + "' has no content type");
     PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type,
                                           StandardPartInfo(*entry.compression, entry.size));
@@ -207,7 +208,7 @@ void Package::load() {
     part->attributes_.setTime(entry.attributes.lastModified);
     part->attributes_.setMode(entry.attributes.unixMode);
     try {
-      insertPart(part);
+      insertPart(part, hash);
     } catch (const Exception& e) {
       throw Exception(where() + ": " + e.what());
     }
@@ -262,9 +263,9 @@ void Package::readPartRelationships(std::uint64_t index, Relationships& target) 
   readRelationships(*physical_.openEntry(index), target, where, spendXml(entry, where));
 }
 
-void Package::insertPart(PartPtr part) {
+void Package::insertPart(PartPtr part, std::size_t hash) {
   const std::string_view text = part->getPartName().text();
-  const PartNameKey key{text, PartNameKeyHash{}(text)};
+  const PartNameKey key{text, hash};
   const auto name = [&] { return std::string(text); };  // for errors only
   if (byKey_.contains(key)) throw Exception("a part named like '" + name() + "' exists (names differ in case only or not at all)");
   if (folders_.contains(key)) throw Exception("part name '" + name() + "' is a prefix segment of another part's name");
@@ -342,7 +343,7 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
   }
   PartPtr part = std::make_shared<Part>(Part::Key{}, this, name, contentType, info);
   part->contentChanged_ = true;
-  insertPart(part);
+  insertPart(part, PartNameKeyHash{}(name));
   structureChanged_ = true;
   return part;
 }

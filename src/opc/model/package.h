@@ -97,7 +97,8 @@ class Package {
   // What opening may parse is bounded by a share per item; each XML item read spends from it.
   std::uint64_t spendXml(const zippackage::ZipEntry& entry, const std::string& where);
   void readPartRelationships(std::uint64_t index, Relationships& target);
-  void insertPart(PartPtr part);
+  // `hash` is PartNameKeyHash of the part's name.
+  void insertPart(PartPtr part, std::size_t hash);
   void removeFromIndex(const PartName& name);
   void release() noexcept;
   [[nodiscard]] bool isModified() const;

@@ -5,68 +5,9 @@
 
 namespace opc::model {
 
-namespace {
-constexpr char16_t kRelationshipsBase[] = u"http://schemas.openxmlformats.org/package/2006/relationships/";
-}
-
 const URI& PackageHelper::getPackageRootURI() {
   static const URI root(u"/");
   return root;
-}
-
-const ustring& PackageHelper::getThumbnailRelationshipType() {
-  static const ustring value = ustring(kRelationshipsBase) + u"metadata/thumbnail";
-  return value;
-}
-
-const ustring& PackageHelper::getCorePropertiesRelationshipType() {
-  static const ustring value = ustring(kRelationshipsBase) + u"metadata/core-properties";
-  return value;
-}
-
-const ustring& PackageHelper::getCorePropertiesContentType() {
-  static const ustring value = u"application/vnd.openxmlformats-package.core-properties+xml";
-  return value;
-}
-
-const ustring& PackageHelper::getCorePropertiesNamespace() {
-  static const ustring value = u"http://schemas.openxmlformats.org/package/2006/metadata/core-properties";
-  return value;
-}
-
-const ustring& PackageHelper::getDigitalSignatureOriginRelationshipType() {
-  static const ustring value = ustring(kRelationshipsBase) + u"digital-signature/origin";
-  return value;
-}
-
-const ustring& PackageHelper::getDigitalSignatureRelationshipType() {
-  static const ustring value = ustring(kRelationshipsBase) + u"digital-signature/signature";
-  return value;
-}
-
-const ustring& PackageHelper::getDigitalSignatureOriginContentType() {
-  static const ustring value = u"application/vnd.openxmlformats-package.digital-signature-origin";
-  return value;
-}
-
-const ustring& PackageHelper::getDigitalSignatureXMLSignatureContentType() {
-  static const ustring value = u"application/vnd.openxmlformats-package.digital-signature-xmlsignature+xml";
-  return value;
-}
-
-const ustring& PackageHelper::getRelationshipsContentType() {
-  static const ustring value = u"application/vnd.openxmlformats-package.relationships+xml";
-  return value;
-}
-
-const ustring& PackageHelper::getRelationshipsNamespace() {
-  static const ustring value = u"http://schemas.openxmlformats.org/package/2006/relationships";
-  return value;
-}
-
-const ustring& PackageHelper::getContentTypesNamespace() {
-  static const ustring value = u"http://schemas.openxmlformats.org/package/2006/content-types";
-  return value;
 }
 
 PartName PackageHelper::getRelationshipsPartName(const URI& source) {

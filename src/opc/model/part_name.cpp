@@ -29,9 +29,12 @@ constexpr auto kPchar = [] {
   return table;
 }();
 
-char upperHex(char c) {
-  return (c >= 'a' && c <= 'f') ? static_cast<char>(c - 'a' + 'A') : c;
-}
+// Hex digit values by byte, -1 for the rest: names are mostly percent-encodings, read byte by byte.
+constexpr auto kHex = [] {
+  std::array<signed char, 256> table{};
+  for (int c = 0; c < 256; ++c) table[c] = static_cast<signed char>(isHexDigit(static_cast<char16_t>(c)) ? hexValue(static_cast<char16_t>(c)) : -1);
+  return table;
+}();
 
 // Checks the grammar of a name already in URI form and upper-cases percent-encodings in place.
 // `original` is the text as given, for messages.
@@ -41,9 +44,10 @@ void checkGrammar(std::string& name, const Original& original) {
   if (name[0] != '/') invalid(original, "it does not start with '/'");
   if (name.back() == '/') invalid(original, "it ends with '/'");
   std::size_t segmentStart = 1;
-  for (std::size_t i = 1; i < name.size(); ++i) {
-    const char c = name[i];
-    if (kPchar[static_cast<unsigned char>(c)]) continue;
+  const std::size_t size = name.size();
+  for (std::size_t i = 1; i < size; ++i) {
+    const auto c = static_cast<unsigned char>(name[i]);
+    if (kPchar[c]) continue;
     if (c == '/') {
       if (i == segmentStart) invalid(original, "it has an empty segment");
       if (name[i - 1] == '.') invalid(original, "a segment ends with '.'");
@@ -51,16 +55,14 @@ void checkGrammar(std::string& name, const Original& original) {
       continue;
     }
     if (c == '%') {
-      if (i + 2 >= name.size() || !isHexDigit(static_cast<unsigned char>(name[i + 1])) ||
-          !isHexDigit(static_cast<unsigned char>(name[i + 2]))) {
-        invalid(original, "'%' is not followed by two hex digits");
-      }
-      const auto value = static_cast<char16_t>(hexValue(static_cast<unsigned char>(name[i + 1])) * 16 +
-                                               hexValue(static_cast<unsigned char>(name[i + 2])));
+      const int high = i + 2 < size ? kHex[static_cast<unsigned char>(name[i + 1])] : -1;
+      const int low = i + 2 < size ? kHex[static_cast<unsigned char>(name[i + 2])] : -1;
+      if ((high | low) < 0) invalid(original, "'%' is not followed by two hex digits");
+      const auto value = static_cast<char16_t>(high * 16 + low);
       if (value == u'/' || value == u'\\') invalid(original, "a segment holds a percent-encoded '/' or '\\'");
       if (isUnreserved(value)) invalid(original, "a segment holds a percent-encoded unreserved character");
-      name[i + 1] = upperHex(name[i + 1]);
-      name[i + 2] = upperHex(name[i + 2]);
+      name[i + 1] = "0123456789ABCDEF"[high];
+      name[i + 2] = "0123456789ABCDEF"[low];
       i += 2;
       continue;
     }
@@ -114,12 +116,6 @@ PartName PartName::fromZipItemName(std::string_view itemName) {
     checkGrammar(name, std::string_view(original));
   }
   return PartName(std::move(name), Checked{});
-}
-
-ustring PartName::getKey() const {
-  ustring key(name_.size(), u'\0');
-  for (std::size_t i = 0; i < name_.size(); ++i) key[i] = asciiLower(static_cast<char16_t>(name_[i]));
-  return key;
 }
 
 bool PartName::operator==(const PartName& other) const {

@@ -46,10 +46,8 @@ class PartName {
   // "/a/_rels/b.xml.rels" and "/_rels/.rels" are relationships part names.
   [[nodiscard]] bool isRelationshipsPartName() const;
 
-  // ASCII-lower-cased name: equal keys <=> equivalent names. Made on each call.
-  [[nodiscard]] ustring getKey() const;
   [[nodiscard]] bool operator==(const PartName& other) const;
-  // Orders as the keys would.
+  // Orders as the ASCII-lower-cased names would.
   [[nodiscard]] bool operator<(const PartName& other) const;
 
   // Turns any text into the text of one valid segment's worth of characters: every character that
