@@ -107,6 +107,7 @@ TEST_F(SignatureTest, VerdictsAfterChangesAndWithOtherKeys) {
       {"SignatureValueSwapped", editSignature("<SignatureValue>[^<]+</SignatureValue>", foreignValue), Result::SignatureMismatch},
       {"SecondPackageObject", editSignature("</Signature>", "<Object Id=\"idPackageObject\"></Object></Signature>"),
        Result::MalformedSignature},
+      {"UnknownAttribute", editSignature("<SignatureValue>", "<SignatureValue Foo=\"1\">"), Result::MalformedSignature},
       {"ManifestEdited", editSignature("ContentType=[^\"]*systemRequirements\\+xml", "ContentType=application/xml"),
        Result::DigestMismatch},
       {"PartAdded", [](Package& p) { addPart(p, u"/content/readme.txt", u"text/plain", "hello"); }, Result::Valid},
