@@ -4,7 +4,8 @@
 For each task (build a package from the tree, list it, extract it, set one metadata record, hash a
 1 GiB file) every tool runs REPS times, interleaved round by round so that drift on a busy machine
 hits all of them alike. The table gives the median wall time, the ratio to the best peer (below 1
-is faster than every peer), the archive size and the largest peak RSS (GNU time's %M).
+is faster than every peer), the median CPU use (user + system time over wall time) and system time,
+the archive size and the largest peak RSS (GNU time's %M, %U, %S).
 
 Usage: run_peers.py TREE BUILD_DIR WORK_DIR [--reps N] [--hash-mib N] [--only TASK,...]
   TREE       a tree from make_tree.py
@@ -32,18 +33,18 @@ def q(s):
 
 
 def timed(command, cwd=None):
-    """(seconds, peak RSS in KiB) of one shell command; raises when it fails. The wall time is taken
+    """(seconds, peak RSS in KiB, user seconds, system seconds) of one shell command; raises when it fails. The wall time is taken
     here (GNU time's %e has 10 ms steps, too coarse for listing), less the cost of the wrapper."""
     with tempfile.NamedTemporaryFile("r", suffix=".time") as t:
-        full = "/usr/bin/time -f '%M' -o " + t.name + " /bin/bash -c " + q(command)
+        full = "/usr/bin/time -f '%M %U %S' -o " + t.name + " /bin/bash -c " + q(command)
         start = time.perf_counter()
         r = subprocess.run(full, shell=True, cwd=cwd, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
         secs = time.perf_counter() - start
         if r.returncode != 0:
             raise RuntimeError("failed: " + command + "\n" + r.stderr[-2000:])
         # bash -c may run several programs; GNU time reports the largest child's peak.
-        rss = t.read().split()[-1]
-        return max(0.0, secs - WRAPPER_SECONDS), int(rss)
+        rss, user, system = t.read().split()[-3:]
+        return max(0.0, secs - WRAPPER_SECONDS), int(rss), float(user), float(system)
 
 
 # What the shell, GNU time and bash cost around every command, measured once and taken off each sample.
@@ -149,16 +150,18 @@ def main():
         print(f"done {task}", file=sys.stderr)
 
     print(f"Tree: {tree} ({len(files)} files, {tree_bytes / 2**20:.0f} MiB); {a.reps} runs each, medians.\n")
-    print("| task | tool | median s | ratio to best peer | archive MiB | peak RSS MiB |")
-    print("|---|---|---:|---:|---:|---:|")
+    print("| task | tool | median s | ratio to best peer | CPU % | system s | archive bytes | peak RSS MiB |")
+    print("|---|---|---:|---:|---:|---:|---:|---:|")
     for task, samples in results.items():
-        med = {tool: statistics.median(s for s, _ in v) for tool, v in samples.items()}
+        med = {tool: statistics.median(s for s, *_ in v) for tool, v in samples.items()}
         peers = [tool for tool, *_r, ours in rows[task] if not ours and not tool.startswith("cp -r")]
         best = min(med[t] for t in peers)
         for tool, _c, _cwd, archive, _ours in rows[task]:
-            size = f"{os.path.getsize(archive) / 2**20:.1f}" if archive and os.path.exists(archive) else ""
-            rss = max(r for _, r in samples[tool]) / 1024
-            print(f"| {task} | {tool} | {med[tool]:.3f} | {med[tool] / best:.2f} | {size} | {rss:.0f} |")
+            size = f"{os.path.getsize(archive):,}" if archive and os.path.exists(archive) else ""
+            rss = max(r for _, r, *_ in samples[tool]) / 1024
+            cpu = statistics.median(100 * (u + k) / max(s, 1e-6) for s, _, u, k in samples[tool])
+            system = statistics.median(k for *_, k in samples[tool])
+            print(f"| {task} | {tool} | {med[tool]:.3f} | {med[tool] / best:.2f} | {cpu:.0f} | {system:.2f} | {size} | {rss:.0f} |")
     if "build" in results:
         # Which archives mark their names as UTF-8 (general-purpose flag bit 11), entry by entry.
         print("\n| archive | entries | with the UTF-8 name flag |")
