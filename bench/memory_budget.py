@@ -62,7 +62,7 @@ def main():
     failed = False
     for name, command in steps:
         try:
-            secs, kib = timed(command)
+            secs, kib, *_ = timed(command)
         except RuntimeError as e:
             print(f"FAIL {name}: {e}")
             failed = True
