@@ -5,16 +5,9 @@ the exit status says what kind of failure it was (1 host error, 2 usage).
   zvaddon inspect: The add-on package 'missing.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)
   [1]
 
-A file that is no package: the OPC layer's reason follows the catalogue text.
-
-  $ echo "not a zip" > junk.zvaddon
-  $ zvaddon get junk.zvaddon properties
-  zvaddon get: Could not read the properties of the add-on package 'junk.zvaddon': .* \(zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_GET_PROPERTIES\) (re)
-  [1]
-
 Usage errors.
 
-  $ zvaddon get junk.zvaddon licence
+  $ zvaddon get missing.zvaddon licence
   zvaddon get: no record named 'licence'; records: properties, systemRequirements, configuration, license, examples, revisionHistory, apps
   [2]
   $ zvaddon frobnicate
