@@ -139,7 +139,7 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
   const json created = seen["core"].value("created", json());
   EXPECT_EQ(seen["core"], json({{"title", edited["name"]}, {"description", edited["summary"]}, {"creator", edited["authorName"]},
                                 {"version", "1.2.0"}, {"created", created}, {"modified", created}}));
-  EXPECT_EQ(created.dump().size(), 22u) << "whole seconds, UTC";
+  EXPECT_EQ(created.is_string() ? created.get<std::string>().size() : 0u, 20u) << "whole seconds, UTC";
   EXPECT_EQ(seen["thumbnail"], json::array({"/metadata/primaryScreenShot.png"}));
   EXPECT_NE(seen["parts"].dump().find("application/vnd.openxmlformats-package.digital-signature-xmlsignature+xml"), std::string::npos);
 
