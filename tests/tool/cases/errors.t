@@ -13,7 +13,5 @@ Usage errors.
   $ zvaddon frobnicate
   zvaddon: no command 'frobnicate' (zvaddon --help lists them)
   [2]
-  $ zvaddon --version
-  zvaddon [0-9]+\.[0-9]+\.[0-9]+ (re)
   $ zvaddon --help | grep -c '^Exit status: 0 success'
   1
