@@ -1,6 +1,6 @@
 // The frame all 24 gateway functions share, as one table: count errors in their precedence, the
 // structure check, not-found with the path as given, and each function's own key with its arguments
-// for a package that does not open; a failed call leaves every file as it was.
+// for a package that does not open; a failed call leaves every file as it was. Then ComputeHash.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -15,6 +15,7 @@
 namespace {
 
 using zvtest::call;
+using zvtest::callOk;
 using zvtest::Json;
 
 struct Function {
@@ -156,6 +157,36 @@ TEST(Frame, OnlyGatewayFunctionsHaveCLinkage) {
   std::set<std::string> expected;
   for (const Function& fn : kFunctions) expected.insert(std::string("zvAddon") + fn.name);
   EXPECT_EQ(c, expected);
+}
+
+// ComputeHash against openssl, on a folder, an empty file, a sparse 1 GiB file and non-ASCII names.
+std::string opensslDigest(const std::string& path) {
+  return zvtest::runCommand("openssl dgst -sha512 -binary " + zvtest::shellQuoted(path) + " | base64 -w0").output;
+}
+
+TEST(ContentHash, AgreesWithOpensslForEverySize) {
+  zvtest::TempDir dir;
+  const struct {
+    const char* name;
+    std::string bytes;
+    std::uintmax_t extendTo;  // sparse tail of zeros: a large file without filling the disk
+  } cases[] = {
+      {"empty", "", 0},
+      {"one byte", "x", 0},
+      {"1 GiB", "head", 1ull << 30},
+      {"d\xC3\xA9j\xC3\xA0 \xF0\x9F\x98\x80.bin", std::string(3 << 20, 'q') + "tail", 0},
+      {"sub/same bytes elsewhere", "x", 0},
+  };
+  std::filesystem::create_directory(dir.path() / "sub");
+  EXPECT_TRUE(call(zvAddonComputeHash, {dir.path().string()}, 1).ok()) << "a folder passes the existence test";
+  for (const auto& c : cases) {
+    const std::string path = dir.file(c.name);
+    zvtest::writeBytes(path, c.bytes);
+    if (c.extendTo > 0) std::filesystem::resize_file(path, c.extendTo);
+    const std::string ours = callOk(zvAddonComputeHash, {path}, 1).get<std::string>();
+    EXPECT_EQ(ours.size(), 88u) << c.name;
+    EXPECT_EQ(ours, opensslDigest(path)) << c.name;
+  }
 }
 
 }  // namespace

@@ -98,11 +98,6 @@ void expectOpensCleanly(const std::string& path) {
   }
 }
 
-int rounds() {
-  const char* text = std::getenv("ZV_KILL_ROUNDS");
-  return text != nullptr ? std::max(3, std::atoi(text)) : 8;
-}
-
 TEST(KillTest, EveryKillLeavesTheOldOrTheNewPackage) {
   TempDir dir;
   const std::string package = dir.file("pkg.zvaddon");
@@ -119,9 +114,9 @@ TEST(KillTest, EveryKillLeavesTheOldOrTheNewPackage) {
     const auto duration = Clock::now() - start;
     ASSERT_TRUE(write.done(package));
 
-    const int n = rounds();
-    int oldOutcomes = 0;
-    int newOutcomes = 0;
+    const char* rounds = std::getenv("ZV_KILL_ROUNDS");
+    const int n = rounds != nullptr ? std::max(3, std::atoi(rounds)) : 8;
+    int oldOutcomes = 0, newOutcomes = 0;
     for (int round = 0; round < n; ++round) {
       SCOPED_TRACE(round);
       writeBytes(package, old);
@@ -137,12 +132,9 @@ TEST(KillTest, EveryKillLeavesTheOldOrTheNewPackage) {
       ASSERT_EQ(::waitpid(child, &status, 0), child);
       ASSERT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) != 0) << "the call failed on its own";
 
-      if (readBytes(package) == old) {
-        ++oldOutcomes;
-      } else {
-        ++newOutcomes;
-        EXPECT_TRUE(write.done(package)) << "neither the old package nor the new one";
-      }
+      const bool unchanged = readBytes(package) == old;
+      (unchanged ? oldOutcomes : newOutcomes)++;
+      EXPECT_TRUE(unchanged || write.done(package)) << "neither the old package nor the new one";
       expectOpensCleanly(package);
     }
     EXPECT_GT(oldOutcomes, 0) << "no kill landed before the package was replaced";
@@ -241,13 +233,11 @@ TEST(ConcurrentWritersTest, ReadersSeeOnlyWholePackages) {
   for (const char writer : {'A', 'B'}) {
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
-    if (child == 0) {
-      int failures = 0;
-      for (int i = 0; i < kWrites; ++i) {
-        failures += call(zvAddonSetLicense, {package, {{"type", "MIT"}, {"text", licenceText(writer, i)}}}).ok() ? 0 : 1;
-      }
-      ::_exit(failures == 0 ? 0 : 1);
+    int failures = 0;
+    for (int i = 0; child == 0 && i < kWrites; ++i) {
+      failures += call(zvAddonSetLicense, {package, {{"type", "MIT"}, {"text", licenceText(writer, i)}}}).ok() ? 0 : 1;
     }
+    if (child == 0) ::_exit(failures == 0 ? 0 : 1);
     writers.push_back(child);
   }
 

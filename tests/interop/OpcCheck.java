@@ -1,9 +1,7 @@
-// Opens a package with Apache POI's OPC layer (openxml4j) and prints what it sees, one record a line:
-//   part <name> <content type>
-//   rel <source> <id> <type> <target part name, or the URI when external> <Internal|External>
-//   core <property> <value>          (only properties that are present; dates as UTC instants)
-//   thumbnail <target part name>     (the package's thumbnail relationships, as POI finds them)
-// Fields are separated by tabs and URL-encoded as UTF-8, so no value can break the format.
+// Opens a package with Apache POI's OPC layer (openxml4j) and prints what it sees, one record a line
+// of tab-separated fields, each URL-encoded as UTF-8 so that no value breaks the format:
+//   part NAME TYPE | rel SOURCE ID TYPE TARGET(part name, or the URI when external) MODE
+//   core PROPERTY VALUE (present ones; dates as UTC instants) | thumbnail TARGET
 // Exit status 0 when POI opened the package without complaint, 1 (with the exception) otherwise.
 import java.net.URLEncoder;
 import java.nio.charset.StandardCharsets;
@@ -21,13 +19,9 @@ import org.apache.poi.openxml4j.opc.PackagingURIHelper;
 import org.apache.poi.openxml4j.opc.TargetMode;
 
 public final class OpcCheck {
-  private static String field(String value) {
-    return URLEncoder.encode(value, StandardCharsets.UTF_8);
-  }
-
   private static void record(String kind, String... fields) {
     StringBuilder line = new StringBuilder(kind);
-    for (String f : fields) line.append('\t').append(field(f));
+    for (String f : fields) line.append('\t').append(URLEncoder.encode(f, StandardCharsets.UTF_8));
     System.out.println(line);
   }
 
@@ -41,13 +35,8 @@ public final class OpcCheck {
     }
   }
 
-  private static void text(String name, Optional<String> value) {
-    value.ifPresent(v -> record("core", name, v));
-  }
-
-  private static void date(String name, Optional<Date> value) {
-    value.ifPresent(v -> record("core", name, v.toInstant().toString()));
-  }
+  private static void text(String name, Optional<String> value) { value.ifPresent(v -> record("core", name, v)); }
+  private static void date(String name, Optional<Date> value) { value.ifPresent(v -> record("core", name, v.toInstant().toString())); }
 
   public static void main(String[] args) throws Exception {
     if (args.length != 1) {

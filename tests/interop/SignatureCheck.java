@@ -1,13 +1,7 @@
-// Verifies one package signature with the JDK's own XML-DSig engine (javax.xml.crypto.dsig): the
-// signature value with the key of KeyInfo's first certificate, that certificate's chain to a PEM
-// trust store (PKIX), the package object, and every manifest reference, reading parts from the
-// unzipped package. The JDK has no relationships transform, so this file registers one, written
-// here from the transform's published definition.
-//
-//   java SignatureCheck.java FOLDER SIGNATURE_PART TRUST.pem
-//
-// Prints "reference ok|bad URI" per manifest reference and "signature ok|bad". Exit status: 0 when
-// all verify, 1 when something does not, 2 on a usage or set-up error.
+// Verifies one package signature with the JDK's own XML-DSig engine, as signature_xmlsec_check.c does
+// with a trust store (same arguments, output and exit status): the key of KeyInfo's first
+// certificate once its chain reaches the store (PKIX). The JDK has no relationships transform, so
+// this file registers one, written from the transform's published definition.
 import java.io.*;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.*;
@@ -45,7 +39,6 @@ public final class SignatureCheck {
     private final Set<String> types = new HashSet<>();
 
     public void init(TransformParameterSpec params) {}
-
     public void init(XMLStructure parent, XMLCryptoContext context) {
       NodeList children = ((Element) ((DOMStructure) parent).getNode()).getChildNodes();
       for (int i = 0; i < children.getLength(); i++) {
@@ -56,11 +49,8 @@ public final class SignatureCheck {
     }
 
     public void marshalParams(XMLStructure parent, XMLCryptoContext context) {}
-
     public AlgorithmParameterSpec getParameterSpec() { return null; }
-
     public boolean isFeatureSupported(String feature) { return false; }
-
     public Data transform(Data data, XMLCryptoContext context) throws TransformException {
       try {
         NodeList all = parse(((OctetStreamData) data).getOctetStream()).getElementsByTagNameNS(RELS, "Relationship");
@@ -80,9 +70,7 @@ public final class SignatureCheck {
       }
     }
 
-    public Data transform(Data data, XMLCryptoContext context, OutputStream os) throws TransformException {
-      return transform(data, context);
-    }
+    public Data transform(Data data, XMLCryptoContext context, OutputStream os) throws TransformException { return transform(data, context); }
   }
 
   public static void main(String[] args) throws Exception {
@@ -90,14 +78,11 @@ public final class SignatureCheck {
       System.err.println("usage: java SignatureCheck.java FOLDER SIGNATURE_PART TRUST.pem");
       System.exit(2);
     }
-    Security.addProvider(new Provider("ZvTest", "1", "relationships transform") {
-      {
-        put("TransformService." + "http://schemas.openxmlformats.org/package/2006/RelationshipTransform",
-            RelationshipTransform.class.getName());
-        put("TransformService." + "http://schemas.openxmlformats.org/package/2006/RelationshipTransform"
-            + " MechanismType", "DOM");
-      }
-    });
+    final String service = "TransformService.http://schemas.openxmlformats.org/package/2006/RelationshipTransform";
+    Security.addProvider(new Provider("ZvTest", "1", "relationships transform") {{
+      put(service, RelationshipTransform.class.getName());
+      put(service + " MechanismType", "DOM");
+    }});
     CertificateFactory x509 = CertificateFactory.getInstance("X.509");
     Set<TrustAnchor> anchors = new HashSet<>();
     try (InputStream in = new FileInputStream(args[2])) {
@@ -147,13 +132,12 @@ public final class SignatureCheck {
     });
 
     XMLSignature xml = XMLSignatureFactory.getInstance("DOM").unmarshalXMLSignature(context);
-    boolean ok;
+    boolean ok = false;
     try {
       ok = xml.validate(context);
     } catch (XMLSignatureException e) {
       System.out.println("signature bad (" + e.getMessage() + ")");
       System.exit(1);
-      return;
     }
     int references = 0;
     for (Object o : xml.getObjects()) {

@@ -136,12 +136,10 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
 
   const json seen = readersSee(path);
   EXPECT_EQ(seen, expectedSummary(path)) << "readers saw:\n" << seen.dump(1);
-  EXPECT_EQ(seen["core"]["title"], edited["name"]);
-  EXPECT_EQ(seen["core"]["description"], edited["summary"]);
-  EXPECT_EQ(seen["core"]["creator"], edited["authorName"]);
-  EXPECT_EQ(seen["core"]["version"], "1.2.0");
-  EXPECT_EQ(seen["core"]["created"], seen["core"]["modified"]);
-  EXPECT_EQ(seen["core"]["created"].get<std::string>().size(), 20u) << "whole seconds, UTC";
+  const json created = seen["core"].value("created", json());
+  EXPECT_EQ(seen["core"], json({{"title", edited["name"]}, {"description", edited["summary"]}, {"creator", edited["authorName"]},
+                                {"version", "1.2.0"}, {"created", created}, {"modified", created}}));
+  EXPECT_EQ(created.is_string() ? created.get<std::string>().size() : 0u, 20u) << "whole seconds, UTC";
   EXPECT_EQ(seen["thumbnail"], json::array({"/metadata/primaryScreenShot.png"}));
   EXPECT_NE(seen["parts"].dump().find("application/vnd.openxmlformats-package.digital-signature-xmlsignature+xml"), std::string::npos);
 
@@ -260,21 +258,12 @@ TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
       step(s.package);
       s.package.close();
     }
-    std::string part;
-    {
-      Session s(u16(path), OpenMode::Read);
-      part = u8(model::DigitalSignatureManager(s.package).getSignatures().back().getSignaturePartName().getName());
-    }
+    Session read(u16(path), OpenMode::Read);
+    const std::string part = u8(model::DigitalSignatureManager(read.package).getSignatures().back().getSignaturePartName().getName());
     const auto [xmlsec, jdk] = checkSignature(path, part, c.key, dir, c.keyName);
-    EXPECT_EQ(xmlsec.status, c.status) << xmlsec.output;
-    const bool trust = std::string(c.keyName).ends_with(".pem");
-    if (trust) {
-      EXPECT_EQ(jdk.status, c.status) << jdk.output;
-    }
-    if (c.status != 0) continue;
-    EXPECT_NE(xmlsec.output.find(c.seen), std::string::npos) << xmlsec.output;
-    if (trust) {
-      EXPECT_NE(jdk.output.find(c.seen), std::string::npos) << jdk.output;
+    for (const CommandRun& engine : std::string(c.keyName).ends_with(".pem") ? std::vector{xmlsec, jdk} : std::vector{xmlsec}) {
+      EXPECT_EQ(engine.status, c.status) << engine.output;
+      EXPECT_TRUE(c.status != 0 || engine.output.find(c.seen) != std::string::npos) << engine.output;
     }
   }
 }

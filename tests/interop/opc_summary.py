@@ -3,16 +3,13 @@
 
     opc_summary.py [--reader poi|docx|both] [--zip-test] [--java-classes DIR] PACKAGE
 
-poi: Apache POI's openxml4j through OpcCheck.java (compiled into --java-classes, or a folder under
-/tmp, when missing or older than its source); docx: python-docx's OPC layer (Debian's python3-docx,
-hence /usr/bin/python3); both: one summary when they agree, else both and exit status 1.
---zip-test also runs `unzip -t` and `7z t`; a failure exits 1.
-
-The summary is one JSON object: parts [[name, content type]] (relationships parts left out),
-relationships [[source, id, type, target, mode]] (target: the part name when internal, the URI as
-written when external), core {title, description, creator, version, created, modified} (present
-ones only, dates "YYYY-MM-DDThh:mm:ssZ"), thumbnail [targets of the package's thumbnail
-relationships]. Lists are sorted; part names percent-decoded, so both readers' spellings agree.
+poi: Apache POI's openxml4j through OpcCheck.java (compiled into --java-classes or a folder under /tmp);
+docx: python-docx's OPC layer (Debian's python3-docx); both: one summary when they agree, else both
+and exit status 1. --zip-test also runs `unzip -t` and `7z t`. The summary is one JSON object:
+parts [[name, content type]] (no relationships parts), relationships [[source, id, type, target
+(part name, or the URI when external), mode]], core {title, description, creator, version, created,
+modified} (present ones, dates "YYYY-MM-DDThh:mm:ssZ"), thumbnail [targets]; lists sorted, part
+names percent-decoded so that both readers' spellings agree.
 """
 
 import argparse
@@ -34,7 +31,7 @@ CORE_PROPERTIES = "http://schemas.openxmlformats.org/package/2006/relationships/
 
 
 class ReaderError(Exception):
-    pass
+    """A reader or ZIP tester refused the package, or could not run."""
 
 
 def poi_classpath():
@@ -125,14 +122,10 @@ def utc(value):
 
 
 def zip_test(path):
-    failures = []
     for command in (["unzip", "-t", "-q", path], ["7z", "t", path]):
         result = subprocess.run(command, capture_output=True, text=True)
         if result.returncode != 0:
-            failures.append("%s failed (%d):\n%s%s" % (" ".join(command[:2]), result.returncode, result.stdout,
-                                                       result.stderr))
-    if failures:
-        raise ReaderError("\n".join(failures))
+            raise ReaderError("%s failed (%d):\n%s%s" % (" ".join(command[:2]), result.returncode, result.stdout, result.stderr))
 
 
 def main():

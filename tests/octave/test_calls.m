@@ -82,11 +82,8 @@ function test_calls(octaveDir)
   err = expect_error(@() zvAddonGetLicense([package '.missing']), 'ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND');
   assert(!isempty(strfind(err.message, [package '.missing'])) && isempty(strfind(err.message, '{0}')), err.message);
   expect_error(@() zvAddonSetLicense(package, containers.Map()), 'zvhost:notString');
-  expect_error(@() zvAddonSetAppInstallList(package, setfield(apps(1), 'installByDefault', true)), 'zvhost:notString');
   expect_error(@() zvAddonSetLicense(package, 5), 'ZVADDON_BUILTINS_ERROR_NON_STRUCT');
   expect_error(@() call_outputs(@zvAddonGetLicense, 2, {package}), 'zvhost:tooManyOutputs');
-  expect_error(@() zvAddonSetLicense(package, struct(), 1), 'zvhost:tooManyInputs');
-  expect_error(@() zvAddonSetLicense(package), 'zvhost:notEnoughInputs');
   check(read_bytes(package), before);
   % Octave drops its extension files on "clear mex"; the next call loads them again.
   clear mex;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # zvaddon build and extract of a generated tree of COUNT files, on a pseudo-terminal: the progress bar
 # shows (files and bytes, rate, time left), both finish, and the package holds every file. Without a
-# terminal the same build prints no progress. Prints the times taken.
+# terminal the same build prints no progress. (Its speed is the benchmarks' concern.)
 # Usage: many_files.sh ZVADDON [COUNT] [SCRATCH]
 set -euo pipefail
 tool=$1
@@ -23,12 +23,8 @@ PY
 printf '{"properties": {"name": "Many", "version": "1.0.0", "GUID": "m"}}' > "$work/zvaddon.json"
 
 fail() { echo "many_files: $*" >&2; exit 1; }
-now() { date +%s.%N; }
-
-start=$(now)
 script -qefc "'$tool' build -m '$work/zvaddon.json' '$work/tree' -o '$work/many.zvaddon'" /dev/null > "$work/build.log" \
   || fail "build failed: $(tr '\r' '\n' < "$work/build.log" | tail -3)"
-built=$(now)
 tr '\r' '\n' < "$work/build.log" > "$work/build.lines"
 grep -q "^build \[" "$work/build.lines" || fail "no progress bar during the build"
 grep -q " $count/$count files " "$work/build.lines" || fail "the progress bar never reached $count files"
@@ -39,17 +35,12 @@ grep -q "built .*many.zvaddon: $count files" "$work/build.lines" || fail "no sum
 listed=$("$tool" ls "$work/many.zvaddon" | wc -l)
 [ "$listed" -eq "$count" ] || fail "the package lists $listed files, not $count"
 
-start_extract=$(now)
 script -qefc "'$tool' extract '$work/many.zvaddon' '$work/out'" /dev/null > "$work/extract.log" \
   || fail "extract failed: $(tr '\r' '\n' < "$work/extract.log" | tail -3)"
-extracted=$(now)
 tr '\r' '\n' < "$work/extract.log" | grep -q "^extract \[" || fail "no progress bar during extract"
 diff -r "$work/tree" "$work/out" > /dev/null || fail "the extracted tree differs from the source"
 
 # Not a terminal: no progress at all.
 "$tool" build -m "$work/zvaddon.json" "$work/tree" -o "$work/quiet.zvaddon" > /dev/null 2> "$work/quiet.err"
 [ ! -s "$work/quiet.err" ] || fail "progress printed without a terminal: $(head -c 200 "$work/quiet.err")"
-
-awk -v c="$count" -v b0="$start" -v b1="$built" -v e0="$start_extract" -v e1="$extracted" \
-  -v s="$(stat -c %s "$work/many.zvaddon")" \
-  'BEGIN { printf "many_files: %d files: build %.1f s, extract %.1f s, package %.1f MB\n", c, b1 - b0, e1 - e0, s / 1e6 }'
+echo "many_files: $count files built and extracted with progress"

@@ -54,11 +54,6 @@ Unpacked, the files are the folder's own, byte for byte.
   $ for d in sigtool apps demos doc install java; do diff -r "$EXAMPLES/$d" "out/$d" || echo "differs: $d"; done
   $ cmp "$EXAMPLES/LICENSE.txt" out/LICENSE.txt
 
-The screenshot is the image the manifest names.
-
-  $ zvaddon screenshot signal.zvaddon --get shot.png
-  $ cmp shot.png "$EXAMPLES/doc/images/screenshot.png"
-
 The licence text is the file's.
 
   $ zvaddon get signal.zvaddon license | python3 -c 'import json, sys; sys.stdout.write(json.load(sys.stdin)["text"])' | cmp - "$EXAMPLES/LICENSE.txt"

@@ -5,24 +5,13 @@ the exit status says what kind of failure it was (1 host error, 2 usage).
   zvaddon inspect: The add-on package 'missing.zvaddon' does not exist. (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_PACKAGE_NOT_FOUND)
   [1]
 
-A file that is no package: the OPC layer's reason follows the catalogue text.
-
-  $ echo "not a zip" > junk.zvaddon
-  $ zvaddon get junk.zvaddon properties
-  zvaddon get: Could not read the properties of the add-on package 'junk.zvaddon': .* \(zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_GET_PROPERTIES\) (re)
-  [1]
-
 Usage errors.
 
-  $ zvaddon get junk.zvaddon licence
+  $ zvaddon get missing.zvaddon licence
   zvaddon get: no record named 'licence'; records: properties, systemRequirements, configuration, license, examples, revisionHistory, apps
   [2]
   $ zvaddon frobnicate
   zvaddon: no command 'frobnicate' (zvaddon --help lists them)
   [2]
-  $ zvaddon --version
-  zvaddon [0-9]+\.[0-9]+\.[0-9]+ (re)
-  $ zvaddon --help | tail -3
-  Exit status: 0 success (verify: signature valid); 1 the package or a file could not be read or
-  written (a host error, printed with its message identifier); 2 usage error; 3 verify: unsigned;
-  4 verify: signature invalid; 5 the manifest or a record's JSON is malformed.
+  $ zvaddon --help | grep -c '^Exit status: 0 success'
+  1

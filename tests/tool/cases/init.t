@@ -32,11 +32,6 @@ The manifest builds; its default name is the folder's, with the version.
 
   $ zvaddon build "my addon"
   built my addon-1.0.0.zvaddon: 4 files (23 B), 1 empty folders
-  $ zvaddon get "my addon-1.0.0.zvaddon" license
-  {
-    "type": "",
-    "text": "MIT\n"
-  }
 
 Unpacked, the empty folder is a folder again and is counted as one.
 

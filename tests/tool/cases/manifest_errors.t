@@ -4,9 +4,6 @@ the JSON pointer of the fault and what was expected; the exit status is 5.
   $ mkdir addon && echo "x = 1;" > addon/a.m
   $ m() { printf '%s' "$1" > addon/zvaddon.json; zvaddon build -q addon -o out.zvaddon; }
 
-  $ m '{"properties": {"name": "A", "version": "1", "GUID": "g", "nmae": "typo"}}'
-  zvaddon build: addon/zvaddon.json: /properties/nmae: unknown key; expected one of: type, name, version, ZORVANRelease, summary, authorName, authorContact, authorOrganization, GUID, description
-  [5]
   $ m '{"properties": {"name": "A", "version": "1"}}'
   zvaddon build: addon/zvaddon.json: /properties/GUID: required
   [5]

@@ -13,9 +13,3 @@ byte what was stored (the part each extension makes: the gateway's records test)
   /metadata/primaryScreenShot.png (886 B)
   $ zvaddon screenshot s.zvaddon --get out.png
   $ cmp out.png "$EXAMPLES/doc/images/screenshot.png"
-
-A missing image is the host's error, naming the image first and the package second.
-
-  $ zvaddon screenshot s.zvaddon --set nothere.png
-  zvaddon screenshot: Could not store the screenshot 'nothere.png' in the add-on package 's.zvaddon': .* \(zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_SET_SCREENSHOT\) (re)
-  [1]

@@ -32,12 +32,6 @@ Signing again covers the new requirements.
   $ zvaddon verify tiny.zvaddon
   valid: the requirements signature of tiny.zvaddon checks out
 
-A build with --sign makes requirements of its own when the manifest has none.
-
-  $ zvaddon build -q . -o signed.zvaddon --sign
-  $ zvaddon verify signed.zvaddon
-  valid: the requirements signature of signed.zvaddon checks out
-
 The author signature: certificates made here with openssl. verify --trust checks both signatures;
 an unsigned author exits 3, an untrusted root or a file changed after signing 4.
 
@@ -70,7 +64,8 @@ an unsigned author exits 3, an untrusted root or a file changed after signing 4.
   signer: CN=Me
   [4]
 
-A build signs as author from the manifest's "signing" (after the requirements signature).
+A build signs as author from the manifest's "signing", after a requirements signature over
+requirements of its own (the manifest has none).
 
   $ printf '{"properties": {"name": "Tiny", "version": "1.0.0", "GUID": "a-b-c"}, "files": {"include": ["a.m"]},
   >   "signing": {"key": "me.key", "cert": "me.pem"}}' > zvaddon.json
