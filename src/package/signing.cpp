@@ -3,7 +3,6 @@
 #include "package/signing.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "foundation/crypto.h"
 #include "foundation/i18n.h"

@@ -1,7 +1,6 @@
 // Host arrays to JSON: the plain form whenever one exists, the typed form otherwise.
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <stdexcept>
 #include <string>

@@ -6,7 +6,6 @@
 // (see fromValue): their owner must free them, as the contract requires anyway.
 #include "host/octave/arrays.h"
 
-#include <cstdint>
 #include <limits>
 #include <string>
 
