@@ -3,9 +3,6 @@
 namespace foundation::core::msg {
 
 MessageArgument toArgument(const ustring& text) { return MessageArgument(std::in_place_type<ustring>, text); }
-MessageArgument toArgument(const char16_t* text) {
-  return MessageArgument(std::in_place_type<ustring>, text ? ustring(text) : ustring());
-}
 MessageArgument toArgument(const char* text) {
   return MessageArgument(std::in_place_type<std::string>, text ? std::string(text) : std::string());
 }

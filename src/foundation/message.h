@@ -2,7 +2,6 @@
 // The message-key object that an error carries to the host: a catalogue, a key and typed arguments.
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -17,7 +16,6 @@ using MessageArgument = std::variant<std::int64_t, std::string, ustring>;
 // Converts a typed value into an argument: UTF-16 text stays UTF-16 (copied), narrow text is kept
 // byte for byte (a null pointer gives the empty string), integers stay integers.
 MessageArgument toArgument(const ustring& text);
-MessageArgument toArgument(const char16_t* text);
 MessageArgument toArgument(const char* text);
 MessageArgument toArgument(const std::string& text);
 MessageArgument toArgument(std::int64_t value);

@@ -10,19 +10,6 @@
 
 using namespace zvaddon::gateway;
 
-namespace {
-
-// Texts of the cell's elements in element order (the count is the product of its dimensions).
-std::vector<ustring> cellTexts(const qxArray* cell) {
-  std::vector<ustring> texts;
-  const qxSize count = qxGetNumberOfElements(cell);
-  texts.reserve(count);
-  for (qxSize i = 0; i < count; ++i) texts.push_back(matrix::get_ustring(qxGetCell(cell, i)));
-  return texts;
-}
-
-}  // namespace
-
 // Inputs of other classes, or a cell paired with a non-cell, are ignored without an error, and an
 // empty list does not even open the package: both silences are part of the contract.
 ZV_GATEWAY void zvAddonAddFiles(int outputCount, qxArray** /*outputs*/, int inputCount, const qxArray** inputs) {
@@ -58,7 +45,7 @@ ZV_GATEWAY void zvAddonAddFolders(int outputCount, qxArray** /*outputs*/, int in
   const ustring path = matrix::get_ustring(inputs[0]);
   std::vector<ustring> folders;
   if (qxIsCell(inputs[1])) {
-    folders = cellTexts(inputs[1]);
+    folders = addon::packaging::hostio::readStringList(inputs[1]);
   } else if (qxIsChar(inputs[1])) {
     folders.push_back(matrix::get_ustring(inputs[1]));
   } else {

@@ -1,7 +1,6 @@
 // zvAddonComputeHash: SHA-512 of any file's bytes as base64 text; opens no package.
 #include <fstream>
 #include <memory>
-#include <mutex>
 
 #include <boost/filesystem/operations.hpp>
 
@@ -15,10 +14,8 @@ namespace {
 
 // Made once, kept until the library is unloaded.
 const fl::i18n::codecvt_ustring_to_string& utf8Converter() {
-  static std::once_flag once;
-  static std::unique_ptr<fl::i18n::codecvt_ustring_to_string> converter;
-  std::call_once(once, [] { converter = std::make_unique<fl::i18n::codecvt_ustring_to_string>("utf8"); });
-  return *converter;
+  static const fl::i18n::codecvt_ustring_to_string converter("utf8");
+  return converter;
 }
 
 }  // namespace

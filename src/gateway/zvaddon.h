@@ -4,33 +4,38 @@
 // is raised as a host error carrying a "zvaddon_builtins:zvaddon_builtins" message key.
 #include "host/qx.h"
 
-#define ZV_GATEWAY_FUNCTION(NAME) void NAME(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs)
+// X(NAME, OUTPUTS) for each function: its name and how many outputs it gives at most.
+#define ZV_GATEWAY_FUNCTIONS(X)      \
+  X(zvAddonCreate, 0)                \
+  X(zvAddonSetProperties, 0)         \
+  X(zvAddonGetProperties, 1)         \
+  X(zvAddonAddFiles, 0)              \
+  X(zvAddonAddFolders, 0)            \
+  X(zvAddonExtractAllFiles, 0)       \
+  X(zvAddonGetFileList, 1)           \
+  X(zvAddonSetRevisionHistory, 0)    \
+  X(zvAddonGetRevisionHistory, 1)    \
+  X(zvAddonSetScreenshot, 0)         \
+  X(zvAddonGetScreenshot, 1)         \
+  X(zvAddonSetAppInstallList, 0)     \
+  X(zvAddonGetAppInstallList, 1)     \
+  X(zvAddonSetExamples, 0)           \
+  X(zvAddonGetExamples, 1)           \
+  X(zvAddonSetSystemRequirements, 0) \
+  X(zvAddonGetSystemRequirements, 1) \
+  X(zvAddonAddInstructionSet, 0)     \
+  X(zvAddonSign, 0)                  \
+  X(zvAddonSetLicense, 0)            \
+  X(zvAddonGetLicense, 1)            \
+  X(zvAddonSetConfiguration, 0)      \
+  X(zvAddonGetConfiguration, 1)      \
+  X(zvAddonComputeHash, 1)
+
+#define ZV_GATEWAY_FUNCTION(NAME, OUTPUTS) \
+  void NAME(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs);
 
 extern "C" {
-ZV_GATEWAY_FUNCTION(zvAddonCreate);
-ZV_GATEWAY_FUNCTION(zvAddonSetProperties);
-ZV_GATEWAY_FUNCTION(zvAddonGetProperties);
-ZV_GATEWAY_FUNCTION(zvAddonAddFiles);
-ZV_GATEWAY_FUNCTION(zvAddonAddFolders);
-ZV_GATEWAY_FUNCTION(zvAddonExtractAllFiles);
-ZV_GATEWAY_FUNCTION(zvAddonGetFileList);
-ZV_GATEWAY_FUNCTION(zvAddonSetRevisionHistory);
-ZV_GATEWAY_FUNCTION(zvAddonGetRevisionHistory);
-ZV_GATEWAY_FUNCTION(zvAddonSetScreenshot);
-ZV_GATEWAY_FUNCTION(zvAddonGetScreenshot);
-ZV_GATEWAY_FUNCTION(zvAddonSetAppInstallList);
-ZV_GATEWAY_FUNCTION(zvAddonGetAppInstallList);
-ZV_GATEWAY_FUNCTION(zvAddonSetExamples);
-ZV_GATEWAY_FUNCTION(zvAddonGetExamples);
-ZV_GATEWAY_FUNCTION(zvAddonSetSystemRequirements);
-ZV_GATEWAY_FUNCTION(zvAddonGetSystemRequirements);
-ZV_GATEWAY_FUNCTION(zvAddonAddInstructionSet);
-ZV_GATEWAY_FUNCTION(zvAddonSign);
-ZV_GATEWAY_FUNCTION(zvAddonSetLicense);
-ZV_GATEWAY_FUNCTION(zvAddonGetLicense);
-ZV_GATEWAY_FUNCTION(zvAddonSetConfiguration);
-ZV_GATEWAY_FUNCTION(zvAddonGetConfiguration);
-ZV_GATEWAY_FUNCTION(zvAddonComputeHash);
+ZV_GATEWAY_FUNCTIONS(ZV_GATEWAY_FUNCTION)
 }
 
 #undef ZV_GATEWAY_FUNCTION

@@ -23,9 +23,7 @@ const Text<P> kAuthor[] = {{"name", &P::authorName}, {"contact", &P::authorConta
 }  // namespace
 
 AddonProperties::AddonProperties() {
-  setPartIdentifiers(u"/metadata/addonProperties.xml", u"application/vnd.kestrelon.zorvan.addon.properties+xml",
-                     schemaURI(u"/zorvan/addon/2014/addonProperties"),
-                     schemaURI(u"/zorvan/addon/2014/relationships/addonProperties"));
+  setPartIdentifiers(u"addonProperties", u"properties");
 }
 
 AddonProperties::AddonProperties(const qxArray* structure) : AddonProperties() {

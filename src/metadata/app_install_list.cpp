@@ -16,9 +16,7 @@ const char16_t* flagText(bool value) { return value ? u"true" : u"false"; }
 }  // namespace
 
 AddonAppInstallList::AddonAppInstallList() {
-  setPartIdentifiers(u"/metadata/applications.xml", u"application/vnd.kestrelon.zorvan.addon.applications+xml",
-                     schemaURI(u"/zorvan/addon/2014/applications"),
-                     schemaURI(u"/zorvan/addon/2014/relationships/applications"));
+  setPartIdentifiers(u"applications", u"applications");
 }
 
 AddonAppInstallList::AddonAppInstallList(const qxArray* input) : AddonAppInstallList() {

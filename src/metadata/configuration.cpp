@@ -20,9 +20,7 @@ const Text<AddonConfiguration> kPaths[] = {{"infoXMLPath", &AddonConfiguration::
 }  // namespace
 
 AddonConfiguration::AddonConfiguration() {
-  setPartIdentifiers(u"/metadata/configuration.xml", u"application/vnd.kestrelon.zorvan.addon.configuration+xml",
-                     schemaURI(u"/zorvan/addon/2014/configuration"),
-                     schemaURI(u"/zorvan/addon/2014/relationships/configuration"));
+  setPartIdentifiers(u"configuration", u"configuration");
 }
 
 AddonConfiguration::AddonConfiguration(const qxArray* configuration) : AddonConfiguration() {

@@ -61,8 +61,7 @@ void Example::addRow(qxArray* array, std::uint64_t index) const {
 }
 
 AddonExamples::AddonExamples() {
-  setPartIdentifiers(u"/metadata/examples.xml", u"application/vnd.kestrelon.zorvan.addon.examples+xml",
-                     schemaURI(u"/zorvan/addon/2014/examples"), schemaURI(u"/zorvan/addon/2014/relationships/examples"));
+  setPartIdentifiers(u"examples", u"examples");
 }
 
 AddonExamples::AddonExamples(const qxArray* input) : AddonExamples() {

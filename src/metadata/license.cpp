@@ -11,8 +11,7 @@ const Text<AddonLicense> kLicense[] = {{"type", &AddonLicense::type}, {"text", &
 }  // namespace
 
 AddonLicense::AddonLicense() {
-  setPartIdentifiers(u"/metadata/license.xml", u"application/vnd.kestrelon.zorvan.addon.license+xml",
-                     schemaURI(u"/zorvan/addon/2014/license"), schemaURI(u"/zorvan/addon/2014/relationships/license"));
+  setPartIdentifiers(u"license", u"license");
 }
 
 AddonLicense::AddonLicense(const qxArray* license) : AddonLicense() { readTexts(license, 0, kLicense, *this); }

@@ -13,9 +13,7 @@ const auto kAttributes = std::span(kRevision).first(2);
 }  // namespace
 
 AddonRevisionHistory::AddonRevisionHistory() {
-  setPartIdentifiers(u"/metadata/revisionHistory.xml", u"application/vnd.kestrelon.zorvan.addon.revisionHistory+xml",
-                     schemaURI(u"/zorvan/addon/2014/revisionHistory"),
-                     schemaURI(u"/zorvan/addon/2014/relationships/revisionHistory"));
+  setPartIdentifiers(u"revisionHistory", u"revisionHistory");
 }
 
 AddonRevisionHistory::AddonRevisionHistory(const qxArray* input) : AddonRevisionHistory() {

@@ -107,9 +107,7 @@ matrix::unique_qxarray_ptr AddonDependency::createStructArray(std::uint64_t coun
 void AddonDependency::addRow(qxArray* array, qxIndex index) const { writeTexts(array, index, kAddon, *this); }
 
 AddonSystemRequirements::AddonSystemRequirements() {
-  setPartIdentifiers(u"/metadata/systemRequirements.xml", u"application/vnd.kestrelon.zorvan.addon.systemRequirements+xml",
-                     schemaURI(u"/zorvan/addon/2014/systemRequirements"),
-                     schemaURI(u"/zorvan/addon/2014/relationships/systemRequirements"));
+  setPartIdentifiers(u"systemRequirements", u"systemRequirements");
   setPlatformDefaults();
 }
 

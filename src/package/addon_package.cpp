@@ -1,8 +1,5 @@
 #include "package/addon_package.h"
 
-#include <ctime>
-#include <stdexcept>
-
 #include <boost/date_time/posix_time/conversion.hpp>
 
 #include "foundation/clock.h"
@@ -15,13 +12,6 @@ constexpr int kToolboxType = 0;
 constexpr int kUnknownType = 1;
 constexpr char16_t kToolboxName[] = u"ZORVAN Toolbox";
 constexpr char16_t kToolboxContentType[] = u"application/vnd.kestrelon.zorvan.toolbox";
-
-boost::posix_time::ptime currentTimeUtc() {
-  const std::time_t now = foundation::clock::now<opc::Exception>();
-  std::tm utc{};
-  if (gmtime_r(&now, &utc) == nullptr) throw std::runtime_error("could not convert calendar time to UTC time");
-  return boost::posix_time::ptime_from_tm(utc);
-}
 
 }  // namespace
 
@@ -37,7 +27,7 @@ AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPa
   package_.open(static_cast<opc::interfaces::OpenMode>(1));
   opc::kqservices::CoreProperties core(kToolboxContentType, kToolboxName,
                                        opc::kqservices::CoreProperties::getCurrentZORVANReleaseInfo());
-  const boost::posix_time::ptime now = currentTimeUtc();
+  const boost::posix_time::ptime now = boost::posix_time::from_time_t(foundation::clock::now<opc::Exception>());
   core.setLastModified(now);
   core.setCreated(now);
   storeProperties(core, properties);

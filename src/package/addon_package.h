@@ -133,8 +133,6 @@ class ZV_API AddonPackage {
   [[nodiscard]] Contents readContents();
 
   [[nodiscard]] opc::model::Package& getPackage() { return package_; }
-  [[nodiscard]] opc::kqservices::CorePropertiesManager& getCorePropertiesManager() { return coreProperties_; }
-  [[nodiscard]] opc::kqservices::FileSystemManager& getFileSystemManager() { return fileSystem_; }
   [[nodiscard]] opc::model::DigitalSignatureManager& getDigitalSignatureManager() { return signatures_; }
 
  private:

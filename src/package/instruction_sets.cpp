@@ -8,11 +8,7 @@ namespace {
 constexpr char16_t kPartPrefix[] = u"/metadata/InstructionSets/";
 constexpr char16_t kIdPrefix[] = u"rId_IS_";
 constexpr char16_t kContentType[] = u"application/vnd.kestrelon.zorvan.addon.instructionSet+xml";
-
-const ustring& instructionSetRelationshipType() {
-  static const ustring type = schemaURI(u"/zorvan/addon/2014/relationships/instructionSets");
-  return type;
-}
+constexpr char16_t kRelationship[] = u"relationships/instructionSets";
 
 }  // namespace
 
@@ -25,14 +21,14 @@ void AddonPackage::addInstructionSets(const std::vector<ustring>& files) {
     const opc::model::PartName name(kPartPrefix + fileName);
     const opc::model::PartPtr part =
         package_.createPart(name, opc::model::ContentType(kContentType), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
-    package_.createRelationship(name.getURI(), instructionSetRelationshipType(), kIdPrefix + fileName,
+    package_.createRelationship(name.getURI(), schemaURI(kRelationship), kIdPrefix + fileName,
                                 opc::model::TargetMode::Internal);
     copyFileIntoPart(*part, path);
   }
 }
 
 bool AddonPackage::hasInstructionSets() {
-  return !package_.getRelationshipsByType(instructionSetRelationshipType()).empty();
+  return !package_.getRelationshipsByType(schemaURI(kRelationship)).empty();
 }
 
 }  // namespace addon::packaging

@@ -12,11 +12,7 @@ constexpr char16_t kScreenshotPrefix[] = u"/metadata/primaryScreenShot.";
 constexpr char16_t kScreenshotId[] = u"rId100";
 constexpr char16_t kThumbnailId[] = u"rId101";
 constexpr char16_t kJpeg[] = u"image/jpeg";
-
-const ustring& screenshotRelationshipType() {
-  static const ustring type = schemaURI(u"/zorvan/addon/2014/relationships/primaryScreenShot");
-  return type;
-}
+constexpr char16_t kScreenshotRelationship[] = u"relationships/primaryScreenShot";
 
 }  // namespace
 
@@ -44,12 +40,12 @@ void AddonPackage::setScreenshot(const ustring& imagePath) {
   const opc::model::PartName name(kScreenshotPrefix + (contentType == kJpeg ? ustring(u"jpg") : extension));
   const opc::model::PartPtr part =
       package_.createPart(name, opc::model::ContentType(contentType), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
-  package_.createRelationship(name.getURI(), screenshotRelationshipType(), kScreenshotId, opc::model::TargetMode::Internal);
+  package_.createRelationship(name.getURI(), schemaURI(kScreenshotRelationship), kScreenshotId, opc::model::TargetMode::Internal);
   package_.createRelationship(name.getURI(), opc::model::PackageHelper::getThumbnailRelationshipType(), kThumbnailId,
                               opc::model::TargetMode::Internal);
   copyFileIntoPart(*part, imagePath);
 }
 
-std::vector<std::uint8_t> AddonPackage::getScreenshot() { return getBinaryPart(screenshotRelationshipType()); }
+std::vector<std::uint8_t> AddonPackage::getScreenshot() { return getBinaryPart(schemaURI(kScreenshotRelationship)); }
 
 }  // namespace addon::packaging

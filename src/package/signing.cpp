@@ -3,7 +3,6 @@
 #include "package/signing.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "foundation/crypto.h"
 #include "foundation/i18n.h"
@@ -56,7 +55,7 @@ const ustring verificationKeyHex =
 // END GENERATED KEYS
 
 constexpr char16_t kRequirementsPart[] = u"/metadata/systemRequirements.xml";
-constexpr char16_t kRequirementsRelationship[] = u"/zorvan/addon/2014/relationships/systemRequirements";
+constexpr char16_t kRequirementsRelationship[] = u"relationships/systemRequirements";
 
 using opc::model::PackageHelper;
 using opc::model::PartName;

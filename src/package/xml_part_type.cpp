@@ -10,11 +10,11 @@ namespace addon::packaging {
 XMLPartType::XMLPartType() = default;
 XMLPartType::~XMLPartType() = default;
 
-void XMLPartType::setPartIdentifiers(ustring partName, ustring contentType, ustring ns, ustring relationshipType) {
-  partName_ = std::move(partName);
-  contentType_ = std::move(contentType);
-  namespace_ = std::move(ns);
-  relationshipType_ = std::move(relationshipType);
+void XMLPartType::setPartIdentifiers(std::u16string_view name, std::u16string_view type) {
+  partName_ = u"/metadata/" + ustring(name) + u".xml";
+  contentType_ = u"application/vnd.kestrelon.zorvan.addon." + ustring(type) + u"+xml";
+  namespace_ = schemaURI(name);
+  relationshipType_ = schemaURI(u"relationships/" + ustring(name));
 }
 
 opc::model::DocumentPtr createRecordDocument() {

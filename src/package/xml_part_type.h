@@ -12,10 +12,10 @@
 
 namespace addon::packaging {
 
-// Scheme and host in front of every namespace and relationship type the system defines.
-inline constexpr std::u16string_view kSchemaBaseURI = u"https://schemas.zvaddon.org";
+// In front of every namespace and relationship type the system defines.
+inline constexpr std::u16string_view kSchemaBaseURI = u"https://schemas.zvaddon.org/zorvan/addon/2014/";
 
-// kSchemaBaseURI followed by `path` ("/zorvan/addon/2014/...").
+// kSchemaBaseURI followed by `path` ("examples", "relationships/examples").
 [[nodiscard]] inline ustring schemaURI(std::u16string_view path) {
   ustring uri(kSchemaBaseURI);
   uri.append(path);
@@ -49,8 +49,10 @@ class ZV_API XMLPartType {
   XMLPartType(const XMLPartType&) = default;
   XMLPartType& operator=(const XMLPartType&) = default;
 
-  // Every record's constructors call this first.
-  void setPartIdentifiers(ustring partName, ustring contentType, ustring ns, ustring relationshipType);
+  // Every record's constructors call this first: the part "/metadata/<name>.xml" of content type
+  // "application/vnd.kestrelon.zorvan.addon.<type>+xml", in namespace schemaURI(name), related by
+  // type schemaURI("relationships/<name>").
+  void setPartIdentifiers(std::u16string_view name, std::u16string_view type);
 
  private:
   opc::model::XercesGuard guard_;

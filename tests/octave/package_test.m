@@ -17,7 +17,7 @@ function package_test(tarball, readme, header, tool)
     eval(b{1}{1});
   end
 
-  names = regexp(fileread(header), 'ZV_GATEWAY_FUNCTION\((zvAddon\w+)\);', 'tokens');
+  names = regexp(fileread(header), 'X\((zvAddon\w+), \d\)', 'tokens');
   assert(numel(names), 24);
   for name = [names{:}]
     [where, text] = deal(which(name{1}), get_help_text(name{1}));

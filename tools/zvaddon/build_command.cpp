@@ -1,7 +1,6 @@
 // zvaddon build: an add-on folder and its manifest into a package, through the gateway functions.
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -77,40 +76,34 @@ std::vector<std::string> missingReferences(const Manifest& manifest, const Selec
   for (const std::string& folder : selection.emptyFolders) folders.insert(folder);
 
   std::vector<std::string> missing;
-  auto checkFile = [&](const Json& value, const std::string& pointer) {
+  auto check = [&](const Json& value, const std::string& pointer, bool folder) {
     if (!value.is_string() || value.get<std::string>().empty()) return;
-    if (!files.contains(normalised(value.get<std::string>()))) {
-      missing.push_back(pointer + ": '" + value.get<std::string>() + "' is not among the package's files");
-    }
-  };
-  auto checkFolder = [&](const Json& value, const std::string& pointer) {
-    if (!value.is_string()) return;
     const std::string path = normalised(value.get<std::string>());
-    if (!path.empty() && path != "." && !folders.contains(path)) {
-      missing.push_back(pointer + ": '" + value.get<std::string>() + "' is not among the package's folders");
-    }
+    if ((folder && (path.empty() || path == ".")) || (folder ? folders : files).contains(path)) return;
+    missing.push_back(pointer + ": '" + value.get<std::string>() + "' is not among the package's " +
+                      (folder ? "folders" : "files"));
   };
-  auto each = [](const Json& list, auto&& visit) {
+  // visit(element, its JSON pointer) for each element of an array.
+  auto each = [](const Json& list, const std::string& pointer, auto&& visit) {
     if (!list.is_array()) return;
-    for (std::size_t i = 0; i < list.size(); ++i) visit(list[i], i);
+    for (std::size_t i = 0; i < list.size(); ++i) visit(list[i], childPointer(pointer, i));
   };
   for (const auto& [record, host] : manifest.records) {
     const std::string base = childPointer("", recordInfo(record).name);
     if (record == Record::configuration) {
-      each(host["zorvanPaths"], [&](const Json& v, std::size_t i) { checkFolder(v, base + "/zorvanPaths/" + std::to_string(i)); });
+      each(host["zorvanPaths"], base + "/zorvanPaths", [&](const Json& v, const std::string& at) { check(v, at, true); });
       for (const char* key : {"infoXMLPath", "gettingStartedDocPath", "installMapPath"}) {
-        checkFile(host[key], childPointer(base, key));
+        check(host[key], childPointer(base, key), false);
       }
     } else if (record == Record::examples) {
-      each(host, [&](const Json& category, std::size_t c) {
-        each(category["examples"], [&](const Json& example, std::size_t e) {
-          const std::string at = base + "/" + std::to_string(c) + "/examples/" + std::to_string(e);
-          for (const char* key : {"source", "main", "thumbnail"}) checkFile(example[key], childPointer(at, key));
-          each(example["images"], [&](const Json& v, std::size_t i) { checkFile(v, at + "/images/" + std::to_string(i)); });
+      each(host, base, [&](const Json& category, const std::string& c) {
+        each(category["examples"], c + "/examples", [&](const Json& example, const std::string& at) {
+          for (const char* key : {"source", "main", "thumbnail"}) check(example[key], childPointer(at, key), false);
+          each(example["images"], at + "/images", [&](const Json& v, const std::string& i) { check(v, i, false); });
         });
       });
     } else if (record == Record::apps) {
-      each(host, [&](const Json& app, std::size_t a) { checkFile(app["relativePath"], base + "/" + std::to_string(a) + "/relativePath"); });
+      each(host, base, [&](const Json& app, const std::string& at) { check(app["relativePath"], at + "/relativePath", false); });
     }
   }
   return missing;

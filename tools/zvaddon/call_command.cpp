@@ -1,6 +1,5 @@
 // zvaddon call: any gateway function called as the host does, JSON in and JSON out.
 #include <iostream>
-#include <memory>
 
 #include "commands.h"
 #include "foundation/i18n.h"

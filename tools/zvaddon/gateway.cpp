@@ -11,33 +11,8 @@
 namespace zvaddon::tool {
 namespace {
 
-#define ZV_ENTRY(NAME, OUTPUTS) {#NAME, OUTPUTS, &NAME}
-constexpr GatewayFunction kFunctions[] = {
-    ZV_ENTRY(zvAddonCreate, 0),
-    ZV_ENTRY(zvAddonSetProperties, 0),
-    ZV_ENTRY(zvAddonGetProperties, 1),
-    ZV_ENTRY(zvAddonAddFiles, 0),
-    ZV_ENTRY(zvAddonAddFolders, 0),
-    ZV_ENTRY(zvAddonExtractAllFiles, 0),
-    ZV_ENTRY(zvAddonGetFileList, 1),
-    ZV_ENTRY(zvAddonSetRevisionHistory, 0),
-    ZV_ENTRY(zvAddonGetRevisionHistory, 1),
-    ZV_ENTRY(zvAddonSetScreenshot, 0),
-    ZV_ENTRY(zvAddonGetScreenshot, 1),
-    ZV_ENTRY(zvAddonSetAppInstallList, 0),
-    ZV_ENTRY(zvAddonGetAppInstallList, 1),
-    ZV_ENTRY(zvAddonSetExamples, 0),
-    ZV_ENTRY(zvAddonGetExamples, 1),
-    ZV_ENTRY(zvAddonSetSystemRequirements, 0),
-    ZV_ENTRY(zvAddonGetSystemRequirements, 1),
-    ZV_ENTRY(zvAddonAddInstructionSet, 0),
-    ZV_ENTRY(zvAddonSign, 0),
-    ZV_ENTRY(zvAddonSetLicense, 0),
-    ZV_ENTRY(zvAddonGetLicense, 1),
-    ZV_ENTRY(zvAddonSetConfiguration, 0),
-    ZV_ENTRY(zvAddonGetConfiguration, 1),
-    ZV_ENTRY(zvAddonComputeHash, 1),
-};
+#define ZV_ENTRY(NAME, OUTPUTS) {#NAME, OUTPUTS, &NAME},
+constexpr GatewayFunction kFunctions[] = {ZV_GATEWAY_FUNCTIONS(ZV_ENTRY)};
 #undef ZV_ENTRY
 
 }  // namespace

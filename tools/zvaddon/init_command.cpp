@@ -1,11 +1,12 @@
 // zvaddon init: a starting manifest for an add-on folder.
-#include <openssl/rand.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <set>
+
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
 
 #include "commands.h"
 #include "file_selection.h"
@@ -23,20 +24,7 @@ struct InitOptions {
 };
 
 // A random (version 4) UUID in its usual text form.
-std::string freshGuid() {
-  unsigned char bytes[16];
-  if (RAND_bytes(bytes, sizeof bytes) != 1) throw ToolError(ExitStatus::hostError, "cannot draw random bytes");
-  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0f) | 0x40);
-  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);
-  static constexpr char hex[] = "0123456789abcdef";
-  std::string text;
-  for (int i = 0; i < 16; ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-    text += hex[bytes[i] >> 4];
-    text += hex[bytes[i] & 15];
-  }
-  return text;
-}
+std::string freshGuid() { return boost::uuids::to_string(boost::uuids::random_generator()()); }
 
 ExitStatus runInit(const InitOptions& options) {
   const fs::path folder = options.folder;

@@ -26,7 +26,7 @@ int fail(const std::string& command, const std::string& message, zvaddon::tool::
 }  // namespace
 
 int main(int argc, char** argv) {
-  using zvaddon::tool::ExitStatus;
+  using namespace zvaddon::tool;
   // With TZ unset the C library stats /etc/localtime on every local-time conversion, and the package
   // reader converts each entry's DOS time when it opens a package: 20,000 system calls for a large one.
   // Naming the same zone file keeps local time as it was and has it read once.
@@ -36,18 +36,11 @@ int main(int argc, char** argv) {
   app.footer(kExitStatuses);
   app.set_version_flag("--version", "zvaddon " ZV_VERSION);
   int exitStatus = 0;
-  zvaddon::tool::addInitCommand(app, exitStatus);
-  zvaddon::tool::addBuildCommand(app, exitStatus);
-  zvaddon::tool::addInspectCommand(app, exitStatus);
-  zvaddon::tool::addListCommand(app, exitStatus);
-  zvaddon::tool::addExtractCommand(app, exitStatus);
-  zvaddon::tool::addSignCommand(app, exitStatus);
-  zvaddon::tool::addVerifyCommand(app, exitStatus);
-  zvaddon::tool::addHashCommand(app, exitStatus);
-  zvaddon::tool::addGetCommand(app, exitStatus);
-  zvaddon::tool::addSetCommand(app, exitStatus);
-  zvaddon::tool::addScreenshotCommand(app, exitStatus);
-  zvaddon::tool::addCallCommand(app, exitStatus);
+  for (auto add : {addInitCommand, addBuildCommand, addInspectCommand, addListCommand, addExtractCommand,
+                   addSignCommand, addVerifyCommand, addHashCommand, addGetCommand, addSetCommand,
+                   addScreenshotCommand, addCallCommand}) {
+    add(app, exitStatus);
+  }
 
   auto command = [&app]() -> std::string {
     const auto chosen = app.get_subcommands();
@@ -68,7 +61,7 @@ int main(int argc, char** argv) {
     return status == 0 ? 0 : static_cast<int>(ExitStatus::usage);
   } catch (const zvhost::reference::HostError& e) {
     return fail(command(), e.message() + " (" + e.identifier() + ")", ExitStatus::hostError);
-  } catch (const zvaddon::tool::ToolError& e) {
+  } catch (const ToolError& e) {
     return fail(command(), e.what(), e.status());
   } catch (const std::exception& e) {
     return fail(command(), e.what(), ExitStatus::hostError);

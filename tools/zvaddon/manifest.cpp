@@ -38,11 +38,8 @@ FilePatterns filePatterns(const Json& value, const std::string& pointer) {
   if (!value.is_object()) wrongType(pointer, "an object", value);
   requireKnownKeys(value, pointer, {"include", "exclude", "defaultExcludes"});
   FilePatterns patterns;
-  if (const auto it = value.find("include"); it != value.end()) {
-    patterns.include = textList(*it, childPointer(pointer, "include"));
-  }
-  if (const auto it = value.find("exclude"); it != value.end()) {
-    patterns.exclude = textList(*it, childPointer(pointer, "exclude"));
+  for (auto [key, list] : {std::pair{"include", &patterns.include}, std::pair{"exclude", &patterns.exclude}}) {
+    if (const auto it = value.find(key); it != value.end()) *list = textList(*it, childPointer(pointer, key));
   }
   if (const auto it = value.find("defaultExcludes"); it != value.end()) {
     if (!it->is_boolean()) wrongType(childPointer(pointer, "defaultExcludes"), "true or false", *it);

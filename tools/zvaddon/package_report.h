@@ -3,7 +3,6 @@
 // list, hash) and the library's read-only view of the package (AddonPackage::readContents: sizes,
 // screenshot and instruction-set parts), and its signatures (AddonPackage::readSignatures,
 // verifyAddonRequirements, verifyAuthor).
-#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>

@@ -125,24 +125,19 @@ Json valueToHost(const Field& field, const Json* value, const std::string& point
       if (value->is_boolean()) return value->get<bool>() ? "true" : "false";
       if (value->is_string()) return *value;
       wrongType(pointer, "true, false or text", *value);
-    case Kind::textList: {
-      if (absent) return nullptr;
-      if (!value->is_array()) wrongType(pointer, "an array of texts", *value);
-      if (value->empty()) return nullptr;
-      Json out = Json::array();
-      for (std::size_t i = 0; i < value->size(); ++i) out.push_back(textToHost((*value)[i], childPointer(pointer, i)));
-      return out;
-    }
     case Kind::object:
       if (absent) return nullptr;
       return objectToHost(*field.shape, *value, pointer);
+    case Kind::textList:
     case Kind::objectList: {
       if (absent) return nullptr;
-      if (!value->is_array()) wrongType(pointer, "an array of objects", *value);
+      const bool texts = field.kind == Kind::textList;
+      if (!value->is_array()) wrongType(pointer, texts ? "an array of texts" : "an array of objects", *value);
       if (value->empty()) return nullptr;
       Json out = Json::array();
       for (std::size_t i = 0; i < value->size(); ++i) {
-        out.push_back(objectToHost(*field.shape, (*value)[i], childPointer(pointer, i)));
+        const std::string at = childPointer(pointer, i);
+        out.push_back(texts ? textToHost((*value)[i], at) : objectToHost(*field.shape, (*value)[i], at));
       }
       return out;
     }
@@ -181,22 +176,16 @@ Json valueFromHost(const Field& field, const Json* value) {
     case Kind::text:
     case Kind::flag:
       return textFromHost(value);
-    case Kind::textList: {
-      Json out = Json::array();
-      if (value != nullptr) {
-        for (const Json* e : hostElements(*value)) out.push_back(textFromHost(e));
-      }
-      return out;
-    }
     case Kind::object: {
       if (value == nullptr) return nullptr;
       const std::vector<const Json*> elements = hostElements(*value);
       return elements.empty() ? Json(nullptr) : objectFromHost(*field.shape, *elements.front());
     }
+    case Kind::textList:
     case Kind::objectList: {
       Json out = Json::array();
-      if (value != nullptr) {
-        for (const Json* e : hostElements(*value)) out.push_back(objectFromHost(*field.shape, *e));
+      for (const Json* e : value == nullptr ? std::vector<const Json*>() : hostElements(*value)) {
+        out.push_back(field.kind == Kind::textList ? textFromHost(e) : objectFromHost(*field.shape, *e));
       }
       return out;
     }

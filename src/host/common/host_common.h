@@ -47,6 +47,15 @@ inline constexpr const char* kClassNames[] = {"unknown", "cell",  "struct", "log
 
 [[nodiscard]] inline bool isNumericClass(qxClassID id) noexcept { return id >= qxDOUBLE_CLASS && id <= qxUINT64_CLASS; }
 
+// A 1xN array.
+[[nodiscard]] inline bool isRow(const qxArray* a) { return qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 1; }
+
+// Null, or the 0x0 real double: the host's language cannot tell an unset value from it.
+[[nodiscard]] inline bool isUnsetLike(const qxArray* a) {
+  return a == nullptr || (qxGetClassID(a) == qxDOUBLE_CLASS && !qxIsComplex(a) && qxGetNumberOfDimensions(a) == 2 &&
+                          qxGetM(a) == 0 && qxGetN(a) == 0);
+}
+
 // A field or class name: a letter, then letters, digits and underscores.
 [[nodiscard]] inline bool isIdentifier(std::string_view name) noexcept {
   auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };

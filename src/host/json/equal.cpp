@@ -9,11 +9,6 @@ namespace zvhost::json {
 
 namespace {
 
-bool isUnsetLike(const qxArray* a) {
-  return a == nullptr || (qxGetClassID(a) == qxDOUBLE_CLASS && !qxIsComplex(a) &&
-                          qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 0 && qxGetN(a) == 0);
-}
-
 // Floating-point elements by bits, except that any NaN equals any NaN.
 bool sameData(qxClassID id, const void* x, const void* y, std::size_t n) {
   if (n == 0) return true;

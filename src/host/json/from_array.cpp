@@ -1,7 +1,6 @@
 // Host arrays to JSON: the plain form whenever one exists, the typed form otherwise.
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -15,8 +14,6 @@ namespace zvhost::json {
 namespace {
 
 std::size_t count(const qxArray* a) { return qxGetNumberOfElements(a); }
-
-bool isRow(const qxArray* a) { return qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 1; }
 
 ustring_view units(const qxArray* a) {
   const auto* p = static_cast<const qxChar*>(qxGetData(a));
@@ -124,9 +121,7 @@ Json dataArray(const qxArray* a) {
   const qxClassID id = qxGetClassID(a);
   const std::size_t n = count(a);
   const bool real = !qxIsComplex(a);
-  if (id == qxDOUBLE_CLASS && real && qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 0 && qxGetN(a) == 0) {
-    return nullptr;
-  }
+  if (isUnsetLike(a)) return nullptr;
   if (id == qxDOUBLE_CLASS && real && n == 1) {
     const double v = qxGetScalar(a);
     if (std::isfinite(v)) return v;

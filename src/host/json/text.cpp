@@ -10,13 +10,12 @@
 #include <string_view>
 
 #include "foundation/i18n.h"
+#include "host/common/host_common.h"
 #include "host/json/json.h"
 
 namespace zvhost::json {
 
 namespace {
-
-bool isRow(const qxArray* a) { return qxGetNumberOfDimensions(a) == 2 && qxGetM(a) == 1; }
 
 // ASCII characters a JSON string holds as they are.
 constexpr auto kPlain = [] {

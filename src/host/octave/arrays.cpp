@@ -6,7 +6,6 @@
 // (see fromValue): their owner must free them, as the contract requires anyway.
 #include "host/octave/arrays.h"
 
-#include <cstdint>
 #include <limits>
 #include <string>
 
@@ -85,9 +84,9 @@ qxArray* qxCreateNumericArray(qxSize ndim, const qxSize* dims, qxClassID classID
   if (!isNumericClass(classID)) {
     raise(errors::invalidClass, std::string("Not a numeric class: ") + zvhost::builtinClassName(classID) + ".");
   }
-  const auto d = octaveDims(ndim, dims);
-  return created(mxCreateNumericArray(static_cast<mwSize>(d.size()), d.data(), static_cast<mxClassID>(classID),
-                                      complexity == qxCOMPLEX ? mxCOMPLEX : mxREAL));
+  return createWith(ndim, dims, [&](mwSize n, const mwSize* d) {
+    return mxCreateNumericArray(n, d, static_cast<mxClassID>(classID), complexity == qxCOMPLEX ? mxCOMPLEX : mxREAL);
+  });
 }
 
 qxArray* qxCreateLogicalArray(qxSize ndim, const qxSize* dims) { return createWith(ndim, dims, mxCreateLogicalArray); }
@@ -98,8 +97,7 @@ qxArray* qxCreateCellArray(qxSize ndim, const qxSize* dims) { return createWith(
 
 qxArray* qxCreateStructArray(qxSize ndim, const qxSize* dims, int nfields, const char** names) {
   checkFieldNames(nfields, names);
-  const auto d = octaveDims(ndim, dims);
-  return created(mxCreateStructArray(static_cast<mwSize>(d.size()), d.data(), nfields, names));
+  return createWith(ndim, dims, [&](mwSize n, const mwSize* d) { return mxCreateStructArray(n, d, nfields, names); });
 }
 
 // Octave makes objects only through their class's constructor, never from bare storage.

@@ -32,6 +32,4 @@ class QX_API HostError : public std::exception {
   std::vector<foundation::core::msg::MessageArgument> arguments_;
 };
 
-namespace errors = zvhost::errors;
-
 }  // namespace zvhost::reference
