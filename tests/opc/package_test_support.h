@@ -66,6 +66,20 @@ inline std::map<std::string, RawItem> rawItems(const std::string& path) {
   return items;
 }
 
+// An archive as libzip writes it: items in order, a name ending in '/' a folder item.
+inline void writeZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& items,
+                     zip_flags_t nameFlags = ZIP_FL_ENC_GUESS) {
+  int error = 0;
+  zip_t* za = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  if (za == nullptr) throw std::runtime_error("zip_open failed on " + path + ": " + std::to_string(error));
+  for (const auto& [name, bytes] : items) {
+    const zip_int64_t at = name.ends_with('/') ? zip_dir_add(za, name.c_str(), nameFlags)
+                                               : zip_file_add(za, name.c_str(), zip_source_buffer(za, bytes.data(), bytes.size(), 0), nameFlags);
+    if (at < 0) throw std::runtime_error(std::string("libzip refused ") + name + ": " + zip_strerror(za));
+  }
+  if (zip_close(za) != 0) throw std::runtime_error(std::string("zip_close failed: ") + zip_strerror(za));
+}
+
 inline std::vector<std::string> itemNames(const std::string& path) {
   std::vector<std::string> names;
   for (const auto& [name, item] : rawItems(path)) names.push_back(name);

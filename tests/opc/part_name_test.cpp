@@ -8,6 +8,7 @@
 namespace opc::model {
 namespace {
 
+using test::HasSubstr;
 using test::u8;
 
 // Every name is held as its ASCII URI form, non-ASCII characters percent-encoded as UTF-8 and escapes
@@ -42,12 +43,7 @@ TEST(PartNameTest, GrammarAndTextForm) {
   for (const auto& c : cases) {
     SCOPED_TRACE(u8(c.given));
     if (c.violation != nullptr) {
-      try {
-        PartName name{c.given};
-        ADD_FAILURE() << "accepted";
-      } catch (const Exception& e) {
-        EXPECT_NE(std::string(e.what()).find(c.violation), std::string::npos) << e.what();
-      }
+      EXPECT_THAT(test::errorOf([&] { PartName{c.given}; }), HasSubstr(c.violation));
       continue;
     }
     const PartName name(c.given);
@@ -64,12 +60,7 @@ TEST(PartNameTest, GrammarAndTextForm) {
   EXPECT_EQ(PartName::fromZipItemName("a/\xd1\x86.xml").text(), "/a/%D1%86.xml") << "UTF-8 item name of another tool";
   for (const char* refused : {"a/\xff.xml", "/abs.xml", "a b.xml"}) EXPECT_THROW(PartName::fromZipItemName(refused), Exception);
   // A refused item name is quoted as it was given, not as upper-casing left it.
-  try {
-    (void)PartName::fromZipItemName("a/%c3/%2f");
-    ADD_FAILURE() << "accepted";
-  } catch (const Exception& e) {
-    EXPECT_NE(std::string(e.what()).find("'/a/%c3/%2f'"), std::string::npos) << e.what();
-  }
+  EXPECT_THAT(test::errorOf([] { (void)PartName::fromZipItemName("a/%c3/%2f"); }), HasSubstr("'/a/%c3/%2f'"));
 }
 
 TEST(PartNameTest, EquivalenceIgnoresAsciiCaseOnly) {

@@ -132,7 +132,6 @@ class TestCertificates {
     if (run.status != 0) throw std::runtime_error("making test certificates failed:\n" + run.output);
   }
   [[nodiscard]] std::string pem(const std::string& name) const { return readFile(dir_.file(name)); }
-  [[nodiscard]] std::string path(const std::string& name) const { return dir_.file(name); }
   // The signer of `name` (rsa, ec, expired) as the signature manager takes it.
   [[nodiscard]] model::CertificateKey key(const std::string& name) const {
     return {pem(name == "expired" ? "rsa.key" : name + ".key"), std::nullopt, pem(name + ".pem"), {}};
