@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "opc/exception.h"
+#include "opc/file_system_ops.h"
 #include "opc/model/content_type.h"
 #include "opc/zippackage/zip_format.h"
 #include "package_test_support.h"
@@ -441,6 +442,28 @@ TEST_F(FileSystemTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
   ASSERT_TRUE(WIFEXITED(status));
   if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "no user and mount namespaces here";
   EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(FileSystemOpsTest, PathText) {
+  const opc::LocalFileSystemOps ops;
+  const struct {
+    const char16_t* path;
+    const char16_t* filename;
+    const char16_t* extension;
+  } cases[] = {
+      {u"/a/shot.png", u"shot.png", u"png"},
+      {u"/a/archive.tar.gz", u"archive.tar.gz", u"gz"},
+      {u"/a/.profile", u".profile", u""},
+      {u"/a.d/file", u"file", u""},
+      {u"/a/dir/", u"dir", u""},
+      {u"/top", u"top", u""},
+      {u"/\u4e2d/\u6587.\u00e9", u"\u6587.\u00e9", u"\u00e9"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.path));
+    EXPECT_EQ(ops.getFilename(c.path), c.filename);
+    EXPECT_EQ(ops.getExtension(c.path), c.extension);
+  }
 }
 
 }  // namespace

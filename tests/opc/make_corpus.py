@@ -30,8 +30,7 @@ def zipped(entries, date, unix_mode=None, method=zipfile.ZIP_DEFLATED):
 
 
 def write(folder, name, data):
-    with open(os.path.join(DATA, folder, name), "wb") as f:
-        f.write(bytes(data))
+    open(os.path.join(DATA, folder, name), "wb").write(bytes(data))
 
 
 def layout(data):
@@ -47,16 +46,11 @@ def layout(data):
     return end, entries
 
 
-def put(data, at, value, width=4):
-    data[at:at + width] = value.to_bytes(width, "little")
-    return data
-
-
 def patched(data, changes):
     """A copy of data with changes (offset, value, width) applied."""
     out = bytearray(data)
     for at, value, width in changes:
-        put(out, at, value, width)
+        out[at:at + width] = value.to_bytes(width, "little")
     return out
 
 
