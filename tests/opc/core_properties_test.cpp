@@ -174,11 +174,8 @@ TEST_F(CorePropertiesTest, PartsAndRelationshipsInThePackage) {
   coreOnly.setTitle(u"t");
   opc::test::Session(path, OpenMode::Create).package.close();
   for (const CoreProperties& properties : {everything(), everything(), coreOnly}) {
-    {
-      opc::test::Session s(path, OpenMode::Modify);
-      CorePropertiesManager(s.package, DeterministicMode::Off).setCoreProperties(properties);
-      s.package.close();
-    }
+    opc::test::withPackage(path, OpenMode::Modify,
+                           [&](model::Package& p) { CorePropertiesManager(p, DeterministicMode::Off).setCoreProperties(properties); });
     opc::test::Session s(path, OpenMode::Read);
     const bool companion = properties.getContentType().has_value();
     EXPECT_EQ(s.package.getRelationshipsByType(coreType).size(), 1u);
@@ -213,11 +210,7 @@ TEST_F(CorePropertiesTest, PartsAndRelationshipsInThePackage) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
-    {
-      opc::test::Session s(path, OpenMode::Create);
-      c.build(s.package);
-      s.package.close();
-    }
+    opc::test::withPackage(path, OpenMode::Create, c.build);
     opc::test::Session s(path, OpenMode::Read);
     EXPECT_THAT(opc::test::errorOf([&] { (void)CorePropertiesManager(s.package, DeterministicMode::Off).getCoreProperties(); }),
                 HasSubstr(c.expected));

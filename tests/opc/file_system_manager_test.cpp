@@ -230,12 +230,10 @@ TEST_F(FileSystemTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
       if (isFile) return (void)manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
       (void)manager.createFolder(path);
     };
-    {
-      Session s(package, OpenMode::Create);
-      FileSystemManager manager(s.package, {});
+    withPackage(package, OpenMode::Create, [&](model::Package& p) {
+      FileSystemManager manager(p, {});
       for (const auto& [isFile, path] : c.before) add(manager, isFile, path);
-      s.package.close();
-    }
+    });
     auto s = open(OpenMode::Modify);
     const std::vector<std::string> before = walk(s->manager);
     const std::size_t parts = s->session.package.getPartCount();

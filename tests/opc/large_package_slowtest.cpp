@@ -26,13 +26,11 @@ TEST(LargePackageTest, PartOverFourGibibytesRoundTrip) {
     ::close(fd);
   }
   const ustring path = dir.ufile("big.zip");
-  {
-    Session s(path, OpenMode::Create);
-    auto part = s.package.createPart(PartName(u"/big.bin"), ContentType(u"application/octet-stream"), StandardPartInfo());
+  withPackage(path, OpenMode::Create, [&](Package& p) {
+    auto part = p.createPart(PartName(u"/big.bin"), ContentType(u"application/octet-stream"), StandardPartInfo());
     part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(source)));
-    addPart(s.package, u"/after.xml", u"application/xml", "<after/>");
-    s.package.close();
-  }
+    addPart(p, u"/after.xml", u"application/xml", "<after/>");
+  });
   {
     // An independent reader agrees, its check that local headers match the directory included.
     int error = 0;

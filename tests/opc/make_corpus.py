@@ -145,9 +145,8 @@ def opc_corpus():
     with_types("content-types-unknown-element.zip", content_types().replace("</Types>", "<Extra/></Types>"))
     with_types("content-types-invalid-content-type.zip", content_types((("rels", REL_TYPE), ("xml", "application / xml"))))
 
-    for name, item in (("part-without-content-type", "b.bin"), ("part-name-dot-segment", "x/../b.xml"),
-                       ("part-name-percent-encoded-slash", "x%2Fb.xml"), ("part-name-percent-encoded-unreserved", "%41.xml"),
-                       ("part-name-space", "a b.xml"), ("part-name-trailing-dot", "b."), ("part-name-empty-segment", "x//b.xml"),
+    # Only one of the part-name grammar's rules: the grammar itself has its table in model_test.cpp.
+    for name, item in (("part-without-content-type", "b.bin"), ("part-name-space", "a b.xml"),
                        ("part-name-equivalent", "A.XML"), ("part-name-prefix-segment", "a.xml/b.xml")):
         package(name + ".zip", valid + [(item, "x")])
     package("entry-duplicate.zip", valid + [("a.xml", "<again/>")])

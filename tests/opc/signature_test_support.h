@@ -59,12 +59,12 @@ inline constexpr char kRequirementsXml[] =
 
 // A package with the requirements part and another part, each related from the root.
 inline void makeSignablePackage(const ustring& path) {
-  Session s(path, OpenMode::Create);
-  addPart(s.package, kRequirementsPart, kRequirementsContentType, kRequirementsXml);
-  s.package.createRelationship(model::URI(u"metadata/systemRequirements.xml"), kRequirementsType);
-  addPart(s.package, kOtherPart, u"application/xml", "<other/>");
-  s.package.createRelationship(model::URI(u"metadata/other.xml"), kOtherType);
-  s.package.close();
+  withPackage(path, OpenMode::Create, [](model::Package& p) {
+    addPart(p, kRequirementsPart, kRequirementsContentType, kRequirementsXml);
+    p.createRelationship(model::URI(u"metadata/systemRequirements.xml"), kRequirementsType);
+    addPart(p, kOtherPart, u"application/xml", "<other/>");
+    p.createRelationship(model::URI(u"metadata/other.xml"), kOtherType);
+  });
 }
 
 inline model::SignatureParams defaultParams() {
@@ -79,11 +79,10 @@ inline std::vector<model::RelationshipSelector> requirementsSelectors() {
 
 // Signs the requirements part and its root relationship in its own session.
 inline void signRequirements(const ustring& path, const KeyPair& keys = testKeys(0)) {
-  Session s(path, OpenMode::Modify);
-  model::DigitalSignatureManager manager(s.package);
-  (void)manager.sign({model::PartName(kRequirementsPart)}, requirementsSelectors(), keys.signing, keys.verification,
-                     defaultParams());
-  s.package.close();
+  withPackage(path, OpenMode::Modify, [&](model::Package& p) {
+    (void)model::DigitalSignatureManager(p).sign({model::PartName(kRequirementsPart)}, requirementsSelectors(), keys.signing,
+                                                 keys.verification, defaultParams());
+  });
 }
 
 // The verdict on every signature of the package, in order.
