@@ -114,30 +114,26 @@ class FileSystemTest : public ::testing::Test {
 
   // Adds every file and empty folder below `source` under its relative path, in a new package.
   void pack() {
-    Session s(package, OpenMode::Create);
-    FileSystemManager manager(s.package, {});
-    for (const auto& [relative, file] : snapshot(source).files) {
-      (void)manager.addFile(u16((source / relative).string()), u16(relative), TransformMode::Encode);
-    }
-    for (const auto& [relative, empty] : snapshot(source).folders) {
-      if (empty) (void)manager.createFolder(u16(relative.substr(0, relative.size() - 1)));
-    }
-    s.package.close();
+    withPackage(package, OpenMode::Create, [&](model::Package& p) {
+      FileSystemManager manager(p, {});
+      for (const auto& [relative, file] : snapshot(source).files) {
+        (void)manager.addFile(u16((source / relative).string()), u16(relative), TransformMode::Encode);
+      }
+      for (const auto& [relative, empty] : snapshot(source).folders) {
+        if (empty) (void)manager.createFolder(u16(relative.substr(0, relative.size() - 1)));
+      }
+    });
   }
 
   // Extracts the package with `threads` workers; returns the error, or "" when it succeeded.
   std::string extract(ReplaceMode replace = ReplaceMode::Never, const char* threads = "2") {
     ::setenv("ZVADDON_THREADS", threads, 1);
-    try {
+    const std::string error = errorOf([&] {
       Session s(package, OpenMode::Read);
-      FileSystemManager(s.package, {}).extractAll(u16(destination.string()), RestoreMode::Attributes,
-                                                  TransformMode::Encode, replace);
-      ::unsetenv("ZVADDON_THREADS");
-      return {};
-    } catch (const Exception& e) {
-      ::unsetenv("ZVADDON_THREADS");
-      return e.what();
-    }
+      FileSystemManager(s.package, {}).extractAll(u16(destination.string()), RestoreMode::Attributes, TransformMode::Encode, replace);
+    });
+    ::unsetenv("ZVADDON_THREADS");
+    return error == "(no error)" ? "" : error;
   }
 
   // An empty destination and an empty folder beside it.

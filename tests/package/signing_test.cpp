@@ -180,8 +180,6 @@ TEST_F(SigningTest, AuthorSignatureVerdicts) {
     std::time_t signingTime = 0;  // 0: now
   } cases[] = {
       {"RsaAuthorFirst", "rsa", true, none, ""},
-      {"RsaAuthorSecond", "rsa", false, none, ""},
-      {"EcAuthorFirst", "ec", true, none, ""},
       {"EcAuthorSecond", "ec", false, none, ""},
       {"ContentFileByte", "rsa", false, rewrite(kCode, [](std::string& b) { b[0] = 'y'; }), "part /fsroot/code.m changed"},
       {"MetadataPart", "rsa", false, rewrite(u"/metadata/addonProperties.xml", addElement),
