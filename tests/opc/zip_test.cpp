@@ -672,15 +672,10 @@ TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
       }
     }
   }
-  struct Lying : detail::MemoryContentSource {
-    std::uint64_t claimed;
-    Lying(std::string bytes, std::uint64_t c) : MemoryContentSource(std::move(bytes)), claimed(c) {}
-    [[nodiscard]] std::optional<std::uint64_t> size() const override { return claimed; }
-  };
   detail::WorkQueue work(2, 8);
   StringSink sink;
   for (const std::uint64_t claimed : {3 * kPieceSize - 1, 5 * kPieceSize}) {
-    EXPECT_THROW((void)deflateInPieces(Lying(patternBytes(3 * kPieceSize, 1), claimed), sink, work, "x"), Exception);
+    EXPECT_THROW((void)deflateInPieces(UnsizedSource(patternBytes(3 * kPieceSize, 1), claimed), sink, work, "x"), Exception);
   }
 }
 
