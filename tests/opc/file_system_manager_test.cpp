@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "opc/exception.h"
+#include "opc/file_system_ops.h"
 #include "opc/model/content_type.h"
 #include "opc/zippackage/zip_format.h"
 #include "package_test_support.h"
@@ -113,30 +114,26 @@ class FileSystemTest : public ::testing::Test {
 
   // Adds every file and empty folder below `source` under its relative path, in a new package.
   void pack() {
-    Session s(package, OpenMode::Create);
-    FileSystemManager manager(s.package, {});
-    for (const auto& [relative, file] : snapshot(source).files) {
-      (void)manager.addFile(u16((source / relative).string()), u16(relative), TransformMode::Encode);
-    }
-    for (const auto& [relative, empty] : snapshot(source).folders) {
-      if (empty) (void)manager.createFolder(u16(relative.substr(0, relative.size() - 1)));
-    }
-    s.package.close();
+    withPackage(package, OpenMode::Create, [&](model::Package& p) {
+      FileSystemManager manager(p, {});
+      for (const auto& [relative, file] : snapshot(source).files) {
+        (void)manager.addFile(u16((source / relative).string()), u16(relative), TransformMode::Encode);
+      }
+      for (const auto& [relative, empty] : snapshot(source).folders) {
+        if (empty) (void)manager.createFolder(u16(relative.substr(0, relative.size() - 1)));
+      }
+    });
   }
 
   // Extracts the package with `threads` workers; returns the error, or "" when it succeeded.
   std::string extract(ReplaceMode replace = ReplaceMode::Never, const char* threads = "2") {
     ::setenv("ZVADDON_THREADS", threads, 1);
-    try {
+    const std::string error = errorOf([&] {
       Session s(package, OpenMode::Read);
-      FileSystemManager(s.package, {}).extractAll(u16(destination.string()), RestoreMode::Attributes,
-                                                  TransformMode::Encode, replace);
-      ::unsetenv("ZVADDON_THREADS");
-      return {};
-    } catch (const Exception& e) {
-      ::unsetenv("ZVADDON_THREADS");
-      return e.what();
-    }
+      FileSystemManager(s.package, {}).extractAll(u16(destination.string()), RestoreMode::Attributes, TransformMode::Encode, replace);
+    });
+    ::unsetenv("ZVADDON_THREADS");
+    return error == "(no error)" ? "" : error;
   }
 
   // An empty destination and an empty folder beside it.
@@ -229,12 +226,10 @@ TEST_F(FileSystemTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
       if (isFile) return (void)manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
       (void)manager.createFolder(path);
     };
-    {
-      Session s(package, OpenMode::Create);
-      FileSystemManager manager(s.package, {});
+    withPackage(package, OpenMode::Create, [&](model::Package& p) {
+      FileSystemManager manager(p, {});
       for (const auto& [isFile, path] : c.before) add(manager, isFile, path);
-      s.package.close();
-    }
+    });
     auto s = open(OpenMode::Modify);
     const std::vector<std::string> before = walk(s->manager);
     const std::size_t parts = s->session.package.getPartCount();
@@ -441,6 +436,28 @@ TEST_F(FileSystemTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
   ASSERT_TRUE(WIFEXITED(status));
   if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "no user and mount namespaces here";
   EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(FileSystemOpsTest, PathText) {
+  const opc::LocalFileSystemOps ops;
+  const struct {
+    const char16_t* path;
+    const char16_t* filename;
+    const char16_t* extension;
+  } cases[] = {
+      {u"/a/shot.png", u"shot.png", u"png"},
+      {u"/a/archive.tar.gz", u"archive.tar.gz", u"gz"},
+      {u"/a/.profile", u".profile", u""},
+      {u"/a.d/file", u"file", u""},
+      {u"/a/dir/", u"dir", u""},
+      {u"/top", u"top", u""},
+      {u"/\u4e2d/\u6587.\u00e9", u"\u6587.\u00e9", u"\u00e9"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.path));
+    EXPECT_EQ(ops.getFilename(c.path), c.filename);
+    EXPECT_EQ(ops.getExtension(c.path), c.extension);
+  }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 // Shared helpers of the OPC tests: a scratch folder, file bytes, in-memory streams, UTF-16 literals in
-// messages.
+// messages, the message of a refusal.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,11 +10,15 @@
 
 #include "foundation/i18n.h"
 #include "foundation/ustring.h"
+#include "opc/exception.h"
 #include "opc/detail/text.h"
 #include "opc/streams.h"
 #include "support/scratch.h"
 
 namespace opc::test {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
 
 // A scratch folder whose paths also come as UTF-16.
 class ScratchDir : public zvtest::TempDir {
@@ -58,6 +63,17 @@ struct BytesOutput : OutputStream {
   void flush() override {}
   std::string bytes;
 };
+
+// What `f` throws as an opc::Exception, or "(no error)": match it against the expected fragment.
+template <class F>
+std::string errorOf(F&& f) {
+  try {
+    f();
+  } catch (const Exception& e) {
+    return e.what();
+  }
+  return "(no error)";
+}
 
 inline std::string u8(const ustring& text) { return opc::detail::narrow(text); }
 inline ustring u16(const std::string& text) { return fl::i18n::from_utf8(text); }

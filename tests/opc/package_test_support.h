@@ -2,6 +2,7 @@
 // Package sessions and raw ZIP inspection for the package tests.
 #include <zip.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -24,6 +25,13 @@ struct Session {
   model::Package package;
 };
 
+// Opens `path` in `mode`, runs `change` on the package and closes it.
+inline void withPackage(const ustring& path, OpenMode mode, const std::function<void(model::Package&)>& change) {
+  Session s(path, mode);
+  change(s.package);
+  s.package.close();
+}
+
 inline model::PartPtr addPart(model::Package& package, const ustring& name, const ustring& type,
                               const std::string& bytes, Compression compression = Compression::Deflated) {
   auto part = package.createPart(model::PartName(name), model::ContentType(type), model::StandardPartInfo(compression, 0));
@@ -37,56 +45,52 @@ inline std::string partBytes(const model::Package& package, const ustring& name)
   return readAll(*in);
 }
 
-// What libzip sees in a file: per item, method, compressed bytes and CRC.
+// What libzip sees in a file, checking that local headers agree with the directory: per item, method,
+// compressed bytes, CRC and the bytes it inflates to.
 struct RawItem {
   int method = 0;
   std::string compressed;
   std::uint32_t crc = 0;
+  std::string text;
 };
 
 inline std::map<std::string, RawItem> rawItems(const std::string& path) {
   int error = 0;
   zip_t* za = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);
   if (za == nullptr) throw std::runtime_error("zip_open failed on " + path + ": " + std::to_string(error));
-  std::map<std::string, RawItem> items;
-  for (zip_int64_t i = 0; i < zip_get_num_entries(za, 0); ++i) {
-    zip_stat_t st;
-    zip_stat_index(za, static_cast<zip_uint64_t>(i), 0, &st);
-    RawItem item;
-    item.method = st.comp_method;
-    item.crc = st.crc;
-    zip_file_t* f = zip_fopen_index(za, static_cast<zip_uint64_t>(i), ZIP_FL_COMPRESSED);
+  const auto read = [&](zip_uint64_t index, zip_flags_t flags) {
+    std::string out;
+    zip_file_t* f = zip_fopen_index(za, index, flags);
+    if (f == nullptr) throw std::runtime_error(std::string("zip_fopen_index failed: ") + zip_strerror(za));
     char buffer[4096];
-    zip_int64_t n;
-    while ((n = zip_fread(f, buffer, sizeof buffer)) > 0) item.compressed.append(buffer, static_cast<std::size_t>(n));
+    for (zip_int64_t n; (n = zip_fread(f, buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<std::size_t>(n));
     zip_fclose(f);
-    items[st.name] = item;
+    return out;
+  };
+  std::map<std::string, RawItem> items;
+  for (zip_uint64_t i = 0; i < static_cast<zip_uint64_t>(zip_get_num_entries(za, 0)); ++i) {
+    zip_stat_t st;
+    zip_stat_index(za, i, 0, &st);
+    items[st.name] = {st.comp_method, read(i, ZIP_FL_COMPRESSED), st.crc, read(i, 0)};
   }
   zip_discard(za);
   return items;
 }
 
-inline std::vector<std::string> itemNames(const std::string& path) {
-  std::vector<std::string> names;
-  for (const auto& [name, item] : rawItems(path)) names.push_back(name);
-  return names;
-}
+inline std::string itemText(const std::string& path, const std::string& item) { return rawItems(path).at(item).text; }
 
-inline std::string itemText(const std::string& path, const std::string& item) {
+// An archive as libzip writes it: items in order, a name ending in '/' a folder item.
+inline void writeZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& items,
+                     zip_flags_t nameFlags = ZIP_FL_ENC_GUESS) {
   int error = 0;
-  zip_t* za = zip_open(path.c_str(), ZIP_RDONLY, &error);
-  if (za == nullptr) throw std::runtime_error("zip_open failed");
-  zip_file_t* f = zip_fopen(za, item.c_str(), 0);
-  std::string out;
-  if (f != nullptr) {
-    char buffer[4096];
-    zip_int64_t n;
-    while ((n = zip_fread(f, buffer, sizeof buffer)) > 0) out.append(buffer, static_cast<std::size_t>(n));
-    zip_fclose(f);
+  zip_t* za = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  if (za == nullptr) throw std::runtime_error("zip_open failed on " + path + ": " + std::to_string(error));
+  for (const auto& [name, bytes] : items) {
+    const zip_int64_t at = name.ends_with('/') ? zip_dir_add(za, name.c_str(), nameFlags)
+                                               : zip_file_add(za, name.c_str(), zip_source_buffer(za, bytes.data(), bytes.size(), 0), nameFlags);
+    if (at < 0) throw std::runtime_error(std::string("libzip refused ") + name + ": " + zip_strerror(za));
   }
-  zip_discard(za);
-  if (f == nullptr) throw std::runtime_error("no item " + item);
-  return out;
+  if (zip_close(za) != 0) throw std::runtime_error(std::string("zip_close failed: ") + zip_strerror(za));
 }
 
 }  // namespace opc::test

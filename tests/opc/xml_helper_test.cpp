@@ -13,6 +13,7 @@
 namespace opc::model {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using opc::test::BytesInput;
 
@@ -23,6 +24,7 @@ class XmlHelperTest : public ::testing::Test {
   XercesGuard guard_;
 };
 
+// (Markup characters, "]]>", CR LF and other text in every record: the records' round-trip tables.)
 TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
   const struct {
     const char* label;
@@ -31,11 +33,7 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
   } cases[] = {
       {"empty", u"", nullptr},
       {"astral characters", u"emoji \U0001F600, music \U0001D11E, CJK ext-B \U00020BB7", nullptr},
-      {"markup characters", u"a < b && c > d \"quoted\" 'single'", nullptr},
-      {"cdata terminator", u"x ]]> y ]]>", nullptr},
       {"whitespace only", u"   \t  ", nullptr},
-      {"CR LF line ends", u"one\r\ntwo\r\n", nullptr},
-      {"non-ASCII BMP", u"Grüße, ΚΑΛΗΜΕΡΑ, 日本語, \u200Bzero-width", nullptr},
       {"NUL", ustring(u"a") + u'\0' + u"b", "U+0000"},
       {"U+FFFE", u"\uFFFE", "U+FFFE"},
       {"lone high surrogate", ustring(u"x") + char16_t(0xD83D), "U+D83D"},
@@ -49,12 +47,7 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
     ustring text;
     ustring attribute;
     if (c.refused != nullptr) {
-      try {
-        XercesHelper::setElementText(field, c.text);
-        ADD_FAILURE() << "text accepted";
-      } catch (const opc::Exception& e) {
-        EXPECT_THAT(e.what(), HasSubstr(c.refused));
-      }
+      EXPECT_THAT(opc::test::errorOf([&] { XercesHelper::setElementText(field, c.text); }), HasSubstr(c.refused));
       EXPECT_THROW(XercesHelper::setElementAttribute(field, u"a", c.text), opc::Exception);
       XercesHelper::getElementText(field, text);
       EXPECT_EQ(text, u"kept");
@@ -119,13 +112,7 @@ TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
-    try {
-      (void)parse(c.xml, c.limits);
-      ADD_FAILURE() << "parsed";
-    } catch (const opc::Exception& e) {
-      EXPECT_THAT(e.what(), HasSubstr(c.what));
-      EXPECT_THAT(e.what(), HasSubstr(c.where));
-    }
+    EXPECT_THAT(opc::test::errorOf([&] { (void)parse(c.xml, c.limits); }), AllOf(HasSubstr(c.what), HasSubstr(c.where)));
     if (c.accepting) {
       EXPECT_NO_THROW((void)parse(c.xml, *c.accepting));
     }

@@ -153,20 +153,17 @@ class SigningTimeAt {
 // second replaces the first): valid with its signer, or invalid after each tampering with its reason.
 // The requirements signature is not the author's to break.
 TEST_F(SigningTest, AuthorSignatureVerdicts) {
+  // The author's certificate in KeyInfo replaced by another one of the same root.
   const auto swapCertificate = [](AddonPackage& p) {
-    const auto base64 = [](const std::string& pem) {
-      std::string body;
-      for (std::size_t at = pem.find('\n') + 1; pem.compare(at, 5, "-----") != 0; at = pem.find('\n', at) + 1) {
-        body += pem.substr(at, pem.find('\n', at) - at);
-      }
-      return body;
+    const auto base64 = [](std::string pem) {
+      pem = pem.substr(pem.find('\n') + 1, pem.find("-----END") - pem.find('\n') - 1);
+      std::erase(pem, '\n');
+      return pem;
     };
-    auto& manager = p.getDigitalSignatureManager();
-    for (const auto& s : manager.getSignatures()) {
+    for (const auto& s : p.getDigitalSignatureManager().getSignatures()) {
       if (s.getCertificates().empty()) continue;
-      rewrite(s.getSignaturePartName().getName(), [&](std::string& b) {
-        opc::test::replaceOnce(b, base64(certs().pem("rsa.pem")), base64(certs().pem("ec.pem")));
-      })(p);
+      rewrite(s.getSignaturePartName().getName(),
+              [&](std::string& b) { opc::test::replaceOnce(b, base64(certs().pem("rsa.pem")), base64(certs().pem("ec.pem"))); })(p);
     }
   };
   const auto none = [](AddonPackage&) {};
@@ -180,8 +177,6 @@ TEST_F(SigningTest, AuthorSignatureVerdicts) {
     std::time_t signingTime = 0;  // 0: now
   } cases[] = {
       {"RsaAuthorFirst", "rsa", true, none, ""},
-      {"RsaAuthorSecond", "rsa", false, none, ""},
-      {"EcAuthorFirst", "ec", true, none, ""},
       {"EcAuthorSecond", "ec", false, none, ""},
       {"ContentFileByte", "rsa", false, rewrite(kCode, [](std::string& b) { b[0] = 'y'; }), "part /fsroot/code.m changed"},
       {"MetadataPart", "rsa", false, rewrite(u"/metadata/addonProperties.xml", addElement),

@@ -30,4 +30,9 @@ inline std::string shellQuoted(const std::string& text) {
   return out + "'";
 }
 
+// xmllint's verdict on `xml` against the schema at `schemaPath`, offline.
+inline CommandRun xmllint(const std::string& xml, const std::string& schemaPath) {
+  return runCommand("printf '%s' " + shellQuoted(xml) + " | xmllint --noout --nonet --schema " + shellQuoted(schemaPath) + " -");
+}
+
 }  // namespace zvtest

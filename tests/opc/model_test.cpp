@@ -1,0 +1,336 @@
+// The package model's rules for names and links: the part-name grammar and equivalence, URIs and
+// media types, relationship ids and targets, and the content-type map.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <variant>
+
+#include "opc/model/content_type.h"
+#include "opc/model/content_types.h"
+#include "opc/model/package_helper.h"
+#include "opc/model/part_name.h"
+#include "opc/model/relationship.h"
+#include "opc/model/uri.h"
+#include "opc/xml/xerces_helper.h"
+#include "opc_test_support.h"
+
+namespace opc::model {
+namespace {
+
+using namespace opc::test;
+
+
+// Every name is held as its ASCII URI form, non-ASCII characters percent-encoded as UTF-8 and escapes
+// in upper case; a name breaking the grammar is refused naming the rule.
+TEST(PartNameTest, GrammarAndTextForm) {
+  const struct {
+    const char16_t* given;
+    std::string_view text;  // "": refused
+    const char* violation = nullptr;
+  } cases[] = {
+      {u"/_rels/.rels", "/_rels/.rels"},
+      {u"/a%20b/c%23d%25e.xml", "/a%20b/c%23d%25e.xml"},
+      {u"/!$&'()*+,;=:@.x", "/!$&'()*+,;=:@.x"},
+      {u"/a/%d1%86.xml", "/a/%D1%86.xml"},
+      {u"/%5b%5d/%3a%fA", "/%5B%5D/%3A%FA"},
+      {u"/\u00e9t\u00e9/\u4e2d\U0001F600.txt", "/%C3%A9t%C3%A9/%E4%B8%AD%F0%9F%98%80.txt"},
+      {u"/Mixed/CASE.Xml", "/Mixed/CASE.Xml"},  // only escapes are upper-cased
+      {u"", "", "empty"},
+      {u"a/b.xml", "", "does not start with '/'"},
+      {u"/", "", "ends with '/'"},
+      {u"//a", "", "empty segment"},
+      {u"/a/b.", "", "ends with '.'"},
+      {u"/a%2Fb", "", "percent-encoded '/'"},
+      {u"/a%5Cb", "", "percent-encoded '/' or '\\'"},
+      {u"/%41.xml", "", "unreserved"},
+      {u"/a%G1", "", "two hex digits"},
+      {u"/a b", "", "cannot hold unencoded"},
+      {u"/[Content_Types].xml", "", "cannot hold unencoded"},
+      {u"/a\u0001", "", "cannot hold unencoded"},
+      {u"/a\xD800", "", "unpaired surrogate"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.given));
+    if (c.violation != nullptr) {
+      EXPECT_THAT(errorOf([&] { PartName{c.given}; }), HasSubstr(c.violation));
+      continue;
+    }
+    const PartName name(c.given);
+    EXPECT_EQ(name.text(), c.text);
+    EXPECT_EQ(name.getName(), ustring(c.text.begin(), c.text.end()));
+    EXPECT_EQ(name.getZipItemName(), c.text.substr(1));
+    EXPECT_EQ(PartName::fromZipItemName(c.text.substr(1)).text(), c.text);
+    EXPECT_EQ(name.getURI().toString(), name.getName());
+  }
+  EXPECT_EQ(PartName::encodeSegment(u"a b#%\u00e9"), u"a%20b%23%25%C3%A9");
+  EXPECT_EQ(PartName::decodeSegment(u"a%20b%23%25%C3%A9"), u"a b#%\u00e9");
+  EXPECT_THROW(PartName::decodeSegment(u"%FF"), Exception);
+  EXPECT_EQ(PartName::fromZipItemName("a/%c3%a9.xml").text(), "/a/%C3%A9.xml");
+  EXPECT_EQ(PartName::fromZipItemName("a/\xd1\x86.xml").text(), "/a/%D1%86.xml") << "UTF-8 item name of another tool";
+  for (const char* refused : {"a/\xff.xml", "/abs.xml", "a b.xml"}) EXPECT_THROW(PartName::fromZipItemName(refused), Exception);
+  // A refused item name is quoted as it was given, not as upper-casing left it.
+  EXPECT_THAT(errorOf([] { (void)PartName::fromZipItemName("a/%c3/%2f"); }), HasSubstr("'/a/%c3/%2f'"));
+}
+
+TEST(PartNameTest, EquivalenceIgnoresAsciiCaseOnly) {
+  const struct {
+    const char16_t* a;
+    const char16_t* b;
+    bool equivalent;
+    bool less;  // ordered as the lower-cased names
+  } cases[] = {
+      {u"/a/B.xml", u"/A/b.XML", true, false},
+      {u"/a/%d1%86.xml", u"/a/%D1%86.xml", true, false},
+      {u"/a/\u0446.xml", u"/a/%D1%86.xml", true, false},
+      {u"/a/\u00e9.xml", u"/a/\u00c9.xml", false, false},  // non-ASCII case is not folded
+      {u"/a.xml", u"/a.xm", false, false},
+      {u"/_x", u"/Bx", false, true},  // '_' sorts between 'B' and 'b': upper case is folded first
+      {u"/a", u"/Z", false, true},
+      {u"/a", u"/A/b", false, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.a) + " vs " + u8(c.b));
+    EXPECT_EQ(PartName(c.a) == PartName(c.b), c.equivalent);
+    EXPECT_EQ(PartNameHash{}(PartName(c.a)) == PartNameHash{}(PartName(c.b)), c.equivalent);
+    EXPECT_EQ(PartName(c.a) < PartName(c.b), c.less);
+  }
+}
+
+TEST(PartNameTest, KeysFoldAsciiLettersOnly) {
+  const struct {
+    std::string_view a;
+    std::string_view b;
+    bool equal;
+  } cases[] = {
+      {"/a/B.xml", "/A/b.XML", true},
+      {"/%C3%A9", "/%c3%a9", true},
+      {"/[", "/{", false},  // 0x5B and 0x7B differ by 32 but are no letters
+      {"/@", "/`", false},
+      {"/\xC3\x89", "/\xC3\xA9", false},  // UTF-8 of a Default extension: no folding above 0x7F
+      {"/a", "/a/", false},
+  };
+  const PartNameKeyHash hash;
+  const PartNameKeyEqual equal;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.a) + " vs " + std::string(c.b));
+    EXPECT_EQ(equal(c.a, c.b), c.equal);
+    // FNV-1a separates these short pairs whenever they do not fold together.
+    EXPECT_EQ(hash(c.a) == hash(c.b), c.equal);
+  }
+}
+
+TEST(PartNameTest, ExtensionAndRelationshipsNames) {
+  const struct {
+    const char16_t* name;
+    const char16_t* extension;
+    bool relationships;
+  } cases[] = {
+      {u"/a/b.xml", u"xml", false},
+      {u"/_rels/.rels", u"rels", true},
+      {u"/a/_rels/b.xml.rels", u"rels", true},
+      {u"/a/_RELS/b.xml.RELS", u"RELS", true},
+      {u"/a/rels/b.rels", u"rels", false},
+      {u"/_rels", u"", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.name));
+    EXPECT_EQ(PartName(c.name).getExtension(), c.extension);
+    EXPECT_EQ(PartName(c.name).extensionView(), u8(c.extension));
+    EXPECT_EQ(PartName(c.name).isRelationshipsPartName(), c.relationships);
+  }
+}
+
+
+TEST(URITest, IrisBecomeUrisAndBadCharactersAreRefused) {
+  EXPECT_EQ(URI(u"/a/\u0446.xml").toString(), u"/a/%D1%86.xml");
+  EXPECT_EQ(URI(u"/a/%d1%86.xml"), URI(u"/a/%D1%86.xml"));
+  EXPECT_EQ(URI(u"/\U0001F600").toString(), u"/%F0%9F%98%80");
+  for (const char16_t* bad : {u"a b", u"a\"b", u"a<b", u"a\\b", u"a{b", u"a|b", u"a%", u"a%zz", u"a\u0007"}) {
+    SCOPED_TRACE(u8(bad));
+    EXPECT_THROW(URI{bad}, Exception);
+  }
+  EXPECT_TRUE(URI(u"http://example.com/").isAbsolute());
+  EXPECT_FALSE(URI(u"/a:b").isAbsolute());
+  EXPECT_FALSE(URI(u"a/b:c").isAbsolute());
+}
+
+TEST(ContentTypeTest, MediaTypeGrammar) {
+  const struct {
+    const char16_t* text;
+    bool valid;
+  } cases[] = {
+      {u"application/xml", true},
+      {u"application/vnd.openxmlformats-package.relationships+xml", true},
+      {u"text/plain;charset=utf-8", true},
+      {u"text/plain;a=\"quoted; value\"", true},
+      {u"", false},
+      {u"application / xml", false},
+      {u"text/plain;charset = utf-8", false},
+      {u"text/plain;a=\"open", false},
+      {u"text/pl\u00e4in", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.text));
+    if (c.valid) {
+      EXPECT_NO_THROW(ContentType{c.text});
+    } else {
+      EXPECT_THROW(ContentType{c.text}, Exception);
+    }
+  }
+}
+
+TEST(ContentTypeTest, EqualityIgnoresCaseExceptInParameterValues) {
+  EXPECT_EQ(ContentType(u"Application/XML"), ContentType(u"application/xml"));
+  EXPECT_EQ(ContentType(u"text/plain;Charset=x"), ContentType(u"text/plain; charset=x"));
+  EXPECT_FALSE(ContentType(u"text/plain;charset=X") == ContentType(u"text/plain;charset=x"));
+  EXPECT_FALSE(ContentType(u"text/plain") == ContentType(u"text/plain;charset=x"));
+  EXPECT_EQ(ContentType(u"Image/PNG").toString(), u"Image/PNG");  // spelled as given
+  EXPECT_EQ(ContentType(u"Image/PNG;q=1").getSubType(), u"png");
+}
+
+
+constexpr char16_t kType[] = u"http://example.com/rel";
+
+// One step of a script: create with an id ("" = assign) and expect the id stored, or delete an id.
+struct Create {
+  const char16_t* id;
+  const char16_t* expected;
+};
+struct Delete {
+  const char16_t* id;
+};
+using Step = std::variant<Create, Delete>;
+
+TEST(RelationshipsTest, AssignedIdsNeverCollide) {
+  const struct {
+    const char* name;
+    std::vector<Step> steps;
+  } scripts[] = {
+      {"sequential", {Create{u"", u"rId1"}, Create{u"", u"rId2"}, Create{u"", u"rId3"}}},
+      {"explicit rId100 is skipped later",
+       {Create{u"rId100", u"rId100"}, Create{u"", u"rId1"}, Create{u"rId2", u"rId2"}, Create{u"", u"rId3"}}},
+      {"deleted ids are not reused in a session",
+       {Create{u"", u"rId1"}, Create{u"", u"rId2"}, Delete{u"rId1"}, Create{u"", u"rId3"}}},
+      {"foreign ids", {Create{u"rId_IS_setup.xml", u"rId_IS_setup.xml"}, Create{u"", u"rId1"}}},
+  };
+  for (const auto& script : scripts) {
+    SCOPED_TRACE(script.name);
+    Relationships rels(PackageHelper::getPackageRootURI());
+    for (const auto& step : script.steps) {
+      if (const auto* c = std::get_if<Create>(&step)) {
+        EXPECT_EQ(rels.createRelationship(URI(u"/a.xml"), kType, c->id).getId(), c->expected);
+      } else {
+        EXPECT_TRUE(rels.deleteRelationship(std::get<Delete>(step).id));
+      }
+    }
+    std::set<ustring> ids;
+    for (const auto& r : rels.getRelationships()) EXPECT_TRUE(ids.insert(r.getId()).second) << u8(r.getId());
+  }
+}
+
+// Each case: a relationship made next to one with id "rId1"; the part its target resolves to against
+// the source, or nullptr when it is refused (and nothing is added).
+TEST(RelationshipsTest, TargetsResolveAgainstTheSourceAndInvalidOnesAreRefused) {
+  const struct {
+    const char16_t* source;
+    const char16_t* target;
+    const char16_t* part;
+    const char16_t* id = u"";
+    const char16_t* type = kType;
+  } cases[] = {
+      {u"/", u"a.xml", u"/a.xml"},
+      {u"/", u"./a/../b.xml", u"/b.xml"},
+      {u"/dir/src.xml", u"../b.xml", u"/b.xml"},
+      {u"/dir/src.xml", u"../../../b.xml", u"/b.xml"},
+      {u"/dir/src.xml", u"caf\u00e9.xml", u"/dir/caf%C3%A9.xml"},
+      {u"/", u"http://example.com/a.xml", nullptr},
+      {u"/", u"a.xml#frag", nullptr},
+      {u"/dir/src.xml", u"..", nullptr},
+      {u"/", u"a.xml", nullptr, u"r Id"},
+      {u"/", u"a.xml", nullptr, u"", u""},
+      {u"/", u"", nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.source) + " + " + u8(c.target) + " id " + u8(c.id));
+    Relationships rels{URI(c.source)};
+    rels.createRelationship(URI(u"x.xml"), kType, u"rId1");
+    if (c.part == nullptr) {
+      EXPECT_THROW(rels.createRelationship(URI(c.target), c.type, c.id), Exception);
+      EXPECT_EQ(rels.size(), 1u);
+    } else {
+      EXPECT_EQ(rels.createRelationship(URI(c.target), c.type, c.id).getTargetPartName(), PartName(c.part));
+    }
+  }
+  Relationships rels(PackageHelper::getPackageRootURI());
+  EXPECT_NO_THROW(rels.createRelationship(URI(u"mailto:a@example.com"), kType, u"", TargetMode::External));
+}
+
+detail::ContentTypeMap readTypes(const std::string& body) {
+  const XercesGuard xml;
+  BytesInput in(
+      "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">" + body + "</Types>");
+  return detail::ContentTypeMap::read(in, "types");
+}
+
+TEST(ContentTypesTest, LookupIgnoresAsciiCaseOfExtensionsAndNames) {
+  const detail::ContentTypeMap map = readTypes(
+      "<Default Extension=\"XML\" ContentType=\"application/xml\"/>"
+      "<Default Extension=\"%c3%a9\" ContentType=\"text/e\"/>"
+      "<Override PartName=\"/Docs/A.xml\" ContentType=\"text/a\"/>"
+      "<Override PartName=\"/a/%d1%86\" ContentType=\"text/c\"/>");
+  const struct {
+    const char16_t* part;
+    const char16_t* type;  // nullptr: none
+  } cases[] = {
+      {u"/b.xml", u"application/xml"},
+      {u"/b.XmL", u"application/xml"},
+      {u"/docs/a.XML", u"text/a"},  // the Override wins over the Default
+      {u"/a/\u0446", u"text/c"},
+      {u"/x.\u00e9", u"text/e"},
+      {u"/x.\u00c9", nullptr},  // non-ASCII case is not folded
+      {u"/b.xmlx", nullptr},
+      {u"/noextension", nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(u8(c.part));
+    const ContentType* type = map.lookup(PartName(c.part));
+    if (c.type == nullptr) {
+      EXPECT_EQ(type, nullptr);
+    } else {
+      ASSERT_NE(type, nullptr);
+      EXPECT_EQ(type->toString(), c.type);
+    }
+  }
+}
+
+// An extension's most common type is its Default, serving any case of the extension; other parts
+// get an Override. Every part reads back its type.
+TEST(ContentTypesTest, WrittenTypesReadBackForEveryPart) {
+  const ContentType xml(u"application/xml");
+  const ContentType special(u"application/vnd.special+xml");
+  const ContentType text(u"text/plain");
+  const PartName names[] = {PartName(u"/a.xml"),        PartName(u"/B.XML"),  PartName(u"/c.xml"),
+                            PartName(u"/\u00e9.Txt"), PartName(u"/plain")};
+  const ContentType* types[] = {&xml, &xml, &special, &text, &text};
+  std::vector<std::pair<const PartName*, const ContentType*>> parts;
+  for (std::size_t i = 0; i < std::size(names); ++i) parts.emplace_back(&names[i], types[i]);
+  const std::string written = detail::buildContentTypesXml(parts);
+  for (const char* entry : {"<Default Extension=\"xml\" ContentType=\"application/xml\"/>",
+                            "<Override PartName=\"/c.xml\" ContentType=\"application/vnd.special+xml\"/>",
+                            "<Override PartName=\"/plain\" ContentType=\"text/plain\"/>"}) {
+    EXPECT_NE(written.find(entry), std::string::npos) << entry;
+  }
+  EXPECT_EQ(written.find("B.XML"), std::string::npos) << "the Default serves any case of its extension";
+  const XercesGuard guard;
+  BytesInput in(written);
+  const detail::ContentTypeMap map = detail::ContentTypeMap::read(in, "written");
+  for (std::size_t i = 0; i < std::size(names); ++i) {
+    SCOPED_TRACE(names[i].text());
+    const ContentType* type = map.lookup(names[i]);
+    ASSERT_NE(type, nullptr);
+    EXPECT_TRUE(*type == *types[i]);
+  }
+}
+
+}  // namespace
+}  // namespace opc::model

@@ -1,0 +1,725 @@
+// The ZIP engine. The reader held to libzip on archives libzip made (every shape a foreign package may
+// have), every lie of an archive refused naming its defect. The writer: every kind of entry (stored,
+// deflated whole or in pieces, copied raw or rewritten) read back by libzip with its check that local
+// headers agree with the directory, the same bytes whatever the number of workers, the UTF-8 name flag
+// on every header, the shortest time field that holds each time exactly, ZIP64 fields where sizes and
+// offsets need them, and a failure leaving the package as it was. Its parallel paths: the work queue
+// every worker runs on, and how pieces of a large entry join into one stream.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <libdeflate.h>
+#include <unistd.h>
+#include <zip.h>
+#include <zlib.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include "opc/detail/content_sources.h"
+#include "opc/detail/fd.h"
+#include "opc/detail/work_queue.h"
+#include "opc/exception.h"
+#include "opc/zippackage/parallel_deflate.h"
+#include "opc/zippackage/raw_copy.h"
+#include "opc/zippackage/zip_format.h"
+#include "opc/zippackage/zip_physical_package.h"
+#include "package_test_support.h"
+
+namespace opc::zippackage {
+namespace {
+
+using namespace opc::test;
+using le::get16;
+using le::get32;
+
+std::string randomBytes(std::size_t size, unsigned seed) {
+  std::mt19937 gen(seed);
+  std::string out(size, '\0');
+  for (auto& c : out) c = static_cast<char>(gen());
+  return out;
+}
+
+// Both ways of reading an entry: streamed, and whole into a buffer.
+std::string streamed(const ZipPhysicalPackage& physical, std::uint64_t index) { return readAll(*physical.openEntry(index)); }
+std::string whole(const ZipPhysicalPackage& physical, std::uint64_t index) {
+  std::vector<std::uint8_t> out;
+  std::vector<std::uint8_t> scratch;
+  physical.readEntry(index, out, scratch);
+  return {out.begin(), out.end()};
+}
+
+// A libzip archive: deflated data longer than one read of the reader, stored and empty entries, DOS
+// time only, a Unix mode, a code page 437 name; with `comment`.
+void writeForeign(const std::string& file, const std::string& comment = {}) {
+  static const std::string big = patternBytes(700000, 3);
+  static const std::string tiny = "tiny";
+  const struct {
+    std::string name;
+    const std::string* data;
+    bool stored;
+    zip_flags_t encoding;
+  } items[] = {{"big.txt", &big, false, ZIP_FL_ENC_UTF_8},        {"empty-deflated", nullptr, false, ZIP_FL_ENC_UTF_8},
+               {"empty-stored", nullptr, true, ZIP_FL_ENC_UTF_8},  {"stored.bin", &big, true, ZIP_FL_ENC_UTF_8},
+               {"\x81" "ber.txt", &big, false, ZIP_FL_ENC_CP437}, {"tiny.txt", &tiny, false, ZIP_FL_ENC_UTF_8}};
+  int error = 0;
+  zip_t* za = zip_open(file.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  ASSERT_NE(za, nullptr) << error;
+  for (const auto& item : items) {
+    zip_source_t* src = zip_source_buffer(za, item.data != nullptr ? item.data->data() : nullptr, item.data != nullptr ? item.data->size() : 0, 0);
+    const zip_int64_t index = zip_file_add(za, item.name.c_str(), src, item.encoding);
+    ASSERT_GE(index, 0);
+    zip_set_file_compression(za, index, item.stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
+    zip_file_set_mtime(za, index, 1500000000, 0);
+    zip_file_set_external_attributes(za, index, 0, ZIP_OPSYS_UNIX, (0100640u) << 16);
+  }
+  if (!comment.empty()) zip_set_archive_comment(za, comment.data(), static_cast<zip_uint16_t>(comment.size()));
+  ASSERT_EQ(zip_close(za), 0) << zip_strerror(za);
+}
+
+// Our reader sees each entry as libzip does (name, sizes, CRC, method, time, mode, bytes by both ways
+// of reading): whatever the comment (one holding an end record's signature, the longest), with a local
+// extra field longer than the reader's guess (or the only one), or with sizes only in the directory as
+// a streaming writer leaves them.
+TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
+  ScratchDir dir;
+  const auto localExtra = [](std::size_t index, std::size_t size) {
+    return [index, size](const std::string& file) {
+      int error = 0;
+      zip_t* za = zip_open(file.c_str(), 0, &error);
+      const std::string data(size, 'x');
+      ASSERT_EQ(zip_file_extra_field_set(za, index, 0x7a76, ZIP_EXTRA_FIELD_NEW, reinterpret_cast<const zip_uint8_t*>(data.data()),
+                                         static_cast<zip_uint16_t>(size), ZIP_FL_LOCAL), 0);
+      ASSERT_EQ(zip_close(za), 0) << zip_strerror(za);
+    };
+  };
+  // The first entry's local header opens the file.
+  const auto edit = [](std::function<void(std::string&)> change) {
+    return [change](const std::string& file) {
+      std::string bytes = readFile(file);
+      change(bytes);
+      writeFile(file, bytes);
+    };
+  };
+  const struct {
+    const char* name;
+    std::string comment;  // libzip takes no control characters; "@@@@" becomes an end record's signature
+    std::function<void(const std::string&)> change;
+  } cases[] = {
+      {"as written", "", [](const std::string&) {}},
+      {"a comment holding a signature", "@@@@ a comment that misleads its reader",
+       edit([](std::string& b) { b.replace(b.rfind("@@@@"), 4, "PK\x05\x06"); })},
+      {"the longest comment", std::string(0xFFFF, 'c'), [](const std::string&) {}},
+      {"long local extra on a deflated entry", "", localExtra(0, 3000)},
+      {"short local extra on a stored entry", "", localExtra(3, 8)},
+      {"local extra just past the guess", "", localExtra(5, 65)},
+      {"sizes only in the directory", "", edit([](std::string& b) {
+         b[6] = static_cast<char>(b[6] | 0x08);
+         b.replace(14, 12, 12, '\0');
+       })},
+  };
+  const std::string file = dir.file("foreign.zip");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    writeForeign(file, c.comment);
+    c.change(file);
+    int error = 0;
+    zip_t* za = zip_open(file.c_str(), ZIP_RDONLY, &error);
+    ASSERT_NE(za, nullptr) << error;
+    ZipPhysicalPackage physical(u16(file), false);
+    physical.openArchive();
+    ASSERT_EQ(physical.getEntries().size(), static_cast<std::size_t>(zip_get_num_entries(za, 0)));
+    for (const ZipEntry& e : physical.getEntries()) {
+      zip_stat_t st;
+      ASSERT_EQ(zip_stat_index(za, e.index, 0, &st), 0);
+      ASSERT_EQ(e.name, st.name);  // libzip reads the code page 437 name as such too
+      EXPECT_EQ(e.size, st.size) << st.name;
+      EXPECT_EQ(e.compressedSize, st.comp_size) << st.name;
+      EXPECT_EQ(e.crc, st.crc) << st.name;
+      EXPECT_EQ(e.compressionMethod, st.comp_method) << st.name;
+      EXPECT_EQ(e.attributes.lastModified, (FileTime{static_cast<std::int64_t>(st.mtime), 0})) << st.name;
+      EXPECT_EQ(e.attributes.unixMode, 0640u) << st.name;
+      std::string expected(st.size, '\0');
+      zip_file_t* zf = zip_fopen_index(za, e.index, 0);
+      ASSERT_EQ(zip_fread(zf, expected.data(), expected.size()), static_cast<zip_int64_t>(expected.size()));
+      zip_fclose(zf);
+      EXPECT_EQ(streamed(physical, e.index), expected);
+      EXPECT_EQ(whole(physical, e.index), expected);
+    }
+    zip_discard(za);
+  }
+}
+
+// Each fixture (tests/data/zip, made by tests/opc/make_corpus.py) breaks one thing of a valid archive.
+// What breaks the directory is refused when the archive is opened, naming the file; a record that lies
+// about its entry when the entry is read, streamed or whole, naming it; what the record alone shows
+// (entryDefect) before any read.
+TEST(ZipReaderTest, MalformedArchivesAreRefusedWithTheirDefect) {
+  enum When { Open, Record, Read };
+  const struct {
+    const char* fixture;
+    When when;
+    std::size_t entry;
+    const char* message;
+  } cases[] = {
+      {"too-short", Open, 0, "too short"},
+      {"no-end-record", Open, 0, "no end of central directory"},
+      {"end-record-cut", Open, 0, "no end of central directory"},
+      {"directory-outside-file", Open, 0, "lies outside the file"},
+      {"directory-into-end-record", Open, 0, "lies outside the file"},
+      {"count-beyond-records", Open, 0, "record 3 is malformed"},
+      {"count-beyond-directory", Open, 0, "shorter than its entries"},
+      {"record-cut-short", Open, 0, "is cut short"},
+      {"entry-after-directory", Open, 0, "starts after the central directory"},
+      {"zip64-locator-outside", Open, 0, "ZIP64 end record lies outside"},
+      {"several-disks", Open, 0, "several disks"},
+      {"zip64-field-missing", Open, 0, "ZIP64 extra field that is missing"},
+      {"size-larger-than-data", Read, 0, "fewer bytes"},
+      {"size-smaller-than-data", Read, 0, "more bytes"},
+      {"stored-sizes-differ", Record, 1, "stores 3072"},
+      {"encrypted", Record, 0, "encrypted"},
+      {"unknown-method", Record, 0, "method 12"},
+      {"size-beyond-deflate", Record, 0, "more than its compression can yield"},
+      {"bytes-after-deflate-stream", Read, 0, "data follows the end"},
+      {"no-local-header", Read, 0, "no local header"},
+      {"data-into-directory", Read, 2, "central directory"},
+      {"corrupt-deflate-data", Read, 0, "'text.txt'"},
+  };
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(ZV_TEST_DATA_DIR "/zip"), {}), std::ssize(cases));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fixture);
+    const std::string file = std::string(ZV_TEST_DATA_DIR "/zip/") + c.fixture + ".zip";
+    ZipPhysicalPackage physical(u16(file), false);
+    const std::string opened = errorOf([&] { physical.openArchive(); });
+    if (c.when == Open) {
+      EXPECT_THAT(opened, HasSubstr(c.message));
+      EXPECT_THAT(opened, HasSubstr(file));
+      continue;
+    }
+    ASSERT_EQ(opened, "(no error)");
+    EXPECT_EQ(physical.entryDefect(c.entry).empty(), c.when != Record) << physical.entryDefect(c.entry);
+    EXPECT_THAT(errorOf([&] { (void)streamed(physical, c.entry); }), HasSubstr(c.message));
+    EXPECT_THAT(errorOf([&] { (void)whole(physical, c.entry); }), HasSubstr(c.message));
+  }
+}
+
+// Four megabytes of 'x' that fail to open, at the first read or after a megabyte: fault injection.
+struct FailingSource : ContentSource {
+  enum class At { Open, FirstRead, AfterOneMegabyte } at;
+  explicit FailingSource(At a) : at(a) {}
+  [[nodiscard]] std::unique_ptr<InputStream> openStream() const override {
+    if (at == At::Open) throw Exception("injected open failure");
+    struct Stream : InputStream {
+      std::uint64_t left;
+      explicit Stream(std::uint64_t l) : left(l) {}
+      std::size_t read(std::uint8_t* buffer, std::size_t size) override {
+        if (size > left) throw Exception("injected read failure");
+        std::memset(buffer, 'x', size);
+        left -= size;
+        return size;
+      }
+    };
+    return std::make_unique<Stream>(at == At::FirstRead ? 0 : 1u << 20);
+  }
+  [[nodiscard]] std::optional<std::uint64_t> size() const override { return 4u << 20; }
+};
+
+TEST(ZipWriterTest, AFailingSourceLeavesThePackageAndFolderUntouched) {
+  ScratchDir dir;
+  const std::string file = dir.file("pkg.zip");
+  writeFile(file, "old bytes");
+  for (const auto at : {FailingSource::At::Open, FailingSource::At::FirstRead, FailingSource::At::AfterOneMegabyte}) {
+    SCOPED_TRACE(static_cast<int>(at));
+    ZipPhysicalPackage physical(u16(file), true);
+    auto writer = physical.createWriter();
+    // The failure may surface when the entry is added (entries are written as they come) or at commit.
+    const std::string error = errorOf([&] {
+      writer->addEntry("good.txt", std::make_shared<detail::MemoryContentSource>("fine"), Compression::Deflated, {});
+      writer->addEntry("bad.bin", std::make_shared<FailingSource>(at), Compression::Deflated, {});
+      writer->commit();
+    });
+    EXPECT_THAT(error, AllOf(HasSubstr("'bad.bin'"), HasSubstr("injected")));
+    EXPECT_THROW(writer->commit(), Exception);  // a failed writer is done
+    EXPECT_EQ(readFile(file), "old bytes");
+    EXPECT_EQ(dir.list(), std::vector<std::string>{"pkg.zip"});
+  }
+  ZipPhysicalPackage physical(u16(dir.file("new.zip")), false);
+  EXPECT_THROW(physical.createWriter()->commit(), Exception);  // an archive needs an entry
+  EXPECT_EQ(dir.list(), std::vector<std::string>{"pkg.zip"});
+}
+
+// The general-purpose flags of every entry's central and local header, ANDed.
+std::vector<std::uint16_t> headerFlags(const std::string& archive) {
+  const char* end = archive.data() + archive.size() - 22;  // the writers leave no archive comment
+  std::vector<std::uint16_t> out;
+  for (std::size_t i = 0, at = get32(end + 16); i < get16(end + 10); ++i) {
+    const char* r = archive.data() + at;
+    out.push_back(get16(r + 8) & get16(archive.data() + get32(r + 42) + 6));
+    at += 46 + get16(r + 28) + get16(r + 30) + get16(r + 32);
+  }
+  return out;
+}
+
+// Bytes whose source does not tell their size up front, or tells a wrong one.
+struct UnsizedSource : detail::MemoryContentSource {
+  std::optional<std::uint64_t> claimed;
+  UnsizedSource(std::string bytes, std::optional<std::uint64_t> c) : MemoryContentSource(std::move(bytes)), claimed(c) {}
+  [[nodiscard]] std::optional<std::uint64_t> size() const override { return claimed; }
+};
+
+// Copies every entry of `file` into a new archive in its place: with new attributes (so rewritten from
+// their data) or their own (copied as stored bytes), one entry replaced.
+void copyArchive(const std::string& file, std::optional<EntryAttributes> attributes, const std::string& replaced = {}) {
+  ZipPhysicalPackage physical(u16(file), false);
+  physical.openArchive();
+  auto writer = physical.createWriter();
+  for (const ZipEntry& e : physical.getEntries()) {
+    if (e.name == replaced) {
+      writer->addEntry(replaced, std::make_shared<detail::MemoryContentSource>("new"), Compression::Deflated, e.attributes);
+    } else {
+      writer->copyEntry(e.name, e.index, attributes.value_or(e.attributes));
+    }
+  }
+  writer->commit();
+}
+
+TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzipWhateverTheWorkers) {
+  ScratchDir dir;
+  const std::string noise = randomBytes(1536u << 10, 12345);
+  std::string lookalike = patternBytes(8192, 3) + "PK\x03\x04" + std::string(22, '\0');  // stored data like a local header
+  lookalike[8192 + 26] = 30;
+  const std::uint64_t limit = 1u << 20;  // the largest entry a worker reads whole
+  const struct {
+    const char* name;
+    std::string bytes;
+    Compression compression;
+    std::optional<std::uint64_t> claimed;  // what the source says its size is
+    int method;                             // what the archive should hold
+  } cases[] = {
+      {"stored.txt", patternBytes(70000, 1), Compression::Stored, 70000, ZIP_CM_STORE},
+      {"stored unsized.txt", patternBytes(5000, 2), Compression::Stored, std::nullopt, ZIP_CM_STORE},
+      {"stored grew.txt", patternBytes(9000, 3), Compression::Stored, 10, ZIP_CM_STORE},
+      {"large stored.txt", patternBytes(3 * limit, 8), Compression::Stored, 3 * limit, ZIP_CM_STORE},
+      {"lookalike.bin", lookalike, Compression::Stored, lookalike.size(), ZIP_CM_STORE},
+      {"small.txt", patternBytes(4000, 4), Compression::Deflated, 4000, ZIP_CM_DEFLATE},
+      {"medium.txt", patternBytes(40000, 4), Compression::Deflated, 40000, ZIP_CM_DEFLATE},
+      {"at limit.txt", patternBytes(limit, 9), Compression::Deflated, limit, ZIP_CM_DEFLATE},
+      {"deflated unsized.txt", patternBytes(3 * limit, 5), Compression::Deflated, std::nullopt, ZIP_CM_DEFLATE},
+      {"in pieces.txt", patternBytes(5 * limit + 17, 6), Compression::Deflated, 5 * limit + 17, ZIP_CM_DEFLATE},
+      // Small: deflated whole, deflate falling back to stored blocks; large: a sample shows it does not pay.
+      {"small noise.bin", noise.substr(0, 300000), Compression::Deflated, 300000, ZIP_CM_DEFLATE},
+      {"noise.bin", noise, Compression::Deflated, noise.size(), ZIP_CM_STORE},
+      // Already-compressed formats by their extension, whatever its case.
+      {"image.png", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_STORE},
+      {"photo.JPEG", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_STORE},
+      {"a.tar.gz", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_STORE},
+      {"dir.png/readme", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_DEFLATE},
+      {"data.mat", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_DEFLATE},
+      {"empty.txt", "", Compression::Deflated, 0, ZIP_CM_DEFLATE},
+      {"caf%C3%A9 empty", "", Compression::Stored, 0, ZIP_CM_STORE},
+  };
+  const EntryAttributes written{FileTime{1600000000, 500}, 0600};
+  const EntryAttributes rewritten{FileTime{1700000000, 0}, 0644};
+  std::string archives[2];
+  for (const char* threads : {"1", "4"}) {
+    SCOPED_TRACE(threads);
+    const std::string file = dir.file(std::string("kinds") + threads + ".zip");
+    ::setenv("ZVADDON_THREADS", threads, 1);
+    {
+      ZipPhysicalPackage physical(u16(file), false);
+      auto writer = physical.createWriter();
+      for (int copy = 0; copy < 2; ++copy) {  // more entries than workers
+        for (const auto& c : cases) {
+          writer->addEntry(std::to_string(copy) + c.name, std::make_shared<UnsizedSource>(c.bytes, c.claimed), c.compression, written);
+        }
+      }
+      writer->commit();
+    }
+    ::unsetenv("ZVADDON_THREADS");
+    archives[*threads == '1' ? 0 : 1] = readFile(file);
+    const auto before = rawItems(file);  // opened with ZIP_CHECKCONS
+    // Copied raw (one entry replaced in the middle, over two rounds), then rewritten with new times.
+    const std::string copy = dir.file(std::string("copy") + threads + ".zip");
+    std::filesystem::copy_file(file, copy);
+    for (int round = 0; round < 2; ++round) copyArchive(copy, std::nullopt, "0medium.txt");
+    const auto after = rawItems(copy);
+    ASSERT_EQ(after.size(), before.size());
+    for (const auto& [name, item] : before) {
+      if (name == "0medium.txt") continue;
+      EXPECT_EQ(after.at(name).compressed, item.compressed) << name;
+      EXPECT_EQ(after.at(name).crc, item.crc) << name;
+    }
+    EXPECT_EQ(itemText(copy, "0medium.txt"), "new");
+    copyArchive(copy, rewritten);
+    for (const std::string& path : {file, copy}) {
+      SCOPED_TRACE(path);
+      const auto raw = rawItems(path);
+      for (const auto& c : cases) {
+        EXPECT_EQ(raw.at(std::string("1") + c.name).method, c.method) << c.name;
+        EXPECT_TRUE(raw.at(std::string("1") + c.name).text == c.bytes) << c.name;
+      }
+      for (const std::uint16_t flags : headerFlags(readFile(path))) EXPECT_EQ(flags & kFlagUtf8, kFlagUtf8);
+      ZipPhysicalPackage physical(u16(path), false);
+      physical.openArchive();
+      for (const ZipEntry& e : physical.getEntries()) {
+        EXPECT_EQ(e.attributes.lastModified, (path == file ? written : rewritten).lastModified) << e.name;
+        EXPECT_EQ(e.attributes.unixMode, (path == file ? written : rewritten).unixMode) << e.name;
+      }
+    }
+  }
+  EXPECT_TRUE(archives[0] == archives[1]) << "the archives differ with the number of workers";
+
+  // A foreign ASCII name without the UTF-8 flag gains it in both headers when copied raw.
+  const std::string foreign = dir.file("foreign.zip");
+  int error = 0;
+  zip_t* za = zip_open(foreign.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  ASSERT_GE(zip_file_add(za, "plain.txt", zip_source_buffer(za, "plain", 5, 0), ZIP_FL_ENC_RAW), 0);
+  ASSERT_EQ(zip_close(za), 0);
+  ASSERT_EQ(headerFlags(readFile(foreign)).at(0) & kFlagUtf8, 0) << "libzip set the flag";
+  copyArchive(foreign, std::nullopt);
+  EXPECT_EQ(headerFlags(readFile(foreign)).at(0) & kFlagUtf8, kFlagUtf8);
+  EXPECT_EQ(itemText(foreign, "plain.txt"), "plain");
+}
+
+TEST(ZipWriterHeadersTest, TimesRoundTripThroughTheShortestExactField) {
+  const struct {
+    const char* label;
+    FileTime time;
+    bool centralNtfs;  // else the extended timestamp
+    bool localTimestamp;
+  } cases[] = {
+      {"whole second", FileTime{1700000000, 0}, false, true},
+      {"sub-second", FileTime{1700000000, 123456700}, true, true},
+      {"before 1901", FileTime{-2300000000LL, 0}, true, false},
+      {"after 2038", FileTime{4102444800LL, 0}, true, false},
+      {"before 1970, whole second", FileTime{-86400, 0}, false, true},
+  };
+  ScratchDir dir;
+  const std::string file = dir.file("times.zip");
+  {
+    ZipPhysicalPackage physical(u16(file), false);
+    auto writer = physical.createWriter();
+    for (const auto& c : cases) {
+      writer->addEntry(c.label, std::make_shared<detail::MemoryContentSource>("x"), Compression::Stored, {c.time, 0644});
+    }
+    writer->commit();
+  }
+  ZipPhysicalPackage physical(u16(file), false);
+  physical.openArchive();
+  int error = 0;
+  zip_t* za = zip_open(file.c_str(), ZIP_RDONLY, &error);
+  ASSERT_NE(za, nullptr);
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const auto& c = cases[i];
+    SCOPED_TRACE(c.label);
+    EXPECT_EQ(physical.getEntries().at(i).attributes.lastModified, c.time);
+    const auto count = [&](std::uint16_t id, zip_flags_t where) { return zip_file_extra_fields_count_by_id(za, i, id, where); };
+    EXPECT_EQ(count(extra::kNtfsId, ZIP_FL_CENTRAL), c.centralNtfs ? 1 : 0);
+    EXPECT_EQ(count(extra::kExtendedTimestampId, ZIP_FL_CENTRAL), c.centralNtfs ? 0 : 1);
+    EXPECT_EQ(count(extra::kNtfsId, ZIP_FL_LOCAL), 0);
+    EXPECT_EQ(count(extra::kExtendedTimestampId, ZIP_FL_LOCAL), c.localTimestamp ? 1 : 0);
+  }
+  zip_discard(za);
+  // Truncated or foreign fields decode to nothing rather than to garbage; DOS time clamps to its range.
+  EXPECT_FALSE(extra::decodeNtfs(std::string_view(reinterpret_cast<const char*>(extra::encodeNtfs({0, 0})->data()), 12)).has_value());
+  EXPECT_FALSE(extra::decodeExtendedTimestamp("\x02\x01\x02\x03\x04").has_value());  // access time only
+  EXPECT_EQ(extra::clampToDosRange({0, 0}), 315619200);
+  EXPECT_EQ(extra::clampToDosRange({7258118400, 0}), 4354646400);
+  EXPECT_EQ(extra::clampToDosRange({1000000000, 0}), 1000000000);
+}
+
+// A central record moved to an offset past 4 GiB keeps its other ZIP64 fields in order.
+TEST(ZipWriterHeadersTest, RelocatedRecordsTakeZip64OffsetsWhenNeeded) {
+  // A record named "n" with the given 32-bit size fields and ZIP64 extra field values.
+  const auto record = [](std::uint32_t sizes, std::uint32_t offset, const std::vector<std::uint64_t>& zip64) {
+    std::string r(46, '\0');
+    le::put32(r.data(), 0x02014b50);
+    le::put16(r.data() + 6, 20);
+    le::put32(r.data() + 20, sizes);
+    le::put32(r.data() + 24, sizes);
+    le::put16(r.data() + 28, 1);
+    le::put32(r.data() + 42, offset);
+    r += 'n';
+    if (!zip64.empty()) {
+      le::put16(r.data() + 30, static_cast<std::uint16_t>(4 + 8 * zip64.size()));
+      le::append16(r, 1);
+      le::append16(r, static_cast<std::uint16_t>(8 * zip64.size()));
+      for (const std::uint64_t v : zip64) le::append64(r, v);
+    }
+    return r;
+  };
+  const std::uint64_t far = 5ull << 30;
+  const struct {
+    const char* label;
+    std::string record;
+    std::uint64_t offset;
+    std::vector<std::uint64_t> zip64;  // expected ZIP64 values after relocation
+  } cases[] = {
+      {"near stays 32-bit", record(10, 100, {}), 4096, {}},
+      {"far gains a field", record(10, 100, {}), far, {far}},
+      {"far after ZIP64 sizes", record(0xFFFFFFFF, 100, {far + 1, far + 2}), far, {far + 1, far + 2, far}},
+      {"far offset updated", record(0xFFFFFFFF, 0xFFFFFFFF, {far + 1, far + 2, 7}), far, {far + 1, far + 2, far}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    const std::string r = relocatedRecord(c.record, c.offset);
+    EXPECT_EQ(get16(r.data() + 8) & 0x0800, 0x0800);
+    const std::uint16_t extraLength = get16(r.data() + 30);
+    ASSERT_EQ(r.size(), 47u + extraLength);
+    EXPECT_EQ(get32(r.data() + 42), c.zip64.empty() ? c.offset : 0xFFFFFFFFu);
+    if (c.zip64.empty()) continue;
+    EXPECT_GE(get16(r.data() + 6), 45);
+    ASSERT_EQ(get16(r.data() + 47), 1);
+    ASSERT_EQ(get16(r.data() + 49), 8 * c.zip64.size());
+    for (std::size_t i = 0; i < c.zip64.size(); ++i) EXPECT_EQ(le::get64(r.data() + 51 + 8 * i), c.zip64[i]) << i;
+  }
+}
+
+// The writer's headers where ZIP64 is needed, laid out in a sparse file: an entry past 4 GiB, one
+// whose local header carries its sizes in a ZIP64 field, more entries than 16 bits count, and an
+// entry copied as stored bytes to past 4 GiB (its record takes a ZIP64 offset and version 4.5, which
+// its local header is given too). libzip (with its check that local headers agree with the directory)
+// and our reader both read them.
+TEST(ZipWriterHeadersTest, Zip64HeadersReadBackAsWritten) {
+  ScratchDir dir;
+  const std::string source = dir.file("near.zip");
+  const std::string copied = patternBytes(3000, 9);
+  {
+    ZipPhysicalPackage physical(u16(source), false);
+    auto writer = physical.createWriter();
+    writer->addEntry("copied.txt", std::make_shared<detail::MemoryContentSource>(copied), Compression::Deflated,
+                     {FileTime{1600000000, 0}, {}});
+    writer->commit();
+  }
+  const std::string file = dir.file("far.zip");
+  const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0);
+  std::uint64_t position = 0;
+  std::string directory;
+  std::vector<std::string> texts;
+  const auto add = [&](const std::string& name, std::uint64_t at, bool zip64) {
+    const std::string text = "text of " + name;
+    EntryHeader h;
+    h.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, text.data(), text.size()));
+    h.size = h.compressedSize = text.size();
+    h.zip64 = zip64;
+    h.time = FileTime{1600000000, 0};
+    h.exactTime = true;
+    const std::string bytes = localHeader(name, h, at) + text;
+    EXPECT_EQ(get16(bytes.data() + 4), at >= 0xFFFFFFFFu || zip64 ? 45 : 20) << name;  // version needed
+    ASSERT_EQ(::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)), static_cast<ssize_t>(bytes.size()));
+    position = at + bytes.size();
+    directory += centralRecord(name, h, at);
+    texts.push_back(text);
+  };
+  add("near.txt", 0, false);
+  add("sizes in zip64.txt", position, true);
+  for (int i = 0; i < 70000; ++i) add("many/" + std::to_string(i), position, false);
+  add("far.txt", 5ull << 30, false);
+  const detail::UniqueFd sourceFd(openPackageFile(u16(source), source));
+  RawCopier copier(sourceFd.get(), source, std::make_shared<const CentralDirectory>(CentralDirectory::read(sourceFd.get(), source)));
+  ASSERT_TRUE(copier.canCopy(0, "copied.txt"));
+  copier.add(0);
+  const std::uint64_t copiedAt = position + (1ull << 30);
+  position = copier.copyTo(fd, copiedAt, [&](std::string_view record) { directory += record; }, file);
+  texts.push_back(copied);
+  const std::string tail = directory + endRecords(texts.size(), position, directory.size());
+  ASSERT_EQ(::pwrite(fd, tail.data(), tail.size(), static_cast<off_t>(position)), static_cast<ssize_t>(tail.size()));
+  char version[2];
+  ASSERT_EQ(::pread(fd, version, 2, static_cast<off_t>(copiedAt + 4)), 2);
+  EXPECT_EQ(get16(version), 45);  // the copied local header's, as its record's
+  ::close(fd);
+
+  int error = 0;
+  zip_t* za = zip_open(file.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);
+  ASSERT_NE(za, nullptr) << error;
+  ASSERT_EQ(zip_get_num_entries(za, 0), static_cast<zip_int64_t>(texts.size()));
+  ZipPhysicalPackage physical(u16(file), false);
+  physical.openArchive();
+  ASSERT_EQ(physical.getEntries().size(), texts.size());
+  for (const std::size_t i : {std::size_t{0}, std::size_t{1}, std::size_t{40000}, texts.size() - 2, texts.size() - 1}) {
+    SCOPED_TRACE(i);
+    zip_file_t* f = zip_fopen_index(za, i, 0);
+    ASSERT_NE(f, nullptr) << zip_strerror(za);
+    std::string read(4000, '\0');
+    read.resize(static_cast<std::size_t>(zip_fread(f, read.data(), read.size())));
+    zip_fclose(f);
+    EXPECT_EQ(read, texts[i]);
+    EXPECT_EQ(readAll(*physical.openEntry(i)), texts[i]);
+    EXPECT_EQ(physical.getEntries()[i].attributes.lastModified, (FileTime{1600000000, 0}));
+  }
+  zip_discard(za);
+}
+
+
+
+// Inflates a raw deflate stream with zlib, which the deflate side does not use; fails the test unless
+// the stream ends exactly at the end of `compressed`.
+std::string zlibInflate(const std::string& compressed) {
+  z_stream z{};
+  EXPECT_EQ(inflateInit2(&z, -15), Z_OK);
+  std::string out;
+  std::string window(1u << 16, '\0');
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(compressed.data()));
+  z.avail_in = static_cast<uInt>(compressed.size());
+  int result = Z_OK;
+  while (result == Z_OK) {
+    z.next_out = reinterpret_cast<Bytef*>(window.data());
+    z.avail_out = static_cast<uInt>(window.size());
+    result = inflate(&z, Z_NO_FLUSH);
+    out.append(window.data(), window.size() - z.avail_out);
+  }
+  EXPECT_EQ(result, Z_STREAM_END) << (z.msg != nullptr ? z.msg : "");
+  EXPECT_EQ(z.avail_in, 0u) << "bytes after the final block";
+  inflateEnd(&z);
+  return out;
+}
+
+std::string libdeflateCompress(const std::string& data, int level) {
+  std::string out;
+  deflateInto(makeCompressor(level).get(), data.data(), data.size(), out);
+  return out;
+}
+
+// Text-like bytes from a vocabulary, so that they deflate well and use matches of every length.
+std::string wordBytes(std::size_t size, unsigned seed) {
+  static const char* const words[] = {"alpha ", "beta ", "gamma\n", "0.125,", "signal ", "x(i) = ", "end\n"};
+  std::mt19937 gen(seed);
+  std::string out;
+  while (out.size() < size) out += words[gen() % std::size(words)];
+  out.resize(size);
+  return out;
+}
+
+// Samples whose low 12 bits of every 32 are noise: what a float recording looks like, keeping about
+// four fifths of its size under deflate.
+std::string noisySamples(std::size_t size, unsigned seed) {
+  std::mt19937 gen(seed);
+  std::string out(size, '\0');
+  for (std::size_t i = 0; i + 4 <= size; i += 4) {
+    const std::uint32_t v = 0x40000000u + static_cast<std::uint32_t>((i / 4 * 3 / 10) % 4096) * 4096u + (gen() & 0xfff);
+    std::memcpy(out.data() + i, &v, 4);
+  }
+  return out;
+}
+
+struct StringSink : OutputSink {
+  std::string bytes;
+  void append(const std::uint8_t* data, std::size_t size) override { bytes.append(reinterpret_cast<const char*>(data), size); }
+};
+
+// Tasks run in order on any number of workers, each told a worker number below slots(); the first
+// failure reaches the caller from finish() and every later submit, whose task then never runs.
+TEST(WorkQueueTest, TasksRunAndTheFirstFailureReachesTheCaller) {
+  for (const unsigned workers : {0u, 1u, 3u}) {
+    SCOPED_TRACE(workers);
+    detail::WorkQueue queue(workers, 4);
+    std::vector<int> ran(40, 0);
+    std::atomic<bool> slotsKept{true};
+    for (int i = 0; i < 40; ++i) {
+      EXPECT_EQ(queue.submit([&, i](unsigned worker) {
+        if (worker >= queue.slots()) slotsKept = false;
+        ran[i] = i + 1;
+      }), static_cast<std::uint64_t>(i));
+    }
+    queue.wait(20);
+    EXPECT_EQ(ran[20], 21);
+    queue.finish();
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(ran[i], i + 1);
+    EXPECT_TRUE(slotsKept);
+    EXPECT_EQ(errorOf([&] {
+                (void)queue.submit([](unsigned) { throw Exception("the first failure"); });
+                queue.finish();
+              }),
+              "the first failure");
+    bool late = false;
+    EXPECT_THROW((void)queue.submit([&](unsigned) { late = true; }), Exception);
+    EXPECT_FALSE(late);
+  }
+}
+
+// Pieces join into one stream that zlib inflates whole, for each kind of content, at and around every
+// piece boundary; the stream is the same bytes for any number of workers. A source that holds another
+// size than it says is refused.
+TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
+  const struct {
+    const char* kind;
+    std::string (*make)(std::size_t, unsigned);
+  } contents[] = {{"incompressible", randomBytes}, {"compressible", wordBytes}, {"noisy samples", noisySamples}};
+  const std::size_t sizes[] = {0, 1, kPieceSize - 1, kPieceSize, kPieceSize + 1, 2 * kPieceSize - 1, 2 * kPieceSize,
+                               2 * kPieceSize + 1, 3 * kPieceSize + 2, 5 * kPieceSize + 12345};
+  for (const auto& content : contents) {
+    for (const std::size_t size : sizes) {
+      SCOPED_TRACE(std::string(content.kind) + " " + std::to_string(size));
+      const std::string data = content.make(size, static_cast<unsigned>(size));
+      std::string first;
+      for (const unsigned workers : {0u, 2u, 3u}) {
+        detail::WorkQueue work(workers, 8);
+        StringSink sink;
+        const PieceStream result = deflateInPieces(detail::MemoryContentSource(data), sink, work, "x");
+        EXPECT_EQ(result.size, size);
+        EXPECT_EQ(result.crc, libdeflate_crc32(0, data.data(), data.size()));
+        EXPECT_EQ(result.compressedSize, sink.bytes.size());
+        if (workers == 0) {
+          EXPECT_TRUE(zlibInflate(sink.bytes) == data) << "the joined stream inflates to other bytes";
+          first = sink.bytes;
+        } else {
+          EXPECT_TRUE(sink.bytes == first) << workers << " workers";
+        }
+      }
+    }
+  }
+  detail::WorkQueue work(2, 8);
+  StringSink sink;
+  for (const std::uint64_t claimed : {3 * kPieceSize - 1, 5 * kPieceSize}) {
+    EXPECT_THROW((void)deflateInPieces(UnsizedSource(patternBytes(3 * kPieceSize, 1), claimed), sink, work, "x"), Exception);
+  }
+}
+
+// A stream made joinable is followed by another and zlib reads both as one, also after an empty
+// fixed block whose six padding bits are ones (which inflaters ignore but a stored block's header must
+// not inherit); what is not exactly one stream is refused and left as it was. (Streams whose padding
+// has room for the stored block's header bits or not: the pieces test.)
+TEST(ParallelDeflateTest, UnfinishedStreamsJoinOrAreRefused) {
+  std::string stream("\x03\xfc", 2);
+  unfinishStream(stream);
+  EXPECT_TRUE(zlibInflate(stream + libdeflateCompress("tail", 6)) == "tail");
+  const std::string whole = libdeflateCompress(wordBytes(100000, 8), 6);
+  // Empty, truncated, trailing bytes, a reserved block type, a stored length and its complement
+  // that disagree, two streams.
+  for (const std::string& bytes : {std::string(), whole.substr(0, whole.size() / 2), whole + "xyz",
+                                   std::string("\x07\x00", 2), std::string("\x01\x05\x00\x05\x00hello", 10),
+                                   libdeflateCompress("ab", 6) + libdeflateCompress("cd", 6)}) {
+    std::string refused = bytes;
+    EXPECT_THROW(unfinishStream(refused), Exception) << bytes.size();
+    EXPECT_TRUE(refused == bytes) << bytes.size() << ": changed although refused";
+  }
+}
+
+// Large entries that keep most of their size are deflated at the faster level; others, and entries
+// too short to judge, at the writer's level. A one-piece entry is libdeflate's own stream.
+TEST(ParallelDeflateTest, PoorlyCompressibleEntriesUseTheFasterLevel) {
+  const struct {
+    const char* kind;
+    std::string bytes;
+    int level;
+  } cases[] = {
+      {"noisy samples", noisySamples(kPieceSize, 1), kPoorDataLevel},
+      {"text", wordBytes(kPieceSize, 2), kDeflateLevel},
+      {"noisy samples and text", noisySamples(kPieceSize / 2, 3) + wordBytes(kPieceSize / 2, 3), kPoorDataLevel},
+      {"short noisy samples", noisySamples(60000, 4), kDeflateLevel},
+  };
+  detail::WorkQueue work(0, 1);
+  for (const auto& c : cases) {
+    ASSERT_FALSE(libdeflateCompress(c.bytes, kPoorDataLevel) == libdeflateCompress(c.bytes, kDeflateLevel)) << c.kind;
+    StringSink sink;
+    (void)deflateInPieces(detail::MemoryContentSource(c.bytes), sink, work, "x");
+    EXPECT_TRUE(sink.bytes == libdeflateCompress(c.bytes, c.level)) << c.kind;
+  }
+}
+
+}  // namespace
+}  // namespace opc::zippackage
