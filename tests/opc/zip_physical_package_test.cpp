@@ -73,7 +73,7 @@ Layout layoutOf(const std::string& file) {
   const detail::UniqueFd fd(openPackageFile(u16(file), file));
   const CentralDirectory directory = CentralDirectory::read(fd.get(), file);
   Layout l{directory.offset(), readFile(file).rfind("PK\x05\x06"), {}, {}};
-  for (const DirectoryRecord& r : directory.records()) {
+  for (const ZipEntry& r : directory.records()) {
     l.records.push_back(l.directory + r.recordOffset);
     l.locals.push_back(r.localHeaderOffset);
   }
