@@ -39,14 +39,4 @@ class FileSystemOps {
 };
 using LocalFileSystemOps = FileSystemOps;
 
-// Selects the file-system operations a manager works with: the local file system. Holds a shared
-// handle: whoever takes get() keeps the operations alive after the selector is gone.
-class FileSystemOpsSelector {
- public:
-  [[nodiscard]] const std::shared_ptr<FileSystemOps>& get() const { return ops_; }
-
- private:
-  std::shared_ptr<FileSystemOps> ops_ = std::make_shared<FileSystemOps>();
-};
-
 }  // namespace opc

@@ -29,7 +29,7 @@ AddonPackage::AddonPackage(const ustring& path)
     : physical_(path, true),
       package_(physical_),
       coreProperties_(package_, opc::kqservices::DeterministicMode::Off),
-      fileSystem_(package_, opc::FileSystemOpsSelector()),
+      fileSystem_(package_),
       signatures_(package_) {}
 
 AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPackage(path) {

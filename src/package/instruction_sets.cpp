@@ -24,15 +24,14 @@ void AddonPackage::addInstructionSets(const std::vector<ustring>& files) {
     const ustring fileName = fileSystem.getFilename(path);
     const opc::model::PartName name(kPartPrefix + fileName);
     const opc::model::PartPtr part =
-        package_.createPart(name, opc::model::ContentType(kContentType), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
-    package_.createRelationship(name.getURI(), instructionSetRelationshipType(), kIdPrefix + fileName,
-                                opc::model::TargetMode::Internal);
+        package_.createPart(name, opc::model::ContentType(kContentType));
+    package_.getRelationships().createRelationship(name.getURI(), instructionSetRelationshipType(), kIdPrefix + fileName);
     copyFileIntoPart(*part, path);
   }
 }
 
 bool AddonPackage::hasInstructionSets() {
-  return !package_.getRelationshipsByType(instructionSetRelationshipType()).empty();
+  return !package_.getRelationships().getRelationshipsByType(instructionSetRelationshipType()).empty();
 }
 
 }  // namespace addon::packaging

@@ -92,7 +92,7 @@ bool uriSafeOnceDecoded(const ustring& segment) {
 class FileSystemTest : public ::testing::Test {
  protected:
   struct Open {
-    Open(const ustring& path, OpenMode mode) : session(path, mode), manager(session.package, {}) {}
+    Open(const ustring& path, OpenMode mode) : session(path, mode), manager(session.package) {}
     Session session;
     FileSystemManager manager;
   };
@@ -114,7 +114,7 @@ class FileSystemTest : public ::testing::Test {
   // Adds every file and empty folder below `source` under its relative path, in a new package.
   void pack() {
     Session s(package, OpenMode::Create);
-    FileSystemManager manager(s.package, {});
+    FileSystemManager manager(s.package);
     for (const auto& [relative, file] : snapshot(source).files) {
       (void)manager.addFile(u16((source / relative).string()), u16(relative), TransformMode::Encode);
     }
@@ -129,7 +129,7 @@ class FileSystemTest : public ::testing::Test {
     ::setenv("ZVADDON_THREADS", threads, 1);
     try {
       Session s(package, OpenMode::Read);
-      FileSystemManager(s.package, {}).extractAll(u16(destination.string()), RestoreMode::Attributes,
+      FileSystemManager(s.package).extractAll(u16(destination.string()), RestoreMode::Attributes,
                                                   TransformMode::Encode, replace);
       ::unsetenv("ZVADDON_THREADS");
       return {};
@@ -231,7 +231,7 @@ TEST_F(FileSystemTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
     };
     {
       Session s(package, OpenMode::Create);
-      FileSystemManager manager(s.package, {});
+      FileSystemManager manager(s.package);
       for (const auto& [isFile, path] : c.before) add(manager, isFile, path);
       s.package.close();
     }

@@ -43,7 +43,7 @@ TEST(FileSystemOpsTest, ContentBatchSourcesReadTheirOwnFiles) {
   ScratchDir dir;
   const std::vector<std::string> names = {"a/one.txt", "a/two", "b/caf\xC3\xA9 x.m", "a/three", "c/d/\xF0\x9F\x98\x80",
                                           "b/one.txt", "c/d/e/f.bin", "c/d/g"};
-  auto batch = std::make_shared<kqservices::FileContentBatch>(std::make_shared<LocalFileSystemOps>());
+  auto batch = std::make_shared<kqservices::FileContentBatch>();
   std::vector<std::shared_ptr<const ContentSource>> sources;
   std::vector<std::string> expected;
   for (int round = 0; round < 40; ++round) {

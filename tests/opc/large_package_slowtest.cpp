@@ -64,7 +64,7 @@ TEST(LargePackageTest, PartOverFourGibibytesRoundTrip) {
   const ustring path = dir.ufile("big.zip");
   {
     Session s(path, OpenMode::Create);
-    auto part = s.package.createPart(PartName(u"/big.bin"), ContentType(u"application/octet-stream"), StandardPartInfo());
+    auto part = s.package.createPart(PartName(u"/big.bin"), ContentType(u"application/octet-stream"));
     part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(source)));
     addPart(s.package, u"/after.xml", u"application/xml", "<after/>");
     s.package.close();

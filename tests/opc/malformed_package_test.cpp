@@ -47,7 +47,7 @@ TEST(MalformedPackageTest, EachDefectGivesItsError) {
       {"entry-encrypted.zip", {"entry 2 'a.xml'", "encrypted"}},
       {"rels-malformed.zip", {"relationships part '/_rels/.rels' (entry 1 '_rels/.rels')"}},
       {"rels-duplicate-id.zip", {"'/_rels/.rels'", "'rId1' is already used"}},
-      {"rels-missing-target.zip", {"'/_rels/.rels'", "lacks one of the attributes"}},
+      {"rels-missing-target.zip", {"'/_rels/.rels'", "lacks the attribute 'Target'"}},
       {"rels-bad-target-mode.zip", {"'/_rels/.rels'", "invalid TargetMode 'Elsewhere'"}},
       {"rels-internal-absolute-target.zip", {"'/_rels/.rels'", "must be a relative reference"}},
       {"rels-invalid-id.zip", {"'/_rels/.rels'", "no valid XML id"}},

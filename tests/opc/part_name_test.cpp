@@ -57,7 +57,6 @@ TEST(PartNameTest, GrammarAndTextForm) {
     EXPECT_EQ(PartName::fromZipItemName(c.text.substr(1)).text(), c.text);
     EXPECT_EQ(name.getURI().toString(), name.getName());
   }
-  EXPECT_EQ(PartName::encodeSegment(u"a b#%\u00e9"), u"a%20b%23%25%C3%A9");
   EXPECT_EQ(PartName::decodeSegment(u"a%20b%23%25%C3%A9"), u"a b#%\u00e9");
   EXPECT_THROW(PartName::decodeSegment(u"%FF"), Exception);
   EXPECT_EQ(PartName::fromZipItemName("a/%c3%a9.xml").text(), "/a/%C3%A9.xml");

@@ -61,9 +61,9 @@ inline constexpr char kRequirementsXml[] =
 inline void makeSignablePackage(const ustring& path) {
   Session s(path, OpenMode::Create);
   addPart(s.package, kRequirementsPart, kRequirementsContentType, kRequirementsXml);
-  s.package.createRelationship(model::URI(u"metadata/systemRequirements.xml"), kRequirementsType);
+  s.package.getRelationships().createRelationship(model::URI(u"metadata/systemRequirements.xml"), kRequirementsType);
   addPart(s.package, kOtherPart, u"application/xml", "<other/>");
-  s.package.createRelationship(model::URI(u"metadata/other.xml"), kOtherType);
+  s.package.getRelationships().createRelationship(model::URI(u"metadata/other.xml"), kOtherType);
   s.package.close();
 }
 

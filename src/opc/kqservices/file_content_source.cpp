@@ -10,8 +10,8 @@ namespace opc::kqservices {
 
 namespace {
 
-FileStatus regularFileStatus(const FileSystemOps& fileSystem, const ustring& path) {
-  FileStatus status = fileSystem.status(path);
+FileStatus regularFileStatus(const ustring& path) {
+  FileStatus status = FileSystemOps().status(path);
   if (status.type == FileType::NotFound) {
     throw Exception("content file not found: '" + detail::narrow(path) + "'");
   }
@@ -23,18 +23,15 @@ FileStatus regularFileStatus(const FileSystemOps& fileSystem, const ustring& pat
 
 }  // namespace
 
-FileContentSource::FileContentSource(const ustring& path, std::shared_ptr<FileSystemOps> fileSystem)
-    : fileSystem_(std::move(fileSystem)) {
-  status_ = regularFileStatus(*fileSystem_, path);
-  path_ = detail::toUtf8(path, "content file path");
-}
+FileContentSource::FileContentSource(const ustring& path)
+    : path_(detail::toUtf8(path, "content file path")), status_(regularFileStatus(path)) {}
 
 std::unique_ptr<InputStream> FileContentSource::openStream() const {
-  return fileSystem_->openInputStream(detail::fromUtf8(path_, "content file path"));
+  return FileSystemOps().openInputStream(detail::fromUtf8(path_, "content file path"));
 }
 
 FileContentBatch::Added FileContentBatch::add(const ustring& path) {
-  const FileStatus status = regularFileStatus(*fileSystem_, path);
+  const FileStatus status = regularFileStatus(path);
   const std::string utf8 = detail::toUtf8(path, "content file path");
   const std::size_t slash = utf8.rfind('/');
   const std::string_view folder = slash == std::string::npos ? std::string_view() : std::string_view(utf8).substr(0, slash + 1);
@@ -58,7 +55,7 @@ FileContentBatch::Added FileContentBatch::add(const ustring& path) {
 
 std::unique_ptr<InputStream> FileContentBatch::Source::openStream() const {
   const std::string utf8 = batch_->folders_[folder_] + std::string(name_, length_);
-  return batch_->fileSystem_->openInputStream(detail::fromUtf8(utf8, "content file path"));
+  return FileSystemOps().openInputStream(detail::fromUtf8(utf8, "content file path"));
 }
 
 }  // namespace opc::kqservices

@@ -20,8 +20,7 @@ namespace opc::kqservices {
 // (size, modification time, mode) is the one seen on construction.
 class FileContentSource : public ContentSource {
  public:
-  explicit FileContentSource(const ustring& path,
-                             std::shared_ptr<FileSystemOps> fileSystem = std::make_shared<LocalFileSystemOps>());
+  explicit FileContentSource(const ustring& path);
 
   [[nodiscard]] std::unique_ptr<InputStream> getInputStream() const { return openStream(); }
   [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
@@ -29,7 +28,6 @@ class FileContentSource : public ContentSource {
 
  private:
   std::string path_;  // UTF-8: half the size of the text for the usual paths, and a build holds one a file
-  std::shared_ptr<FileSystemOps> fileSystem_;
   FileStatus status_;
 };
 
@@ -40,8 +38,6 @@ class FileContentSource : public ContentSource {
 // batch is being read; reading (openStream) may run on several threads at once.
 class FileContentBatch : public std::enable_shared_from_this<FileContentBatch> {
  public:
-  explicit FileContentBatch(std::shared_ptr<FileSystemOps> fileSystem) : fileSystem_(std::move(fileSystem)) {}
-
   struct Added {
     std::shared_ptr<const ContentSource> source;
     FileStatus status;  // as seen now; the source's size is this one
@@ -70,7 +66,6 @@ class FileContentBatch : public std::enable_shared_from_this<FileContentBatch> {
   static_assert(sizeof(Source) == 40);
   static constexpr std::size_t kChunk = 64u << 10;
 
-  std::shared_ptr<FileSystemOps> fileSystem_;
   std::vector<std::string> folders_;             // UTF-8, '/' last; "" for a path without one
   std::vector<std::unique_ptr<char[]>> names_;   // chunks of file names, never moved
   std::size_t chunkUsed_ = kChunk;               // in names_.back()

@@ -84,9 +84,7 @@ struct Plan {
 };
 
 // For messages: the part (or, for a folder made by its files, the folder's name).
-[[nodiscard]] ustring partNameOf(const Item& item) {
-  return FileSystemManager::getPrefix() + item.node->encodedPath();
-}
+[[nodiscard]] ustring partNameOf(const Item& item) { return item.node->partName(); }
 
 [[noreturn]] void refuse(const ustring& partName, const std::string& why) {
   throw Exception("refusing to extract '" + narrow(partName) + "': " + why);

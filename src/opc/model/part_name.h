@@ -50,12 +50,8 @@ class PartName {
   // Orders as the ASCII-lower-cased names would.
   [[nodiscard]] bool operator<(const PartName& other) const;
 
-  // Turns any text into the text of one valid segment's worth of characters: every character that
-  // is not unreserved or a safe sub-delimiter is percent-encoded as UTF-8 (space, "#", "%", "?", "/",
-  // "\", and everything outside ASCII). A segment of dots or one that ends in "." stays invalid
-  // (the caller decides what such a name means). decodeSegment is its inverse; it throws
-  // opc::Exception for a percent-encoding that is not UTF-8.
-  [[nodiscard]] static ustring encodeSegment(ustring_view text);
+  // A segment's text with its percent-encodings decoded (characters outside ASCII pass as they are).
+  // Throws opc::Exception for a percent-encoding that is not UTF-8.
   [[nodiscard]] static ustring decodeSegment(ustring_view text);
 
  private:

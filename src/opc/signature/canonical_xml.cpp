@@ -76,7 +76,7 @@ std::vector<std::uint8_t> transformRelationships(const Relationships& relationsh
   std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
 
   DocumentPtr document = XercesHelper::createDocument();
-  const XercesString ns(PackageHelper::getRelationshipsNamespace());
+  const XercesString ns(PackageHelper::kRelationshipsNamespace);
   xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), ns, u"Relationships");
   // The canonicaliser renders namespace declarations only where the DOM has them as attributes.
   XercesHelper::declareNamespace(root, u"", ns);
