@@ -77,7 +77,7 @@ int main(int argc, char** argv) {
       model::Package pkg(physical);
       pkg.open(interfaces::OpenMode::Create);
       auto part = pkg.createPart(model::PartName(u"/big/from-file.bin"), model::ContentType(u"application/octet-stream"));
-      part->setContentSource(std::make_shared<kqservices::FileContentSource>(fl::i18n::from_utf8(source)));
+      part->setContentSource(kqservices::fileContent(fl::i18n::from_utf8(source)));
       pkg.close();
     }
     report("package with a file-sourced part closed", start);

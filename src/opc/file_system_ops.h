@@ -37,6 +37,5 @@ class FileSystemOps {
   void createDirectories(const ustring& path) const;
   [[nodiscard]] std::unique_ptr<InputStream> openInputStream(const ustring& path) const;
 };
-using LocalFileSystemOps = FileSystemOps;
 
 }  // namespace opc

@@ -19,7 +19,7 @@ const ustring& instructionSetRelationshipType() {
 // A second file of the same name fails in createPart; the caller's revert discards the first.
 void AddonPackage::addInstructionSets(const std::vector<ustring>& files) {
   if (files.empty()) return;
-  const opc::LocalFileSystemOps fileSystem;
+  const opc::FileSystemOps fileSystem;
   for (const ustring& path : files) {
     const ustring fileName = fileSystem.getFilename(path);
     const opc::model::PartName name(kPartPrefix + fileName);

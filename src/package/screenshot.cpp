@@ -40,7 +40,7 @@ void AddonPackage::setScreenshot(const ustring& imagePath) {
     relationships.deleteRelationship(kScreenshotId);
     relationships.deleteRelationship(kThumbnailId);
   }
-  const ustring extension = opc::LocalFileSystemOps().getExtension(imagePath);
+  const ustring extension = opc::FileSystemOps().getExtension(imagePath);
   const ustring contentType = getContentTypeFromImageExtension(extension);
   const opc::model::PartName name(kScreenshotPrefix + (contentType == kJpeg ? ustring(u"jpg") : extension));
   const opc::model::PartPtr part =

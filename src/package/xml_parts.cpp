@@ -25,10 +25,9 @@ std::optional<opc::model::PartName> uniqueTarget(const opc::model::Package& pack
 }  // namespace
 
 void copyFileIntoPart(opc::model::Part& part, const ustring& path) {
-  const opc::kqservices::FileContentSource source(path);
-  const std::unique_ptr<opc::InputStream> input = source.getInputStream();
+  const std::unique_ptr<opc::InputStream> input = opc::kqservices::fileContent(path)->openStream();
   const std::unique_ptr<opc::OutputStream> output = part.getOutputStream();
-  opc::StreamHelper::copyStreamToStream(*input, *output);
+  opc::copyStream(*input, *output);
   output->flush();
 }
 

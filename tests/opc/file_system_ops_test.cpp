@@ -15,7 +15,7 @@ namespace {
 using namespace opc::test;
 
 TEST(FileSystemOpsTest, PathText) {
-  const LocalFileSystemOps ops;
+  const FileSystemOps ops;
   const struct {
     const char16_t* path;
     const char16_t* filename;

@@ -65,7 +65,7 @@ TEST(LargePackageTest, PartOverFourGibibytesRoundTrip) {
   {
     Session s(path, OpenMode::Create);
     auto part = s.package.createPart(PartName(u"/big.bin"), ContentType(u"application/octet-stream"));
-    part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(source)));
+    part->setContentSource(kqservices::fileContent(u16(source)));
     addPart(s.package, u"/after.xml", u"application/xml", "<after/>");
     s.package.close();
   }

@@ -134,7 +134,7 @@ TEST_F(PackageTest, ReadModeAndRevertLeaveTheFileByteForByte) {
        [&](Package& p) {
          writeFile(vanishing, "soon gone");
          auto part = p.createPart(PartName(u"/v.bin"), ContentType(u"application/octet-stream"));
-         part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(vanishing)));
+         part->setContentSource(kqservices::fileContent(u16(vanishing)));
          std::filesystem::remove(vanishing);
        },
        true},

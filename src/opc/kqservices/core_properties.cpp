@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include <boost/algorithm/string/trim.hpp>
 #include <boost/date_time/gregorian/gregorian.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <xercesc/dom/DOM.hpp>
@@ -86,15 +87,6 @@ const Element* findElement(const DOMElement* element) {
 }
 
 // ---- dates ------------------------------------------------------------------------------------------
-
-ustring trimmed(const ustring& text) {
-  const auto space = [](char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; };
-  std::size_t begin = 0;
-  std::size_t end = text.size();
-  while (begin < end && space(text[begin])) ++begin;
-  while (end > begin && space(text[end - 1])) --end;
-  return text.substr(begin, end - begin);
-}
 
 // W3CDTF: YYYY, YYYY-MM, YYYY-MM-DD, or a date with "Thh:mm", "Thh:mm:ss" or "Thh:mm:ss.s..." and a
 // zone designator ("Z", "+hh:mm", "-hh:mm"; taken as UTC when missing, as xs:dateTime allows). The
@@ -331,7 +323,8 @@ void CorePropertiesManager::readCorePropertiesDocument(const DOMDocument& docume
   const auto date = [&](const char16_t* name) -> std::optional<pt::ptime> {
     std::optional<ustring> value = text(kDctermsNs, name);
     if (!value) return std::nullopt;
-    std::optional<pt::ptime> parsed = parseW3cdtf(trimmed(*value));
+    const auto space = [](char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; };
+    std::optional<pt::ptime> parsed = parseW3cdtf(boost::algorithm::trim_copy_if(*value, space));
     if (!parsed) fail("dcterms:" + narrow(name) + " holds '" + narrow(*value) + "', which is no W3CDTF date");
     return parsed;
   };

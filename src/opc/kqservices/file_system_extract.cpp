@@ -429,7 +429,7 @@ void FileSystemManager::extractAll(const ustring& destination, RestoreMode resto
   checkFreeSpace(dest, extraction.total());
 
   // Checks passed: from here on, files are written.
-  LocalFileSystemOps().createDirectories(destination);
+  FileSystemOps().createDirectories(destination);
   UniqueFd fd(::open(dest.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!fd) throw Exception(osError("cannot open the destination", dest, errno));
   extraction.writeAll(fd.get());

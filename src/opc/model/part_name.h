@@ -38,10 +38,6 @@ class PartName {
   [[nodiscard]] URI getURI() const;
   // The text after the last "." of the last segment; "" when there is none. The view lives as long
   // as this name.
-  [[nodiscard]] ustring getExtension() const {
-    const std::string_view extension = extensionView();
-    return ustring(extension.begin(), extension.end());
-  }
   [[nodiscard]] std::string_view extensionView() const;
   // "/a/_rels/b.xml.rels" and "/_rels/.rels" are relationships part names.
   [[nodiscard]] bool isRelationshipsPartName() const;
@@ -81,6 +77,5 @@ struct PartNameKeyEqual {
   [[nodiscard]] bool operator()(const PartNameKey& a, std::string_view b) const noexcept { return (*this)(a.text, b); }
   [[nodiscard]] bool operator()(std::string_view a, const PartNameKey& b) const noexcept { return (*this)(a, b.text); }
 };
-using PartNameHash = PartNameKeyHash;
 
 }  // namespace opc::model

@@ -24,7 +24,7 @@ using le::get64;
 }
 
 void readExactly(int fd, char* into, std::size_t size, std::uint64_t at, const std::string& path) {
-  if (preadFull(fd, into, size, at, path) != size) malformed(path, "the file ends early");
+  if (detail::preadFull(fd, into, size, at, path) != size) malformed(path, "the file ends early");
 }
 
 // Replaces the 32-bit fields that hold 0xFFFFFFFF by their values in the ZIP64 extra field, in
@@ -122,16 +122,6 @@ EntryAttributes readAttributes(std::string_view record) {
 }
 
 }  // namespace
-
-std::size_t preadFull(int fd, void* into, std::size_t size, std::uint64_t offset, const std::string& path) {
-  std::size_t got = 0;
-  while (got < size) {
-    const std::size_t n = detail::preadSome(fd, static_cast<std::uint8_t*>(into) + got, size - got, offset + got, path);
-    if (n == 0) break;
-    got += n;
-  }
-  return got;
-}
 
 int openPackageFile(const ustring& path, const std::string& narrowPath) {
   detail::UniqueFd fd(::open(narrowPath.c_str(), O_RDONLY | O_CLOEXEC));

@@ -18,9 +18,6 @@ namespace opc::zippackage {
 // it cannot be opened or is a folder.
 [[nodiscard]] int openPackageFile(const ustring& path, const std::string& narrowPath);
 
-// Reads `size` bytes at `offset` of `fd`, fewer only where the file ends. Throws opc::Exception naming
-// `path` when the read fails.
-[[nodiscard]] std::size_t preadFull(int fd, void* into, std::size_t size, std::uint64_t offset, const std::string& path);
 
 // The central directory of an archive, read in two reads. Entry data is never read here.
 class CentralDirectory {

@@ -32,6 +32,15 @@ constexpr std::size_t kLocalExtraSlack = 64;
   throw Exception("cannot read " + description + ": " + why);
 }
 
+// The checks once an entry's data is read: as many bytes as its size says, nothing after its
+// compressed stream (`trailing`), and its CRC.
+void checkEnd(const std::string& description, std::uint64_t produced, std::uint64_t size, bool trailing,
+              std::uint32_t crc, std::uint32_t expectedCrc) {
+  if (produced != size) refuse(description, "it holds fewer bytes than its size says");
+  if (trailing) refuse(description, "data follows the end of its compressed stream");
+  if (crc != expectedCrc) refuse(description, "CRC error: the data does not match its checksum");
+}
+
 // Streams one entry's bytes from the offsets its directory record gives, with pread on the
 // package's descriptor (several streams may read at once), inflating deflated data with zlib. More
 // bytes than the record's size are refused as they come, so a forged size cannot make a reader
@@ -108,10 +117,8 @@ class EntryStream : public InputStream {
 
   void finish() {
     done_ = true;
-    if (!check_) return;
-    if (produced_ != expectedSize_) refuse(description_, "it holds fewer bytes than its size says");
-    if (inflate_ && (z_.avail_in != 0 || remaining_ != 0)) refuse(description_, "data follows the end of its compressed stream");
-    if (crc_ != expectedCrc_) refuse(description_, "CRC error: the data does not match its checksum");
+    const bool trailing = inflate_ && (z_.avail_in != 0 || remaining_ != 0);
+    if (check_) checkEnd(description_, produced_, expectedSize_, trailing, crc_, expectedCrc_);
   }
 
   int fd_;
@@ -205,7 +212,7 @@ ZipPhysicalPackage::Located ZipPhysicalPackage::locate(std::uint64_t index, bool
     if (whole->size() < want) whole->resize(want);
     into = whole->data();
   }
-  const std::size_t got = preadFull(fd_, into, want, r.localHeaderOffset, narrowPath_);
+  const std::size_t got = detail::preadFull(fd_, into, want, r.localHeaderOffset, narrowPath_);
   const std::size_t headerLength = localHeaderLength(into, got);
   if (headerLength == 0) {
     throw Exception("cannot open " + description + ": no local header where its directory record points");
@@ -216,7 +223,7 @@ ZipPhysicalPackage::Located ZipPhysicalPackage::locate(std::uint64_t index, bool
   }
   if (whole != nullptr && got < headerLength + compressed) {
     if (whole->size() < headerLength + compressed) whole->resize(headerLength + compressed);
-    if (preadFull(fd_, whole->data() + got, headerLength + compressed - got, r.localHeaderOffset + got, narrowPath_) !=
+    if (detail::preadFull(fd_, whole->data() + got, headerLength + compressed - got, r.localHeaderOffset + got, narrowPath_) !=
         headerLength + compressed - got) {
       refuse(description, "the file ends early");
     }
@@ -256,26 +263,20 @@ void ZipPhysicalPackage::readEntry(std::uint64_t index, std::vector<std::uint8_t
   out.resize(size);
   const std::uint8_t* data = scratch.data() + at.headerLength;
   const auto compressed = static_cast<std::size_t>(e.compressedSize);
+  std::size_t in = compressed;
+  std::size_t produced = size;
   if (!deflated) {
     std::copy_n(data, size, out.data());
   } else {
     const std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater(
         libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
     if (!inflater) throw std::bad_alloc();
-    std::size_t in = 0;
-    std::size_t produced = 0;
-    switch (libdeflate_deflate_decompress_ex(inflater.get(), data, compressed, out.data(), size, &in, &produced)) {
-      case LIBDEFLATE_SUCCESS:
-        if (produced != size) refuse(at.description, "it holds fewer bytes than its size says");
-        if (in != compressed) refuse(at.description, "data follows the end of its compressed stream");
-        break;
-      case LIBDEFLATE_INSUFFICIENT_SPACE:
-        refuse(at.description, "it holds more bytes than its size says");
-      default:
-        refuse(at.description, "its compressed data is corrupt");
-    }
+    const libdeflate_result result =
+        libdeflate_deflate_decompress_ex(inflater.get(), data, compressed, out.data(), size, &in, &produced);
+    if (result == LIBDEFLATE_INSUFFICIENT_SPACE) refuse(at.description, "it holds more bytes than its size says");
+    if (result != LIBDEFLATE_SUCCESS) refuse(at.description, "its compressed data is corrupt");
   }
-  if (libdeflate_crc32(0, out.data(), size) != e.crc) refuse(at.description, "CRC error: the data does not match its checksum");
+  checkEnd(at.description, produced, size, in != compressed, libdeflate_crc32(0, out.data(), size), e.crc);
 }
 
 std::unique_ptr<ZipWriter> ZipPhysicalPackage::createWriter() {
