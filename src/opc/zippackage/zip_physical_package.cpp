@@ -1,14 +1,10 @@
 #include "opc/zippackage/zip_physical_package.h"
 
-#include <fcntl.h>
 #include <libdeflate.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <cstring>
-#include <ctime>
 
 #include "opc/detail/fd.h"
 #include "opc/detail/text.h"
@@ -18,9 +14,6 @@
 namespace opc::zippackage {
 
 namespace {
-
-using le::get16;
-using le::get32;
 
 // Deflate cannot expand its input more than 1032 times (258 bytes from each two-bit code at best);
 // an entry that declares more is lying.
