@@ -36,7 +36,7 @@ AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPa
   if (getAddonTypeFromString(properties.type) != kToolboxType) return;
   package_.open(static_cast<opc::interfaces::OpenMode>(1));
   opc::kqservices::CoreProperties core(kToolboxContentType, kToolboxName,
-                                       opc::kqservices::CoreProperties::getCurrentZORVANReleaseInfo());
+                                       foundation::release_info::getCurrentReleaseInfo());
   const boost::posix_time::ptime now = currentTimeUtc();
   core.setLastModified(now);
   core.setCreated(now);

@@ -283,10 +283,6 @@ void requireContentType(const model::Part& part, const ustring& expected) {
 CoreProperties::CoreProperties(ustring contentType, ustring friendlyName, ReleaseInfo release)
     : contentType_(std::move(contentType)), friendlyName_(std::move(friendlyName)), release_(std::move(release)) {}
 
-CoreProperties::ReleaseInfo CoreProperties::getCurrentZORVANReleaseInfo() {
-  return foundation::release_info::getCurrentReleaseInfo();
-}
-
 void CoreProperties::setCreated(const ptime& created) { created_ = wholeSecondsUtc(created, "created"); }
 
 void CoreProperties::setLastModified(const ptime& lastModified) {
@@ -295,17 +291,6 @@ void CoreProperties::setLastModified(const ptime& lastModified) {
 
 ustring CoreProperties::getZORVANRelease() const {
   return release_ ? fl::i18n::from_utf8(release_->release) : ustring();
-}
-
-bool CoreProperties::operator==(const CoreProperties& other) const {
-  const auto sameRelease = [](const std::optional<ReleaseInfo>& a, const std::optional<ReleaseInfo>& b) {
-    if (a.has_value() != b.has_value()) return false;
-    return !a || (a->release == b->release && a->version == b->version);
-  };
-  return title_ == other.title_ && description_ == other.description_ && version_ == other.version_ &&
-         creator_ == other.creator_ && created_ == other.created_ && lastModified_ == other.lastModified_ &&
-         contentType_ == other.contentType_ && friendlyName_ == other.friendlyName_ &&
-         sameRelease(release_, other.release_);
 }
 
 // ---- XML mapping --------------------------------------------------------------------------------------
