@@ -91,7 +91,9 @@ const ustring* XmlElement::attribute(ustring_view name) const {
 void XmlElement::requireOnly(std::initializer_list<std::u16string_view> allowed, const std::string& what) const {
   const ustring* unexpected = qualifiedAttributes.empty() ? nullptr : &qualifiedAttributes.front();
   for (const auto& [name, value] : attributes) {
-    if (unexpected == nullptr && std::find(allowed.begin(), allowed.end(), name) == allowed.end()) unexpected = &name;
+    if (unexpected == nullptr && std::find(allowed.begin(), allowed.end(), name) == allowed.end()) {
+      unexpected = &name;
+    }
   }
   if (unexpected != nullptr) {
     throw Exception(what + ": element '" + narrow(localName) + "' has an unexpected attribute '" + narrow(*unexpected) + "'");
