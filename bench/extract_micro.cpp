@@ -36,7 +36,7 @@ struct Fixture {
     zippackage::ZipPhysicalPackage physical(fl::i18n::from_utf8(package), false);
     model::Package pkg(physical);
     pkg.open(interfaces::OpenMode::Create);
-    kqservices::FileSystemManager manager(pkg, {});
+    kqservices::FileSystemManager manager(pkg);
     for (int i = 0; i < kFiles; ++i) {
       const bool image = i % 10 == 0;
       const std::string data = image ? noise(40'000, static_cast<unsigned>(i)) : text(30'000, static_cast<unsigned>(i));
@@ -77,7 +77,7 @@ void BM_ExtractAll(benchmark::State& state) {
     zippackage::ZipPhysicalPackage physical(fl::i18n::from_utf8(fixture.package), false);
     model::Package pkg(physical);
     pkg.open(interfaces::OpenMode::Read);
-    kqservices::FileSystemManager manager(pkg, {});
+    kqservices::FileSystemManager manager(pkg);
     manager.extractAll(fl::i18n::from_utf8(destination.string()), kqservices::RestoreMode::Attributes,
                        kqservices::TransformMode::Encode, kqservices::ReplaceMode::Never);
     pkg.close();

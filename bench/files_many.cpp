@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
       zippackage::ZipPhysicalPackage physical(package, false);
       model::Package pkg(physical);
       pkg.open(interfaces::OpenMode::Create);
-      kqservices::FileSystemManager files(pkg, FileSystemOpsSelector());
+      kqservices::FileSystemManager files(pkg);
       const ustring from = fl::i18n::from_utf8(source);
       Stopwatch add;
       for (std::size_t i = 0; i < count; ++i) {
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
     model::Package pkg(physical);
     Stopwatch list;
     pkg.open(interfaces::OpenMode::Read);
-    kqservices::FileSystemManager files(pkg, FileSystemOpsSelector());
+    kqservices::FileSystemManager files(pkg);
     std::size_t listed = 0;
     std::function<void(const kqservices::FileSystemEntry&)> walk = [&](const kqservices::FileSystemEntry& entry) {
       for (const auto& child : files.getChildren(entry)) {

@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
       zippackage::ZipPhysicalPackage physical(package, false);
       model::Package pkg(physical);
       pkg.open(interfaces::OpenMode::Create);
-      kqservices::FileSystemManager files(pkg, FileSystemOpsSelector());
+      kqservices::FileSystemManager files(pkg);
       (void)files.addFile(fl::i18n::from_utf8(source), u"data/big source.bin", kqservices::TransformMode::Encode);
       report("file added", start);
       pkg.close();
@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
       zippackage::ZipPhysicalPackage physical(package, false);
       model::Package pkg(physical);
       pkg.open(interfaces::OpenMode::Read);
-      kqservices::FileSystemManager files(pkg, FileSystemOpsSelector());
+      kqservices::FileSystemManager files(pkg);
       files.extractAll(destination, kqservices::RestoreMode::Attributes, kqservices::TransformMode::Encode,
                        kqservices::ReplaceMode::Never);
     }

@@ -51,8 +51,7 @@ int main(int argc, char** argv) {
       package.open(interfaces::OpenMode::Create);
       for (long i = 0; i < count; ++i) {
         const std::string name = "/content/d" + std::to_string(i / 1000) + "/file" + std::to_string(i) + ".m";
-        auto part = package.createPart(model::PartName(fl::i18n::from_utf8(name)), model::ContentType(u"text/plain"),
-                                       model::StandardPartInfo());
+        auto part = package.createPart(model::PartName(fl::i18n::from_utf8(name)), model::ContentType(u"text/plain"));
         const std::string text = "x = " + std::to_string(i) + ";\n";
         part->getOutputStream()->write(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
       }

@@ -76,9 +76,8 @@ int main(int argc, char** argv) {
       zippackage::ZipPhysicalPackage physical(fl::i18n::from_utf8(package), true);
       model::Package pkg(physical);
       pkg.open(interfaces::OpenMode::Create);
-      auto part = pkg.createPart(model::PartName(u"/big/from-file.bin"), model::ContentType(u"application/octet-stream"),
-                                 model::StandardPartInfo());
-      part->setContentSource(std::make_shared<kqservices::FileContentSource>(fl::i18n::from_utf8(source)));
+      auto part = pkg.createPart(model::PartName(u"/big/from-file.bin"), model::ContentType(u"application/octet-stream"));
+      part->setContentSource(kqservices::fileContent(fl::i18n::from_utf8(source)));
       pkg.close();
     }
     report("package with a file-sourced part closed", start);
@@ -88,8 +87,7 @@ int main(int argc, char** argv) {
       zippackage::ZipPhysicalPackage physical(fl::i18n::from_utf8(package), true);
       model::Package pkg(physical);
       pkg.open(interfaces::OpenMode::Modify);
-      auto part = pkg.createPart(model::PartName(u"/big/from-stream.bin"), model::ContentType(u"application/octet-stream"),
-                                 model::StandardPartInfo());
+      auto part = pkg.createPart(model::PartName(u"/big/from-stream.bin"), model::ContentType(u"application/octet-stream"));
       auto out = part->getOutputStream();
       for (std::uint64_t done = 0; done < size; done += chunk.size()) {
         fill(chunk, done);

@@ -8,6 +8,7 @@ namespace foundation::release_info {
 struct ReleaseInfo {
   std::string release;  // e.g. "R2026b": what packages record as the host release
   std::string version;  // e.g. "26.2.0.1"
+  bool operator==(const ReleaseInfo&) const = default;
 };
 
 // Defined by the host runtime. Never throws.

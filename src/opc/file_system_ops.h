@@ -37,16 +37,5 @@ class FileSystemOps {
   void createDirectories(const ustring& path) const;
   [[nodiscard]] std::unique_ptr<InputStream> openInputStream(const ustring& path) const;
 };
-using LocalFileSystemOps = FileSystemOps;
-
-// Selects the file-system operations a manager works with: the local file system. Holds a shared
-// handle: whoever takes get() keeps the operations alive after the selector is gone.
-class FileSystemOpsSelector {
- public:
-  [[nodiscard]] const std::shared_ptr<FileSystemOps>& get() const { return ops_; }
-
- private:
-  std::shared_ptr<FileSystemOps> ops_ = std::make_shared<FileSystemOps>();
-};
 
 }  // namespace opc

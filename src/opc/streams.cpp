@@ -24,7 +24,7 @@ void StdOStreamAdaptor::flush() {
   if (!stream_) throw Exception("flush error on an output stream");
 }
 
-std::uint64_t StreamHelper::copyStreamToStream(InputStream& input, OutputStream& output) {
+std::uint64_t copyStream(InputStream& input, OutputStream& output) {
   std::array<std::uint8_t, 64 * 1024> buffer;
   std::uint64_t total = 0;
   for (;;) {

@@ -46,11 +46,8 @@ class StdOStreamAdaptor : public OutputStream {
   std::ostream& stream_;
 };
 
-class StreamHelper {
- public:
-  // Copies `input` to its end into `output` through a fixed buffer, so memory does not grow with
-  // the length; returns the number of bytes copied. Errors of either stream propagate.
-  static std::uint64_t copyStreamToStream(InputStream& input, OutputStream& output);
-};
+// Copies `input` to its end into `output` through a fixed buffer, so memory does not grow with the
+// length; returns the number of bytes copied. Errors of either stream propagate.
+std::uint64_t copyStream(InputStream& input, OutputStream& output);
 
 }  // namespace opc

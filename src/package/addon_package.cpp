@@ -19,14 +19,14 @@ AddonPackage::AddonPackage(const ustring& path)
     : physical_(path, true),
       package_(physical_),
       coreProperties_(package_, opc::kqservices::DeterministicMode::Off),
-      fileSystem_(package_, opc::FileSystemOpsSelector()),
+      fileSystem_(package_),
       signatures_(package_) {}
 
 AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPackage(path) {
   if (getAddonTypeFromString(properties.type) != kToolboxType) return;
   package_.open(static_cast<opc::interfaces::OpenMode>(1));
   opc::kqservices::CoreProperties core(kToolboxContentType, kToolboxName,
-                                       opc::kqservices::CoreProperties::getCurrentZORVANReleaseInfo());
+                                       foundation::release_info::getCurrentReleaseInfo());
   const boost::posix_time::ptime now = boost::posix_time::from_time_t(foundation::clock::now<opc::Exception>());
   core.setLastModified(now);
   core.setCreated(now);

@@ -15,20 +15,19 @@ constexpr char16_t kRelationship[] = u"relationships/instructionSets";
 // A second file of the same name fails in createPart; the caller's revert discards the first.
 void AddonPackage::addInstructionSets(const std::vector<ustring>& files) {
   if (files.empty()) return;
-  const opc::LocalFileSystemOps fileSystem;
+  const opc::FileSystemOps fileSystem;
   for (const ustring& path : files) {
     const ustring fileName = fileSystem.getFilename(path);
     const opc::model::PartName name(kPartPrefix + fileName);
     const opc::model::PartPtr part =
-        package_.createPart(name, opc::model::ContentType(kContentType), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
-    package_.createRelationship(name.getURI(), schemaURI(kRelationship), kIdPrefix + fileName,
-                                opc::model::TargetMode::Internal);
+        package_.createPart(name, opc::model::ContentType(kContentType));
+    package_.getRelationships().createRelationship(name.getURI(), schemaURI(kRelationship), kIdPrefix + fileName);
     copyFileIntoPart(*part, path);
   }
 }
 
 bool AddonPackage::hasInstructionSets() {
-  return !package_.getRelationshipsByType(schemaURI(kRelationship)).empty();
+  return !package_.getRelationships().getRelationshipsByType(schemaURI(kRelationship)).empty();
 }
 
 }  // namespace addon::packaging

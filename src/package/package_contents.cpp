@@ -28,8 +28,8 @@ AddonPackage::Contents AddonPackage::readContents() {
   Contents contents;
   const ustring& prefix = opc::kqservices::FileSystemManager::getPrefix();
   std::optional<opc::model::PartName> thumbnail;
-  if (const auto related = package_.getRelationshipsByType(opc::model::PackageHelper::getThumbnailRelationshipType());
-      related.size() == 1) {
+  const ustring& thumbnailType = opc::model::PackageHelper::kThumbnailRelationshipType;
+  if (const auto related = package_.getRelationships().getRelationshipsByType(thumbnailType); related.size() == 1) {
     thumbnail = related.front().getTargetPartName();
   }
   for (const opc::zippackage::ZipEntry& entry : physical_.getEntries()) {

@@ -29,20 +29,21 @@ ustring AddonPackage::getContentTypeFromImageExtension(const ustring& extension)
 }
 
 void AddonPackage::setScreenshot(const ustring& imagePath) {
-  if (package_.hasRelationship(kScreenshotId)) {
-    const opc::model::PartName old = package_.getRelationship(kScreenshotId).getTargetPartName();
+  opc::model::Relationships& relationships = package_.getRelationships();
+  if (relationships.hasRelationship(kScreenshotId)) {
+    const opc::model::PartName old = relationships.getRelationship(kScreenshotId).getTargetPartName();
     package_.deletePart(old);
-    package_.deleteRelationship(kScreenshotId);
-    package_.deleteRelationship(kThumbnailId);
+    relationships.deleteRelationship(kScreenshotId);
+    relationships.deleteRelationship(kThumbnailId);
   }
-  const ustring extension = opc::LocalFileSystemOps().getExtension(imagePath);
+  const ustring extension = opc::FileSystemOps().getExtension(imagePath);
   const ustring contentType = getContentTypeFromImageExtension(extension);
   const opc::model::PartName name(kScreenshotPrefix + (contentType == kJpeg ? ustring(u"jpg") : extension));
   const opc::model::PartPtr part =
-      package_.createPart(name, opc::model::ContentType(contentType), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
-  package_.createRelationship(name.getURI(), schemaURI(kScreenshotRelationship), kScreenshotId, opc::model::TargetMode::Internal);
-  package_.createRelationship(name.getURI(), opc::model::PackageHelper::getThumbnailRelationshipType(), kThumbnailId,
-                              opc::model::TargetMode::Internal);
+      package_.createPart(name, opc::model::ContentType(contentType));
+  relationships.createRelationship(name.getURI(), schemaURI(kScreenshotRelationship), kScreenshotId, opc::model::TargetMode::Internal);
+  relationships.createRelationship(name.getURI(), opc::model::PackageHelper::kThumbnailRelationshipType, kThumbnailId,
+                                   opc::model::TargetMode::Internal);
   copyFileIntoPart(*part, imagePath);
 }
 

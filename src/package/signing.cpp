@@ -69,12 +69,12 @@ struct AuthorScope {
 };
 
 AuthorScope authorScope(const opc::model::Package& package) {
-  const opc::model::ContentType origin(PackageHelper::getDigitalSignatureOriginContentType());
-  const opc::model::ContentType signature(PackageHelper::getDigitalSignatureXMLSignatureContentType());
+  const opc::model::ContentType origin(PackageHelper::kDigitalSignatureOriginContentType);
+  const opc::model::ContentType signature(PackageHelper::kDigitalSignatureXMLSignatureContentType);
   AuthorScope scope;
   const auto select = [&](const opc::model::URI& source, const opc::model::Relationships& relationships) {
     for (const opc::model::Relationship& r : relationships.getRelationships()) {
-      if (r.getType() == PackageHelper::getDigitalSignatureOriginRelationshipType()) continue;
+      if (r.getType() == PackageHelper::kDigitalSignatureOriginRelationshipType) continue;
       const RelationshipSelector selector(source, opc::model::RelationshipSelectorType::SelectByType, r.getType());
       if (std::find(scope.selectors.begin(), scope.selectors.end(), selector) == scope.selectors.end()) {
         scope.selectors.push_back(selector);
@@ -180,7 +180,7 @@ AddonPackage::AuthorVerification AddonPackage::verifyAuthor(std::string_view tru
 
 AddonPackage::Signatures AddonPackage::readSignatures() {
   package_.open(opc::interfaces::OpenMode::Read);
-  const opc::model::ContentType signatureType(PackageHelper::getDigitalSignatureXMLSignatureContentType());
+  const opc::model::ContentType signatureType(PackageHelper::kDigitalSignatureXMLSignatureContentType);
   std::size_t parts = 0;
   for (const opc::model::PartPtr& part : package_.getParts()) parts += part->getContentType() == signatureType ? 1 : 0;
   Signatures found;

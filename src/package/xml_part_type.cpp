@@ -27,19 +27,16 @@ void XMLPartType::populateFromXML(const ustring& xml) {
   const fl::i18n::codecvt_ustring_to_string toUtf8("UTF-8");
   std::istringstream bytes(fl::i18n::to_string(toUtf8, xml));
   opc::StdIStreamAdaptor stream(bytes);
-  const opc::model::ParserPtr parser = opc::model::XercesHelper::createParser();
-  const opc::model::DocumentPtr document =
-      opc::model::XercesHelper::readDocumentFromStream(parser, stream, false, ustring(), ustring());
+  const opc::model::DocumentPtr document = opc::model::XercesHelper::readDocumentFromStream(stream, ustring());
   populateFromDOM(document.get());
 }
 
 ustring XMLPartType::getAsXMLString() {
-  const opc::model::WriterPtr writer = opc::model::XercesHelper::createWriter();
   opc::model::DocumentPtr document = createRecordDocument();
   buildDOM(document);
   std::ostringstream bytes;
   opc::StdOStreamAdaptor stream(bytes);
-  opc::model::XercesHelper::writeDocumentToStream(writer, document, stream);
+  opc::model::XercesHelper::writeDocumentToStream(*document, stream);
   stream.flush();
   const fl::i18n::codecvt_string_to_ustring fromUtf8("UTF-8");
   return fl::i18n::to_ustring(fromUtf8, bytes.str());

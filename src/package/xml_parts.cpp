@@ -11,14 +11,13 @@ namespace {
 
 // The record's document as getXMLPart parses it: in the record's namespace, under the read limits.
 opc::model::DocumentPtr readRecordDocument(const opc::model::Part& part, const XMLPartType& record) {
-  const opc::model::ParserPtr parser = opc::model::XercesHelper::createParser();
   const std::unique_ptr<opc::InputStream> stream = part.getInputStream();
-  return opc::model::XercesHelper::readDocumentFromStream(parser, *stream, false, ustring(), record.getNamespace());
+  return opc::model::XercesHelper::readDocumentFromStream(*stream, record.getNamespace());
 }
 
 // The part of the one root relationship of `type`, or nothing when there are none or several.
 std::optional<opc::model::PartName> uniqueTarget(const opc::model::Package& package, const ustring& type) {
-  const std::vector<opc::model::Relationship> found = package.getRelationshipsByType(type);
+  const std::vector<opc::model::Relationship> found = package.getRelationships().getRelationshipsByType(type);
   if (found.size() != 1) return std::nullopt;
   return found.front().getTargetPartName();
 }
@@ -26,10 +25,9 @@ std::optional<opc::model::PartName> uniqueTarget(const opc::model::Package& pack
 }  // namespace
 
 void copyFileIntoPart(opc::model::Part& part, const ustring& path) {
-  const opc::kqservices::FileContentSource source(path);
-  const std::unique_ptr<opc::InputStream> input = source.getInputStream();
+  const std::unique_ptr<opc::InputStream> input = opc::kqservices::fileContent(path)->openStream();
   const std::unique_ptr<opc::OutputStream> output = part.getOutputStream();
-  opc::StreamHelper::copyStreamToStream(*input, *output);
+  opc::copyStream(*input, *output);
   output->flush();
 }
 
@@ -38,15 +36,14 @@ void AddonPackage::addXMLPart(XMLPartType& record) {
   const bool existed = package_.partExists(name);
   if (existed) package_.deletePart(name);
   opc::model::PartPtr part =
-      package_.createPart(name, opc::model::ContentType(record.getContentType()), opc::model::StandardPartInfo(opc::Compression::Deflated, 0));
+      package_.createPart(name, opc::model::ContentType(record.getContentType()));
   if (!existed) {
-    package_.createRelationship(name.getURI(), record.getRelationshipType(), ustring(), opc::model::TargetMode::Internal);
+    package_.getRelationships().createRelationship(name.getURI(), record.getRelationshipType());
   }
-  const opc::model::WriterPtr writer = opc::model::XercesHelper::createWriter();
   opc::model::DocumentPtr document = createRecordDocument();
   record.buildDOM(document);
   const std::unique_ptr<opc::OutputStream> stream = part->getOutputStream();
-  opc::model::XercesHelper::writeDocumentToStream(writer, document, *stream);
+  opc::model::XercesHelper::writeDocumentToStream(*document, *stream);
   stream->flush();
   try {
     (void)readRecordDocument(*part, record);

@@ -43,8 +43,7 @@ CoreProperties everything() {
 
 CoreProperties readDocument(const std::string& xml) {
   opc::test::BytesInput in(xml);
-  model::DocumentPtr document =
-      XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", u"");
+  model::DocumentPtr document = XercesHelper::readDocumentFromStream(in, u"");
   CoreProperties properties;
   CorePropertiesManager::readCorePropertiesDocument(*document, properties);
   return properties;
@@ -52,7 +51,7 @@ CoreProperties readDocument(const std::string& xml) {
 
 std::string writeDocument(const model::DocumentPtr& document) {
   opc::test::BytesOutput out;
-  XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
+  XercesHelper::writeDocumentToStream(*document, out);
   return out.bytes;
 }
 
@@ -112,7 +111,7 @@ TEST_F(CorePropertiesTest, WrittenPartsAreValidAgainstTheirSchemasAndKeepForeign
   onlyDates.setLastModified(at("9999-12-31 23:59:59"));
   const std::string kept = opc::test::readFile(ZV_TEST_DATA_DIR "/xml/core-foreign-properties.xml");
   opc::test::BytesInput keptIn(kept);
-  model::DocumentPtr keep = XercesHelper::readDocumentFromStream(XercesHelper::createParser(), keptIn, false, u"", u"");
+  model::DocumentPtr keep = XercesHelper::readDocumentFromStream(keptIn, u"");
   CoreProperties titleOnly;
   titleOnly.setTitle(u"new title");
 
@@ -159,7 +158,7 @@ TEST_F(CorePropertiesTest, WrittenPartsAreValidAgainstTheirSchemasAndKeepForeign
 TEST_F(CorePropertiesTest, PartsAndRelationshipsInThePackage) {
   ScratchDir dir;
   const ustring path = dir.ufile("p.zip");
-  const auto& coreType = model::PackageHelper::getCorePropertiesRelationshipType();
+  const auto& coreType = model::PackageHelper::kCorePropertiesRelationshipType;
   const auto& companionType = CorePropertiesManager::getPackagePropertiesRelationshipType();
   CoreProperties coreOnly;
   coreOnly.setTitle(u"t");
@@ -169,8 +168,8 @@ TEST_F(CorePropertiesTest, PartsAndRelationshipsInThePackage) {
                            [&](model::Package& p) { CorePropertiesManager(p, DeterministicMode::Off).setCoreProperties(properties); });
     opc::test::Session s(path, OpenMode::Read);
     const bool companion = properties.getContentType().has_value();
-    EXPECT_EQ(s.package.getRelationshipsByType(coreType).size(), 1u);
-    EXPECT_EQ(s.package.getRelationshipsByType(companionType).size(), companion ? 1u : 0u);
+    EXPECT_EQ(s.package.getRelationships().getRelationshipsByType(coreType).size(), 1u);
+    EXPECT_EQ(s.package.getRelationships().getRelationshipsByType(companionType).size(), companion ? 1u : 0u);
     EXPECT_EQ(s.package.getPartCount(), companion ? 2u : 1u);
     EXPECT_TRUE(CorePropertiesManager(s.package, DeterministicMode::Off).getCoreProperties() == properties);
   }
@@ -178,10 +177,10 @@ TEST_F(CorePropertiesTest, PartsAndRelationshipsInThePackage) {
   const auto corePart = [&](const char16_t* name, const ustring& type, const std::string& bytes) {
     return [=](model::Package& p) {
       opc::test::addPart(p, name, type, bytes);
-      p.createRelationship(model::PartName(name).getURI(), coreType);
+      p.getRelationships().createRelationship(model::PartName(name).getURI(), coreType);
     };
   };
-  const ustring& type = model::PackageHelper::getCorePropertiesContentType();
+  const ustring& type = model::PackageHelper::kCorePropertiesContentType;
   const struct {
     const char* label;
     std::function<void(model::Package&)> build;
@@ -190,10 +189,10 @@ TEST_F(CorePropertiesTest, PartsAndRelationshipsInThePackage) {
       {"two core relationships",
        [&](model::Package& p) {
          corePart(u"/docProps/core.xml", type, valid)(p);
-         p.createRelationship(model::PartName(u"/docProps/core.xml").getURI(), coreType);
+         p.getRelationships().createRelationship(model::PartName(u"/docProps/core.xml").getURI(), coreType);
        },
        "at most one"},
-      {"dangling core relationship", [&](model::Package& p) { p.createRelationship(model::URI(u"/missing.xml"), coreType); },
+      {"dangling core relationship", [&](model::Package& p) { p.getRelationships().createRelationship(model::URI(u"/missing.xml"), coreType); },
        "not in the package"},
       {"wrong content type", corePart(u"/core.xml", u"application/xml", valid),
        "expected 'application/vnd.openxmlformats-package.core-properties+xml'"},

@@ -93,7 +93,7 @@ bool uriSafeOnceDecoded(const ustring& segment) {
 class FileSystemTest : public ::testing::Test {
  protected:
   struct Open {
-    Open(const ustring& path, OpenMode mode) : session(path, mode), manager(session.package, {}) {}
+    Open(const ustring& path, OpenMode mode) : session(path, mode), manager(session.package) {}
     Session session;
     FileSystemManager manager;
   };
@@ -115,7 +115,7 @@ class FileSystemTest : public ::testing::Test {
   // Adds every file and empty folder below `source` under its relative path, in a new package.
   void pack() {
     withPackage(package, OpenMode::Create, [&](model::Package& p) {
-      FileSystemManager manager(p, {});
+      FileSystemManager manager(p);
       for (const auto& [relative, file] : snapshot(source).files) {
         (void)manager.addFile(u16((source / relative).string()), u16(relative), TransformMode::Encode);
       }
@@ -130,7 +130,7 @@ class FileSystemTest : public ::testing::Test {
     ::setenv("ZVADDON_THREADS", threads, 1);
     const std::string error = errorOf([&] {
       Session s(package, OpenMode::Read);
-      FileSystemManager(s.package, {}).extractAll(u16(destination.string()), RestoreMode::Attributes, TransformMode::Encode, replace);
+      FileSystemManager(s.package).extractAll(u16(destination.string()), RestoreMode::Attributes, TransformMode::Encode, replace);
     });
     ::unsetenv("ZVADDON_THREADS");
     return error == "(no error)" ? "" : error;
@@ -227,7 +227,7 @@ TEST_F(FileSystemTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
       (void)manager.createFolder(path);
     };
     withPackage(package, OpenMode::Create, [&](model::Package& p) {
-      FileSystemManager manager(p, {});
+      FileSystemManager manager(p);
       for (const auto& [isFile, path] : c.before) add(manager, isFile, path);
     });
     auto s = open(OpenMode::Modify);
@@ -439,7 +439,7 @@ TEST_F(FileSystemTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
 }
 
 TEST(FileSystemOpsTest, PathText) {
-  const opc::LocalFileSystemOps ops;
+  const opc::FileSystemOps ops;
   const struct {
     const char16_t* path;
     const char16_t* filename;

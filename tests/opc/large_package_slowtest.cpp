@@ -27,8 +27,8 @@ TEST(LargePackageTest, PartOverFourGibibytesRoundTrip) {
   }
   const ustring path = dir.ufile("big.zip");
   withPackage(path, OpenMode::Create, [&](Package& p) {
-    auto part = p.createPart(PartName(u"/big.bin"), ContentType(u"application/octet-stream"), StandardPartInfo());
-    part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(source)));
+    auto part = p.createPart(PartName(u"/big.bin"), ContentType(u"application/octet-stream"));
+    part->setContentSource(kqservices::fileContent(u16(source)));
     addPart(p, u"/after.xml", u"application/xml", "<after/>");
   });
   {

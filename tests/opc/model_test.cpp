@@ -62,7 +62,6 @@ TEST(PartNameTest, GrammarAndTextForm) {
     EXPECT_EQ(PartName::fromZipItemName(c.text.substr(1)).text(), c.text);
     EXPECT_EQ(name.getURI().toString(), name.getName());
   }
-  EXPECT_EQ(PartName::encodeSegment(u"a b#%\u00e9"), u"a%20b%23%25%C3%A9");
   EXPECT_EQ(PartName::decodeSegment(u"a%20b%23%25%C3%A9"), u"a b#%\u00e9");
   EXPECT_THROW(PartName::decodeSegment(u"%FF"), Exception);
   EXPECT_EQ(PartName::fromZipItemName("a/%c3%a9.xml").text(), "/a/%C3%A9.xml");
@@ -91,7 +90,7 @@ TEST(PartNameTest, EquivalenceIgnoresAsciiCaseOnly) {
   for (const auto& c : cases) {
     SCOPED_TRACE(u8(c.a) + " vs " + u8(c.b));
     EXPECT_EQ(PartName(c.a) == PartName(c.b), c.equivalent);
-    EXPECT_EQ(PartNameHash{}(PartName(c.a)) == PartNameHash{}(PartName(c.b)), c.equivalent);
+    EXPECT_EQ(PartNameKeyHash{}(PartName(c.a)) == PartNameKeyHash{}(PartName(c.b)), c.equivalent);
     EXPECT_EQ(PartName(c.a) < PartName(c.b), c.less);
   }
 }
@@ -134,7 +133,6 @@ TEST(PartNameTest, ExtensionAndRelationshipsNames) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(u8(c.name));
-    EXPECT_EQ(PartName(c.name).getExtension(), c.extension);
     EXPECT_EQ(PartName(c.name).extensionView(), u8(c.extension));
     EXPECT_EQ(PartName(c.name).isRelationshipsPartName(), c.relationships);
   }
@@ -185,9 +183,7 @@ TEST(ContentTypeTest, EqualityIgnoresCaseExceptInParameterValues) {
   EXPECT_FALSE(ContentType(u"text/plain;charset=X") == ContentType(u"text/plain;charset=x"));
   EXPECT_FALSE(ContentType(u"text/plain") == ContentType(u"text/plain;charset=x"));
   EXPECT_EQ(ContentType(u"Image/PNG").toString(), u"Image/PNG");  // spelled as given
-  EXPECT_EQ(ContentType(u"Image/PNG;q=1").getSubType(), u"png");
 }
-
 
 constexpr char16_t kType[] = u"http://example.com/rel";
 

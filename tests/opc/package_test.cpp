@@ -37,8 +37,8 @@ class PackageTest : public ::testing::Test {
     auto data = addPart(s.package, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), Compression::Stored);
     data->setLastModifiedTime(kFarFuture);  // beyond DOS time, with a sub-second part
     data->setUnixMode(04755);
-    s.package.createRelationship(URI(u"/docs/a.xml"), kType);
-    s.package.createRelationship(URI(u"bin/data.bin"), kType, u"rId100");
+    s.package.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
+    s.package.getRelationships().createRelationship(URI(u"bin/data.bin"), kType, u"rId100");
     s.package.getPart(PartName(u"/docs/a.xml"))->getRelationships().createRelationship(URI(u"../bin/data.bin"), kType);
     s.package.close();
   }
@@ -81,7 +81,7 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
     EXPECT_EQ(data->getLastModifiedTime(), kFarFuture);
     EXPECT_EQ(data->getUnixMode(), 04755u);
     EXPECT_EQ(s.package.getPart(PartName(u"/docs/a.xml"))->getUnixMode(), 0640u);
-    const auto rels = s.package.getRelationshipsByType(kType);
+    const auto rels = s.package.getRelationships().getRelationshipsByType(kType);
     ASSERT_EQ(rels.size(), 2u);
     EXPECT_EQ(rels[0].getId(), u"rId1");
     EXPECT_EQ(rels[1].getTargetPartName(), PartName(u"/bin/data.bin"));
@@ -95,8 +95,8 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
     auto a = addPart(p, u"/docs/a.xml", kXml, "<b/>");
     EXPECT_TRUE(a->getRelationships().empty()) << "made again, it starts without relationships";
     a->getRelationships().createRelationship(URI(u"new.xml"), kType);
-    p.deleteRelationship(u"rId100");
-    p.createRelationship(URI(u"/docs/a.xml"), kType);
+    p.getRelationships().deleteRelationship(u"rId100");
+    p.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
   });
   Session s(path, OpenMode::Read);
   EXPECT_FALSE(s.package.partExists(PartName(u"/bin/data.bin")));
@@ -130,14 +130,14 @@ TEST_F(PackageTest, ReadModeAndRevertLeaveTheFileByteForByte) {
       {"add part", [](Package& p) { addPart(p, u"/x.xml", kXml, "<x/>"); }},
       {"delete part", [](Package& p) { p.deletePart(PartName(u"/docs/a.xml")); }},
       {"replace content", [&](Package& p) { writeAll(*a(p)->getOutputStream(), "z"); }},
-      {"add relationship", [](Package& p) { p.createRelationship(URI(u"/docs/a.xml"), kType); }},
+      {"add relationship", [](Package& p) { p.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType); }},
       {"add part relationship", [&](Package& p) { a(p)->getRelationships().createRelationship(URI(u"x.xml"), kType); }},
       {"change time", [&](Package& p) { a(p)->setLastModifiedTime({1, 0}); }},
       {"source file vanishes before close",
        [&](Package& p) {
          writeFile(vanishing, "soon gone");
-         auto part = p.createPart(PartName(u"/v.bin"), ContentType(u"application/octet-stream"), StandardPartInfo());
-         part->setContentSource(std::make_shared<kqservices::FileContentSource>(u16(vanishing)));
+         auto part = p.createPart(PartName(u"/v.bin"), ContentType(u"application/octet-stream"));
+         part->setContentSource(kqservices::fileContent(u16(vanishing)));
          std::filesystem::remove(vanishing);
        },
        true},
@@ -293,8 +293,8 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
   const std::string types =
       "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\"><Default Extension=\"txt\" "
       "ContentType=\"text/plain\"/><Default Extension=\"rels\" ContentType=\"" +
-      u8(PackageHelper::getRelationshipsContentType()) + "\"/></Types>";
-  const std::string rels = "<Relationships xmlns=\"" + u8(PackageHelper::getRelationshipsNamespace()) +
+      u8(PackageHelper::kRelationshipsContentType) + "\"/></Types>";
+  const std::string rels = "<Relationships xmlns=\"" + u8(PackageHelper::kRelationshipsNamespace) +
                            "\"><Relationship Id=\"r\" Type=\"urn:t\" Target=\"%C3%84rger.txt\"/></Relationships>";
   const struct {
     const char* name;
@@ -323,7 +323,7 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
     const std::string error = errorOf([&] {
       Session s(path, OpenMode::Modify);
       addPart(s.package, u"/metadata/license.xml", kXml, "<l/>");
-      s.package.createRelationship(URI(u"metadata/license.xml"), kType);
+      s.package.getRelationships().createRelationship(URI(u"metadata/license.xml"), kType);
       s.package.close();
     });
     if (c.refusedNaming != nullptr) {
@@ -375,7 +375,7 @@ TEST(MalformedPackageTest, EachDefectGivesItsError) {
       {"entry-encrypted.zip", {"entry 2 'a.xml'", "encrypted"}},
       {"rels-malformed.zip", {"relationships part '/_rels/.rels' (entry 1 '_rels/.rels')"}},
       {"rels-duplicate-id.zip", {"'/_rels/.rels'", "'rId1' is already used"}},
-      {"rels-missing-target.zip", {"'/_rels/.rels'", "lacks one of the attributes"}},
+      {"rels-missing-target.zip", {"'/_rels/.rels'", "lacks the attribute 'Target'"}},
       {"rels-bad-target-mode.zip", {"'/_rels/.rels'", "invalid TargetMode 'Elsewhere'"}},
       {"rels-internal-absolute-target.zip", {"'/_rels/.rels'", "must be a relative reference"}},
       {"rels-invalid-id.zip", {"'/_rels/.rels'", "no valid XML id"}},

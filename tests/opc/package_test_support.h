@@ -34,7 +34,7 @@ inline void withPackage(const ustring& path, OpenMode mode, const std::function<
 
 inline model::PartPtr addPart(model::Package& package, const ustring& name, const ustring& type,
                               const std::string& bytes, Compression compression = Compression::Deflated) {
-  auto part = package.createPart(model::PartName(name), model::ContentType(type), model::StandardPartInfo(compression, 0));
+  auto part = package.createPart(model::PartName(name), model::ContentType(type), compression);
   auto out = part->getOutputStream();
   writeAll(*out, bytes);
   return part;

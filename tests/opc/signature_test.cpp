@@ -18,7 +18,9 @@ namespace {
 using namespace opc::test;
 using Result = DigitalSignatureVerificationStatus::Result;
 
-ustring requirementsId(const Package& package) { return package.getRelationshipsByType(kRequirementsType).at(0).getId(); }
+ustring requirementsId(const Package& package) {
+  return package.getRelationships().getRelationshipsByType(kRequirementsType).at(0).getId();
+}
 
 // Replaces the first match of `pattern` in the package's first signature part.
 std::function<void(Package&)> editSignature(const std::string& pattern, const std::string& to) {
@@ -40,8 +42,8 @@ class SignatureTest : public ::testing::Test {
 // the signature valid; only the signing key's partner verifies.
 TEST_F(SignatureTest, VerdictsAfterChangesAndWithOtherKeys) {
   const auto retarget = [](Package& p, const char16_t* target, const ustring& type, const ustring& id) {
-    p.deleteRelationship(id);
-    p.createRelationship(URI(target), type, id);
+    p.getRelationships().deleteRelationship(id);
+    p.getRelationships().createRelationship(URI(target), type, id);
   };
   const struct {
     const char* name;
@@ -59,15 +61,15 @@ TEST_F(SignatureTest, VerdictsAfterChangesAndWithOtherKeys) {
        },
        Result::ContentTypeMismatch},
       {"PartRemoved", [](Package& p) { p.deletePart(PartName(kRequirementsPart)); }, Result::PartMissing},
-      {"RelationshipRemoved", [](Package& p) { p.deleteRelationship(requirementsId(p)); }, Result::DigestMismatch},
+      {"RelationshipRemoved", [](Package& p) { p.getRelationships().deleteRelationship(requirementsId(p)); }, Result::DigestMismatch},
       {"RelationshipRetargeted", [&](Package& p) { retarget(p, u"metadata/other.xml", kRequirementsType, requirementsId(p)); },
        Result::DigestMismatch},
-      {"SecondRelationshipOfTheType", [](Package& p) { p.createRelationship(URI(u"metadata/other.xml"), kRequirementsType); },
+      {"SecondRelationshipOfTheType", [](Package& p) { p.getRelationships().createRelationship(URI(u"metadata/other.xml"), kRequirementsType); },
        Result::DigestMismatch},
       {"IdsSwapped",
        [&](Package& p) {
          const ustring requirements = requirementsId(p);
-         const ustring other = p.getRelationshipsByType(kOtherType).at(0).getId();
+         const ustring other = p.getRelationships().getRelationshipsByType(kOtherType).at(0).getId();
          retarget(p, u"metadata/systemRequirements.xml", kRequirementsType, other);
          retarget(p, u"metadata/other.xml", kOtherType, requirements);
        },
@@ -80,7 +82,7 @@ TEST_F(SignatureTest, VerdictsAfterChangesAndWithOtherKeys) {
        Result::DigestMismatch},
       {"PartAdded", [](Package& p) { addPart(p, u"/content/readme.txt", u"text/plain", "hello"); }, Result::Valid},
       {"UnsignedPartChanged", [](Package& p) { replacePartContent(p, kOtherPart, "<other changed=\"1\"/>"); }, Result::Valid},
-      {"UnrelatedRelationshipAdded", [](Package& p) { p.createRelationship(URI(u"metadata/other.xml"), u"urn:unrelated"); },
+      {"UnrelatedRelationshipAdded", [](Package& p) { p.getRelationships().createRelationship(URI(u"metadata/other.xml"), u"urn:unrelated"); },
        Result::Valid},
       {"RelationshipsReordered", [&](Package& p) { retarget(p, u"metadata/systemRequirements.xml", kRequirementsType, requirementsId(p)); },
        Result::Valid},
@@ -200,7 +202,8 @@ TEST_F(SignatureTest, ReadBackResignedAndRemoved) {
   });
   Session s(path_, OpenMode::Read);
   EXPECT_FALSE(DigitalSignatureManager(s.package).isPackageSigned());
-  EXPECT_TRUE(s.package.getRelationshipsByType(PackageHelper::getDigitalSignatureOriginRelationshipType()).empty());
+  const ustring& originType = PackageHelper::kDigitalSignatureOriginRelationshipType;
+  EXPECT_TRUE(s.package.getRelationships().getRelationshipsByType(originType).empty());
   EXPECT_EQ(signatureFolderParts(s.package), 0u);
 }
 

@@ -81,9 +81,9 @@ inline constexpr char kRequirementsXml[] =
 inline void makeSignablePackage(const ustring& path) {
   withPackage(path, OpenMode::Create, [](model::Package& p) {
     addPart(p, kRequirementsPart, kRequirementsContentType, kRequirementsXml);
-    p.createRelationship(model::URI(u"metadata/systemRequirements.xml"), kRequirementsType);
+    p.getRelationships().createRelationship(model::URI(u"metadata/systemRequirements.xml"), kRequirementsType);
     addPart(p, kOtherPart, u"application/xml", "<other/>");
-    p.createRelationship(model::URI(u"metadata/other.xml"), kOtherType);
+    p.getRelationships().createRelationship(model::URI(u"metadata/other.xml"), kOtherType);
   });
 }
 

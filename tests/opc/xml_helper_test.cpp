@@ -57,9 +57,9 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
     XercesHelper::setElementText(field, c.text);
     XercesHelper::setElementAttribute(field, u"a", c.text);
     opc::test::BytesOutput out;
-    XercesHelper::writeDocumentToStream(XercesHelper::createWriter(), document, out);
+    XercesHelper::writeDocumentToStream(*document, out);
     BytesInput in(out.bytes, 7);  // small reads: the parser must not depend on read sizes
-    DocumentPtr back = XercesHelper::readDocumentFromStream(XercesHelper::createParser(), in, false, u"", kNs);
+    DocumentPtr back = XercesHelper::readDocumentFromStream(in, kNs);
     const xercesc::DOMElement* read = XercesHelper::getElement(back->getDocumentElement(), u"field");
     ASSERT_NE(read, nullptr) << out.bytes;
     XercesHelper::getElementText(read, text);
@@ -69,8 +69,7 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
   }
 }
 
-// One parser meets every fault and stays good, keeping no limit of an earlier parse; each limit
-// refuses one more than it allows.
+// Each limit refuses one more than it allows.
 TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
   std::string lol = "<!ENTITY lol0 \"lol\">";
   for (int i = 1; i < 5; ++i) {
@@ -105,10 +104,9 @@ TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
       {"attributes", attributes + "/>", "more than 150 nodes", "", {.maxNodes = 150}, ParseLimits{.maxNodes = 201}},
       {"bytes", large, "exceeds 50000 bytes", "", {.maxBytes = 50000}, ParseLimits{.maxBytes = large.size()}},
   };
-  const ParserPtr parser = XercesHelper::createParser();
   const auto parse = [&](const std::string& xml, const ParseLimits& limits) {
     BytesInput in(xml);
-    return XercesHelper::readDocumentFromStream(parser.get(), in, false, u"", u"", limits);
+    return XercesHelper::readDocumentFromStream(in, u"", limits);
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
@@ -122,7 +120,7 @@ TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
   EXPECT_EQ(text.size(), 200000u);
   // A DOCTYPE leading a document far larger than one read is refused before the rest is read.
   BytesInput in("<!DOCTYPE r [<!ENTITY a \"b\">]><r>" + std::string(4 << 20, 'x') + "</r>", 4096);
-  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(parser.get(), in, false, u"", u""), opc::Exception);
+  EXPECT_THROW((void)XercesHelper::readDocumentFromStream(in, u""), opc::Exception);
   EXPECT_LT(in.consumed(), 1u << 20);
 }
 

@@ -190,7 +190,9 @@ TEST_F(SigningTest, AuthorSignatureVerdicts) {
       {"AddedPart", "rsa", true, [](AddonPackage& p) { opc::test::addPart(p.getPackage(), u"/fsroot/new.m", u"text/plain", "y"); },
        "part /fsroot/new.m was added after signing"},
       {"AddedRelationship", "rsa", false,
-       [](AddonPackage& p) { p.getPackage().createRelationship(PartName(kCode).getURI(), u"urn:zv:extra"); },
+       [](AddonPackage& p) {
+         p.getPackage().getRelationships().createRelationship(PartName(kCode).getURI(), u"urn:zv:extra");
+       },
        "a relationship of type urn:zv:extra from / was added after signing"},
       {"RemovedPart", "rsa", false, [](AddonPackage& p) { p.getPackage().deletePart(PartName(kCode)); },
        "part /fsroot/code.m is missing"},

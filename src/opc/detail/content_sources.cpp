@@ -89,11 +89,8 @@ std::size_t SpoolContent::readAt(std::uint64_t offset, std::uint8_t* out, std::s
   if (offset >= size_) return 0;
   const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(size, size_ - offset));
   if (file_) {
-    std::size_t done = 0;
-    while (done < n) {
-      const std::size_t got = preadSome(file_.get(), out + done, n - done, offset + done, folder_ + " (spool)");
-      if (got == 0) throw Exception("spool file in '" + folder_ + "' is shorter than written");
-      done += got;
+    if (preadFull(file_.get(), out, n, offset, folder_ + " (spool)") != n) {
+      throw Exception("spool file in '" + folder_ + "' is shorter than written");
     }
     return n;
   }

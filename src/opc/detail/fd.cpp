@@ -79,6 +79,16 @@ std::size_t preadSome(int fd, std::uint8_t* data, std::size_t size, std::uint64_
   }
 }
 
+std::size_t preadFull(int fd, void* into, std::size_t size, std::uint64_t offset, std::string_view path) {
+  std::size_t got = 0;
+  while (got < size) {
+    const std::size_t n = preadSome(fd, static_cast<std::uint8_t*>(into) + got, size - got, offset + got, path);
+    if (n == 0) break;
+    got += n;
+  }
+  return got;
+}
+
 void WriteBehind::written(std::uint64_t end, bool force) {
   if (end <= posted_ || (!force && end - posted_ < kWriteBehind)) return;
   posted_ = end;

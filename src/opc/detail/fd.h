@@ -53,6 +53,8 @@ void writeAll(int fd, const std::uint8_t* data, std::size_t size, std::string_vi
 void pwriteAll(int fd, const std::uint8_t* data, std::size_t size, std::uint64_t offset, std::string_view path);
 [[nodiscard]] std::size_t preadSome(int fd, std::uint8_t* data, std::size_t size, std::uint64_t offset,
                                     std::string_view path);
+// Reads `size` bytes at `offset`, fewer only where the file ends.
+[[nodiscard]] std::size_t preadFull(int fd, void* into, std::size_t size, std::uint64_t offset, std::string_view path);
 
 // Writes behind a growing file: the bytes written so far are handed to the disk in steps of
 // kWriteBehind by a worker of its own, so that the writer goes on meanwhile and the sync before a

@@ -1,5 +1,7 @@
 #include "opc/detail/xml_text.h"
 
+#include <algorithm>
+
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/XMLFormatter.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -86,6 +88,26 @@ const ustring* XmlElement::attribute(ustring_view name) const {
   return nullptr;
 }
 
+void XmlElement::requireOnly(std::initializer_list<std::u16string_view> allowed, const std::string& what) const {
+  const ustring* unexpected = qualifiedAttributes.empty() ? nullptr : &qualifiedAttributes.front();
+  for (const auto& [name, value] : attributes) {
+    if (unexpected == nullptr && std::find(allowed.begin(), allowed.end(), name) == allowed.end()) {
+      unexpected = &name;
+    }
+  }
+  if (unexpected != nullptr) {
+    throw Exception(what + ": element '" + narrow(localName) + "' has an unexpected attribute '" + narrow(*unexpected) + "'");
+  }
+}
+
+const ustring& XmlElement::required(ustring_view name, const std::string& what) const {
+  const ustring* value = attribute(name);
+  if (value == nullptr) {
+    throw Exception(what + ": element '" + narrow(localName) + "' lacks the attribute '" + narrow(name) + "'");
+  }
+  return *value;
+}
+
 namespace {
 
 void convert(const DOMElement* element, XmlElement& out, const std::string& what, bool withChildren = true) {
@@ -133,14 +155,13 @@ void readXmlDocument(InputStream& stream, const ustring& ns, const std::string& 
                      const std::function<void(const XmlElement& child)>& onChild) {
   using namespace opc::model;
   XercesGuard guard;
-  auto parser = XercesHelper::createParser();
   ParseLimits limits;
   limits.maxBytes = maxBytes;
   limits.maxNodes = maxBytes;  // a node costs at least one byte of input
   limits.maxDepth = 64;
   DocumentPtr document;
   try {
-    document = XercesHelper::readDocumentFromStream(parser, stream, false, ustring(), ns, limits);
+    document = XercesHelper::readDocumentFromStream(stream, ns, limits);
   } catch (const opc::Exception& e) {
     throw Exception(what + ": " + e.what());
   }

@@ -4,6 +4,7 @@
 // parser of opc/xml.
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -46,6 +47,10 @@ struct XmlElement {
   std::vector<ustring> qualifiedAttributes;             // names of namespaced attributes (not xmlns)
   std::vector<XmlElement> children;
   [[nodiscard]] const ustring* attribute(ustring_view name) const;
+  // Throw opc::Exception, `what` naming the part: an attribute not in `allowed` (or any qualified
+  // one); the attribute `name` missing.
+  void requireOnly(std::initializer_list<std::u16string_view> allowed, const std::string& what) const;
+  [[nodiscard]] const ustring& required(ustring_view name, const std::string& what) const;
 };
 
 // Parses a whole document (well formed, no DOCTYPE, bounded in size) whose root must be in `ns`,

@@ -6,11 +6,13 @@
 #include <utility>
 #include <vector>
 
+#include <boost/algorithm/string/trim.hpp>
 #include <boost/date_time/gregorian/gregorian.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <xercesc/dom/DOM.hpp>
 
 #include "foundation/i18n.h"
+#include "opc/detail/text.h"
 #include "opc/exception.h"
 #include "opc/model/package.h"
 #include "opc/model/package_helper.h"
@@ -23,6 +25,7 @@ using model::XercesString;
 using xercesc::DOMDocument;
 using xercesc::DOMElement;
 namespace pt = boost::posix_time;
+using opc::detail::narrow;
 
 namespace {
 
@@ -38,7 +41,7 @@ constexpr char16_t kPackagePropertiesNs[] = u"http://schemas.kestrelon.com/opc/2
 constexpr char16_t kCorePartName[] = u"/docProps/core.xml";
 constexpr char16_t kPackagePartName[] = u"/docProps/package.xml";
 
-const ustring& cpNs() { return model::PackageHelper::getCorePropertiesNamespace(); }
+constexpr const char16_t* kCpNs = model::PackageHelper::kCorePropertiesNamespace;
 
 enum class Kind { Text, Date, Keywords };
 
@@ -68,19 +71,11 @@ constexpr std::array<Element, 15> kElements{{
     {nullptr, u"version", Kind::Text, true},
 }};
 
-ustring_view nsOf(const Element& e) { return e.ns != nullptr ? ustring_view(e.ns) : ustring_view(cpNs()); }
+ustring_view nsOf(const Element& e) { return e.ns != nullptr ? ustring_view(e.ns) : ustring_view(kCpNs); }
 
 ustring_view view(const XMLCh* text) { return text != nullptr ? ustring_view(text) : ustring_view(); }
 
-std::string utf8(ustring_view text) {
-  try {
-    return fl::i18n::to_utf8(text);
-  } catch (const fl::i18n::conversion_error&) {
-    return "(unprintable text)";
-  }
-}
-
-std::string qualifiedName(const xercesc::DOMNode* node) { return utf8(view(node->getNodeName())); }
+std::string qualifiedName(const xercesc::DOMNode* node) { return narrow(view(node->getNodeName())); }
 
 [[noreturn]] void fail(const std::string& what) { throw opc::Exception("core properties part: " + what); }
 
@@ -92,15 +87,6 @@ const Element* findElement(const DOMElement* element) {
 }
 
 // ---- dates ------------------------------------------------------------------------------------------
-
-ustring trimmed(const ustring& text) {
-  const auto space = [](char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; };
-  std::size_t begin = 0;
-  std::size_t end = text.size();
-  while (begin < end && space(text[begin])) ++begin;
-  while (end > begin && space(text[end - 1])) --end;
-  return text.substr(begin, end - begin);
-}
 
 // W3CDTF: YYYY, YYYY-MM, YYYY-MM-DD, or a date with "Thh:mm", "Thh:mm:ss" or "Thh:mm:ss.s..." and a
 // zone designator ("Z", "+hh:mm", "-hh:mm"; taken as UTC when missing, as xs:dateTime allows). The
@@ -205,7 +191,7 @@ void checkAttributes(const DOMElement* element, const Element* known) {
              qualifiedName(element) + ")");
       }
       if (!isW3cdtfType(element, value)) {
-        fail(qualifiedName(element) + " has xsi:type '" + utf8(value) + "'; it must be dcterms:W3CDTF");
+        fail(qualifiedName(element) + " has xsi:type '" + narrow(value) + "'; it must be dcterms:W3CDTF");
       }
       hasType = true;
       continue;
@@ -227,7 +213,7 @@ void checkNoMarkupCompatibility(const DOMElement* element) {
 // Checks the whole document against the standard's schema and its further rules.
 void checkCoreDocument(const DOMDocument& document) {
   const DOMElement* root = document.getDocumentElement();
-  if (view(root->getLocalName()) != u"coreProperties" || view(root->getNamespaceURI()) != cpNs()) {
+  if (view(root->getLocalName()) != u"coreProperties" || view(root->getNamespaceURI()) != kCpNs) {
     fail("the document element is " + qualifiedName(root) + ", not cp:coreProperties");
   }
   checkAttributes(root, nullptr);
@@ -237,7 +223,7 @@ void checkCoreDocument(const DOMDocument& document) {
     checkNoMarkupCompatibility(child);
     const Element* known = findElement(child);
     if (known == nullptr) {
-      fail("element " + qualifiedName(child) + " {" + utf8(view(child->getNamespaceURI())) +
+      fail("element " + qualifiedName(child) + " {" + narrow(view(child->getNamespaceURI())) +
            "} is not in the standard's schema");
     }
     bool& once = seen[static_cast<std::size_t>(known - kElements.data())];
@@ -248,7 +234,7 @@ void checkCoreDocument(const DOMDocument& document) {
          inner = inner->getNextElementSibling()) {
       checkNoMarkupCompatibility(inner);
       const bool keywordValue = known->kind == Kind::Keywords && view(inner->getLocalName()) == u"value" &&
-                                view(inner->getNamespaceURI()) == cpNs();
+                                view(inner->getNamespaceURI()) == kCpNs;
       if (!keywordValue || inner->getFirstElementChild() != nullptr) {
         fail("element " + qualifiedName(inner) + " is not allowed inside " + qualifiedName(child));
       }
@@ -266,7 +252,7 @@ xercesc::DOMNode* usePrefixes(xercesc::DOMNode* imported) {
     pending.pop_back();
     if (node->getNodeType() != xercesc::DOMNode::ELEMENT_NODE) continue;
     const ustring_view ns = view(node->getNamespaceURI());
-    if (ns == cpNs()) node->setPrefix(u"cp");
+    if (ns == kCpNs) node->setPrefix(u"cp");
     if (ns == kDcNs) node->setPrefix(u"dc");
     if (ns == kDctermsNs) node->setPrefix(u"dcterms");
     auto* element = static_cast<DOMElement*>(node);
@@ -286,7 +272,7 @@ xercesc::DOMNode* usePrefixes(xercesc::DOMNode* imported) {
 void requireContentType(const model::Part& part, const ustring& expected) {
   if (!(part.getContentType() == model::ContentType(expected))) {
     throw opc::Exception("part " + std::string(part.getPartName().text()) + " has content type '" +
-                         utf8(part.getContentType().toString()) + "', expected '" + utf8(expected) + "'");
+                         narrow(part.getContentType().toString()) + "', expected '" + narrow(expected) + "'");
   }
 }
 
@@ -297,10 +283,6 @@ void requireContentType(const model::Part& part, const ustring& expected) {
 CoreProperties::CoreProperties(ustring contentType, ustring friendlyName, ReleaseInfo release)
     : contentType_(std::move(contentType)), friendlyName_(std::move(friendlyName)), release_(std::move(release)) {}
 
-CoreProperties::ReleaseInfo CoreProperties::getCurrentZORVANReleaseInfo() {
-  return foundation::release_info::getCurrentReleaseInfo();
-}
-
 void CoreProperties::setCreated(const ptime& created) { created_ = wholeSecondsUtc(created, "created"); }
 
 void CoreProperties::setLastModified(const ptime& lastModified) {
@@ -309,17 +291,6 @@ void CoreProperties::setLastModified(const ptime& lastModified) {
 
 ustring CoreProperties::getZORVANRelease() const {
   return release_ ? fl::i18n::from_utf8(release_->release) : ustring();
-}
-
-bool CoreProperties::operator==(const CoreProperties& other) const {
-  const auto sameRelease = [](const std::optional<ReleaseInfo>& a, const std::optional<ReleaseInfo>& b) {
-    if (a.has_value() != b.has_value()) return false;
-    return !a || (a->release == b->release && a->version == b->version);
-  };
-  return title_ == other.title_ && description_ == other.description_ && version_ == other.version_ &&
-         creator_ == other.creator_ && created_ == other.created_ && lastModified_ == other.lastModified_ &&
-         contentType_ == other.contentType_ && friendlyName_ == other.friendlyName_ &&
-         sameRelease(release_, other.release_);
 }
 
 // ---- XML mapping --------------------------------------------------------------------------------------
@@ -337,15 +308,16 @@ void CorePropertiesManager::readCorePropertiesDocument(const DOMDocument& docume
   const auto date = [&](const char16_t* name) -> std::optional<pt::ptime> {
     std::optional<ustring> value = text(kDctermsNs, name);
     if (!value) return std::nullopt;
-    std::optional<pt::ptime> parsed = parseW3cdtf(trimmed(*value));
-    if (!parsed) fail("dcterms:" + utf8(name) + " holds '" + utf8(*value) + "', which is no W3CDTF date");
+    const auto space = [](char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; };
+    std::optional<pt::ptime> parsed = parseW3cdtf(boost::algorithm::trim_copy_if(*value, space));
+    if (!parsed) fail("dcterms:" + narrow(name) + " holds '" + narrow(*value) + "', which is no W3CDTF date");
     return parsed;
   };
 
   if (auto value = text(kDcNs, u"title")) properties.setTitle(std::move(*value));
   if (auto value = text(kDcNs, u"description")) properties.setDescription(std::move(*value));
   if (auto value = text(kDcNs, u"creator")) properties.setCreator(std::move(*value));
-  if (auto value = text(cpNs().c_str(), u"version")) properties.setVersion(std::move(*value));
+  if (auto value = text(kCpNs, u"version")) properties.setVersion(std::move(*value));
   if (auto value = date(u"created")) properties.setCreated(*value);
   if (auto value = date(u"modified")) properties.setLastModified(*value);
 }
@@ -382,8 +354,8 @@ model::DocumentPtr CorePropertiesManager::buildCorePropertiesDocument(const Core
                                                                       const DOMDocument* keep) {
   model::DocumentPtr document = XercesHelper::createDocument();
   document->setXmlStandalone(true);
-  DOMElement* root = XercesHelper::appendElementNS(document.get(), cpNs(), u"cp:coreProperties");
-  XercesHelper::declareNamespace(root, u"cp", cpNs());
+  DOMElement* root = XercesHelper::appendElementNS(document.get(), kCpNs, u"cp:coreProperties");
+  XercesHelper::declareNamespace(root, u"cp", kCpNs);
   XercesHelper::declareNamespace(root, u"dc", kDcNs);
   XercesHelper::declareNamespace(root, u"dcterms", kDctermsNs);
   XercesHelper::declareNamespace(root, u"xsi", kXsiNs);
@@ -400,7 +372,7 @@ model::DocumentPtr CorePropertiesManager::buildCorePropertiesDocument(const Core
   text(kDcNs, u"dc:title", properties.getTitle());
   text(kDcNs, u"dc:description", properties.getDescription());
   text(kDcNs, u"dc:creator", properties.getCreator());
-  text(cpNs().c_str(), u"cp:version", properties.getVersion());
+  text(kCpNs, u"cp:version", properties.getVersion());
   date(u"dcterms:created", properties.getCreated());
   date(u"dcterms:modified", properties.getLastModified());
 
@@ -453,14 +425,14 @@ namespace {
 // The target of the package root's one relationship of `type`; none when there is no such
 // relationship. Throws opc::Exception when there are several or the one is external.
 std::optional<model::PartName> singleTarget(const model::Package& package, const ustring& type) {
-  const std::vector<model::Relationship> found = package.getRelationshipsByType(type);
+  const std::vector<model::Relationship> found = package.getRelationships().getRelationshipsByType(type);
   if (found.empty()) return std::nullopt;
   if (found.size() > 1) {
     throw opc::Exception("the package root has " + std::to_string(found.size()) + " relationships of type " +
-                         utf8(type) + "; at most one is allowed");
+                         narrow(type) + "; at most one is allowed");
   }
   if (found.front().getTargetMode() != model::TargetMode::Internal) {
-    throw opc::Exception("relationship " + utf8(found.front().getId()) + " of type " + utf8(type) +
+    throw opc::Exception("relationship " + narrow(found.front().getId()) + " of type " + narrow(type) +
                          " targets an external resource");
   }
   return found.front().getTargetPartName();
@@ -475,7 +447,7 @@ model::DocumentPtr readPart(const model::Package& package, const model::PartName
   requireContentType(*part, contentType);
   std::unique_ptr<InputStream> in = part->getInputStream();
   try {
-    return XercesHelper::readDocumentFromStream(XercesHelper::createParser(), *in, false, u"", ns);
+    return XercesHelper::readDocumentFromStream(*in, ns);
   } catch (const opc::Exception& e) {
     throw opc::Exception("part " + std::string(name.text()) + ": " + e.what());
   }
@@ -507,11 +479,11 @@ void writePart(model::Package& package, const ustring& type, const ustring& cont
   }
   if (!part) {
     const model::PartName name = target ? *target : freeName(package, preferredName);
-    part = package.createPart(name, wanted, model::StandardPartInfo(Compression::Deflated));
-    if (!target) package.createRelationship(name.getURI(), type);
+    part = package.createPart(name, wanted);
+    if (!target) package.getRelationships().createRelationship(name.getURI(), type);
   }
   std::unique_ptr<OutputStream> out = part->getOutputStream();
-  XercesHelper::writeDocumentToStream(XercesHelper::createWriter().get(), &document, *out);
+  XercesHelper::writeDocumentToStream(document, *out);
   out->flush();
 }
 
@@ -519,9 +491,9 @@ void writePart(model::Package& package, const ustring& type, const ustring& cont
 
 CoreProperties CorePropertiesManager::getCoreProperties() const {
   CoreProperties properties;
-  if (auto name = singleTarget(package_, model::PackageHelper::getCorePropertiesRelationshipType())) {
+  if (auto name = singleTarget(package_, model::PackageHelper::kCorePropertiesRelationshipType)) {
     model::DocumentPtr document =
-        readPart(package_, *name, model::PackageHelper::getCorePropertiesContentType(), cpNs());
+        readPart(package_, *name, model::PackageHelper::kCorePropertiesContentType, kCpNs);
     try {
       readCorePropertiesDocument(*document, properties);
     } catch (const opc::Exception& e) {
@@ -537,31 +509,31 @@ CoreProperties CorePropertiesManager::getCoreProperties() const {
 }
 
 void CorePropertiesManager::setCoreProperties(const CoreProperties& properties) {
-  const ustring& coreType = model::PackageHelper::getCorePropertiesRelationshipType();
+  const ustring& coreType = model::PackageHelper::kCorePropertiesRelationshipType;
 
   // Standard properties this class does not model survive a rewrite, unless the old part is broken.
   model::DocumentPtr previous;
   if (auto name = singleTarget(package_, coreType); name && package_.partExists(*name)) {
     try {
-      previous = readPart(package_, *name, model::PackageHelper::getCorePropertiesContentType(), cpNs());
+      previous = readPart(package_, *name, model::PackageHelper::kCorePropertiesContentType, kCpNs);
       checkCoreDocument(*previous);
     } catch (const opc::Exception&) {
       previous.reset();
     }
   }
   model::DocumentPtr core = buildCorePropertiesDocument(properties, mode_, previous.get());
-  writePart(package_, coreType, model::PackageHelper::getCorePropertiesContentType(), kCorePartName, *core);
+  writePart(package_, coreType, model::PackageHelper::kCorePropertiesContentType, kCorePartName, *core);
 
   const ustring& packageType = getPackagePropertiesRelationshipType();
   if (model::DocumentPtr companion = buildPackagePropertiesDocument(properties)) {
     writePart(package_, packageType, kPackagePropertiesContentType, kPackagePartName, *companion);
   } else {
-    for (const model::Relationship& relationship : package_.getRelationshipsByType(packageType)) {
+    for (const model::Relationship& relationship : package_.getRelationships().getRelationshipsByType(packageType)) {
       if (relationship.getTargetMode() == model::TargetMode::Internal) {
         const model::PartName name = relationship.getTargetPartName();
         if (package_.partExists(name)) package_.deletePart(name);
       }
-      package_.deleteRelationship(relationship.getId());
+      package_.getRelationships().deleteRelationship(relationship.getId());
     }
   }
 }

@@ -42,9 +42,6 @@ class CoreProperties {
   CoreProperties() = default;  // everything absent
   CoreProperties(ustring contentType, ustring friendlyName, ReleaseInfo release);
 
-  // The running host's release, as the host reports it.
-  [[nodiscard]] static ReleaseInfo getCurrentZORVANReleaseInfo();
-
   void setTitle(ustring title) { title_ = std::move(title); }
   void setDescription(ustring description) { description_ = std::move(description); }
   void setVersion(ustring version) { version_ = std::move(version); }
@@ -68,7 +65,7 @@ class CoreProperties {
   [[nodiscard]] ustring getZORVANRelease() const;
   [[nodiscard]] const std::optional<ReleaseInfo>& getZORVANReleaseInfo() const { return release_; }
 
-  [[nodiscard]] bool operator==(const CoreProperties& other) const;
+  [[nodiscard]] bool operator==(const CoreProperties& other) const = default;
 
  private:
   std::optional<ustring> title_;

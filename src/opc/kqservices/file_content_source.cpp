@@ -8,33 +8,16 @@
 
 namespace opc::kqservices {
 
-namespace {
-
-FileStatus regularFileStatus(const FileSystemOps& fileSystem, const ustring& path) {
-  FileStatus status = fileSystem.status(path);
-  if (status.type == FileType::NotFound) {
-    throw Exception("content file not found: '" + detail::narrow(path) + "'");
-  }
-  if (status.type != FileType::Regular) {
-    throw Exception("content file is not a regular file: '" + detail::narrow(path) + "'");
-  }
-  return status;
-}
-
-}  // namespace
-
-FileContentSource::FileContentSource(const ustring& path, std::shared_ptr<FileSystemOps> fileSystem)
-    : fileSystem_(std::move(fileSystem)) {
-  status_ = regularFileStatus(*fileSystem_, path);
-  path_ = detail::toUtf8(path, "content file path");
-}
-
-std::unique_ptr<InputStream> FileContentSource::openStream() const {
-  return fileSystem_->openInputStream(detail::fromUtf8(path_, "content file path"));
+std::shared_ptr<const ContentSource> fileContent(const ustring& path) {
+  return std::make_shared<FileContentBatch>()->add(path).source;
 }
 
 FileContentBatch::Added FileContentBatch::add(const ustring& path) {
-  const FileStatus status = regularFileStatus(*fileSystem_, path);
+  const FileStatus status = FileSystemOps().status(path);
+  if (status.type == FileType::NotFound) throw Exception("content file not found: '" + detail::narrow(path) + "'");
+  if (status.type != FileType::Regular) {
+    throw Exception("content file is not a regular file: '" + detail::narrow(path) + "'");
+  }
   const std::string utf8 = detail::toUtf8(path, "content file path");
   const std::size_t slash = utf8.rfind('/');
   const std::string_view folder = slash == std::string::npos ? std::string_view() : std::string_view(utf8).substr(0, slash + 1);
@@ -58,7 +41,7 @@ FileContentBatch::Added FileContentBatch::add(const ustring& path) {
 
 std::unique_ptr<InputStream> FileContentBatch::Source::openStream() const {
   const std::string utf8 = batch_->folders_[folder_] + std::string(name_, length_);
-  return batch_->fileSystem_->openInputStream(detail::fromUtf8(utf8, "content file path"));
+  return FileSystemOps().openInputStream(detail::fromUtf8(utf8, "content file path"));
 }
 
 }  // namespace opc::kqservices

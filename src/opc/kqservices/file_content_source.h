@@ -16,22 +16,8 @@ namespace opc::kqservices {
 
 // The bytes of one file, read when asked and never held in memory: a part given this source is
 // streamed from the file when the package is written. Throws opc::Exception (naming the path) when
-// the file is missing or no regular file on construction, or cannot be opened later. The status
-// (size, modification time, mode) is the one seen on construction.
-class FileContentSource : public ContentSource {
- public:
-  explicit FileContentSource(const ustring& path,
-                             std::shared_ptr<FileSystemOps> fileSystem = std::make_shared<LocalFileSystemOps>());
-
-  [[nodiscard]] std::unique_ptr<InputStream> getInputStream() const { return openStream(); }
-  [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
-  [[nodiscard]] std::optional<std::uint64_t> size() const override { return status_.size; }
-
- private:
-  std::string path_;  // UTF-8: half the size of the text for the usual paths, and a build holds one a file
-  std::shared_ptr<FileSystemOps> fileSystem_;
-  FileStatus status_;
-};
+// the file is missing or no regular file now, or cannot be opened later. Its size is the one seen now.
+[[nodiscard]] std::shared_ptr<const ContentSource> fileContent(const ustring& path);
 
 // The content of many files on disk, as sources that share one table of their paths: a folder's
 // path is kept once for the run of files added from it, a file's name and source in about fifty
@@ -40,13 +26,11 @@ class FileContentSource : public ContentSource {
 // batch is being read; reading (openStream) may run on several threads at once.
 class FileContentBatch : public std::enable_shared_from_this<FileContentBatch> {
  public:
-  explicit FileContentBatch(std::shared_ptr<FileSystemOps> fileSystem) : fileSystem_(std::move(fileSystem)) {}
-
   struct Added {
     std::shared_ptr<const ContentSource> source;
     FileStatus status;  // as seen now; the source's size is this one
   };
-  // Checks the file at `path` as FileContentSource does (same errors) and returns its source.
+  // Checks the file at `path` as fileContent does (same errors) and returns its source.
   [[nodiscard]] Added add(const ustring& path);
 
  private:
@@ -70,7 +54,6 @@ class FileContentBatch : public std::enable_shared_from_this<FileContentBatch> {
   static_assert(sizeof(Source) == 40);
   static constexpr std::size_t kChunk = 64u << 10;
 
-  std::shared_ptr<FileSystemOps> fileSystem_;
   std::vector<std::string> folders_;             // UTF-8, '/' last; "" for a path without one
   std::vector<std::unique_ptr<char[]>> names_;   // chunks of file names, never moved
   std::size_t chunkUsed_ = kChunk;               // in names_.back()

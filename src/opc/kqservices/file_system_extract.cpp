@@ -84,9 +84,7 @@ struct Plan {
 };
 
 // For messages: the part (or, for a folder made by its files, the folder's name).
-[[nodiscard]] ustring partNameOf(const Item& item) {
-  return FileSystemManager::getPrefix() + item.node->encodedPath();
-}
+[[nodiscard]] ustring partNameOf(const Item& item) { return item.node->partName(); }
 
 [[noreturn]] void refuse(const ustring& partName, const std::string& why) {
   throw Exception("refusing to extract '" + narrow(partName) + "': " + why);
@@ -431,7 +429,7 @@ void FileSystemManager::extractAll(const ustring& destination, RestoreMode resto
   checkFreeSpace(dest, extraction.total());
 
   // Checks passed: from here on, files are written.
-  LocalFileSystemOps().createDirectories(destination);
+  FileSystemOps().createDirectories(destination);
   UniqueFd fd(::open(dest.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!fd) throw Exception(osError("cannot open the destination", dest, errno));
   extraction.writeAll(fd.get());

@@ -65,10 +65,6 @@ const model::ContentType& folderContentType() {
   return type;
 }
 
-model::PartName partNameOf(const ustring& encodedPath) {
-  return model::PartName(kPrefix + encodedPath);
-}
-
 [[noreturn]] void caseConflict(const ustring& wanted, const TreeNode& existing) {
   throw Exception("cannot add '" + narrow(wanted) + "': '" + narrow(existing.pathName()) +
                   "' differs from it only in case, and a package cannot hold both");
@@ -181,10 +177,6 @@ std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) c
 
 namespace {
 
-ustring partNameText(const TreeNode& node) {
-  return kPrefix + node.encodedPath();
-}
-
 const TreeNode& firstLeaf(const TreeNode& folder) {
   const TreeNode* node = &folder;
   while (node->hasChildren()) node = &*node->children()->begin();
@@ -218,11 +210,11 @@ void detail::TreeBuilder::add(std::string_view encodedPath, bool placeholder) {
       next = folder->adopt(TreeNode::make(arena_, segment_, last && !placeholder));
     } else {
       if (next->file || next->placeholder) {
-        throw Exception(last ? "its name is equivalent to that of part '" + narrow(partNameText(*next)) + "'"
-                             : "part '" + narrow(partNameText(*next)) + "' is named like one of its folders");
+        throw Exception(last ? "its name is equivalent to that of part '" + narrow(next->partName()) + "'"
+                             : "part '" + narrow(next->partName()) + "' is named like one of its folders");
       }
       if (last) {
-        throw Exception("it is named like a folder of part '" + narrow(partNameText(firstLeaf(*next))) + "'");
+        throw Exception("it is named like a folder of part '" + narrow(firstLeaf(*next).partName()) + "'");
       }
     }
     if (last) {
@@ -248,14 +240,12 @@ FileSystemEntryAlreadyExists::FileSystemEntryAlreadyExists(const ustring& pathNa
 
 // ---- Manager ---------------------------------------------------------------------------------
 
-FileSystemManager::FileSystemManager(model::Package& package, const FileSystemOpsSelector& ops)
-    : package_(package), ops_(ops.get()) {}
+FileSystemManager::FileSystemManager(model::Package& package) : package_(package) {}
 
 FileSystemManager::~FileSystemManager() = default;
 
 const ustring& FileSystemManager::getPrefix() { return kPrefix; }
 const ustring& FileSystemManager::getFolderContentType() { return kFolderContentType; }
-ustring FileSystemManager::encodeName(const ustring& name) { return detail::encodeComponent(name); }
 ustring FileSystemManager::decodeName(const ustring& segment) { return detail::decodeComponent(segment); }
 
 // The tree is read from the part list once per open package and then kept in step by addFile and
@@ -303,11 +293,11 @@ std::vector<ustring> encodePath(const ustring& path, const std::vector<ustring>&
   return segments;
 }
 
-ustring joinSegments(const std::vector<ustring>& segments, std::size_t count) {
+ustring joinSegments(const std::vector<ustring>& segments) {
   ustring out;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (i > 0) out += u'/';
-    out += segments[i];
+  for (const ustring& segment : segments) {
+    if (!out.empty()) out += u'/';
+    out += segment;
   }
   return out;
 }
@@ -354,8 +344,7 @@ TreeNode* attachMissing(std::pmr::memory_resource& arena, const Placement& at, c
 void FileSystemManager::restorePlaceholder(const TreeNode* emptied) noexcept {
   try {
     if (emptied != nullptr) {
-      (void)package_.createPart(partNameOf(emptied->encodedPath()), folderContentType(),
-                                model::StandardPartInfo());
+      (void)package_.createPart(model::PartName(emptied->partName()), folderContentType());
     }
   } catch (...) {
   }
@@ -365,58 +354,51 @@ void FileSystemManager::restorePlaceholder(const TreeNode* emptied) noexcept {
 void FileSystemManager::releaseTree() noexcept { index_.reset(); }
 
 FileSystemEntry FileSystemManager::addFile(const ustring& sourcePath, const ustring& pathInAddon, TransformMode mode) {
+  return add(pathInAddon, mode, &sourcePath);
+}
+
+FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
+  return add(pathInAddon, TransformMode::Encode, nullptr);
+}
+
+FileSystemEntry FileSystemManager::add(const ustring& pathInAddon, TransformMode mode, const ustring* sourcePath) {
+  const bool file = sourcePath != nullptr;
   TreeIndex& tree = index();
-  if (tree.mode == interfaces::OpenMode::Read) throw Exception("cannot add files: the package is open for reading");
+  if (tree.mode == interfaces::OpenMode::Read) {
+    throw Exception(std::string("cannot add ") + (file ? "files" : "folders") + ": the package is open for reading");
+  }
   const std::vector<ustring> components = detail::splitPath(pathInAddon);
   const std::vector<ustring> segments = encodePath(pathInAddon, components, mode);
-  const Placement at = place(tree.root, pathInAddon, segments, false);
-  const model::PartName name = partNameOf(joinSegments(segments, segments.size()));
-  if (!sources_) sources_ = std::make_shared<FileContentBatch>(ops_);
-  auto [source, status] = sources_->add(sourcePath);
+  const Placement at = place(tree.root, pathInAddon, segments, !file);
+  const model::PartName name(kPrefix + joinSegments(segments));
+  FileContentBatch::Added added;
+  if (file) {
+    if (!sources_) sources_ = std::make_shared<FileContentBatch>();
+    added = sources_->add(*sourcePath);
+  }
 
   // An empty folder's part is in the way of anything below it; it comes back if the add fails.
   TreeNode* const emptied = at.folder->placeholder ? at.folder : nullptr;
-  if (emptied != nullptr) package_.deletePart(partNameOf(emptied->encodedPath()));
+  if (emptied != nullptr) package_.deletePart(model::PartName(emptied->partName()));
   try {
-    model::PartPtr part = package_.createPart(name, contentTypeFor(components.back()),
-                                              model::StandardPartInfo(Compression::Deflated, status.size));
-    part->setContentSource(std::move(source));
-    part->setLastModifiedTime(clampedToSourceDateEpoch(status.lastWriteTime));
-    part->setUnixMode(status.mode & 0777);
+    const model::PartPtr part = package_.createPart(name, file ? contentTypeFor(components.back()) : folderContentType());
+    if (file) {
+      part->setContentSource(std::move(added.source));
+      part->setLastModifiedTime(clampedToSourceDateEpoch(added.status.lastWriteTime));
+      part->setUnixMode(added.status.mode & 0777);
+    }
   } catch (...) {
     try {
-      if (package_.partExists(name)) package_.deletePart(name);
+      if (file && package_.partExists(name)) package_.deletePart(name);
     } catch (...) {
     }
     restorePlaceholder(emptied);
     throw;
   }
 
-  const TreeNode* const folder = attachMissing(tree.arena, at, segments, true);
+  const TreeNode* const node = attachMissing(tree.arena, at, segments, file);
   tree.partCount = package_.getPartCount();
-  return FileSystemEntry(folder->pathName(), {}, true);
-}
-
-FileSystemEntry FileSystemManager::createFolder(const ustring& pathInAddon) {
-  TreeIndex& tree = index();
-  if (tree.mode == interfaces::OpenMode::Read) throw Exception("cannot add folders: the package is open for reading");
-  const std::vector<ustring> components = detail::splitPath(pathInAddon);
-  const std::vector<ustring> segments = encodePath(pathInAddon, components, TransformMode::Encode);
-  const Placement at = place(tree.root, pathInAddon, segments, true);
-  const model::PartName name = partNameOf(joinSegments(segments, segments.size()));
-
-  TreeNode* const emptied = at.folder->placeholder ? at.folder : nullptr;
-  if (emptied != nullptr) package_.deletePart(partNameOf(emptied->encodedPath()));
-  try {
-    (void)package_.createPart(name, folderContentType(), model::StandardPartInfo());
-  } catch (...) {
-    restorePlaceholder(emptied);
-    throw;
-  }
-
-  const TreeNode* const folder = attachMissing(tree.arena, at, segments, false);
-  tree.partCount = package_.getPartCount();
-  return FileSystemEntry(folder->pathName(), folder->encodedPath(), false);
+  return FileSystemEntry(node->pathName(), file ? ustring() : node->encodedPath(), file);
 }
 
 FileSystemEntry FileSystemManager::getRoot() const {

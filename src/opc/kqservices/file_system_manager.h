@@ -44,7 +44,7 @@ enum class TransformMode : int {
   None = 0,
   // addFile: each component is encoded reversibly into a valid part-name segment: characters that
   // a URI cannot hold are escaped (":20" for a space, "%C3%A9" for an accented letter; see
-  // encodeName), and a name ending in "." or equal to "_rels" gets a ":" appended.
+  // decodeName), and a name ending in "." or equal to "_rels" gets a ":" appended.
   // extractAll: the inverse, so files get back the names they were added under.
   Encode = 1,
 };
@@ -99,9 +99,8 @@ class [[gnu::visibility("default")]] FileSystemEntryAlreadyExists : public opc::
 };
 
 // Maps the add-on's files and folders onto parts of one package. Holds a reference to the package,
-// which must outlive it, and shares the file-system operations taken from the selector (used to
-// read source files). The package need not be open on construction; every operation needs it open
-// (and writable for addFile and createFolder).
+// which must outlive it. The package need not be open on construction; every operation needs it
+// open (and writable for addFile and createFolder).
 //
 // Paths inside the add-on are '/'-separated in the host's text; a leading '/' is optional. A path
 // is refused (opc::Exception naming it) when a component is empty, "." or "..", holds '\' or NUL,
@@ -111,7 +110,7 @@ class [[gnu::visibility("default")]] FileSystemEntryAlreadyExists : public opc::
 // createFolder leaves the package and the tree as they were.
 class FileSystemManager {
  public:
-  FileSystemManager(opc::model::Package& package, const opc::FileSystemOpsSelector& ops);
+  explicit FileSystemManager(opc::model::Package& package);
   ~FileSystemManager();
   FileSystemManager(const FileSystemManager&) = delete;
   FileSystemManager& operator=(const FileSystemManager&) = delete;
@@ -149,13 +148,11 @@ class FileSystemManager {
   void extractAll(const ustring& destination, RestoreMode restore, TransformMode transform,
                   ReplaceMode replace);
 
-  // The encoding of one component (TransformMode::Encode) and its inverse. ASCII characters outside
+  // The inverse of the encoding of one component (TransformMode::Encode). ASCII characters outside
   // a URI's path characters (space, '#', '%', '[', ...) and Unicode control and space characters
   // are written ":XX" per UTF-8 byte rather than "%XX": readers that decode a part name before
   // parsing it as a URI would otherwise meet a space and refuse the whole package. Other non-ASCII
-  // characters and ':' are percent-encoded. decodeName throws opc::Exception for bytes that are not
-  // UTF-8.
-  [[nodiscard]] static ustring encodeName(const ustring& name);
+  // characters and ':' are percent-encoded. Throws opc::Exception for bytes that are not UTF-8.
   [[nodiscard]] static ustring decodeName(const ustring& segment);
 
   // "/fsroot/".
@@ -164,12 +161,13 @@ class FileSystemManager {
   [[nodiscard]] static const ustring& getFolderContentType();
 
  private:
+  // The frame of addFile (a source path given) and createFolder (none).
+  FileSystemEntry add(const ustring& pathInAddon, TransformMode mode, const ustring* sourcePath);
   detail::TreeIndex& index() const;
   const detail::TreeNode& findFolder(const FileSystemEntry& folder) const;
   void restorePlaceholder(const detail::TreeNode* emptied) noexcept;
 
   opc::model::Package& package_;
-  std::shared_ptr<FileSystemOps> ops_;
   std::shared_ptr<FileContentBatch> sources_;  // of the files added, made with the first
   mutable std::unique_ptr<detail::TreeIndex> index_;
 };

@@ -64,8 +64,10 @@ class TreeNode : public TreeHook {
   [[nodiscard]] TreeNode* child(ustring_view segmentText) const;
   // Hangs `node` below this folder, keyed by its segment; returns it.
   TreeNode* adopt(Ptr node);
-  // Path below the tree prefix ("a/b%20c"), and the decoded path name ("/a/b c").
+  // Path below the tree prefix ("a/b%20c"), its part name ("/fsroot/a/b%20c"), and the decoded path
+  // name ("/a/b c").
   [[nodiscard]] ustring encodedPath() const;
+  [[nodiscard]] ustring partName() const { return FileSystemManager::getPrefix() + encodedPath(); }
   [[nodiscard]] ustring pathName() const;
 
   struct Named {

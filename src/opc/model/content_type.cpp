@@ -77,16 +77,4 @@ ContentType::ContentType(const ustring& text) {
   data_ = new Data(text, std::move(key));
 }
 
-ustring ContentType::getType() const {
-  const ustring& key = data_->key;
-  return key.substr(0, key.find(u'/'));
-}
-
-ustring ContentType::getSubType() const {
-  const ustring& key = data_->key;
-  const std::size_t slash = key.find(u'/');
-  const std::size_t end = key.find(u';');
-  return key.substr(slash + 1, end == ustring::npos ? ustring::npos : end - slash - 1);
-}
-
 }  // namespace opc::model

@@ -21,9 +21,6 @@ class ContentType {
   ContentType& operator=(const ContentType&) = default;
 
   [[nodiscard]] const ustring& toString() const { return data_->text; }
-  // Lower-cased.
-  [[nodiscard]] ustring getType() const;
-  [[nodiscard]] ustring getSubType() const;
   [[nodiscard]] bool operator==(const ContentType& other) const {
     return data_ == other.data_ || data_->key == other.data_->key;
   }

@@ -13,30 +13,6 @@ namespace {
 
 using opc::detail::narrow;
 
-void requireOnly(const opc::detail::XmlElement& element, std::initializer_list<std::u16string_view> allowed,
-                 const std::string& what) {
-  if (!element.qualifiedAttributes.empty()) {
-    throw Exception(what + ": element '" + narrow(element.localName) + "' has an unexpected attribute '" +
-                    narrow(element.qualifiedAttributes.front()) + "'");
-  }
-  for (const auto& [name, value] : element.attributes) {
-    bool known = false;
-    for (const auto a : allowed) known = known || name == a;
-    if (!known) {
-      throw Exception(what + ": element '" + narrow(element.localName) + "' has an unexpected attribute '" +
-                      narrow(name) + "'");
-    }
-  }
-}
-
-const ustring& required(const opc::detail::XmlElement& element, std::u16string_view name, const std::string& what) {
-  const ustring* value = element.attribute(name);
-  if (value == nullptr) {
-    throw Exception(what + ": element '" + narrow(element.localName) + "' lacks the attribute '" + narrow(name) + "'");
-  }
-  return *value;
-}
-
 ContentType contentTypeOf(const ustring& text, const std::string& what) {
   try {
     return ContentType(text);
@@ -67,13 +43,13 @@ bool isValidExtension(const ustring& extension) {
 ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what, std::uint64_t maxBytes) {
   ContentTypeMap map;
   opc::detail::readXmlDocument(
-      stream, PackageHelper::getContentTypesNamespace(), what, std::min(maxBytes, kMaxContentTypesBytes),
+      stream, PackageHelper::kContentTypesNamespace, what, std::min(maxBytes, kMaxContentTypesBytes),
       [&](const opc::detail::XmlElement& root) {
         if (root.localName != u"Types") throw Exception(what + ": the document element is not 'Types'");
-        requireOnly(root, {}, what);
+        root.requireOnly({}, what);
       },
       [&](const opc::detail::XmlElement& child) {
-        if (child.ns != PackageHelper::getContentTypesNamespace()) {
+        if (child.ns != PackageHelper::kContentTypesNamespace) {
           throw Exception(what + ": unexpected element '" + narrow(child.localName) + "' in namespace '" +
                           narrow(child.ns) + "'");
         }
@@ -81,23 +57,23 @@ ContentTypeMap ContentTypeMap::read(InputStream& stream, const std::string& what
           throw Exception(what + ": element '" + narrow(child.localName) + "' has unexpected content");
         }
         if (child.localName == u"Default") {
-          requireOnly(child, {u"Extension", u"ContentType"}, what);
-          const ustring& extension = required(child, u"Extension", what);
+          child.requireOnly({u"Extension", u"ContentType"}, what);
+          const ustring& extension = child.required(u"Extension", what);
           if (!isValidExtension(extension)) throw Exception(what + ": invalid extension '" + narrow(extension) + "'");
-          const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
+          const ContentType type = contentTypeOf(child.required(u"ContentType", what), what);
           if (!map.defaults_.emplace(narrow(extension), type).second) {
             throw Exception(what + ": extension '" + narrow(extension) + "' has more than one Default");
           }
         } else if (child.localName == u"Override") {
-          requireOnly(child, {u"PartName", u"ContentType"}, what);
-          const ustring& text = required(child, u"PartName", what);
+          child.requireOnly({u"PartName", u"ContentType"}, what);
+          const ustring& text = child.required(u"PartName", what);
           std::optional<PartName> name;
           try {
             name.emplace(text);
           } catch (const Exception& e) {
             throw Exception(what + ": Override: " + e.what());
           }
-          const ContentType type = contentTypeOf(required(child, u"ContentType", what), what);
+          const ContentType type = contentTypeOf(child.required(u"ContentType", what), what);
           if (!map.overrides_.emplace(name->text(), type).second) {
             throw Exception(what + ": part '" + narrow(text) + "' has more than one Override");
           }
@@ -158,7 +134,7 @@ std::string buildContentTypesXml(const std::vector<std::pair<const PartName*, co
   }
 
   opc::detail::XmlTextWriter writer;
-  writer.startElement(u"Types", {{u"xmlns", PackageHelper::getContentTypesNamespace()}});
+  writer.startElement(u"Types", {{u"xmlns", PackageHelper::kContentTypesNamespace}});
   for (const auto& e : extensions) {
     writer.emptyElement(u"Default", {{u"Extension", e.text}, {u"ContentType", e.chosen->toString()}});
   }

@@ -43,49 +43,30 @@ void forEachPrefix(std::string_view name, Visit visit) {
 
 void readRelationships(InputStream& stream, Relationships& target, const std::string& what, std::uint64_t maxBytes) {
   opc::detail::readXmlDocument(
-      stream, PackageHelper::getRelationshipsNamespace(), what, std::min(maxBytes, kMaxRelationshipsBytes),
+      stream, PackageHelper::kRelationshipsNamespace, what, std::min(maxBytes, kMaxRelationshipsBytes),
       [&](const opc::detail::XmlElement& root) {
         if (root.localName != u"Relationships") {
           throw Exception(what + ": the document element is not 'Relationships'");
         }
-        if (!root.attributes.empty() || !root.qualifiedAttributes.empty()) {
-          throw Exception(what + ": element 'Relationships' has an unexpected attribute");
-        }
+        root.requireOnly({}, what);
       },
       [&](const opc::detail::XmlElement& child) {
-        if (child.ns != PackageHelper::getRelationshipsNamespace() || child.localName != u"Relationship") {
+        if (child.ns != PackageHelper::kRelationshipsNamespace || child.localName != u"Relationship") {
           throw Exception(what + ": unexpected element '" + narrow(child.localName) + "'");
         }
-        if (!child.children.empty() || !child.qualifiedAttributes.empty()) {
-          throw Exception(what + ": element 'Relationship' has unexpected content");
+        if (!child.children.empty()) throw Exception(what + ": element 'Relationship' has unexpected content");
+        child.requireOnly({u"Id", u"Type", u"Target", u"TargetMode"}, what);
+        const ustring& id = child.required(u"Id", what);
+        const ustring& type = child.required(u"Type", what);
+        const ustring& targetText = child.required(u"Target", what);
+        const ustring* mode = child.attribute(u"TargetMode");
+        if (mode != nullptr && *mode != u"External" && *mode != u"Internal") {
+          throw Exception(what + ": invalid TargetMode '" + narrow(*mode) + "'");
         }
-        const ustring* id = nullptr;
-        const ustring* type = nullptr;
-        const ustring* targetText = nullptr;
-        TargetMode mode = TargetMode::Internal;
-        for (const auto& [name, value] : child.attributes) {
-          if (name == u"Id") {
-            id = &value;
-          } else if (name == u"Type") {
-            type = &value;
-          } else if (name == u"Target") {
-            targetText = &value;
-          } else if (name == u"TargetMode") {
-            if (value == u"External") {
-              mode = TargetMode::External;
-            } else if (value != u"Internal") {
-              throw Exception(what + ": invalid TargetMode '" + narrow(value) + "'");
-            }
-          } else {
-            throw Exception(what + ": element 'Relationship' has an unexpected attribute '" + narrow(name) + "'");
-          }
-        }
-        if (id == nullptr || type == nullptr || targetText == nullptr) {
-          throw Exception(what + ": a Relationship lacks one of the attributes Id, Type and Target");
-        }
-        if (id->empty()) throw Exception(what + ": a Relationship has an empty Id");
+        if (id.empty()) throw Exception(what + ": a Relationship has an empty Id");
         try {
-          target.createRelationship(URI(*targetText), *type, *id, mode);
+          target.createRelationship(URI(targetText), type, id,
+                                    mode != nullptr && *mode == u"External" ? TargetMode::External : TargetMode::Internal);
         } catch (const Exception& e) {
           throw Exception(what + ": " + e.what());
         }
@@ -202,8 +183,7 @@ void Package::load() {
     const std::size_t hash = PartNameKeyHash{}(name->text());
     const ContentType* type = contentTypes.lookup(*name, hash);
     if (type == nullptr) throw Exception(where() + ": part '" + std::string(name->text()) + "' has no content type");
-    PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type,
-                                          StandardPartInfo(*entry.compression, entry.size));
+    PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type, *entry.compression);
     part->sourceEntry_ = entry.index;
     part->attributes_.setTime(entry.attributes.lastModified);
     part->attributes_.setMode(entry.attributes.unixMode);
@@ -214,7 +194,7 @@ void Package::load() {
     }
   }
 
-  const ContentType relationshipsType(PackageHelper::getRelationshipsContentType());
+  const ContentType relationshipsType(PackageHelper::kRelationshipsContentType);
   for (const auto& [name, entry] : relationshipParts) {
     const std::string where = "package '" + path + "': relationships part '" + std::string(name.text()) + "' (" +
                               describeEntry(*entry) + ")";
@@ -330,7 +310,7 @@ void Package::removeFromIndex(const PartName& name) {
   }
 }
 
-PartPtr Package::createPart(const PartName& name, const ContentType& contentType, const StandardPartInfo& info) {
+PartPtr Package::createPart(const PartName& name, const ContentType& contentType, Compression compression) {
   requireWritable();
   if (name.isRelationshipsPartName()) {
     throw Exception("cannot create part '" + std::string(name.text()) +
@@ -341,7 +321,7 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
   if (key.size() >= 6 && opc::detail::equalsIgnoreAsciiCase(key.substr(key.size() - 6), std::string_view("/_rels"))) {
     throw Exception("cannot create part '" + std::string(name.text()) + "': the segment '_rels' is reserved");
   }
-  PartPtr part = std::make_shared<Part>(Part::Key{}, this, name, contentType, info);
+  PartPtr part = std::make_shared<Part>(Part::Key{}, this, name, contentType, compression);
   part->contentChanged_ = true;
   insertPart(part, PartNameKeyHash{}(name));
   structureChanged_ = true;
@@ -394,26 +374,6 @@ const Relationships& Package::getRelationships() const {
   return relationships_;
 }
 
-Relationship Package::createRelationship(const URI& target, const ustring& type, const ustring& id, TargetMode mode) {
-  return getRelationships().createRelationship(target, type, id, mode);
-}
-
-bool Package::hasRelationship(const ustring& id) const {
-  return getRelationships().hasRelationship(id);
-}
-
-const Relationship& Package::getRelationship(const ustring& id) const {
-  return getRelationships().getRelationship(id);
-}
-
-std::vector<Relationship> Package::getRelationshipsByType(const ustring& type) const {
-  return getRelationships().getRelationshipsByType(type);
-}
-
-bool Package::deleteRelationship(const ustring& id) {
-  return getRelationships().deleteRelationship(id);
-}
-
 bool Package::isModified() const {
   if (structureChanged_ || relationships_.isModified()) return true;
   for (const auto& p : parts_) {
@@ -456,7 +416,7 @@ void Package::write() {
   using zippackage::EntryAttributes;
   auto writer = physical_.createWriter();
   const auto& entries = physical_.getEntries();
-  const ContentType relationshipsType(PackageHelper::getRelationshipsContentType());
+  const ContentType relationshipsType(PackageHelper::kRelationshipsContentType);
   const PartName rootRelationshipsName(u"/_rels/.rels");
   std::vector<PartName> relationshipNames;  // one a part that has relationships, in part order
   for (const auto& p : parts_) {
@@ -494,15 +454,7 @@ void Package::write() {
   const auto writeRelationships = [&](const Relationships* relationships, const std::optional<std::uint64_t>& entry,
                                       const PartName& name) {
     if (entry && (relationships == nullptr || !relationships->isModified())) return copy(*entry, entries[*entry].attributes);
-    std::string xml;
-    struct StringSink : OutputStream {
-      std::string& out;
-      explicit StringSink(std::string& o) : out(o) {}
-      void write(const std::uint8_t* data, std::size_t size) override { out.append(reinterpret_cast<const char*>(data), size); }
-      void flush() override {}
-    } sink(xml);
-    relationships->writeXml(sink);
-    writer->addEntry(name.getZipItemName(), std::make_shared<opc::detail::MemoryContentSource>(std::move(xml)),
+    writer->addEntry(name.getZipItemName(), std::make_shared<opc::detail::MemoryContentSource>(relationships->toXml()),
                      Compression::Deflated, {});
   };
 

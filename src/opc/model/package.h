@@ -15,7 +15,6 @@
 #include "opc/model/part_index.h"
 #include "opc/model/part_name.h"
 #include "opc/model/relationship.h"
-#include "opc/model/standard_part_info.h"
 
 namespace opc::zippackage {
 class ZipPhysicalPackage;
@@ -65,7 +64,8 @@ class Package {
   // Throws opc::Exception when a part of an equivalent name exists, when the name is a prefix
   // segment of an existing part's name or has one as its prefix, when it is a relationships part
   // name (relationships are made through Relationships), or in read mode.
-  PartPtr createPart(const PartName& name, const ContentType& contentType, const StandardPartInfo& info);
+  PartPtr createPart(const PartName& name, const ContentType& contentType,
+                     Compression compression = Compression::Deflated);
   // Throws opc::Exception when there is no such part.
   [[nodiscard]] PartPtr getPart(const PartName& name) const;
   [[nodiscard]] bool partExists(const PartName& name) const;
@@ -80,12 +80,6 @@ class Package {
   // Package-level relationships (source "/").
   [[nodiscard]] Relationships& getRelationships();
   [[nodiscard]] const Relationships& getRelationships() const;
-  Relationship createRelationship(const URI& target, const ustring& type, const ustring& id = {},
-                                  TargetMode mode = TargetMode::Internal);
-  [[nodiscard]] bool hasRelationship(const ustring& id) const;
-  [[nodiscard]] const Relationship& getRelationship(const ustring& id) const;
-  [[nodiscard]] std::vector<Relationship> getRelationshipsByType(const ustring& type) const;
-  bool deleteRelationship(const ustring& id);
 
   [[nodiscard]] zippackage::ZipPhysicalPackage& getPhysicalPackage() const { return physical_; }
 

@@ -38,12 +38,11 @@ class PartOutputStream : public OutputStream {
 
 }  // namespace
 
-Part::Part(Key, Package* owner, PartName name, ContentType contentType, StandardPartInfo info)
+Part::Part(Key, Package* owner, PartName name, ContentType contentType, Compression compression)
     : owner_(owner),
       name_(std::move(name)),
       contentType_(std::move(contentType)),
-      declaredSize_(info.getSize()),
-      compression_(info.getCompressionType()) {}
+      compression_(compression) {}
 
 Part::~Part() = default;
 

@@ -4,12 +4,12 @@
 #include <memory>
 #include <optional>
 
+#include "opc/compression.h"
 #include "opc/content_source.h"
 #include "opc/file_time.h"
 #include "opc/model/content_type.h"
 #include "opc/model/part_name.h"
 #include "opc/model/relationship.h"
-#include "opc/model/standard_part_info.h"
 #include "opc/streams.h"
 
 namespace opc::model {
@@ -83,7 +83,7 @@ class Part {
 
  public:
   // Callable by Package only (Key is private); public so that the part and its count share one block.
-  Part(Key, Package* owner, PartName name, ContentType contentType, StandardPartInfo info);
+  Part(Key, Package* owner, PartName name, ContentType contentType, Compression compression);
   Part(const Part&) = delete;
   Part& operator=(const Part&) = delete;
   ~Part();
@@ -91,7 +91,6 @@ class Part {
   [[nodiscard]] const PartName& getPartName() const { return name_; }
   [[nodiscard]] URI getURI() const { return name_.getURI(); }
   [[nodiscard]] const ContentType& getContentType() const { return contentType_; }
-  [[nodiscard]] StandardPartInfo getPartInfo() const { return StandardPartInfo(compression_, declaredSize_); }
   [[nodiscard]] bool isDetached() const { return owner_ == nullptr; }
 
   // The current content from its first byte. Several streams may be open at once.
@@ -137,7 +136,6 @@ class Part {
   Package* owner_;
   PartName name_;
   ContentType contentType_;
-  std::uint64_t declaredSize_;                     // the part information's size
   detail::OptionalEntry sourceEntry_;              // unchanged content: this ZIP entry
   std::shared_ptr<const ContentSource> content_;   // replaced content
   mutable std::unique_ptr<Relationships> relationships_;  // made (and read) on first use: most parts have none

@@ -187,23 +187,6 @@ bool PartName::isRelationshipsPartName() const {
   return equalsIgnoreAsciiCase(name.substr(previous + 1, last - previous - 1), std::string_view("_rels"));
 }
 
-ustring PartName::encodeSegment(ustring_view text) {
-  ustring out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size();) {
-    const char32_t cp = nextCodePoint(text, i, "segment text");
-    // ':' would read as a scheme at the start of a relative reference; the rest are delimiters
-    // or characters outside pchar.
-    if (cp <= 0x7F && (isUnreserved(static_cast<char16_t>(cp)) ||
-                       isSubDelim(static_cast<char16_t>(cp)) || cp == u'@')) {
-      out += static_cast<char16_t>(cp);
-    } else {
-      appendPercentEncodedUtf8(out, cp);
-    }
-  }
-  return out;
-}
-
 ustring PartName::decodeSegment(ustring_view text) {
   std::string bytes;
   bytes.reserve(text.size());

@@ -38,10 +38,6 @@ class PartName {
   [[nodiscard]] URI getURI() const;
   // The text after the last "." of the last segment; "" when there is none. The view lives as long
   // as this name.
-  [[nodiscard]] ustring getExtension() const {
-    const std::string_view extension = extensionView();
-    return ustring(extension.begin(), extension.end());
-  }
   [[nodiscard]] std::string_view extensionView() const;
   // "/a/_rels/b.xml.rels" and "/_rels/.rels" are relationships part names.
   [[nodiscard]] bool isRelationshipsPartName() const;
@@ -50,12 +46,8 @@ class PartName {
   // Orders as the ASCII-lower-cased names would.
   [[nodiscard]] bool operator<(const PartName& other) const;
 
-  // Turns any text into the text of one valid segment's worth of characters: every character that
-  // is not unreserved or a safe sub-delimiter is percent-encoded as UTF-8 (space, "#", "%", "?", "/",
-  // "\", and everything outside ASCII). A segment of dots or one that ends in "." stays invalid
-  // (the caller decides what such a name means). decodeSegment is its inverse; it throws
-  // opc::Exception for a percent-encoding that is not UTF-8.
-  [[nodiscard]] static ustring encodeSegment(ustring_view text);
+  // A segment's text with its percent-encodings decoded (characters outside ASCII pass as they are).
+  // Throws opc::Exception for a percent-encoding that is not UTF-8.
   [[nodiscard]] static ustring decodeSegment(ustring_view text);
 
  private:
@@ -85,6 +77,5 @@ struct PartNameKeyEqual {
   [[nodiscard]] bool operator()(const PartNameKey& a, std::string_view b) const noexcept { return (*this)(a.text, b); }
   [[nodiscard]] bool operator()(std::string_view a, const PartNameKey& b) const noexcept { return (*this)(a, b.text); }
 };
-using PartNameHash = PartNameKeyHash;
 
 }  // namespace opc::model

@@ -4,7 +4,6 @@
 #include "opc/detail/xml_text.h"
 #include "opc/exception.h"
 #include "opc/model/package_helper.h"
-#include "opc/streams.h"
 
 namespace opc::model {
 
@@ -127,16 +126,9 @@ bool Relationships::deleteRelationship(const ustring& id) {
   return true;
 }
 
-void Relationships::clear() {
-  requireWritable();
-  if (!items_.empty()) modified_ = true;
-  items_.clear();
-  byId_.clear();
-}
-
-void Relationships::writeXml(OutputStream& out) const {
+std::string Relationships::toXml() const {
   XmlTextWriter writer;
-  writer.startElement(u"Relationships", {{u"xmlns", PackageHelper::getRelationshipsNamespace()}});
+  writer.startElement(u"Relationships", {{u"xmlns", PackageHelper::kRelationshipsNamespace}});
   for (const auto& r : items_) {
     XmlTextWriter::Attributes attributes{
         {u"Id", r.getId()}, {u"Type", r.getType()}, {u"Target", r.getTargetURI().toString()}};
@@ -144,8 +136,7 @@ void Relationships::writeXml(OutputStream& out) const {
     writer.emptyElement(u"Relationship", attributes);
   }
   writer.endElement(u"Relationships");
-  const std::string text = writer.take();
-  out.write(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+  return writer.take();
 }
 
 }  // namespace opc::model

@@ -11,10 +11,6 @@
 #include "opc/model/part_name.h"
 #include "opc/model/uri.h"
 
-namespace opc {
-class OutputStream;
-}
-
 namespace opc::model {
 
 enum class TargetMode { Internal, External };
@@ -68,11 +64,10 @@ class Relationships {
   [[nodiscard]] bool empty() const { return items_.empty(); }
   // Returns false (and changes nothing) when there is no relationship with that id.
   bool deleteRelationship(const ustring& id);
-  void clear();
 
   // The relationships part as it is written on close: UTF-8 XML, one Relationship element per entry
   // in document order, TargetMode only for external targets.
-  void writeXml(OutputStream& out) const;
+  [[nodiscard]] std::string toXml() const;
 
   // True once anything was added or removed since construction or markSaved().
   [[nodiscard]] bool isModified() const { return modified_; }

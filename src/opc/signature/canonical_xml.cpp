@@ -63,20 +63,17 @@ std::vector<std::uint8_t> canonicalize(const xercesc::DOMDocument* document, con
 
 std::vector<std::uint8_t> transformRelationships(const Relationships& relationships, const std::vector<ustring>& ids,
                                                  const std::vector<ustring>& types) {
-  std::vector<const Relationship*> selected;
+  // Code-point order is the order of the UTF-8 bytes.
+  std::vector<std::pair<std::string, const Relationship*>> sorted;
   for (const Relationship& r : relationships.getRelationships()) {
     const bool byId = std::find(ids.begin(), ids.end(), r.getId()) != ids.end();
     const bool byType = std::find(types.begin(), types.end(), r.getType()) != types.end();
-    if (byId || byType) selected.push_back(&r);
+    if (byId || byType) sorted.emplace_back(opc::detail::narrow(r.getId()), &r);
   }
-  // Code-point order is the order of the UTF-8 bytes.
-  std::vector<std::pair<std::string, const Relationship*>> sorted;
-  sorted.reserve(selected.size());
-  for (const Relationship* r : selected) sorted.emplace_back(opc::detail::narrow(r->getId()), r);
   std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
 
   DocumentPtr document = XercesHelper::createDocument();
-  const XercesString ns(PackageHelper::getRelationshipsNamespace());
+  const XercesString ns(PackageHelper::kRelationshipsNamespace);
   xercesc::DOMElement* root = XercesHelper::appendElementNS(document.get(), ns, u"Relationships");
   // The canonicaliser renders namespace declarations only where the DOM has them as attributes.
   XercesHelper::declareNamespace(root, u"", ns);

@@ -59,22 +59,17 @@ namespace {
 constexpr char16_t kOriginPart[] = u"/_xmlsignatures/origin.sigs";
 constexpr char16_t kOriginTarget[] = u"_xmlsignatures/origin.sigs";
 
-struct SignatureEntry {
-  ustring relationshipId;  // from the origin part
-  PartName part;
-};
-
 // The package's signature layout as it stands: the origin part (if any) and the signature parts it
 // relates to, in relationship order. Targets that name no part of the package are left out.
 struct SignatureLayout {
   std::optional<ustring> originRelationshipId;
   PartPtr origin;
-  std::vector<SignatureEntry> signatures;
+  std::vector<PartName> signatures;
 
   [[nodiscard]] bool isInfrastructure(const PartName& name) const {
     if (origin && origin->getPartName() == name) return true;
     if (name == PartName(kOriginPart)) return true;
-    return std::any_of(signatures.begin(), signatures.end(), [&](const auto& s) { return s.part == name; });
+    return std::find(signatures.begin(), signatures.end(), name) != signatures.end();
   }
 };
 
@@ -92,7 +87,7 @@ std::optional<PartName> internalTarget(const Relationship& r) {
 SignatureLayout readLayout(const Package& package) {
   SignatureLayout layout;
   for (const Relationship& r :
-       package.getRelationshipsByType(PackageHelper::getDigitalSignatureOriginRelationshipType())) {
+       package.getRelationships().getRelationshipsByType(PackageHelper::kDigitalSignatureOriginRelationshipType)) {
     const std::optional<PartName> name = internalTarget(r);
     if (!name || !package.partExists(*name)) continue;
     layout.originRelationshipId = r.getId();
@@ -101,9 +96,9 @@ SignatureLayout readLayout(const Package& package) {
   }
   if (!layout.origin) return layout;
   for (const Relationship& r : layout.origin->getRelationships().getRelationshipsByType(
-           PackageHelper::getDigitalSignatureRelationshipType())) {
+           PackageHelper::kDigitalSignatureRelationshipType)) {
     const std::optional<PartName> name = internalTarget(r);
-    if (name && package.partExists(*name)) layout.signatures.push_back({r.getId(), *name});
+    if (name && package.partExists(*name)) layout.signatures.push_back(*name);
   }
   return layout;
 }
@@ -185,7 +180,7 @@ Status checkSignature(const Package& package, const SignatureLayout& layout, con
     if (sourceUri != PackageHelper::getPackageRootURI() && layout.isInfrastructure(PartName(sourceUri.toString()))) {
       return {Status::Result::MalformedSignature, "signs relationships of signature part " + name};
     }
-    if (!(claimed == ContentType(PackageHelper::getRelationshipsContentType()))) {
+    if (!(claimed == ContentType(PackageHelper::kRelationshipsContentType))) {
       return {Status::Result::ContentTypeMismatch, "relationships part " + name + " signed as " + narrow(ref.contentType)};
     }
     const auto source = findSource(package, sourceUri);
@@ -216,15 +211,15 @@ std::vector<DigitalSignature> DigitalSignatureManager::getSignatures() const {
   requireOpen(package_);
   XercesGuard xerces;
   std::vector<DigitalSignature> result;
-  for (const SignatureEntry& entry : readLayout(package_).signatures) {
-    const auto input = package_.getPart(entry.part)->getInputStream();
+  for (const PartName& entry : readLayout(package_).signatures) {
+    const auto input = package_.getPart(entry)->getInputStream();
     signature::SignatureContent content;
     try {
       content = signature::readSignatureScope(*input);
     } catch (const signature::MalformedSignature&) {
       continue;
     }
-    result.emplace_back(entry.part, signedPartsOf(content), selectorsOf(content), content.signingTime,
+    result.emplace_back(entry, signedPartsOf(content), selectorsOf(content), content.signingTime,
                         std::move(content.certificates));
   }
   return result;
@@ -240,11 +235,11 @@ Status verifyParsed(const Package& package, const DigitalSignature& signature,
   XercesGuard xerces;
   const SignatureLayout layout = readLayout(package);
   const PartName& partName = signature.getSignaturePartName();
-  const bool listed =
-      std::any_of(layout.signatures.begin(), layout.signatures.end(), [&](const auto& s) { return s.part == partName; });
-  if (!listed) return {Status::Result::PartMissing, "no signature part " + std::string(partName.text())};
+  if (std::find(layout.signatures.begin(), layout.signatures.end(), partName) == layout.signatures.end()) {
+    return {Status::Result::PartMissing, "no signature part " + std::string(partName.text())};
+  }
   const PartPtr part = package.getPart(partName);
-  if (!(part->getContentType() == ContentType(PackageHelper::getDigitalSignatureXMLSignatureContentType()))) {
+  if (!(part->getContentType() == ContentType(PackageHelper::kDigitalSignatureXMLSignatureContentType))) {
     return {Status::Result::MalformedSignature, "part " + std::string(partName.text()) + " is not an XML signature"};
   }
   try {
@@ -381,7 +376,7 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
     }
     const auto source = findSource(package_, sourceUri);
     if (!source) throw opc::Exception("cannot sign relationships of " + text + ": there is no such part");
-    signature::ManifestReference ref(relsPart, PackageHelper::getRelationshipsContentType());
+    signature::ManifestReference ref(relsPart, PackageHelper::kRelationshipsContentType);
     ref.relationshipsTransform = true;
     std::vector<ustring> pinned;
     for (const auto& s : selectors) {
@@ -410,7 +405,7 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
     }
     for (const Relationship& r : source->relationships->getRelationships()) {
       if (std::find(pinned.begin(), pinned.end(), r.getId()) != pinned.end() &&
-          r.getType() == PackageHelper::getDigitalSignatureOriginRelationshipType()) {
+          r.getType() == PackageHelper::kDigitalSignatureOriginRelationshipType) {
         throw opc::Exception("cannot sign the digital-signature origin relationship");
       }
     }
@@ -444,14 +439,14 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
   const std::vector<PartName> signedParts = signedPartsOf(content);
   const std::vector<RelationshipSelector> signedSelectors = selectorsOf(content);
   std::vector<PartName> superseded;
-  for (const SignatureEntry& entry : layout.signatures) {
+  for (const PartName& entry : layout.signatures) {
     try {
-      const auto input = package_.getPart(entry.part)->getInputStream();
+      const auto input = package_.getPart(entry)->getInputStream();
       const signature::SignatureContent scope = signature::readSignatureScope(*input);
       const bool certificate = !content.certificates.empty();
       if (!scope.certificates.empty() == certificate &&
           (certificate || (signedPartsOf(scope) == signedParts && selectorsOf(scope) == signedSelectors))) {
-        superseded.push_back(entry.part);
+        superseded.push_back(entry);
       }
     } catch (const signature::MalformedSignature&) {
       // unreadable: not of this scope, left alone
@@ -468,31 +463,31 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
       const PartName originName(kOriginPart);
       if (package_.partExists(originName)) {
         origin = package_.getPart(originName);
-        if (!(origin->getContentType() == ContentType(PackageHelper::getDigitalSignatureOriginContentType()))) {
+        if (!(origin->getContentType() == ContentType(PackageHelper::kDigitalSignatureOriginContentType))) {
           throw opc::Exception("cannot sign: part " + std::string(originName.text()) + " is not a signature origin");
         }
       } else {
-        origin = package_.createPart(originName, ContentType(PackageHelper::getDigitalSignatureOriginContentType()),
-                                     StandardPartInfo());
+        origin = package_.createPart(originName, ContentType(PackageHelper::kDigitalSignatureOriginContentType));
         createdOrigin = true;
       }
-      createdOriginRelationship =
-          package_.createRelationship(URI(kOriginTarget), PackageHelper::getDigitalSignatureOriginRelationshipType())
-              .getId();
+      createdOriginRelationship = package_.getRelationships()
+                                      .createRelationship(URI(kOriginTarget),
+                                                          PackageHelper::kDigitalSignatureOriginRelationshipType)
+                                      .getId();
     }
     std::size_t n = 1;
     while (package_.partExists(PartName(u"/_xmlsignatures/sig" + opc::detail::widenAscii(std::to_string(n)) + u".xml"))) ++n;
     const ustring file = u"sig" + opc::detail::widenAscii(std::to_string(n)) + u".xml";
     const PartName signatureName(u"/_xmlsignatures/" + file);
     const PartPtr part = package_.createPart(
-        signatureName, ContentType(PackageHelper::getDigitalSignatureXMLSignatureContentType()), StandardPartInfo());
+        signatureName, ContentType(PackageHelper::kDigitalSignatureXMLSignatureContentType));
     createdSignature = signatureName;
     {
       const auto out = part->getOutputStream();
       out->write(bytes.data(), bytes.size());
       out->flush();
     }
-    origin->getRelationships().createRelationship(URI(file), PackageHelper::getDigitalSignatureRelationshipType());
+    origin->getRelationships().createRelationship(URI(file), PackageHelper::kDigitalSignatureRelationshipType);
     for (const PartName& old : superseded) {
       removeSignature(DigitalSignature(old, {}, {}, {}));
     }
@@ -509,7 +504,7 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
       }
       if (package_.partExists(*createdSignature)) package_.deletePart(*createdSignature);
     }
-    if (createdOriginRelationship) package_.deleteRelationship(*createdOriginRelationship);
+    if (createdOriginRelationship) package_.getRelationships().deleteRelationship(*createdOriginRelationship);
     if (createdOrigin) package_.deletePart(PartName(kOriginPart));
     throw;
   }
@@ -522,9 +517,9 @@ void DigitalSignatureManager::removeSignature(const DigitalSignature& signature)
   }
   const SignatureLayout layout = readLayout(package_);
   const PartName& name = signature.getSignaturePartName();
-  const auto entry =
-      std::find_if(layout.signatures.begin(), layout.signatures.end(), [&](const auto& s) { return s.part == name; });
-  if (entry == layout.signatures.end()) throw opc::Exception("there is no signature part " + std::string(name.text()));
+  if (std::find(layout.signatures.begin(), layout.signatures.end(), name) == layout.signatures.end()) {
+    throw opc::Exception("there is no signature part " + std::string(name.text()));
+  }
   // Every relationship of the origin to this part goes, not just the first.
   std::vector<ustring> ids;
   for (const Relationship& r : layout.origin->getRelationships().getRelationships()) {
@@ -534,7 +529,7 @@ void DigitalSignatureManager::removeSignature(const DigitalSignature& signature)
   package_.deletePart(name);
   if (layout.signatures.size() == 1) {
     package_.deletePart(layout.origin->getPartName());
-    package_.deleteRelationship(*layout.originRelationshipId);
+    package_.getRelationships().deleteRelationship(*layout.originRelationshipId);
   }
 }
 

@@ -292,8 +292,7 @@ DocumentPtr parseSignatureDocument(opc::InputStream& input) {
   }
   try {
     BytesInputStream stream(bytes);
-    ParserPtr parser = XercesHelper::createParser();
-    return XercesHelper::readDocumentFromStream(parser, stream, false, u"", kDsigNs);
+    return XercesHelper::readDocumentFromStream(stream, kDsigNs);
   } catch (const opc::Exception& error) {
     malformed(std::string("not a signature document: ") + error.what());
   }

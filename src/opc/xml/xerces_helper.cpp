@@ -125,8 +125,7 @@ DOMImplementation* implementation() {
 
 // Watches one parse: it bounds what the parse consumes, records the first error and refuses every
 // external resource. What it observed is checked after Xerces returns (throwIfFailed), so that
-// nothing but Xerces' own exceptions ever crosses Xerces' stack frames. Installed on the parser for
-// its lifetime only: the parser may be reused.
+// nothing but Xerces' own exceptions ever crosses Xerces' stack frames.
 class ParseWatch : public DOMLSParserFilter, public DOMErrorHandler, public DOMLSResourceResolver {
  public:
   const ParseLimits& limits;
@@ -139,16 +138,7 @@ class ParseWatch : public DOMLSParserFilter, public DOMErrorHandler, public DOML
   std::string firstError;
   std::string head;  // the first bytes read, to name a refused DOCTYPE in the message
 
-  ParseWatch(DOMLSParser* parser, const ParseLimits& bounds) : limits(bounds), parser_(parser) {
-    parser->setFilter(this);
-    parser->getDomConfig()->setParameter(XMLUni::fgDOMErrorHandler, static_cast<DOMErrorHandler*>(this));
-    parser->getDomConfig()->setParameter(XMLUni::fgDOMResourceResolver, static_cast<DOMLSResourceResolver*>(this));
-  }
-  ~ParseWatch() override {
-    parser_->setFilter(nullptr);
-    parser_->getDomConfig()->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
-    parser_->getDomConfig()->setParameter(XMLUni::fgDOMResourceResolver, static_cast<const void*>(nullptr));
-  }
+  explicit ParseWatch(const ParseLimits& bounds) : limits(bounds) {}
   ParseWatch(const ParseWatch&) = delete;
   ParseWatch& operator=(const ParseWatch&) = delete;
 
@@ -199,8 +189,6 @@ class ParseWatch : public DOMLSParserFilter, public DOMErrorHandler, public DOML
     limitExceeded = "the document has more than " + std::to_string(limits.maxNodes) + " nodes";
     return FILTER_INTERRUPT;
   }
-
-  DOMLSParser* parser_;
 };
 
 class LimitedBinInputStream : public BinInputStream {
@@ -485,23 +473,18 @@ bool XercesHelper::getElementAttribute(const DOMElement* element, const XercesSt
   return attribute != nullptr;
 }
 
-// ---- XercesHelper: factories ------------------------------------------------------------------
+// ---- XercesHelper: documents and streams ----------------------------------------------------
 
-WriterPtr XercesHelper::createWriter() {
-  WriterPtr writer(implementation()->createLSSerializer());
-  DOMConfiguration* config = writer->getDomConfig();
-  config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, true);
-  // Without this Xerces adds a blank line between sibling elements.
-  config->setParameter(XMLUni::fgDOMWRTXercesPrettyPrint, false);
-  config->setParameter(XMLUni::fgDOMXMLDeclaration, true);
-  config->setParameter(XMLUni::fgDOMWRTBOM, false);
-  config->setParameter(XMLUni::fgDOMWRTSplitCdataSections, true);
-  writer->setNewLine(u"\n");
-  return writer;
+DocumentPtr XercesHelper::createDocument() {
+  return domCall("creating a document", nullptr, [] { return DocumentPtr(implementation()->createDocument()); });
 }
 
-ParserPtr XercesHelper::createParser() {
-  ParserPtr parser(implementation()->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr));
+DocumentPtr XercesHelper::readDocumentFromStream(opc::InputStream& stream, const ustring& ns,
+                                                 const ParseLimits& limits) {
+  ParseWatch state(limits);
+  // After the watch, so that it goes first.
+  const std::unique_ptr<DOMLSParser, XercesDeleter> parser(
+      implementation()->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr));
   DOMConfiguration* config = parser->getDomConfig();
   config->setParameter(XMLUni::fgDOMNamespaces, true);
   config->setParameter(XMLUni::fgDOMDisallowDoctype, true);
@@ -515,23 +498,9 @@ ParserPtr XercesHelper::createParser() {
   config->setParameter(XMLUni::fgXercesHandleMultipleImports, true);
   config->setParameter(XMLUni::fgXercesUserAdoptsDOMDocument, true);
   config->setParameter(XMLUni::fgDOMDatatypeNormalization, false);
-  return parser;
-}
-
-DocumentPtr XercesHelper::createDocument() {
-  return domCall("creating a document", nullptr, [] { return DocumentPtr(implementation()->createDocument()); });
-}
-
-// ---- XercesHelper: reading and writing streams ------------------------------------------------
-
-DocumentPtr XercesHelper::readDocumentFromStream(DOMLSParser* parser, opc::InputStream& stream,
-                                                 bool validate, const ustring& schemaLocation,
-                                                 const ustring& ns, const ParseLimits& limits) {
-  if (parser == nullptr) throw std::invalid_argument("readDocumentFromStream: null parser");
-  if (validate || !schemaLocation.empty()) {
-    throw std::invalid_argument("readDocumentFromStream: schema validation is not offered");
-  }
-  ParseWatch state(parser, limits);
+  parser->setFilter(&state);
+  config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<DOMErrorHandler*>(&state));
+  config->setParameter(XMLUni::fgDOMResourceResolver, static_cast<DOMLSResourceResolver*>(&state));
 
   DocumentPtr document;
   const std::string thrown = xercesFailure([&] {
@@ -556,32 +525,24 @@ DocumentPtr XercesHelper::readDocumentFromStream(DOMLSParser* parser, opc::Input
   return document;
 }
 
-void XercesHelper::writeDocumentToStream(DOMLSSerializer* writer, const DOMDocument* document,
-                                         opc::OutputStream& stream) {
-  if (writer == nullptr || document == nullptr) {
-    throw std::invalid_argument("writeDocumentToStream: null writer or document");
-  }
+void XercesHelper::writeDocumentToStream(const DOMDocument& document, opc::OutputStream& stream) {
   StreamFormatTarget target(stream);
   WriteErrorHandler errors;
   std::unique_ptr<DOMLSOutput, XercesDeleter> output(implementation()->createLSOutput());
   output->setEncoding(XMLUni::fgUTF8EncodingString);
   output->setByteStream(&target);
-
+  const std::unique_ptr<DOMLSSerializer, XercesDeleter> writer(implementation()->createLSSerializer());
   DOMConfiguration* config = writer->getDomConfig();
-  const bool indent = config->getParameter(XMLUni::fgDOMWRTFormatPrettyPrint) != nullptr;
-  const bool keepLayout = indent && hasMixedContent(document);
-  struct Restore {
-    DOMConfiguration* config;
-    bool indent;
-    ~Restore() {
-      config->setParameter(XMLUni::fgDOMErrorHandler, static_cast<const void*>(nullptr));
-      config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, indent);
-    }
-  } restore{config, indent};
-  if (keepLayout) config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, false);
+  config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, !hasMixedContent(&document));
+  // Without this Xerces adds a blank line between sibling elements.
+  config->setParameter(XMLUni::fgDOMWRTXercesPrettyPrint, false);
+  config->setParameter(XMLUni::fgDOMXMLDeclaration, true);
+  config->setParameter(XMLUni::fgDOMWRTBOM, false);
+  config->setParameter(XMLUni::fgDOMWRTSplitCdataSections, true);
   config->setParameter(XMLUni::fgDOMErrorHandler, &errors);
+  writer->setNewLine(u"\n");
   bool written = false;
-  const std::string thrown = xercesFailure([&] { written = writer->write(document, output.get()); });
+  const std::string thrown = xercesFailure([&] { written = writer->write(&document, output.get()); });
   target.finish();
   if (!thrown.empty()) throw opc::Exception("XML serializer failed: " + thrown);
   if (!written) {

@@ -2,8 +2,8 @@
 // DOM helpers over Xerces-C: the library's lifetime, string conversion, ownership of Xerces objects,
 // and the hardened parser and serializer through which every XML part of a package goes.
 //
-// Every operation here needs Xerces-C initialised: hold an XercesGuard for as long as any document,
-// parser, serializer or element obtained from these helpers is alive.
+// Every operation here needs Xerces-C initialised: hold an XercesGuard for as long as any document
+// or element obtained from these helpers is alive.
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -12,8 +12,6 @@
 
 #include <xercesc/dom/DOMDocument.hpp>
 #include <xercesc/dom/DOMElement.hpp>
-#include <xercesc/dom/DOMLSParser.hpp>
-#include <xercesc/dom/DOMLSSerializer.hpp>
 
 #include "foundation/ustring.h"
 
@@ -66,7 +64,7 @@ void requireXmlText(ustring_view text, const char* what);
 // True when `text` is only XML white space (space, tab, CR, LF).
 [[nodiscard]] bool isXmlWhiteSpace(const XMLCh* text);
 
-// Releases a Xerces object (document, parser, serializer, LS input/output) through its release().
+// Releases a Xerces object (document, parser, serializer, LS output) through its release().
 struct XercesDeleter {
   template <class T>
   void operator()(T* object) const noexcept {
@@ -74,8 +72,6 @@ struct XercesDeleter {
   }
 };
 using DocumentPtr = std::unique_ptr<xercesc::DOMDocument, XercesDeleter>;
-using ParserPtr = std::unique_ptr<xercesc::DOMLSParser, XercesDeleter>;
-using WriterPtr = std::unique_ptr<xercesc::DOMLSSerializer, XercesDeleter>;
 
 // Bounds on what one parse may consume, so that a small hostile package cannot make the parser
 // build a document of gigabytes. Exceeding any of them fails the parse with opc::Exception.
@@ -137,43 +133,24 @@ class XercesHelper {
   static bool getElementAttribute(const xercesc::DOMElement* element, const XercesString& name,
                                   ustring& value);
 
-  // A serializer that writes UTF-8 with an XML declaration (standalone="yes" when the document
-  // says so), LF line ends, and indented elements, except in a document with mixed content
-  // (text beside child elements), which writeDocumentToStream writes unindented so it keeps its text.
-  [[nodiscard]] static WriterPtr createWriter();
-  // A namespace-aware parser that refuses any DOCTYPE, loads nothing external and expands no entity.
-  [[nodiscard]] static ParserPtr createParser();
   // An empty document (no document element yet).
   [[nodiscard]] static DocumentPtr createDocument();
 
-  // Parses `stream` to its end into a new document that the caller owns. `validate` must be false
-  // and `schemaLocation` empty (nothing in the system validates against a schema: std::invalid_argument
-  // otherwise). When `ns` is not empty, the document element must be in that namespace.
+  // Parses `stream` to its end into a new document that the caller owns, with a namespace-aware
+  // parser that refuses any DOCTYPE, loads nothing external and expands no entity. When `ns` is not
+  // empty, the document element must be in that namespace.
   // Throws opc::Exception naming line and column for malformed XML, a DOCTYPE, an external resource,
   // a limit exceeded or a wrong root namespace; an exception thrown by `stream` propagates as is.
-  // The parser is left reusable.
-  [[nodiscard]] static DocumentPtr readDocumentFromStream(xercesc::DOMLSParser* parser,
-                                                         opc::InputStream& stream, bool validate,
-                                                         const ustring& schemaLocation,
-                                                         const ustring& ns,
+  [[nodiscard]] static DocumentPtr readDocumentFromStream(opc::InputStream& stream, const ustring& ns,
                                                          const ParseLimits& limits = {});
-  [[nodiscard]] static DocumentPtr readDocumentFromStream(const ParserPtr& parser,
-                                                         opc::InputStream& stream, bool validate,
-                                                         const ustring& schemaLocation,
-                                                         const ustring& ns,
-                                                         const ParseLimits& limits = {}) {
-    return readDocumentFromStream(parser.get(), stream, validate, schemaLocation, ns, limits);
-  }
 
-  // Serializes `document` to `stream` (the stream is written, not flushed). A carriage return in
-  // text or attribute values is written as a character reference so that it survives a re-read.
+  // Serializes `document` to `stream` (the stream is written, not flushed) as UTF-8 with an XML
+  // declaration (standalone="yes" when the document says so), LF line ends, and indented elements,
+  // except in a document with mixed content (text beside child elements), which is written
+  // unindented so it keeps its text. A carriage return in text or attribute values is written as a
+  // character reference so that it survives a re-read.
   // Throws opc::Exception when the serializer fails; an exception from `stream` propagates as is.
-  static void writeDocumentToStream(xercesc::DOMLSSerializer* writer,
-                                    const xercesc::DOMDocument* document, opc::OutputStream& stream);
-  static void writeDocumentToStream(const WriterPtr& writer, const DocumentPtr& document,
-                                    opc::OutputStream& stream) {
-    writeDocumentToStream(writer.get(), document.get(), stream);
-  }
+  static void writeDocumentToStream(const xercesc::DOMDocument& document, opc::OutputStream& stream);
 };
 
 }  // namespace opc::model

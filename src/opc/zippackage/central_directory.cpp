@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 
 #include "opc/detail/fd.h"
+#include "opc/detail/text.h"
 #include "opc/exception.h"
 
 namespace opc::zippackage {
@@ -22,12 +24,12 @@ using le::get64;
 }
 
 void readExactly(int fd, char* into, std::size_t size, std::uint64_t at, const std::string& path) {
-  if (preadFull(fd, into, size, at, path) != size) malformed(path, "the file ends early");
+  if (detail::preadFull(fd, into, size, at, path) != size) malformed(path, "the file ends early");
 }
 
 // Replaces the 32-bit fields that hold 0xFFFFFFFF by their values in the ZIP64 extra field, in
 // the order the format gives: size, compressed size, local header offset.
-void resolveZip64(DirectoryRecord& record, std::string_view extra, const std::string& path) {
+void resolveZip64(ZipEntry& record, std::string_view extra, const std::string& path) {
   const bool wantSize = record.size == kMax32;
   const bool wantCompressed = record.compressedSize == kMax32;
   const bool wantOffset = record.localHeaderOffset == kMax32;
@@ -45,17 +47,81 @@ void resolveZip64(DirectoryRecord& record, std::string_view extra, const std::st
   if (wantOffset) take(record.localHeaderOffset);
 }
 
-}  // namespace
-
-std::size_t preadFull(int fd, void* into, std::size_t size, std::uint64_t offset, const std::string& path) {
-  std::size_t got = 0;
-  while (got < size) {
-    const std::size_t n = detail::preadSome(fd, static_cast<std::uint8_t*>(into) + got, size - got, offset + got, path);
-    if (n == 0) break;
-    got += n;
+bool isUtf8(std::string_view text) {
+  try {
+    (void)detail::fromUtf8(text, "name");
+    return true;
+  } catch (const Exception&) {
+    return false;
   }
-  return got;
 }
+
+// Names stored without the UTF-8 flag that are not UTF-8 were written in code page 437, the ZIP
+// format's original character set.
+std::string cp437ToUtf8(std::string_view text) {
+  static constexpr char16_t kHigh[128] = {
+      0x00C7, 0x00FC, 0x00E9, 0x00E2, 0x00E4, 0x00E0, 0x00E5, 0x00E7, 0x00EA, 0x00EB, 0x00E8, 0x00EF, 0x00EE,
+      0x00EC, 0x00C4, 0x00C5, 0x00C9, 0x00E6, 0x00C6, 0x00F4, 0x00F6, 0x00F2, 0x00FB, 0x00F9, 0x00FF, 0x00D6,
+      0x00DC, 0x00A2, 0x00A3, 0x00A5, 0x20A7, 0x0192, 0x00E1, 0x00ED, 0x00F3, 0x00FA, 0x00F1, 0x00D1, 0x00AA,
+      0x00BA, 0x00BF, 0x2310, 0x00AC, 0x00BD, 0x00BC, 0x00A1, 0x00AB, 0x00BB, 0x2591, 0x2592, 0x2593, 0x2502,
+      0x2524, 0x2561, 0x2562, 0x2556, 0x2555, 0x2563, 0x2551, 0x2557, 0x255D, 0x255C, 0x255B, 0x2510, 0x2514,
+      0x2534, 0x252C, 0x251C, 0x2500, 0x253C, 0x255E, 0x255F, 0x255A, 0x2554, 0x2569, 0x2566, 0x2560, 0x2550,
+      0x256C, 0x2567, 0x2568, 0x2564, 0x2565, 0x2559, 0x2558, 0x2552, 0x2553, 0x256B, 0x256A, 0x2518, 0x250C,
+      0x2588, 0x2584, 0x258C, 0x2590, 0x2580, 0x03B1, 0x00DF, 0x0393, 0x03C0, 0x03A3, 0x03C3, 0x00B5, 0x03C4,
+      0x03A6, 0x0398, 0x03A9, 0x03B4, 0x221E, 0x03C6, 0x03B5, 0x2229, 0x2261, 0x00B1, 0x2265, 0x2264, 0x2320,
+      0x2321, 0x00F7, 0x2248, 0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
+  };
+  std::string out;
+  out.reserve(text.size() * 2);
+  for (const char ch : text) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c < 0x80) {
+      out += ch;
+      continue;
+    }
+    const char16_t u = kHigh[c - 0x80];
+    if (u < 0x800) {
+      out += static_cast<char>(0xC0 | (u >> 6));
+    } else {
+      out += static_cast<char>(0xE0 | (u >> 12));
+      out += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+    }
+    out += static_cast<char>(0x80 | (u & 0x3F));
+  }
+  return out;
+}
+
+// What the directory record says of the entry beyond its sizes: the time from an NTFS or
+// extended-timestamp extra field, else its DOS time (local time); the mode when made on Unix.
+EntryAttributes readAttributes(std::string_view record) {
+  EntryAttributes attributes;
+  const std::size_t nameLength = get16(record.data() + 28);
+  const std::string_view extra = record.substr(kRecordSize + nameLength, get16(record.data() + 30));
+  attributes.lastModified = extra::decodeNtfs(findExtra(extra, extra::kNtfsId).value_or(""));
+  if (!attributes.lastModified) {
+    attributes.lastModified = extra::decodeExtendedTimestamp(findExtra(extra, extra::kExtendedTimestampId).value_or(""));
+  }
+  if (!attributes.lastModified) {
+    const std::uint16_t time = get16(record.data() + 12);
+    const std::uint16_t date = get16(record.data() + 14);
+    std::tm tm{};
+    tm.tm_isdst = -1;
+    tm.tm_year = ((date >> 9) & 127) + 1980 - 1900;
+    tm.tm_mon = ((date >> 5) & 15) - 1;
+    tm.tm_mday = date & 31;
+    tm.tm_hour = (time >> 11) & 31;
+    tm.tm_min = (time >> 5) & 63;
+    tm.tm_sec = (time << 1) & 62;
+    attributes.lastModified = FileTime{static_cast<std::int64_t>(std::mktime(&tm)), 0};
+  }
+  if ((get16(record.data() + 4) >> 8) == 3) {  // made on Unix: the mode is in the external attributes
+    const std::uint32_t mode = get32(record.data() + 38) >> 16;
+    if (mode != 0) attributes.unixMode = mode & 07777;
+  }
+  return attributes;
+}
+
+}  // namespace
 
 int openPackageFile(const ustring& path, const std::string& narrowPath) {
   detail::UniqueFd fd(::open(narrowPath.c_str(), O_RDONLY | O_CLOEXEC));
@@ -136,16 +202,24 @@ CentralDirectory CentralDirectory::read(int fd, const std::string& path) {
     const std::size_t extraLength = get16(r + 30);
     const std::size_t length = kRecordSize + nameLength + extraLength + get16(r + 32);
     if (length > bytes.size() - at) malformed(path, "central directory record " + std::to_string(i) + " is cut short");
-    DirectoryRecord record;
+    ZipEntry record;
+    record.index = i;
     record.flags = get16(r + 8);
-    record.method = get16(r + 10);
+    record.compressionMethod = get16(r + 10);
+    record.compression = compressionOf(record.compressionMethod);
+    record.encrypted = (record.flags & (kFlagEncrypted | kFlagStrongEncryption)) != 0;
     record.crc = get32(r + 16);
     record.compressedSize = get32(r + 20);
     record.size = get32(r + 24);
     record.localHeaderOffset = get32(r + 42);
-    record.name = std::string_view(r + kRecordSize, nameLength);
+    const std::string_view name(r + kRecordSize, nameLength);
+    const bool ascii = std::all_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    record.name = ascii || (record.flags & kFlagUtf8) != 0 || isUtf8(name)
+                      ? name
+                      : directory.convertedNames_.emplace_back(cp437ToUtf8(name));
     record.recordOffset = at;
     record.recordLength = length;
+    record.attributes = readAttributes(std::string_view(r, length));
     resolveZip64(record, std::string_view(r + kRecordSize + nameLength, extraLength), path);
     if (record.localHeaderOffset > offset) {
       malformed(path, "entry '" + std::string(record.name) + "' starts after the central directory");

@@ -2,12 +2,14 @@
 // The central directory of a ZIP archive, read in two reads: what the package reader lists and
 // copies unchanged entries from. Entry data is never read here. Internal to opc::zippackage.
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "foundation/ustring.h"
 #include "opc/zippackage/zip_format.h"
+#include "opc/zippackage/zip_physical_package.h"
 
 namespace opc::zippackage {
 
@@ -16,23 +18,6 @@ namespace opc::zippackage {
 // it cannot be opened or is a folder.
 [[nodiscard]] int openPackageFile(const ustring& path, const std::string& narrowPath);
 
-// Reads `size` bytes at `offset` of `fd`, fewer only where the file ends. Throws opc::Exception naming
-// `path` when the read fails.
-[[nodiscard]] std::size_t preadFull(int fd, void* into, std::size_t size, std::uint64_t offset, const std::string& path);
-
-// One central-directory record, ZIP64 fields resolved.
-struct DirectoryRecord {
-  std::string_view name;  // the stored name bytes; a view into CentralDirectory::bytes()
-  std::uint64_t localHeaderOffset = 0;
-  std::uint64_t compressedSize = 0;
-  std::uint64_t size = 0;
-  std::uint32_t crc = 0;
-  std::uint16_t method = 0;
-  std::uint16_t flags = 0;
-  std::size_t recordOffset = 0;  // where the record starts in bytes()
-  std::size_t recordLength = 0;  // fixed part, name, extra field and comment
-  [[nodiscard]] bool encrypted() const { return (flags & (kFlagEncrypted | kFlagStrongEncryption)) != 0; }
-};
 
 // The central directory of an archive, read in two reads. Entry data is never read here.
 class CentralDirectory {
@@ -45,18 +30,20 @@ class CentralDirectory {
   static constexpr std::uint64_t kMaxEntries = 1'000'000;
   static constexpr std::uint64_t kMaxBytes = 256u << 20;
 
-  [[nodiscard]] const std::vector<DirectoryRecord>& records() const { return records_; }
+  [[nodiscard]] const std::vector<ZipEntry>& records() const { return records_; }
   // The directory as stored: records back to back.
   [[nodiscard]] const std::string& bytes() const { return bytes_; }
-  [[nodiscard]] std::string_view recordBytes(const DirectoryRecord& r) const {
-    return std::string_view(bytes_).substr(r.recordOffset, r.recordLength);
+  // The entry's name as stored, before any conversion to UTF-8.
+  [[nodiscard]] std::string_view storedName(const ZipEntry& e) const {
+    return std::string_view(bytes_).substr(e.recordOffset + kRecordSize, le::get16(bytes_.data() + e.recordOffset + 28));
   }
   // Where the directory starts in the file.
   [[nodiscard]] std::uint64_t offset() const { return offset_; }
 
  private:
   std::string bytes_;
-  std::vector<DirectoryRecord> records_;
+  std::vector<ZipEntry> records_;
+  std::deque<std::string> convertedNames_;  // names read as code page 437, in UTF-8
   std::uint64_t offset_ = 0;
 };
 

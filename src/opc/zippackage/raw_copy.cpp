@@ -68,13 +68,14 @@ RawCopier::RawCopier(int sourceFd, std::string sourcePath, std::shared_ptr<const
 
 bool RawCopier::canCopy(std::size_t index, std::string_view name) const {
   if (index >= source_->records().size()) return false;
-  const DirectoryRecord& r = source_->records()[index];
-  if (r.name != name || !compressionOf(r.method) || r.encrypted()) return false;
+  const ZipEntry& r = source_->records()[index];
+  const std::string_view stored = source_->storedName(r);
+  if (stored != name || !r.compression || r.encrypted) return false;
   const std::uint64_t extent = extentEnd_[index] - r.localHeaderOffset;
   // Room for at least the header, the name and the data; a local extra field or a descriptor may
   // take the rest.
   return extentEnd_[index] >= r.localHeaderOffset && r.compressedSize <= extent &&
-         extent - r.compressedSize >= kLocalHeaderSize + r.name.size();
+         extent - r.compressedSize >= kLocalHeaderSize + stored.size();
 }
 
 std::uint64_t RawCopier::copyTo(int fd, std::uint64_t position, const std::function<void(std::string_view)>& record,
@@ -89,7 +90,7 @@ std::uint64_t RawCopier::copyTo(int fd, std::uint64_t position, const std::funct
     while (j < queued_.size() && records[queued_[j]].localHeaderOffset == runEnd) runEnd = extentEnd_[queued_[j++]];
     copyRange(sourceFd_, runStart, fd, position, runEnd - runStart, path);
     for (std::size_t k = i; k < j; ++k) {
-      const DirectoryRecord& r = records[queued_[k]];
+      const ZipEntry& r = records[queued_[k]];
       const std::uint64_t offset = position + (r.localHeaderOffset - runStart);
       const std::string relocated = relocatedRecord(source_->bytes().substr(r.recordOffset, r.recordLength), offset);
       const std::uint16_t version = get16(relocated.data() + 6);

@@ -1,14 +1,10 @@
 #include "opc/zippackage/zip_physical_package.h"
 
-#include <fcntl.h>
 #include <libdeflate.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <cstring>
-#include <ctime>
 
 #include "opc/detail/fd.h"
 #include "opc/detail/text.h"
@@ -19,9 +15,6 @@ namespace opc::zippackage {
 
 namespace {
 
-using le::get16;
-using le::get32;
-
 // Deflate cannot expand its input more than 1032 times (258 bytes from each two-bit code at best);
 // an entry that declares more is lying.
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
@@ -30,6 +23,15 @@ constexpr std::size_t kLocalExtraSlack = 64;
 
 [[noreturn]] void refuse(const std::string& description, const std::string& why) {
   throw Exception("cannot read " + description + ": " + why);
+}
+
+// The checks once an entry's data is read: as many bytes as its size says, nothing after its
+// compressed stream (`trailing`), and its CRC.
+void checkEnd(const std::string& description, std::uint64_t produced, std::uint64_t size, bool trailing,
+              std::uint32_t crc, std::uint32_t expectedCrc) {
+  if (produced != size) refuse(description, "it holds fewer bytes than its size says");
+  if (trailing) refuse(description, "data follows the end of its compressed stream");
+  if (crc != expectedCrc) refuse(description, "CRC error: the data does not match its checksum");
 }
 
 // Streams one entry's bytes from the offsets its directory record gives, with pread on the
@@ -108,10 +110,8 @@ class EntryStream : public InputStream {
 
   void finish() {
     done_ = true;
-    if (!check_) return;
-    if (produced_ != expectedSize_) refuse(description_, "it holds fewer bytes than its size says");
-    if (inflate_ && (z_.avail_in != 0 || remaining_ != 0)) refuse(description_, "data follows the end of its compressed stream");
-    if (crc_ != expectedCrc_) refuse(description_, "CRC error: the data does not match its checksum");
+    const bool trailing = inflate_ && (z_.avail_in != 0 || remaining_ != 0);
+    if (check_) checkEnd(description_, produced_, expectedSize_, trailing, crc_, expectedCrc_);
   }
 
   int fd_;
@@ -130,80 +130,6 @@ class EntryStream : public InputStream {
   std::uint64_t produced_ = 0;
   std::uint32_t crc_ = 0;
 };
-
-bool isUtf8(std::string_view text) {
-  try {
-    (void)detail::fromUtf8(text, "name");
-    return true;
-  } catch (const Exception&) {
-    return false;
-  }
-}
-
-// Names stored without the UTF-8 flag that are not UTF-8 were written in code page 437, the ZIP
-// format's original character set.
-std::string cp437ToUtf8(std::string_view text) {
-  static constexpr char16_t kHigh[128] = {
-      0x00C7, 0x00FC, 0x00E9, 0x00E2, 0x00E4, 0x00E0, 0x00E5, 0x00E7, 0x00EA, 0x00EB, 0x00E8, 0x00EF, 0x00EE,
-      0x00EC, 0x00C4, 0x00C5, 0x00C9, 0x00E6, 0x00C6, 0x00F4, 0x00F6, 0x00F2, 0x00FB, 0x00F9, 0x00FF, 0x00D6,
-      0x00DC, 0x00A2, 0x00A3, 0x00A5, 0x20A7, 0x0192, 0x00E1, 0x00ED, 0x00F3, 0x00FA, 0x00F1, 0x00D1, 0x00AA,
-      0x00BA, 0x00BF, 0x2310, 0x00AC, 0x00BD, 0x00BC, 0x00A1, 0x00AB, 0x00BB, 0x2591, 0x2592, 0x2593, 0x2502,
-      0x2524, 0x2561, 0x2562, 0x2556, 0x2555, 0x2563, 0x2551, 0x2557, 0x255D, 0x255C, 0x255B, 0x2510, 0x2514,
-      0x2534, 0x252C, 0x251C, 0x2500, 0x253C, 0x255E, 0x255F, 0x255A, 0x2554, 0x2569, 0x2566, 0x2560, 0x2550,
-      0x256C, 0x2567, 0x2568, 0x2564, 0x2565, 0x2559, 0x2558, 0x2552, 0x2553, 0x256B, 0x256A, 0x2518, 0x250C,
-      0x2588, 0x2584, 0x258C, 0x2590, 0x2580, 0x03B1, 0x00DF, 0x0393, 0x03C0, 0x03A3, 0x03C3, 0x00B5, 0x03C4,
-      0x03A6, 0x0398, 0x03A9, 0x03B4, 0x221E, 0x03C6, 0x03B5, 0x2229, 0x2261, 0x00B1, 0x2265, 0x2264, 0x2320,
-      0x2321, 0x00F7, 0x2248, 0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
-  };
-  std::string out;
-  out.reserve(text.size() * 2);
-  for (const char ch : text) {
-    const auto c = static_cast<unsigned char>(ch);
-    if (c < 0x80) {
-      out += ch;
-      continue;
-    }
-    const char16_t u = kHigh[c - 0x80];
-    if (u < 0x800) {
-      out += static_cast<char>(0xC0 | (u >> 6));
-    } else {
-      out += static_cast<char>(0xE0 | (u >> 12));
-      out += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
-    }
-    out += static_cast<char>(0x80 | (u & 0x3F));
-  }
-  return out;
-}
-
-// What the directory record says of the entry beyond its sizes: the time from an NTFS or
-// extended-timestamp extra field, else its DOS time (local time); the mode when made on Unix.
-EntryAttributes readAttributes(std::string_view record) {
-  EntryAttributes attributes;
-  const std::size_t nameLength = get16(record.data() + 28);
-  const std::string_view extra = record.substr(kRecordSize + nameLength, get16(record.data() + 30));
-  attributes.lastModified = extra::decodeNtfs(findExtra(extra, extra::kNtfsId).value_or(""));
-  if (!attributes.lastModified) {
-    attributes.lastModified = extra::decodeExtendedTimestamp(findExtra(extra, extra::kExtendedTimestampId).value_or(""));
-  }
-  if (!attributes.lastModified) {
-    const std::uint16_t time = get16(record.data() + 12);
-    const std::uint16_t date = get16(record.data() + 14);
-    std::tm tm{};
-    tm.tm_isdst = -1;
-    tm.tm_year = ((date >> 9) & 127) + 1980 - 1900;
-    tm.tm_mon = ((date >> 5) & 15) - 1;
-    tm.tm_mday = date & 31;
-    tm.tm_hour = (time >> 11) & 31;
-    tm.tm_min = (time >> 5) & 63;
-    tm.tm_sec = (time << 1) & 62;
-    attributes.lastModified = FileTime{static_cast<std::int64_t>(std::mktime(&tm)), 0};
-  }
-  if ((get16(record.data() + 4) >> 8) == 3) {  // made on Unix: the mode is in the external attributes
-    const std::uint32_t mode = get32(record.data() + 38) >> 16;
-    if (mode != 0) attributes.unixMode = mode & 07777;
-  }
-  return attributes;
-}
 
 }  // namespace
 
@@ -229,40 +155,23 @@ void ZipPhysicalPackage::openArchive() {
   // One descriptor pins one file: a writer that renames a new package over this path between our
   // size check and our reads must not hand us the old size and the new bytes.
   detail::UniqueFd fd(openPackageFile(path_, narrowPath_));
-  auto directory = std::make_shared<const CentralDirectory>(CentralDirectory::read(fd.get(), narrowPath_));
-  std::vector<ZipEntry> entries;
-  std::deque<std::string> convertedNames;
-  entries.reserve(directory->records().size());
-  for (const DirectoryRecord& r : directory->records()) {
-    ZipEntry entry;
-    entry.index = entries.size();
-    const bool ascii = std::all_of(r.name.begin(), r.name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    entry.name = ascii || (r.flags & kFlagUtf8) != 0 || isUtf8(r.name) ? r.name : convertedNames.emplace_back(cp437ToUtf8(r.name));
-    entry.size = r.size;
-    entry.compressedSize = r.compressedSize;
-    entry.compression = compressionOf(r.method);
-    entry.compressionMethod = r.method;
-    entry.crc = r.crc;
-    entry.encrypted = r.encrypted();
-    entry.attributes = readAttributes(directory->recordBytes(r));
-    entries.push_back(entry);
-  }
+  directory_ = std::make_shared<const CentralDirectory>(CentralDirectory::read(fd.get(), narrowPath_));
   fd_ = fd.release();
-  directory_ = std::move(directory);
-  entries_ = std::move(entries);
-  convertedNames_ = std::move(convertedNames);
 }
 
 void ZipPhysicalPackage::closeArchive() noexcept {
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
-  entries_.clear();
-  convertedNames_.clear();
   directory_.reset();
 }
 
+const std::vector<ZipEntry>& ZipPhysicalPackage::getEntries() const {
+  static const std::vector<ZipEntry> none;
+  return directory_ ? directory_->records() : none;
+}
+
 std::string ZipPhysicalPackage::entryDefect(std::uint64_t index) const {
-  const ZipEntry& e = entries_.at(index);
+  const ZipEntry& e = getEntries().at(index);
   if (e.encrypted) return "it is encrypted";
   if (!e.compression) return "compression method " + std::to_string(e.compressionMethod) + " is not supported";
   const std::string declares = "it declares " + std::to_string(e.size) + " bytes";
@@ -278,14 +187,15 @@ std::string ZipPhysicalPackage::entryDefect(std::uint64_t index) const {
 ZipPhysicalPackage::Located ZipPhysicalPackage::locate(std::uint64_t index, bool raw,
                                                       std::vector<std::uint8_t>* whole) const {
   if (fd_ < 0) throw Exception("package '" + narrowPath_ + "' is not open");
+  const std::vector<ZipEntry>& entries = getEntries();
   const std::string description = "entry " + std::to_string(index) +
-                                  (index < entries_.size() ? " '" + std::string(entries_[index].name) + "'" : std::string()) +
+                                  (index < entries.size() ? " '" + std::string(entries[index].name) + "'" : std::string()) +
                                   " of '" + narrowPath_ + "'";
-  if (index >= entries_.size()) throw Exception("cannot open " + description + ": no such entry");
+  if (index >= entries.size()) throw Exception("cannot open " + description + ": no such entry");
   if (const std::string defect = raw ? std::string() : entryDefect(index); !defect.empty()) {
     throw Exception("cannot open " + description + ": " + defect);
   }
-  const DirectoryRecord& r = directory_->records()[index];
+  const ZipEntry& r = entries[index];
   const auto compressed = static_cast<std::size_t>(r.compressedSize);
   std::uint8_t header[kLocalHeaderSize];
   std::size_t want = kLocalHeaderSize;
@@ -295,7 +205,7 @@ ZipPhysicalPackage::Located ZipPhysicalPackage::locate(std::uint64_t index, bool
     if (whole->size() < want) whole->resize(want);
     into = whole->data();
   }
-  const std::size_t got = preadFull(fd_, into, want, r.localHeaderOffset, narrowPath_);
+  const std::size_t got = detail::preadFull(fd_, into, want, r.localHeaderOffset, narrowPath_);
   const std::size_t headerLength = localHeaderLength(into, got);
   if (headerLength == 0) {
     throw Exception("cannot open " + description + ": no local header where its directory record points");
@@ -306,12 +216,12 @@ ZipPhysicalPackage::Located ZipPhysicalPackage::locate(std::uint64_t index, bool
   }
   if (whole != nullptr && got < headerLength + compressed) {
     if (whole->size() < headerLength + compressed) whole->resize(headerLength + compressed);
-    if (preadFull(fd_, whole->data() + got, headerLength + compressed - got, r.localHeaderOffset + got, narrowPath_) !=
+    if (detail::preadFull(fd_, whole->data() + got, headerLength + compressed - got, r.localHeaderOffset + got, narrowPath_) !=
         headerLength + compressed - got) {
       refuse(description, "the file ends early");
     }
   }
-  return {entries_[index], dataOffset, headerLength, description};
+  return {r, dataOffset, headerLength, description};
 }
 
 std::unique_ptr<InputStream> ZipPhysicalPackage::openEntry(std::uint64_t index) const {
@@ -328,10 +238,11 @@ void ZipPhysicalPackage::readEntry(std::uint64_t index, std::vector<std::uint8_t
                                    std::vector<std::uint8_t>& scratch) const {
   // Deflate streams are never much longer than their data; one that is streams through, so that
   // `scratch` stays about the size of `out`.
-  if (index < entries_.size() && entries_[index].compression == Compression::Deflated &&
-      entries_[index].compressedSize > entries_[index].size + entries_[index].size / 8 + 1024) {
+  const std::vector<ZipEntry>& entries = getEntries();
+  if (index < entries.size() && entries[index].compression == Compression::Deflated &&
+      entries[index].compressedSize > entries[index].size + entries[index].size / 8 + 1024) {
     const auto stream = openEntry(index);
-    out.resize(static_cast<std::size_t>(entries_[index].size));
+    out.resize(static_cast<std::size_t>(entries[index].size));
     std::size_t got = 0;
     while (const std::size_t n = got < out.size() ? stream->read(out.data() + got, out.size() - got) : 0) got += n;
     std::uint8_t probe;
@@ -345,26 +256,20 @@ void ZipPhysicalPackage::readEntry(std::uint64_t index, std::vector<std::uint8_t
   out.resize(size);
   const std::uint8_t* data = scratch.data() + at.headerLength;
   const auto compressed = static_cast<std::size_t>(e.compressedSize);
+  std::size_t in = compressed;
+  std::size_t produced = size;
   if (!deflated) {
     std::copy_n(data, size, out.data());
   } else {
     const std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater(
         libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
     if (!inflater) throw std::bad_alloc();
-    std::size_t in = 0;
-    std::size_t produced = 0;
-    switch (libdeflate_deflate_decompress_ex(inflater.get(), data, compressed, out.data(), size, &in, &produced)) {
-      case LIBDEFLATE_SUCCESS:
-        if (produced != size) refuse(at.description, "it holds fewer bytes than its size says");
-        if (in != compressed) refuse(at.description, "data follows the end of its compressed stream");
-        break;
-      case LIBDEFLATE_INSUFFICIENT_SPACE:
-        refuse(at.description, "it holds more bytes than its size says");
-      default:
-        refuse(at.description, "its compressed data is corrupt");
-    }
+    const libdeflate_result result =
+        libdeflate_deflate_decompress_ex(inflater.get(), data, compressed, out.data(), size, &in, &produced);
+    if (result == LIBDEFLATE_INSUFFICIENT_SPACE) refuse(at.description, "it holds more bytes than its size says");
+    if (result != LIBDEFLATE_SUCCESS) refuse(at.description, "its compressed data is corrupt");
   }
-  if (libdeflate_crc32(0, out.data(), size) != e.crc) refuse(at.description, "CRC error: the data does not match its checksum");
+  checkEnd(at.description, produced, size, in != compressed, libdeflate_crc32(0, out.data(), size), e.crc);
 }
 
 std::unique_ptr<ZipWriter> ZipPhysicalPackage::createWriter() {

@@ -3,7 +3,6 @@
 // extraction and listing), and a new archive written entry by entry. The only public header of
 // opc::zippackage; ZIP records, methods and inflate stay inside it.
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,6 +25,7 @@ struct EntryAttributes {
   std::optional<std::uint32_t> unixMode; // permission bits 07777 when made on Unix
 };
 
+// One entry as the central directory records it, ZIP64 fields resolved.
 struct ZipEntry {
   std::uint64_t index = 0;
   // UTF-8 (names without the UTF-8 flag that are not UTF-8 are read as code page 437): a view into
@@ -33,9 +33,13 @@ struct ZipEntry {
   std::string_view name;
   std::uint64_t size = 0;
   std::uint64_t compressedSize = 0;
-  std::optional<Compression> compression;  // none: a method this reader cannot read
-  std::uint16_t compressionMethod = 0;     // the method's number as stored, for messages
+  std::uint64_t localHeaderOffset = 0;
+  std::size_t recordOffset = 0;  // where its directory record starts in the directory
+  std::size_t recordLength = 0;  // fixed part, name, extra field and comment
   std::uint32_t crc = 0;
+  std::uint16_t compressionMethod = 0;     // the method's number as stored, for messages
+  std::uint16_t flags = 0;
+  std::optional<Compression> compression;  // none: a method this reader cannot read
   bool encrypted = false;
   EntryAttributes attributes;
 };
@@ -72,7 +76,7 @@ class ZipPhysicalPackage {
   void closeArchive() noexcept;
   [[nodiscard]] bool isArchiveOpen() const { return fd_ >= 0; }
   // The entries in central-directory order; empty when no archive is open.
-  [[nodiscard]] const std::vector<ZipEntry>& getEntries() const { return entries_; }
+  [[nodiscard]] const std::vector<ZipEntry>& getEntries() const;
 
   // Why entry `index` cannot be read as its record says (encrypted, an unknown method, or sizes no
   // data of its method can have: a stored entry whose sizes differ, a deflated one declaring more
@@ -104,8 +108,6 @@ class ZipPhysicalPackage {
   bool durable_;
   int fd_ = -1;  // the open archive's file (owned)
   std::shared_ptr<const CentralDirectory> directory_;
-  std::vector<ZipEntry> entries_;
-  std::deque<std::string> convertedNames_;  // names read as code page 437, in UTF-8
 };
 
 // Builds a new archive entry by entry into a temporary file that commit() puts in the package's

@@ -456,7 +456,7 @@ struct ZipWriter::Impl {
         h.compressedSize = result.compressedSize;
       }, true);
     } else {  // an old entry's stored bytes, copied as they are
-      const ZipEntry& entry = package.entries_[e.sourceIndex];
+      const ZipEntry& entry = package.getEntries()[e.sourceIndex];
       if (entry.encrypted) throw Exception("an encrypted entry cannot be copied");
       EntryHeader h = headerFor(e.attributes, entry.compressionMethod, entry.crc, entry.size, entry.compressedSize);
       writeEntry(e, h, [&] {
@@ -485,7 +485,7 @@ struct ZipWriter::Impl {
 
   // True when the entry was queued for copying as raw bytes.
   bool queueRawCopy(std::string_view name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
-    const ZipEntry& entry = package.entries_[sourceIndex];
+    const ZipEntry& entry = package.getEntries()[sourceIndex];
     if (entry.attributes.lastModified != attributes.lastModified || entry.attributes.unixMode != attributes.unixMode) {
       return false;
     }
@@ -519,7 +519,7 @@ ZipWriter::~ZipWriter() = default;
 void ZipWriter::copyEntry(std::string_view name, std::uint64_t sourceIndex, const EntryAttributes& attributes) {
   impl_->requireUsable();
   auto& package = impl_->package;
-  if (!package.isArchiveOpen() || sourceIndex >= package.entries_.size()) {
+  if (!package.isArchiveOpen() || sourceIndex >= package.getEntries().size()) {
     throw Exception("cannot copy entry " + std::to_string(sourceIndex) + " of '" + package.getNarrowPath() +
                     "': no such entry in the open archive");
   }
