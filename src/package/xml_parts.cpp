@@ -8,7 +8,6 @@
 namespace addon::packaging {
 namespace {
 
-
 // The record's document as getXMLPart parses it: in the record's namespace, under the read limits.
 opc::model::DocumentPtr readRecordDocument(const opc::model::Part& part, const XMLPartType& record) {
   const std::unique_ptr<opc::InputStream> stream = part.getInputStream();

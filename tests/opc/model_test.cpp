@@ -19,7 +19,6 @@ namespace {
 
 using namespace opc::test;
 
-
 // Every name is held as its ASCII URI form, non-ASCII characters percent-encoded as UTF-8 and escapes
 // in upper case; a name breaking the grammar is refused naming the rule.
 TEST(PartNameTest, GrammarAndTextForm) {
@@ -137,7 +136,6 @@ TEST(PartNameTest, ExtensionAndRelationshipsNames) {
     EXPECT_EQ(PartName(c.name).isRelationshipsPartName(), c.relationships);
   }
 }
-
 
 TEST(URITest, IrisBecomeUrisAndBadCharactersAreRefused) {
   EXPECT_EQ(URI(u"/a/\u0446.xml").toString(), u"/a/%D1%86.xml");

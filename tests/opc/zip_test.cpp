@@ -554,8 +554,6 @@ TEST(ZipWriterHeadersTest, Zip64HeadersReadBackAsWritten) {
   zip_discard(za);
 }
 
-
-
 // Inflates a raw deflate stream with zlib, which the deflate side does not use; fails the test unless
 // the stream ends exactly at the end of `compressed`.
 std::string zlibInflate(const std::string& compressed) {

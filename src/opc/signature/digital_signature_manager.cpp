@@ -193,7 +193,6 @@ Status checkSignature(const Package& package, const SignatureLayout& layout, con
   return {Status::Result::Valid, {}};
 }
 
-
 void requireOpen(const Package& package) {
   if (!package.isOpen()) throw opc::Exception("the package is not open");
 }

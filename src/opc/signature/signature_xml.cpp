@@ -281,7 +281,6 @@ void packageObjects(const DOMElement* e, std::vector<const DOMElement*>& found) 
   }
 }
 
-
 // Reads the whole part first, so that a parse error and an error of the stream stay apart.
 DocumentPtr parseSignatureDocument(opc::InputStream& input) {
   Bytes bytes;

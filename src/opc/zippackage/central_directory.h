@@ -18,7 +18,6 @@ namespace opc::zippackage {
 // it cannot be opened or is a folder.
 [[nodiscard]] int openPackageFile(const ustring& path, const std::string& narrowPath);
 
-
 // The central directory of an archive, read in two reads. Entry data is never read here.
 class CentralDirectory {
  public:
