@@ -8,7 +8,8 @@ set(ZV_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/zvaddon)
 set(ZV_INSTALL_DATADIR ${CMAKE_INSTALL_DATADIR}/zvaddon)
 
 # The headers a user of the package API includes, found by following #include "..." from the entry
-# headers through src/, so that a header added below them is installed without a list to keep.
+# headers through src/, so that a header added below them is installed without a list to keep. Each
+# header read is a configure dependency: an #include added or dropped re-runs the closure.
 function(zv_header_closure out)
   set(pending ${ARGN})
   set(seen)
@@ -18,6 +19,7 @@ function(zv_header_closure out)
       continue()
     endif()
     list(APPEND seen ${header})
+    set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${header})
     file(STRINGS ${PROJECT_SOURCE_DIR}/src/${header} lines REGEX "^[ \t]*#[ \t]*include[ \t]+\"")
     foreach(line IN LISTS lines)
       string(REGEX REPLACE "^[ \t]*#[ \t]*include[ \t]+\"([^\"]+)\".*" "\\1" included "${line}")
