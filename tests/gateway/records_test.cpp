@@ -11,6 +11,7 @@
 #include "metadata/addon_properties.h"
 #include "metadata/license.h"
 #include "package/addon_package.h"
+#include "package/xml_part_type.h"
 #include "support/gateway_call.h"
 
 namespace {
@@ -129,6 +130,19 @@ TEST_F(RecordFunctions, GetGivesDefaultsThenWhatSetStored) {
     EXPECT_EQ(callOk(c.get, {path_}, 1), c.returned.is_null() ? c.stored : c.returned);
   }
   EXPECT_EQ(modified(), created);
+  // Each record part: its name, its content type, and the root's one relationship of its type.
+  const opc::model::Package& model = opened().getPackage();
+  for (const auto& [part, type] : std::vector<std::pair<ustring, ustring>>{
+           {u"addonProperties", u"properties"}, {u"license", u"license"}, {u"systemRequirements", u"systemRequirements"},
+           {u"configuration", u"configuration"}, {u"examples", u"examples"}, {u"revisionHistory", u"revisionHistory"},
+           {u"applications", u"applications"}}) {
+    const opc::model::PartName name(u"/metadata/" + part + u".xml");
+    EXPECT_EQ(model.getPart(name)->getContentType().toString(), u"application/vnd.kestrelon.zorvan.addon." + type + u"+xml");
+    const auto related = model.getRelationships().getRelationshipsByType(
+        addon::packaging::schemaURI(u"relationships/" + part));
+    ASSERT_EQ(related.size(), 1u) << fl::i18n::to_utf8(part);
+    EXPECT_EQ(related[0].getTargetPartName(), name);
+  }
 }
 
 // Refusals inside the protected block: the host's conversion, a type Create does not know, a part

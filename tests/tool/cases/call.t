@@ -11,6 +11,8 @@ as {"error": ...} on stdout with exit status 1, usage errors with 2; what it wri
   []
   $ zvaddon call zvAddonSetRevisionHistory '"c.zvaddon"' '{"date": "d", "version": "v", "description": "x"}'
   []
+  $ zvaddon call zvAddonGetLicense '"c.zvaddon"'
+  [{"type":"","text":""}]
   $ zvaddon get c.zvaddon revisionHistory
   [
     {
