@@ -338,6 +338,7 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
       ASSERT_TRUE(after.contains(name)) << name;
       EXPECT_EQ(after.at(name).compressed, item.compressed) << name;
       EXPECT_EQ(after.at(name).crc, item.crc) << name;
+      EXPECT_EQ(after.at(name).storedName, name) << "every name written is UTF-8";
     }
     EXPECT_EQ(after.size(), before.size() + 1 + (before.contains("_rels/.rels") ? 0 : 1));
   }

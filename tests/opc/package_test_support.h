@@ -52,6 +52,7 @@ struct RawItem {
   std::string compressed;
   std::uint32_t crc = 0;
   std::string text;
+  std::string storedName;  // the name's bytes as stored, before any decoding
 };
 
 inline std::map<std::string, RawItem> rawItems(const std::string& path) {
@@ -71,7 +72,7 @@ inline std::map<std::string, RawItem> rawItems(const std::string& path) {
   for (zip_uint64_t i = 0; i < static_cast<zip_uint64_t>(zip_get_num_entries(za, 0)); ++i) {
     zip_stat_t st;
     zip_stat_index(za, i, 0, &st);
-    items[st.name] = {st.comp_method, read(i, ZIP_FL_COMPRESSED), st.crc, read(i, 0)};
+    items[st.name] = {st.comp_method, read(i, ZIP_FL_COMPRESSED), st.crc, read(i, 0), zip_get_name(za, i, ZIP_FL_ENC_RAW)};
   }
   zip_discard(za);
   return items;
