@@ -321,7 +321,7 @@ TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzipWhateverTheWorkers) {
       {"empty.txt", "", Compression::Deflated, 0, ZIP_CM_DEFLATE},
       {"caf%C3%A9 empty", "", Compression::Stored, 0, ZIP_CM_STORE},
   };
-  const EntryAttributes written{FileTime{1600000000, 500}, 0600};
+  const EntryAttributes written{FileTime{1600000000, 0}, 0600};
   const EntryAttributes rewritten{FileTime{1700000000, 0}, 0644};
   std::string archives[2];
   for (const char* threads : {"1", "4"}) {
@@ -384,7 +384,7 @@ TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzipWhateverTheWorkers) {
   EXPECT_EQ(itemText(foreign, "plain.txt"), "plain");
 }
 
-TEST(ZipWriterHeadersTest, TimesRoundTripThroughTheShortestExactField) {
+TEST(ZipWriterHeadersTest, TimesRoundTripToTheSecondThroughTheShortestField) {
   const struct {
     const char* label;
     FileTime time;
@@ -392,7 +392,7 @@ TEST(ZipWriterHeadersTest, TimesRoundTripThroughTheShortestExactField) {
     bool localTimestamp;
   } cases[] = {
       {"whole second", FileTime{1700000000, 0}, false, true},
-      {"sub-second", FileTime{1700000000, 123456700}, true, true},
+      {"sub-second", FileTime{1700000000, 123456700}, false, true},
       {"before 1901", FileTime{-2300000000LL, 0}, true, false},
       {"after 2038", FileTime{4102444800LL, 0}, true, false},
       {"before 1970, whole second", FileTime{-86400, 0}, false, true},
@@ -415,7 +415,7 @@ TEST(ZipWriterHeadersTest, TimesRoundTripThroughTheShortestExactField) {
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const auto& c = cases[i];
     SCOPED_TRACE(c.label);
-    EXPECT_EQ(physical.getEntries().at(i).attributes.lastModified, c.time);
+    EXPECT_EQ(physical.getEntries().at(i).attributes.lastModified, (FileTime{c.time.seconds, 0}));
     const auto count = [&](std::uint16_t id, zip_flags_t where) { return zip_file_extra_fields_count_by_id(za, i, id, where); };
     EXPECT_EQ(count(extra::kNtfsId, ZIP_FL_CENTRAL), c.centralNtfs ? 1 : 0);
     EXPECT_EQ(count(extra::kExtendedTimestampId, ZIP_FL_CENTRAL), c.centralNtfs ? 0 : 1);

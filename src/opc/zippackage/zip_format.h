@@ -115,8 +115,9 @@ struct EntryHeader {
 // Modification times in extra fields. DOS time in the entry header holds 1980 to 2107 in local time
 // with two-second steps; the NTFS field holds any instant from 1601 in 100 ns steps, the
 // extended-timestamp field whole seconds from 1901 to 2038. The writer puts the extended timestamp in
-// local headers where it fits (Info-ZIP reads it there) and, in the central directory, the extended
-// timestamp when it holds the time exactly, else NTFS; readers take NTFS first.
+// local headers where it fits (Info-ZIP reads it there) and in the central directory, so a time is
+// kept to the second; NTFS only where the extended timestamp cannot hold the instant. Readers take
+// NTFS first.
 namespace extra {
 inline constexpr std::uint16_t kNtfsId = 0x000a;
 inline constexpr std::uint16_t kExtendedTimestampId = 0x5455;
