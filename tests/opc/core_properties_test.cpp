@@ -9,7 +9,7 @@
 #include "opc/exception.h"
 #include "opc/kqservices/core_properties.h"
 #include "opc/model/package_helper.h"
-#include "package_test_support.h"
+#include "opc_test_support.h"
 #include "support/command.h"
 
 namespace opc::kqservices {

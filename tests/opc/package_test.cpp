@@ -15,7 +15,7 @@
 #include "opc/kqservices/file_content_source.h"
 #include "opc/model/package_helper.h"
 #include "opc/xml/xerces_helper.h"
-#include "package_test_support.h"
+#include "opc_test_support.h"
 
 namespace opc::model {
 namespace {

@@ -10,7 +10,7 @@
 #include "opc/exception.h"
 #include "opc/signature/canonical_xml.h"
 #include "opc/xml/xerces_helper.h"
-#include "signature_test_support.h"
+#include "opc_test_support.h"
 
 namespace opc::model {
 namespace {

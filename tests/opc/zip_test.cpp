@@ -27,7 +27,7 @@
 #include "opc/zippackage/raw_copy.h"
 #include "opc/zippackage/zip_format.h"
 #include "opc/zippackage/zip_physical_package.h"
-#include "package_test_support.h"
+#include "opc_test_support.h"
 
 namespace opc::zippackage {
 namespace {

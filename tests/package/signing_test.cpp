@@ -11,7 +11,7 @@
 #include "metadata/addon_properties.h"
 #include "metadata/system_requirements.h"
 #include "opc/exception.h"
-#include "opc/signature_test_support.h"
+#include "opc/opc_test_support.h"
 #include "package/addon_package.h"
 #include "package/signing.h"
 
