@@ -345,7 +345,8 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
 }
 
 // Every file of the malformed corpus (tests/data/opc, made by tests/opc/make_corpus.py) fails with the
-// error that names its defect, when opened or when its parts are read; the valid control opens.
+// error that names its defect, when opened or when its parts are read; the valid control opens. (Each
+// defect of the archive itself: the ZIP reader's table.)
 const std::string kCorpus = std::string(ZV_TEST_DATA_DIR) + "/opc/";
 
 struct Case {
@@ -356,9 +357,6 @@ struct Case {
 TEST(MalformedPackageTest, EachDefectGivesItsError) {
   const Case cases[] = {
       {"not-a-zip.zip", {"not-a-zip.zip", "no ZIP archive"}},
-      {"truncated.zip", {"truncated.zip", "cannot open package"}},
-      {"central-directory-offset-wrong.zip", {"cannot open package"}},
-      {"empty-file.zip", {"empty-file.zip", "no ZIP archive"}},
       {"content-types-missing.zip", {"no [Content_Types].xml"}},
       {"content-types-malformed.zip", {"[Content_Types].xml"}},
       {"content-types-doctype.zip", {"[Content_Types].xml", "DOCTYPE"}},
