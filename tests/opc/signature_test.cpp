@@ -124,7 +124,6 @@ TEST_F(SignatureTest, SignRefusesBadInputAndChangesNothing) {
       {"SelectorSelectsNothing", raw({requirements}, {none}, testKeys(0).signing, testKeys(0).verification), ""},
       {"KeysOfDifferentPairs", raw({requirements}, {}, testKeys(0).signing, testKeys(1).verification), ""},
       {"KeyTooShort", raw({requirements}, {}, small.signing, small.verification), ""},
-      {"KeyOfAnotherCertificate", author("ec.key", "rsa.pem"), "the private key does not belong to the certificate"},
       {"EncryptedKeyWithoutPassphrase", author("encrypted.key", "rsa.pem"), "encrypted and no passphrase was given"},
       {"WrongPassphrase", author("encrypted.key", "rsa.pem", "wrong"), "cannot be decrypted with the passphrase given"},
       {"MalformedKeyPem", author("rsa.csr", "rsa.pem"), "not a PEM private key"},
