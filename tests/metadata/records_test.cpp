@@ -207,7 +207,6 @@ TEST(Records, Applications) {
        R"([{"name":"","guid":"","relativePath":"","installByDefault":"false"}])"},
       {"", none},
   };
-  r.wrongInput = {R"([{"name":"a","guid":"g","relativePath":"p","installByDefault":true}])"};
   check<AddonAppInstallList>(r);
 }
 

@@ -69,14 +69,9 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
   }
 }
 
-// Each limit refuses one more than it allows.
+// Each limit refuses one more than it allows. (Entity expansion behind a DOCTYPE: the package
+// corpus's content-types-doctype.zip.)
 TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
-  std::string lol = "<!ENTITY lol0 \"lol\">";
-  for (int i = 1; i < 5; ++i) {
-    lol += "<!ENTITY lol" + std::to_string(i) + " \"";
-    for (int k = 0; k < 10; ++k) lol += "&lol" + std::to_string(i - 1) + ";";
-    lol += "\">";
-  }
   std::string deep;
   for (int i = 0; i < 40; ++i) deep = "<a>" + deep + "</a>";
   std::string wide = "<r>";
@@ -92,7 +87,6 @@ TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
     ParseLimits limits = {};
     std::optional<ParseLimits> accepting = {};
   } cases[] = {
-      {"billion laughs", "<?xml version=\"1.0\"?>\n<!DOCTYPE lolz [" + lol + "]>\n<lolz>&lol4;</lolz>", "DOCTYPE is not allowed", "line 2"},
       {"external entity", "<!DOCTYPE r [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><r>&x;</r>", "DOCTYPE is not allowed", "line 1"},
       {"DOCTYPE after a comment", "<?xml version='1.0'?><!-- c --><!DOCTYPE r><r/>", "DOCTYPE is not allowed", "line 1"},
       {"undeclared entity", "<r>&undeclared;</r>", "malformed XML", "line 1"},
