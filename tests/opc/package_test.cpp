@@ -191,11 +191,7 @@ TEST_F(PackageTest, PartNameConflictsAreRefused) {
     const char16_t* name;
     const char* message;
   } cases[] = {
-      {u"/docs/a.xml", "exists"},
-      {u"/DOCS/A.xml", "exists"},
-      {u"/docs", "prefix segment"},
       {u"/Docs", "prefix segment"},
-      {u"/docs/a.xml/b", "extends the name"},
       {u"/dOcs/A.XML/b", "extends the name"},
       {u"/_rels/x.rels", "relationships parts"},
       {u"/_rels", "reserved"},
