@@ -122,7 +122,6 @@ TEST_F(CorePropertiesTest, WrittenPartsAreValidAgainstTheirSchemasAndKeepForeign
     const xercesc::DOMDocument* keep;
   } cases[] = {
       {"everything", everything(), DeterministicMode::Off, nullptr},
-      {"deterministic", everything(), DeterministicMode::On, nullptr},
       {"nothing", CoreProperties(), DeterministicMode::Off, nullptr},
       {"only dates at the range's ends", onlyDates, DeterministicMode::Off, nullptr},
       {"with kept foreign properties", titleOnly, DeterministicMode::Off, keep.get()},
