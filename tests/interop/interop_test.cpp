@@ -11,7 +11,7 @@
 
 #include "gateway/zvaddon.h"
 #include "opc/kqservices/core_properties.h"
-#include "opc/signature_test_support.h"
+#include "opc/opc_test_support.h"
 #include "package/signing.h"
 #include "support/gateway_call.h"
 

@@ -207,7 +207,6 @@ TEST(Records, Applications) {
        R"([{"name":"","guid":"","relativePath":"","installByDefault":"false"}])"},
       {"", none},
   };
-  r.wrongInput = {R"([{"name":"a","guid":"g","relativePath":"p","installByDefault":true}])"};
   check<AddonAppInstallList>(r);
 }
 
@@ -293,7 +292,8 @@ TEST(Records, Examples) {
 TEST(Records, LicenseAndRevisionHistory) {
   Rules license{"license.xsd", R"({"type":"held","text":"held"})"};
   license.trips = {{R"({"type":"Lizenz für 例","text":"Copyright (c)\n\n<b>&amp; \"q\" ☃ 𝄞\r\n  indented\n"})", ""},
-                   {R"({"text":"t","other":1,"type":""})", R"({"type":"","text":"t"})"}};
+                   {R"({"text":"t","other":1,"type":""})", R"({"type":"","text":"t"})"},
+                   {R"({"type":" ","text":" \t\r\n "})", ""}};
   license.written = {{"", R"(<license xmlns="NS"><licenseText type=""></licenseText></license>)"}};
   license.reading = {{R"(<license xmlns="NS"><licenseText>t</licenseText><licenseText type="b">2</licenseText></license>)",
                       R"({"type":"","text":"t"})"},

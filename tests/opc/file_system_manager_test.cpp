@@ -19,7 +19,7 @@
 #include "opc/file_system_ops.h"
 #include "opc/model/content_type.h"
 #include "opc/zippackage/zip_format.h"
-#include "package_test_support.h"
+#include "opc_test_support.h"
 
 namespace opc::kqservices {
 namespace {

@@ -6,7 +6,7 @@
 #include <zip.h>
 
 #include "opc/kqservices/file_content_source.h"
-#include "package_test_support.h"
+#include "opc_test_support.h"
 
 namespace opc::model {
 namespace {

@@ -15,7 +15,7 @@
 #include "opc/kqservices/file_content_source.h"
 #include "opc/model/package_helper.h"
 #include "opc/xml/xerces_helper.h"
-#include "package_test_support.h"
+#include "opc_test_support.h"
 
 namespace opc::model {
 namespace {
@@ -191,11 +191,7 @@ TEST_F(PackageTest, PartNameConflictsAreRefused) {
     const char16_t* name;
     const char* message;
   } cases[] = {
-      {u"/docs/a.xml", "exists"},
-      {u"/DOCS/A.xml", "exists"},
-      {u"/docs", "prefix segment"},
       {u"/Docs", "prefix segment"},
-      {u"/docs/a.xml/b", "extends the name"},
       {u"/dOcs/A.XML/b", "extends the name"},
       {u"/_rels/x.rels", "relationships parts"},
       {u"/_rels", "reserved"},
@@ -345,7 +341,8 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
 }
 
 // Every file of the malformed corpus (tests/data/opc, made by tests/opc/make_corpus.py) fails with the
-// error that names its defect, when opened or when its parts are read; the valid control opens.
+// error that names its defect, when opened or when its parts are read; the valid control opens. (Each
+// defect of the archive itself: the ZIP reader's table.)
 const std::string kCorpus = std::string(ZV_TEST_DATA_DIR) + "/opc/";
 
 struct Case {
@@ -356,9 +353,6 @@ struct Case {
 TEST(MalformedPackageTest, EachDefectGivesItsError) {
   const Case cases[] = {
       {"not-a-zip.zip", {"not-a-zip.zip", "no ZIP archive"}},
-      {"truncated.zip", {"truncated.zip", "cannot open package"}},
-      {"central-directory-offset-wrong.zip", {"cannot open package"}},
-      {"empty-file.zip", {"empty-file.zip", "no ZIP archive"}},
       {"content-types-missing.zip", {"no [Content_Types].xml"}},
       {"content-types-malformed.zip", {"[Content_Types].xml"}},
       {"content-types-doctype.zip", {"[Content_Types].xml", "DOCTYPE"}},

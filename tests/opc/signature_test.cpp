@@ -10,7 +10,7 @@
 #include "opc/exception.h"
 #include "opc/signature/canonical_xml.h"
 #include "opc/xml/xerces_helper.h"
-#include "signature_test_support.h"
+#include "opc_test_support.h"
 
 namespace opc::model {
 namespace {
@@ -61,9 +61,6 @@ TEST_F(SignatureTest, VerdictsAfterChangesAndWithOtherKeys) {
        },
        Result::ContentTypeMismatch},
       {"PartRemoved", [](Package& p) { p.deletePart(PartName(kRequirementsPart)); }, Result::PartMissing},
-      {"RelationshipRemoved", [](Package& p) { p.getRelationships().deleteRelationship(requirementsId(p)); }, Result::DigestMismatch},
-      {"RelationshipRetargeted", [&](Package& p) { retarget(p, u"metadata/other.xml", kRequirementsType, requirementsId(p)); },
-       Result::DigestMismatch},
       {"SecondRelationshipOfTheType", [](Package& p) { p.getRelationships().createRelationship(URI(u"metadata/other.xml"), kRequirementsType); },
        Result::DigestMismatch},
       {"IdsSwapped",
@@ -87,7 +84,6 @@ TEST_F(SignatureTest, VerdictsAfterChangesAndWithOtherKeys) {
       {"RelationshipsReordered", [&](Package& p) { retarget(p, u"metadata/systemRequirements.xml", kRequirementsType, requirementsId(p)); },
        Result::Valid},
       {"AnotherKey", [](Package&) {}, Result::SignatureMismatch, testKeys(1).verification},
-      {"NotAKey", [](Package&) {}, Result::BadKey, {0x30, 0x03, 0x02, 0x01, 0x01}},
       {"PrivateKeyInsteadOfPublic", [](Package&) {}, Result::BadKey, testKeys(0).signing},
   };
   for (const auto& c : cases) {
@@ -128,7 +124,6 @@ TEST_F(SignatureTest, SignRefusesBadInputAndChangesNothing) {
       {"SelectorSelectsNothing", raw({requirements}, {none}, testKeys(0).signing, testKeys(0).verification), ""},
       {"KeysOfDifferentPairs", raw({requirements}, {}, testKeys(0).signing, testKeys(1).verification), ""},
       {"KeyTooShort", raw({requirements}, {}, small.signing, small.verification), ""},
-      {"KeyOfAnotherCertificate", author("ec.key", "rsa.pem"), "the private key does not belong to the certificate"},
       {"EncryptedKeyWithoutPassphrase", author("encrypted.key", "rsa.pem"), "encrypted and no passphrase was given"},
       {"WrongPassphrase", author("encrypted.key", "rsa.pem", "wrong"), "cannot be decrypted with the passphrase given"},
       {"MalformedKeyPem", author("rsa.csr", "rsa.pem"), "not a PEM private key"},
@@ -233,11 +228,6 @@ TEST(RelationshipTransformTest, SelectsSortsAndCanonicalises) {
     std::vector<ustring> types;
     std::string expected;
   } cases[] = {
-      {"ByTypeIncludesExternalAndEscapes",
-       {},
-       {u"urn:a"},
-       kOpen + rel("rId1", "http://example.com/?x=1&amp;y=2", "External", "urn:a") +
-           rel("rId2", "b.xml", "Internal", "urn:a") + kClose},
       {"SortedByIdAsText",
        {u"rId2", u"rId10", u"Z1"},
        {},

@@ -1,11 +1,10 @@
-// The XML layer: text and attributes round trip or are refused naming the character, leaving the
+// The XML layer: text and attributes XML cannot carry are refused naming the character, leaving the
 // element as it was; hostile, malformed or oversized documents are refused saying why and where.
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/i18n.h"
 #include "opc/exception.h"
 #include "opc/xml/xerces_helper.h"
 #include "opc_test_support.h"
@@ -24,16 +23,15 @@ class XmlHelperTest : public ::testing::Test {
   XercesGuard guard_;
 };
 
-// (Markup characters, "]]>", CR LF and other text in every record: the records' round-trip tables.)
-TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
+// Text and attribute values that XML cannot carry are refused naming the character, leaving the
+// element as it was. (What it can carry round-trips in the records' tables: markup, "]]>", CR LF,
+// tabs, astral characters, empty and white-space-only values.)
+TEST_F(XmlHelperTest, TextXmlCannotCarryIsRefused) {
   const struct {
     const char* label;
     ustring text;
-    const char* refused;  // the character named, or nullptr
+    const char* refused;  // the character named
   } cases[] = {
-      {"empty", u"", nullptr},
-      {"astral characters", u"emoji \U0001F600, music \U0001D11E, CJK ext-B \U00020BB7", nullptr},
-      {"whitespace only", u"   \t  ", nullptr},
       {"NUL", ustring(u"a") + u'\0' + u"b", "U+0000"},
       {"U+FFFE", u"\uFFFE", "U+FFFE"},
       {"lone high surrogate", ustring(u"x") + char16_t(0xD83D), "U+D83D"},
@@ -44,39 +42,18 @@ TEST_F(XmlHelperTest, TextAndAttributesRoundTripOrAreRefused) {
     DocumentPtr document = XercesHelper::createDocument();
     xercesc::DOMElement* field = XercesHelper::appendElementNS(XercesHelper::appendElementNS(document.get(), kNs, u"record"), kNs, u"field");
     XercesHelper::setElementText(field, u"kept");
+    EXPECT_THAT(opc::test::errorOf([&] { XercesHelper::setElementText(field, c.text); }), HasSubstr(c.refused));
+    EXPECT_THROW(XercesHelper::setElementAttribute(field, u"a", c.text), opc::Exception);
     ustring text;
-    ustring attribute;
-    if (c.refused != nullptr) {
-      EXPECT_THAT(opc::test::errorOf([&] { XercesHelper::setElementText(field, c.text); }), HasSubstr(c.refused));
-      EXPECT_THROW(XercesHelper::setElementAttribute(field, u"a", c.text), opc::Exception);
-      XercesHelper::getElementText(field, text);
-      EXPECT_EQ(text, u"kept");
-      EXPECT_FALSE(field->hasAttributes());
-      continue;
-    }
-    XercesHelper::setElementText(field, c.text);
-    XercesHelper::setElementAttribute(field, u"a", c.text);
-    opc::test::BytesOutput out;
-    XercesHelper::writeDocumentToStream(*document, out);
-    BytesInput in(out.bytes, 7);  // small reads: the parser must not depend on read sizes
-    DocumentPtr back = XercesHelper::readDocumentFromStream(in, kNs);
-    const xercesc::DOMElement* read = XercesHelper::getElement(back->getDocumentElement(), u"field");
-    ASSERT_NE(read, nullptr) << out.bytes;
-    XercesHelper::getElementText(read, text);
-    EXPECT_TRUE(XercesHelper::getElementAttribute(read, u"a", attribute));
-    EXPECT_EQ(fl::i18n::to_utf8(text), fl::i18n::to_utf8(c.text)) << out.bytes;
-    EXPECT_EQ(fl::i18n::to_utf8(attribute), fl::i18n::to_utf8(c.text)) << out.bytes;
+    XercesHelper::getElementText(field, text);
+    EXPECT_EQ(text, u"kept");
+    EXPECT_FALSE(field->hasAttributes());
   }
 }
 
-// Each limit refuses one more than it allows.
+// Each limit refuses one more than it allows. (Entity expansion behind a DOCTYPE: the package
+// corpus's content-types-doctype.zip.)
 TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
-  std::string lol = "<!ENTITY lol0 \"lol\">";
-  for (int i = 1; i < 5; ++i) {
-    lol += "<!ENTITY lol" + std::to_string(i) + " \"";
-    for (int k = 0; k < 10; ++k) lol += "&lol" + std::to_string(i - 1) + ";";
-    lol += "\">";
-  }
   std::string deep;
   for (int i = 0; i < 40; ++i) deep = "<a>" + deep + "</a>";
   std::string wide = "<r>";
@@ -92,7 +69,6 @@ TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
     ParseLimits limits = {};
     std::optional<ParseLimits> accepting = {};
   } cases[] = {
-      {"billion laughs", "<?xml version=\"1.0\"?>\n<!DOCTYPE lolz [" + lol + "]>\n<lolz>&lol4;</lolz>", "DOCTYPE is not allowed", "line 2"},
       {"external entity", "<!DOCTYPE r [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><r>&x;</r>", "DOCTYPE is not allowed", "line 1"},
       {"DOCTYPE after a comment", "<?xml version='1.0'?><!-- c --><!DOCTYPE r><r/>", "DOCTYPE is not allowed", "line 1"},
       {"undeclared entity", "<r>&undeclared;</r>", "malformed XML", "line 1"},

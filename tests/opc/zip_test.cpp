@@ -27,7 +27,7 @@
 #include "opc/zippackage/raw_copy.h"
 #include "opc/zippackage/zip_format.h"
 #include "opc/zippackage/zip_physical_package.h"
-#include "package_test_support.h"
+#include "opc_test_support.h"
 
 namespace opc::zippackage {
 namespace {
@@ -313,7 +313,6 @@ TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzipWhateverTheWorkers) {
       {"small noise.bin", noise.substr(0, 300000), Compression::Deflated, 300000, ZIP_CM_DEFLATE},
       {"noise.bin", noise, Compression::Deflated, noise.size(), ZIP_CM_STORE},
       // Already-compressed formats by their extension, whatever its case.
-      {"image.png", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_STORE},
       {"photo.JPEG", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_STORE},
       {"a.tar.gz", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_STORE},
       {"dir.png/readme", patternBytes(3000, 7), Compression::Deflated, 3000, ZIP_CM_DEFLATE},

@@ -26,34 +26,22 @@ class ContentFilesTest : public ::testing::Test {
   std::string b = dir.file("b.m");
 };
 
-// Calls on a new package and the file list after them. The list is depth first, in code-unit order,
-// each folder's content where the folder stands among its siblings, an empty folder under its own
-// path. Inputs of other classes, a cell paired with a text, and empty lists are deliberate silences:
-// nothing happens, nothing is raised, the package is left byte for byte.
+// Calls on a new package and the file list after them. (The list's order, depth first in code-unit
+// order with an empty folder under its own path: the tool's ls cases.) Inputs of other classes, a
+// cell paired with a text, and empty lists are deliberate silences: nothing happens, nothing is
+// raised, the package is left byte for byte.
 TEST_F(ContentFilesTest, CallsAndTheFileListAfterThem) {
   const std::string missing = dir.file("no-such.zvaddon");
   const Json emptyCell = {{"$class", "cell"}, {"$dims", {0, 0}}, {"$data", Json::array()}};
   const Json noFiles = {{"$class", "cell"}, {"$dims", {1, 0}}, {"$data", Json::array()}};
   const Json column = {{"$class", "cell"}, {"$dims", {2, 1}}, {"$data", {a, b}}};
   const Json columnPaths = {{"$class", "cell"}, {"$dims", {2, 1}}, {"$data", {"c/a.m", "c/b.m"}}};
-  // Each entry added on its own: a trailing '/' makes an empty folder.
-  const auto add = [&](const std::vector<std::string>& entries) {
-    std::vector<std::pair<qxFunction, std::vector<Json>>> calls;
-    for (const std::string& e : entries) {
-      calls.push_back(e.back() == '/' ? std::pair(&zvAddonAddFolders, std::vector<Json>{package, e.substr(0, e.size() - 1)})
-                                      : std::pair(&zvAddonAddFiles, std::vector<Json>{package, a, e}));
-    }
-    return calls;
-  };
   const struct {
     const char* name;
     std::vector<std::pair<qxFunction, std::vector<Json>>> calls;
     std::vector<std::string> listAfter;  // empty: the package is as it was
   } cases[] = {
       {"NoContent", {}, {}},
-      {"FolderAmongFiles", add({"c.m", "b/x.m", "a.m", "b/y.m"}), {"/a.m", "/b/x.m", "/b/y.m", "/c.m"}},
-      {"NestedAndEmpty", add({"z.m", "m/empty/", "m/n/o.m", "m/a.m", "a/"}), {"/a", "/m/a.m", "/m/empty", "/m/n/o.m", "/z.m"}},
-      {"CodeUnitOrder", add({"a.m", "B.m", "_.m", "\xC3\xA9.m"}), {"/B.m", "/_.m", "/a.m", "/\xC3\xA9.m"}},
       {"TwoCells", {{zvAddonAddFiles, {package, Json{a, b}, Json{"p/a.m", "q.m"}}}}, {"/p/a.m", "/q.m"}},
       {"CellsOfAnyShape", {{zvAddonAddFiles, {package, column, columnPaths}}}, {"/c/a.m", "/c/b.m"}},
       {"CellAndText", {{zvAddonAddFiles, {package, Json{a}, "x.m"}}}, {}},
