@@ -10,14 +10,11 @@
 namespace zvaddon::tool {
 namespace {
 
+// inspect's and ls's.
 struct InspectOptions {
   std::string package;
   bool json = false;
   bool noFiles = false;
-};
-
-struct ListOptions {
-  std::string package;
   bool sizes = false;
 };
 
@@ -155,7 +152,7 @@ ExitStatus runInspect(const InspectOptions& options) {
   return ExitStatus::ok;
 }
 
-ExitStatus runList(const ListOptions& options) {
+ExitStatus runList(const InspectOptions& options) {
   for (const Json& f : listFiles(options.package)) {
     if (options.sizes) {
       const std::string size = f["bytes"].is_number() ? std::to_string(f["bytes"].get<std::uint64_t>()) : "-";
@@ -168,16 +165,12 @@ ExitStatus runList(const ListOptions& options) {
 
 }  // namespace
 
-void addInspectCommand(CLI::App& app, int& exitStatus) {
+void addInspectCommands(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<InspectOptions>();
-  CLI::App* cmd = addCommand(app, exitStatus, "inspect", "Show a package's properties, records, signatures and files",
-                             options, runInspect);
-  cmd->add_flag("--json", options->json, "One JSON object, records in the form `set` takes");
-  cmd->add_flag("--no-files", options->noFiles, "Leave out the file tree");
-}
-
-void addListCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<ListOptions>();
+  CLI::App* inspect = addCommand(app, exitStatus, "inspect", "Show a package's properties, records, signatures and files",
+                                 options, runInspect);
+  inspect->add_flag("--json", options->json, "One JSON object, records in the form `set` takes");
+  inspect->add_flag("--no-files", options->noFiles, "Leave out the file tree");
   addCommand(app, exitStatus, "ls", "List the content files of a package", options, runList)
       ->add_flag("-l,--long", options->sizes, "Show each file's size in bytes");
 }

@@ -84,7 +84,7 @@ Manifest parseManifest(const Json& document, const fs::path& folder) {
     if (it == document.end()) continue;
     const std::string pointer = childPointer("", info.name);
     const Json section = info.record == Record::license ? licenseSection(*it, folder) : *it;
-    manifest.records.emplace_back(info.record, recordToHost(info.record, section, pointer));
+    manifest.records.emplace_back(&info, recordToHost(info.record, section, pointer));
   }
 
   if (const auto it = document.find("screenshot"); it != document.end() && !it->is_null()) {

@@ -27,7 +27,6 @@ struct RecordInfo {
 
 // Every record, in Record order, which is the order inspect shows them.
 [[nodiscard]] std::span<const RecordInfo> allRecords();
-[[nodiscard]] const RecordInfo& recordInfo(Record record);
 // The record of that name, or nullptr.
 [[nodiscard]] const RecordInfo* findRecord(std::string_view name);
 
