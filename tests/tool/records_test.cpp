@@ -48,19 +48,6 @@ TEST(RecordToHostTest, RefusesUnknownKeysAndWrongTypesNamingThePointer) {
   }
 }
 
-TEST(RecordToHostTest, FillsEveryFieldInHostOrderWithItsDefault) {
-  const Json host = recordToHost(Record::systemRequirements,
-                                 Json::parse(R"({"platformCompatibility": {"mac": false, "win": "maybe"}})"), "");
-  EXPECT_EQ(host.dump(),
-            R"({"productDependency":null,"supportPackageDependency":null,)"
-            R"("platformCompatibility":{"win":"maybe","linux":"true","mac":"false","ZORVANOnline":"true"},)"
-            R"("releaseCompatibility":null,"addonDependency":null})");
-  const Json app = recordToHost(Record::apps, Json::parse(R"([{"relativePath": "x", "name": "n"}])"), "");
-  EXPECT_EQ(app.dump(), R"([{"name":"n","guid":"","relativePath":"x","installByDefault":"true"}])");
-  // A properties type left out is the one type the host creates.
-  EXPECT_EQ(recordToHost(Record::properties, Json::object(), "")["type"], "ZORVAN Toolbox");
-}
-
 // The host gives structure arrays that are not one row, empty ones with fields, and text that is
 // not one row in typed forms; each reads as the list or text it stands for.
 TEST(RecordFromHostTest, ReadsTypedHostForms) {

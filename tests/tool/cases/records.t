@@ -1,12 +1,14 @@
 set takes a record's JSON as text, from a file (@FILE: the round trip below) or from standard
-input (-); JSON that does not fit the record is refused with its JSON pointer and exit status 5, and
-the package is unchanged.
+input (-); a field left out takes its default; JSON that does not fit the record is refused with
+its JSON pointer and exit status 5, and the package is unchanged.
 
   $ printf '{"properties": {"name": "S", "version": "1", "GUID": "g"}}' > zvaddon.json
   $ mkdir a && zvaddon build -q -m zvaddon.json a -o s.zvaddon
   $ j() { python3 -c 'import json, sys; print(json.dumps(json.load(sys.stdin), ensure_ascii=False))'; }
   $ echo '[{"date": "2024-01-01", "version": "1.0", "description": "stdin"}]' | zvaddon set s.zvaddon revisionHistory - && zvaddon get s.zvaddon revisionHistory | j
   [{"date": "2024-01-01", "version": "1.0", "description": "stdin"}]
+  $ zvaddon set s.zvaddon apps '[{"relativePath": "x", "name": "n"}]' && zvaddon get s.zvaddon apps | j
+  [{"name": "n", "guid": "", "relativePath": "x", "installByDefault": "true"}]
 
 Refusals; afterwards the package is byte for byte as before.
 
