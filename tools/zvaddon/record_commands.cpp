@@ -28,13 +28,6 @@ struct ScreenshotOptions {
   std::string get;
 };
 
-const RecordInfo& requireRecord(const std::string& name) {
-  if (const RecordInfo* info = findRecord(name)) return *info;
-  std::string known;
-  for (const RecordInfo& info : allRecords()) known += (known.empty() ? "" : ", ") + std::string(info.name);
-  throw ToolError(ExitStatus::usage, "no record named '" + name + "'; records: " + known);
-}
-
 // JSON text as given, "@path" for a file's content, "-" for standard input.
 Json readValue(const std::string& argument) {
   std::string textValue;

@@ -195,9 +195,13 @@ Json objectFromHost(std::span<const Field> fields, const Json& value) {
 
 std::span<const RecordInfo> allRecords() { return kRecords; }
 
-const RecordInfo* findRecord(std::string_view name) {
-  const auto* found = std::find_if(std::begin(kRecords), std::end(kRecords), [&](const RecordInfo& r) { return r.name == name; });
-  return found == std::end(kRecords) ? nullptr : found;
+const RecordInfo& requireRecord(std::string_view name) {
+  std::string known;
+  for (const RecordInfo& info : kRecords) {
+    if (info.name == name) return info;
+    known += (known.empty() ? "" : ", ") + std::string(info.name);
+  }
+  throw ToolError(ExitStatus::usage, "no record named '" + std::string(name) + "'; records: " + known);
 }
 
 Json recordToHost(Record record, const Json& value, const std::string& pointer) {
