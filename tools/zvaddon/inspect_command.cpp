@@ -31,6 +31,13 @@ std::string joined(const Json& object, std::initializer_list<const char*> keys, 
   return out;
 }
 
+// The texts of a list joined by ", ", or "-" for none.
+std::string listed(const Json& values) {
+  std::string s;
+  for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(v);
+  return s.empty() ? std::string("-") : s;
+}
+
 void line(std::ostream& out, const std::string& label, const std::string& value, int indent = 0) {
   const std::string head = std::string(indent, ' ') + label;
   out << head << std::string(head.size() < 19 ? 20 - head.size() : 1, ' ') << value << "\n";
@@ -57,13 +64,8 @@ void printRequirements(std::ostream& out, const Json& r) {
 
 void printConfiguration(std::ostream& out, const Json& c) {
   out << "configuration\n";
-  auto list = [](const Json& values) {
-    std::string s;
-    for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(v);
-    return s.empty() ? std::string("-") : s;
-  };
-  line(out, "search path", list(c["zorvanPaths"]), 2);
-  line(out, "class path", list(c["javaClassPaths"]), 2);
+  line(out, "search path", listed(c["zorvanPaths"]), 2);
+  line(out, "class path", listed(c["javaClassPaths"]), 2);
   for (const auto& [label, key] : {std::pair{"info XML", "infoXMLPath"}, std::pair{"getting started", "gettingStartedDocPath"},
                                    std::pair{"install map", "installMapPath"}}) {
     if (!text(c[key]).empty()) line(out, label, text(c[key]), 2);
@@ -134,9 +136,7 @@ void printReport(std::ostream& out, const Json& r, bool withFiles) {
   }
   const Json& shot = r["screenshot"];
   line(out, "screenshot", shot.is_object() ? text(shot["part"]) + " (" + formatBytes(shot["bytes"].get<std::uint64_t>()) + ")" : "-");
-  std::string sets;
-  for (const Json& s : r["instructionSets"]) sets += (sets.empty() ? "" : ", ") + text(s);
-  line(out, "instruction sets", sets.empty() ? "-" : sets);
+  line(out, "instruction sets", listed(r["instructionSets"]));
   if (withFiles) printFiles(out, r["files"]);
 }
 

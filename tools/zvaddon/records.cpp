@@ -206,8 +206,8 @@ const RecordInfo& requireRecord(std::string_view name) {
 
 Json recordToHost(Record record, const Json& value, const std::string& pointer) {
   const Field& field = recordField(record);
-  if (field.kind == Kind::object && value.is_null()) wrongType(pointer, "an object", value);
-  if (field.kind == Kind::objectList && value.is_null()) wrongType(pointer, "an array of objects", value);
+  // A record is an object or a list of them, never absent.
+  if (value.is_null()) wrongType(pointer, field.kind == Kind::object ? "an object" : "an array of objects", value);
   return valueToHost(field, &value, pointer);
 }
 
