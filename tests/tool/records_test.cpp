@@ -1,6 +1,5 @@
 // The records in people's form: what recordToHost refuses, how recordFromHost reads every shape the
-// host gives. (The round trip of every record through a package is the golden case
-// cases/inspect_json_roundtrip.t.)
+// host gives. (The round trip of every record through a package is the golden case cases/records.t.)
 #include "records.h"
 
 #include <gtest/gtest.h>
