@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # zvaddon build and extract of a generated tree of COUNT files, on a pseudo-terminal: the progress bar
-# shows (files and bytes, rate, time left), both finish, and the package holds every file. Without a
-# terminal the same build prints no progress. (Its speed is the benchmarks' concern.)
+# shows (files and bytes, rate, time left), both finish, and the package holds every file. (Without a
+# terminal no progress shows: the golden cases, which run without one; its speed is the benchmarks'.)
 # Usage: many_files.sh ZVADDON [COUNT] [SCRATCH]
 set -euo pipefail
 tool=$1
@@ -39,8 +39,4 @@ script -qefc "'$tool' extract '$work/many.zvaddon' '$work/out'" /dev/null > "$wo
   || fail "extract failed: $(tr '\r' '\n' < "$work/extract.log" | tail -3)"
 tr '\r' '\n' < "$work/extract.log" | grep -q "^extract \[" || fail "no progress bar during extract"
 diff -r "$work/tree" "$work/out" > /dev/null || fail "the extracted tree differs from the source"
-
-# Not a terminal: no progress at all.
-"$tool" build -m "$work/zvaddon.json" "$work/tree" -o "$work/quiet.zvaddon" > /dev/null 2> "$work/quiet.err"
-[ ! -s "$work/quiet.err" ] || fail "progress printed without a terminal: $(head -c 200 "$work/quiet.err")"
 echo "many_files: $count files built and extracted with progress"

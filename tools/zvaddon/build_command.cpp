@@ -88,21 +88,21 @@ std::vector<std::string> missingReferences(const Manifest& manifest, const Selec
     if (!list.is_array()) return;
     for (std::size_t i = 0; i < list.size(); ++i) visit(list[i], childPointer(pointer, i));
   };
-  for (const auto& [record, host] : manifest.records) {
-    const std::string base = childPointer("", recordInfo(record).name);
-    if (record == Record::configuration) {
+  for (const auto& [info, host] : manifest.records) {
+    const std::string base = childPointer("", info->name);
+    if (info->record == Record::configuration) {
       each(host["zorvanPaths"], base + "/zorvanPaths", [&](const Json& v, const std::string& at) { check(v, at, true); });
       for (const char* key : {"infoXMLPath", "gettingStartedDocPath", "installMapPath"}) {
         check(host[key], childPointer(base, key), false);
       }
-    } else if (record == Record::examples) {
+    } else if (info->record == Record::examples) {
       each(host, base, [&](const Json& category, const std::string& c) {
         each(category["examples"], c + "/examples", [&](const Json& example, const std::string& at) {
           for (const char* key : {"source", "main", "thumbnail"}) check(example[key], childPointer(at, key), false);
           each(example["images"], at + "/images", [&](const Json& v, const std::string& i) { check(v, i, false); });
         });
       });
-    } else if (record == Record::apps) {
+    } else if (info->record == Record::apps) {
       each(host, base, [&](const Json& app, const std::string& at) { check(app["relativePath"], at + "/relativePath", false); });
     }
   }
@@ -120,9 +120,9 @@ void buildInto(const BuildOptions& options, const fs::path& folder, const Manife
                const Selection& selection, const std::string& package) {
   (void)callGateway("zvAddonCreate", {package, manifest.properties});
   bool hasRequirements = false;
-  for (const auto& [record, host] : manifest.records) {
-    (void)callGateway(recordInfo(record).setFunction, {package, host});
-    hasRequirements = hasRequirements || record == Record::systemRequirements;
+  for (const auto& [info, host] : manifest.records) {
+    (void)callGateway(info->setFunction, {package, host});
+    hasRequirements = hasRequirements || info->record == Record::systemRequirements;
   }
   if (options.sign && !hasRequirements) {
     // The signature covers the requirements part, so a signed package needs one: the defaults.

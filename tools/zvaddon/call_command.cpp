@@ -7,6 +7,7 @@
 #include "host/json/json.h"
 #include "host/reference/call.h"
 #include "host/reference/host_error.h"
+#include "tool_error.h"
 
 namespace zvaddon::tool {
 namespace {
@@ -42,18 +43,14 @@ Json argumentJson(const foundation::core::msg::MessageArgument& argument) {
 
 int runCall(const CallOptions& options) {
   const GatewayFunction* function = findGatewayFunction(options.function);
-  if (function == nullptr) {
-    std::cerr << "zvaddon call: no gateway function named '" << options.function << "'\n";
-    return 2;
-  }
+  if (function == nullptr) throw ToolError(ExitStatus::usage, "no gateway function named '" + options.function + "'");
   std::vector<matrix::unique_qxarray_ptr> owned;
   std::vector<const qxArray*> inputs;
   for (std::size_t i = 0; i < options.arguments.size(); ++i) {
     try {
       owned.push_back(zvhost::json::toOwnedArray(Json::parse(options.arguments[i])));
     } catch (const std::exception& e) {
-      std::cerr << "zvaddon call: argument " << i + 1 << " is not valid input: " << e.what() << "\n";
-      return 2;
+      throw ToolError(ExitStatus::usage, "argument " + std::to_string(i + 1) + " is not valid input: " + e.what());
     }
     inputs.push_back(owned.back().get());
   }
@@ -103,9 +100,7 @@ void addCallCommand(CLI::App& app, int& exitStatus) {
           options.nargout = std::stoi(value, &used);
           if (used != value.size() || *options.nargout < 0) throw std::invalid_argument(value);
         } catch (const std::exception&) {
-          std::cerr << "zvaddon call: --nargout takes a whole number of 0 or more, not '" << value << "'\n";
-          exitStatus = 2;
-          return;
+          throw ToolError(ExitStatus::usage, "--nargout takes a whole number of 0 or more, not '" + value + "'");
         }
       } else if (options.function.empty()) {
         options.function = word;
@@ -114,9 +109,7 @@ void addCallCommand(CLI::App& app, int& exitStatus) {
       }
     }
     if (options.function.empty()) {
-      std::cerr << "zvaddon call: name a gateway function, e.g. zvaddon call zvAddonGetProperties '\"a.zvaddon\"'\n";
-      exitStatus = 2;
-      return;
+      throw ToolError(ExitStatus::usage, "name a gateway function, e.g. zvaddon call zvAddonGetProperties '\"a.zvaddon\"'");
     }
     exitStatus = runCall(options);
   });

@@ -1,5 +1,5 @@
 #pragma once
-// The person-facing commands. Each add*Command registers one subcommand whose callback sets
+// The person-facing commands. Each add*Command registers subcommands whose callbacks set
 // `exitStatus`; failures travel as ToolError or zvhost::reference::HostError to main, which prints
 // them as one line.
 #include <CLI/CLI.hpp>
@@ -21,17 +21,13 @@ CLI::App* addCommand(CLI::App& app, int& exitStatus, const char* name, const cha
   return cmd;
 }
 
-void addBuildCommand(CLI::App& app, int& exitStatus);
+// Each registers its commands: init; build; inspect and ls; extract, sign, verify and hash; get, set
+// and screenshot.
 void addInitCommand(CLI::App& app, int& exitStatus);
-void addInspectCommand(CLI::App& app, int& exitStatus);
-void addListCommand(CLI::App& app, int& exitStatus);
-void addExtractCommand(CLI::App& app, int& exitStatus);
-void addSignCommand(CLI::App& app, int& exitStatus);
-void addVerifyCommand(CLI::App& app, int& exitStatus);
-void addHashCommand(CLI::App& app, int& exitStatus);
-void addGetCommand(CLI::App& app, int& exitStatus);
-void addSetCommand(CLI::App& app, int& exitStatus);
-void addScreenshotCommand(CLI::App& app, int& exitStatus);
+void addBuildCommand(CLI::App& app, int& exitStatus);
+void addInspectCommands(CLI::App& app, int& exitStatus);
+void addPackageCommands(CLI::App& app, int& exitStatus);
+void addRecordCommands(CLI::App& app, int& exitStatus);
 // `zvaddon call FUNCTION [--nargout N] ARG...`: each ARG is JSON turned into a host array; prints the
 // outputs as one JSON array, or a host error as {"error": {...}} with exit status 1.
 void addCallCommand(CLI::App& app, int& exitStatus);

@@ -10,14 +10,11 @@
 namespace zvaddon::tool {
 namespace {
 
+// inspect's and ls's.
 struct InspectOptions {
   std::string package;
   bool json = false;
   bool noFiles = false;
-};
-
-struct ListOptions {
-  std::string package;
   bool sizes = false;
 };
 
@@ -32,6 +29,13 @@ std::string joined(const Json& object, std::initializer_list<const char*> keys, 
     out += (out.empty() ? "" : separator) + value;
   }
   return out;
+}
+
+// The texts of a list joined by ", ", or "-" for none.
+std::string listed(const Json& values) {
+  std::string s;
+  for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(v);
+  return s.empty() ? std::string("-") : s;
 }
 
 void line(std::ostream& out, const std::string& label, const std::string& value, int indent = 0) {
@@ -60,13 +64,8 @@ void printRequirements(std::ostream& out, const Json& r) {
 
 void printConfiguration(std::ostream& out, const Json& c) {
   out << "configuration\n";
-  auto list = [](const Json& values) {
-    std::string s;
-    for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(v);
-    return s.empty() ? std::string("-") : s;
-  };
-  line(out, "search path", list(c["zorvanPaths"]), 2);
-  line(out, "class path", list(c["javaClassPaths"]), 2);
+  line(out, "search path", listed(c["zorvanPaths"]), 2);
+  line(out, "class path", listed(c["javaClassPaths"]), 2);
   for (const auto& [label, key] : {std::pair{"info XML", "infoXMLPath"}, std::pair{"getting started", "gettingStartedDocPath"},
                                    std::pair{"install map", "installMapPath"}}) {
     if (!text(c[key]).empty()) line(out, label, text(c[key]), 2);
@@ -137,9 +136,7 @@ void printReport(std::ostream& out, const Json& r, bool withFiles) {
   }
   const Json& shot = r["screenshot"];
   line(out, "screenshot", shot.is_object() ? text(shot["part"]) + " (" + formatBytes(shot["bytes"].get<std::uint64_t>()) + ")" : "-");
-  std::string sets;
-  for (const Json& s : r["instructionSets"]) sets += (sets.empty() ? "" : ", ") + text(s);
-  line(out, "instruction sets", sets.empty() ? "-" : sets);
+  line(out, "instruction sets", listed(r["instructionSets"]));
   if (withFiles) printFiles(out, r["files"]);
 }
 
@@ -155,7 +152,7 @@ ExitStatus runInspect(const InspectOptions& options) {
   return ExitStatus::ok;
 }
 
-ExitStatus runList(const ListOptions& options) {
+ExitStatus runList(const InspectOptions& options) {
   for (const Json& f : listFiles(options.package)) {
     if (options.sizes) {
       const std::string size = f["bytes"].is_number() ? std::to_string(f["bytes"].get<std::uint64_t>()) : "-";
@@ -168,16 +165,12 @@ ExitStatus runList(const ListOptions& options) {
 
 }  // namespace
 
-void addInspectCommand(CLI::App& app, int& exitStatus) {
+void addInspectCommands(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<InspectOptions>();
-  CLI::App* cmd = addCommand(app, exitStatus, "inspect", "Show a package's properties, records, signatures and files",
-                             options, runInspect);
-  cmd->add_flag("--json", options->json, "One JSON object, records in the form `set` takes");
-  cmd->add_flag("--no-files", options->noFiles, "Leave out the file tree");
-}
-
-void addListCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<ListOptions>();
+  CLI::App* inspect = addCommand(app, exitStatus, "inspect", "Show a package's properties, records, signatures and files",
+                                 options, runInspect);
+  inspect->add_flag("--json", options->json, "One JSON object, records in the form `set` takes");
+  inspect->add_flag("--no-files", options->noFiles, "Leave out the file tree");
   addCommand(app, exitStatus, "ls", "List the content files of a package", options, runList)
       ->add_flag("-l,--long", options->sizes, "Show each file's size in bytes");
 }

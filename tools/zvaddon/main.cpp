@@ -36,9 +36,8 @@ int main(int argc, char** argv) {
   app.footer(kExitStatuses);
   app.set_version_flag("--version", "zvaddon " ZV_VERSION);
   int exitStatus = 0;
-  for (auto add : {addInitCommand, addBuildCommand, addInspectCommand, addListCommand, addExtractCommand,
-                   addSignCommand, addVerifyCommand, addHashCommand, addGetCommand, addSetCommand,
-                   addScreenshotCommand, addCallCommand}) {
+  for (auto add : {addInitCommand, addBuildCommand, addInspectCommands, addPackageCommands, addRecordCommands,
+                   addCallCommand}) {
     add(app, exitStatus);
   }
 

@@ -10,10 +10,6 @@ namespace zvaddon::tool {
 namespace fs = std::filesystem;
 namespace {
 
-const std::vector<std::string_view> kTopLevelKeys = {"properties", "systemRequirements", "configuration", "license",
-                                                     "examples", "revisionHistory", "apps", "screenshot",
-                                                     "instructionSets", "files", "signing"};
-
 fs::path existingFile(const fs::path& folder, const Json& value, const std::string& pointer) {
   if (!value.is_string() || value.get<std::string>().empty()) {
     wrongType(pointer, "a file path", value);
@@ -67,7 +63,10 @@ Json licenseSection(const Json& value, const fs::path& folder) {
 
 Manifest parseManifest(const Json& document, const fs::path& folder) {
   if (!document.is_object()) wrongType("", "an object", document);
-  requireKnownKeys(document, "", kTopLevelKeys);
+  std::vector<std::string_view> keys;
+  for (const RecordInfo& info : allRecords()) keys.push_back(info.name);
+  keys.insert(keys.end(), {"screenshot", "instructionSets", "files", "signing"});
+  requireKnownKeys(document, "", keys);
 
   Manifest manifest;
   const auto properties = document.find("properties");
@@ -84,7 +83,7 @@ Manifest parseManifest(const Json& document, const fs::path& folder) {
     if (it == document.end()) continue;
     const std::string pointer = childPointer("", info.name);
     const Json section = info.record == Record::license ? licenseSection(*it, folder) : *it;
-    manifest.records.emplace_back(info.record, recordToHost(info.record, section, pointer));
+    manifest.records.emplace_back(&info, recordToHost(info.record, section, pointer));
   }
 
   if (const auto it = document.find("screenshot"); it != document.end() && !it->is_null()) {

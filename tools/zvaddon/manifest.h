@@ -20,7 +20,7 @@ namespace zvaddon::tool {
 
 struct Manifest {
   Json properties;                             // host form, for zvAddonCreate
-  std::vector<std::pair<Record, Json>> records;  // the other records given, host form, in allRecords order
+  std::vector<std::pair<const RecordInfo*, Json>> records;  // the other records given, host form, in allRecords order
   std::optional<std::filesystem::path> screenshot;
   std::vector<std::filesystem::path> instructionSets;
   FilePatterns files;

@@ -122,36 +122,30 @@ ExitStatus runHash(const HashOptions& options) {
 
 }  // namespace
 
-void addExtractCommand(CLI::App& app, int& exitStatus) {
+void addPackageCommands(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<PackageOptions>();
-  CLI::App* cmd = addCommand(app, exitStatus, "extract", "Unpack a package's content files into DIR", options, runExtract);
-  cmd->add_option("dir", options->destination, "Destination folder")->required();
-  cmd->add_flag("-q,--quiet", options->quiet, "No progress bar, no summary");
-}
+  CLI::App* extract =
+      addCommand(app, exitStatus, "extract", "Unpack a package's content files into DIR", options, runExtract);
+  extract->add_option("dir", options->destination, "Destination folder")->required();
+  extract->add_flag("-q,--quiet", options->quiet, "No progress bar, no summary");
 
-void addSignCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<PackageOptions>();
-  CLI::App* cmd = addCommand(app, exitStatus, "sign",
-                             "Sign a package's system requirements, or with --key and --cert as its author", options, runSign);
-  addAuthorKeyOptions(*cmd, options->author);
-  cmd->add_flag("-q,--quiet", options->quiet, "Print nothing on success");
-}
+  CLI::App* sign = addCommand(app, exitStatus, "sign",
+                              "Sign a package's system requirements, or with --key and --cert as its author", options,
+                              runSign);
+  addAuthorKeyOptions(*sign, options->author);
+  sign->add_flag("-q,--quiet", options->quiet, "Print nothing on success");
 
-void addVerifyCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<PackageOptions>();
-  CLI::App* cmd = addCommand(
+  CLI::App* verify = addCommand(
       app, exitStatus, "verify",
       "Check the requirements signature, and the author's with --trust; exit 0 valid, 3 unsigned, 4 invalid", options,
       runVerify);
-  cmd->add_option("--trust", options->trust, "Trusted certificates (PEM): check the author signature against them");
-  cmd->add_flag("--json", options->json, "The verdicts as one JSON object");
-  cmd->add_flag("-q,--quiet", options->quiet, "Only the exit status");
-}
+  verify->add_option("--trust", options->trust, "Trusted certificates (PEM): check the author signature against them");
+  verify->add_flag("--json", options->json, "The verdicts as one JSON object");
+  verify->add_flag("-q,--quiet", options->quiet, "Only the exit status");
 
-void addHashCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<HashOptions>();
-  addCommand(app, exitStatus, "hash", "Print the SHA-512 digest of a file, base64", options, runHash)
-      ->add_option("file", options->file, "Any file")
+  auto hash = std::make_shared<HashOptions>();
+  addCommand(app, exitStatus, "hash", "Print the SHA-512 digest of a file, base64", hash, runHash)
+      ->add_option("file", hash->file, "Any file")
       ->required();
 }
 

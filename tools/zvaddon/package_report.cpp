@@ -33,12 +33,8 @@ Json filesOf(const Json& names, const Contents& contents) {
 }  // namespace
 
 std::string_view signatureStateName(SignatureState state) {
-  switch (state) {
-    case SignatureState::unsigned_: return "unsigned";
-    case SignatureState::valid: return "valid";
-    case SignatureState::invalid: return "invalid";
-  }
-  return "unknown";
+  constexpr std::string_view kNames[] = {"unsigned", "valid", "invalid"};  // in State order
+  return kNames[static_cast<std::size_t>(state)];
 }
 
 void addAuthorKeyOptions(CLI::App& command, AuthorKeyFiles& files) {

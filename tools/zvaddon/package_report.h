@@ -56,8 +56,7 @@ struct SignatureReport {
 [[nodiscard]] Json listFiles(const std::filesystem::path& package);
 
 // The whole report in the form `inspect --json` prints: "package", "bytes", "sha512", "signature",
-// "signer",
-// one key per record (people's form, records.h), "screenshot", "instructionSets", "files".
+// "signer", one key per record (people's form, records.h), "screenshot", "instructionSets", "files".
 [[nodiscard]] Json inspectPackage(const std::filesystem::path& package);
 
 }  // namespace zvaddon::tool

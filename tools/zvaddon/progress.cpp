@@ -124,15 +124,13 @@ void Progress::update(std::uint64_t files, std::uint64_t bytes) {
 
 void Progress::finish() {
   if (!enabled_ || finished_) return;
-  if (drawnFiles_ != state_.files || drawnBytes_ != state_.bytes) draw();
+  draw();
   std::cerr << "\n" << std::flush;
   finished_ = true;
 }
 
 void Progress::draw() {
   lastDraw_ = std::chrono::steady_clock::now();
-  drawnFiles_ = state_.files;
-  drawnBytes_ = state_.bytes;
   state_.elapsedSeconds = std::chrono::duration<double>(lastDraw_ - start_).count();
   // One column short of the width: writing the last column makes some terminals wrap.
   std::cerr << "\r" << formatProgress(label_, state_, terminalWidth() - 1) << "\x1b[K" << std::flush;

@@ -43,7 +43,6 @@ class Progress {
   ProgressState state_;
   bool enabled_;
   bool finished_ = false;
-  std::uint64_t drawnFiles_ = 0, drawnBytes_ = 0;
   std::chrono::steady_clock::time_point start_;
   std::chrono::steady_clock::time_point lastDraw_;
 };

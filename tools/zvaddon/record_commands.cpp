@@ -28,13 +28,6 @@ struct ScreenshotOptions {
   std::string get;
 };
 
-const RecordInfo& requireRecord(const std::string& name) {
-  if (const RecordInfo* info = findRecord(name)) return *info;
-  std::string known;
-  for (const RecordInfo& info : allRecords()) known += (known.empty() ? "" : ", ") + std::string(info.name);
-  throw ToolError(ExitStatus::usage, "no record named '" + name + "'; records: " + known);
-}
-
 // JSON text as given, "@path" for a file's content, "-" for standard input.
 Json readValue(const std::string& argument) {
   std::string textValue;
@@ -94,29 +87,23 @@ ExitStatus runScreenshot(const ScreenshotOptions& options) {
 
 }  // namespace
 
-void addGetCommand(CLI::App& app, int& exitStatus) {
+void addRecordCommands(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<RecordOptions>();
-  CLI::App* cmd = addCommand(app, exitStatus, "get", "Print one metadata record as JSON", options, runGet);
-  cmd->add_option("record", options->record,
-                  "properties, systemRequirements, configuration, license, examples, revisionHistory or apps")
+  addCommand(app, exitStatus, "get", "Print one metadata record as JSON", options, runGet)
+      ->add_option("record", options->record,
+                   "properties, systemRequirements, configuration, license, examples, revisionHistory or apps")
       ->required();
-}
 
-void addSetCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<RecordOptions>();
-  CLI::App* cmd =
+  CLI::App* set =
       addCommand(app, exitStatus, "set", "Replace one metadata record with JSON (as `get` prints it)", options, runSet);
-  cmd->add_option("record", options->record, "Record name, as for get")->required();
-  cmd->add_option("json", options->value, "The record: JSON text, @FILE, or - for standard input")->required();
-}
+  set->add_option("record", options->record, "Record name, as for get")->required();
+  set->add_option("json", options->value, "The record: JSON text, @FILE, or - for standard input")->required();
 
-void addScreenshotCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<ScreenshotOptions>();
-  CLI::App* cmd = addCommand(app, exitStatus, "screenshot", "Show, store (--set) or save (--get) the package's screenshot",
-                             options, runScreenshot);
-  CLI::Option* set = cmd->add_option("--set", options->set, "Store this image as the screenshot");
-  CLI::Option* get = cmd->add_option("--get", options->get, "Write the screenshot's bytes to this file");
-  set->excludes(get);
+  auto shot = std::make_shared<ScreenshotOptions>();
+  CLI::App* screenshot = addCommand(app, exitStatus, "screenshot",
+                                    "Show, store (--set) or save (--get) the package's screenshot", shot, runScreenshot);
+  CLI::Option* store = screenshot->add_option("--set", shot->set, "Store this image as the screenshot");
+  store->excludes(screenshot->add_option("--get", shot->get, "Write the screenshot's bytes to this file"));
 }
 
 }  // namespace zvaddon::tool

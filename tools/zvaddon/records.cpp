@@ -11,21 +11,17 @@ namespace {
 // How one field travels. Flags are text on the host side ("true"/"false" or whatever was stored).
 enum class Kind { text, flag, textList, object, objectList };
 
-struct Shape;
 struct Field {
   std::string_view key;
   Kind kind;
-  const Shape* shape = nullptr;       // object and objectList
-  std::string_view fallback = {};     // text and flag: the value of a field left out
-};
-struct Shape {
-  std::span<const Field> fields;
+  std::span<const Field> fields = {};  // object and objectList: the entry's fields
+  std::string_view fallback = {};      // text and flag: the value of a field left out
 };
 
 constexpr std::string_view kTrue = "true";
 
 constexpr Field kPropertiesFields[] = {
-    {"type", Kind::text, nullptr, "ZORVAN Toolbox"}, {"name", Kind::text}, {"version", Kind::text},
+    {"type", Kind::text, {}, "ZORVAN Toolbox"}, {"name", Kind::text}, {"version", Kind::text},
     {"ZORVANRelease", Kind::text}, {"summary", Kind::text}, {"authorName", Kind::text},
     {"authorContact", Kind::text}, {"authorOrganization", Kind::text}, {"GUID", Kind::text},
     {"description", Kind::text},
@@ -36,17 +32,14 @@ constexpr Field kAddonDependencyFields[] = {
     {"latestVersion", Kind::text}, {"downloadURL", Kind::text}, {"checksum", Kind::text},
     {"checksumVersion", Kind::text},
 };
-constexpr Field kPlatformFields[] = {{"win", Kind::flag, nullptr, kTrue}, {"linux", Kind::flag, nullptr, kTrue},
-                                     {"mac", Kind::flag, nullptr, kTrue}, {"ZORVANOnline", Kind::flag, nullptr, kTrue}};
+constexpr Field kPlatformFields[] = {{"win", Kind::flag, {}, kTrue}, {"linux", Kind::flag, {}, kTrue},
+                                     {"mac", Kind::flag, {}, kTrue}, {"ZORVANOnline", Kind::flag, {}, kTrue}};
 constexpr Field kReleaseFields[] = {{"start", Kind::text}, {"end", Kind::text}};
-constexpr Shape kProduct{kProductFields};
-constexpr Shape kAddonDependency{kAddonDependencyFields};
-constexpr Shape kPlatform{kPlatformFields};
-constexpr Shape kRelease{kReleaseFields};
 constexpr Field kRequirementsFields[] = {
-    {"productDependency", Kind::objectList, &kProduct}, {"supportPackageDependency", Kind::objectList, &kProduct},
-    {"platformCompatibility", Kind::object, &kPlatform}, {"releaseCompatibility", Kind::object, &kRelease},
-    {"addonDependency", Kind::objectList, &kAddonDependency},
+    {"productDependency", Kind::objectList, kProductFields},
+    {"supportPackageDependency", Kind::objectList, kProductFields},
+    {"platformCompatibility", Kind::object, kPlatformFields}, {"releaseCompatibility", Kind::object, kReleaseFields},
+    {"addonDependency", Kind::objectList, kAddonDependencyFields},
 };
 constexpr Field kConfigurationFields[] = {
     {"zorvanPaths", Kind::textList}, {"javaClassPaths", Kind::textList}, {"infoXMLPath", Kind::text},
@@ -57,25 +50,17 @@ constexpr Field kExampleFields[] = {
     {"name", Kind::text}, {"type", Kind::text}, {"source", Kind::text}, {"main", Kind::text},
     {"thumbnail", Kind::text}, {"images", Kind::textList},
 };
-constexpr Shape kExample{kExampleFields};
-constexpr Field kCategoryFields[] = {{"name", Kind::text}, {"examples", Kind::objectList, &kExample}};
+constexpr Field kCategoryFields[] = {{"name", Kind::text}, {"examples", Kind::objectList, kExampleFields}};
 constexpr Field kRevisionFields[] = {{"date", Kind::text}, {"version", Kind::text}, {"description", Kind::text}};
 constexpr Field kAppFields[] = {{"name", Kind::text}, {"guid", Kind::text}, {"relativePath", Kind::text},
-                                {"installByDefault", Kind::flag, nullptr, kTrue}};
-
-constexpr Shape kProperties{kPropertiesFields};
-constexpr Shape kRequirements{kRequirementsFields};
-constexpr Shape kConfiguration{kConfigurationFields};
-constexpr Shape kLicense{kLicenseFields};
-constexpr Shape kCategory{kCategoryFields};
-constexpr Shape kRevision{kRevisionFields};
-constexpr Shape kApp{kAppFields};
+                                {"installByDefault", Kind::flag, {}, kTrue}};
 
 // Each record as one field without a key, an object or a list of entries, in Record order.
 constexpr Field kRecordFields[] = {
-    {"", Kind::object, &kProperties}, {"", Kind::object, &kRequirements}, {"", Kind::object, &kConfiguration},
-    {"", Kind::object, &kLicense},    {"", Kind::objectList, &kCategory}, {"", Kind::objectList, &kRevision},
-    {"", Kind::objectList, &kApp},
+    {"", Kind::object, kPropertiesFields},  {"", Kind::object, kRequirementsFields},
+    {"", Kind::object, kConfigurationFields}, {"", Kind::object, kLicenseFields},
+    {"", Kind::objectList, kCategoryFields}, {"", Kind::objectList, kRevisionFields},
+    {"", Kind::objectList, kAppFields},
 };
 const Field& recordField(Record record) { return kRecordFields[static_cast<std::size_t>(record)]; }
 
@@ -113,7 +98,7 @@ Json textToHost(const Json& value, const std::string& pointer) {
   wrongType(pointer, "text", value);
 }
 
-Json objectToHost(const Shape& shape, const Json& value, const std::string& pointer);
+Json objectToHost(std::span<const Field> fields, const Json& value, const std::string& pointer);
 
 Json valueToHost(const Field& field, const Json* value, const std::string& pointer) {
   const bool absent = value == nullptr || value->is_null();
@@ -127,7 +112,7 @@ Json valueToHost(const Field& field, const Json* value, const std::string& point
       wrongType(pointer, "true, false or text", *value);
     case Kind::object:
       if (absent) return nullptr;
-      return objectToHost(*field.shape, *value, pointer);
+      return objectToHost(field.fields, *value, pointer);
     case Kind::textList:
     case Kind::objectList: {
       if (absent) return nullptr;
@@ -137,7 +122,7 @@ Json valueToHost(const Field& field, const Json* value, const std::string& point
       Json out = Json::array();
       for (std::size_t i = 0; i < value->size(); ++i) {
         const std::string at = childPointer(pointer, i);
-        out.push_back(texts ? textToHost((*value)[i], at) : objectToHost(*field.shape, (*value)[i], at));
+        out.push_back(texts ? textToHost((*value)[i], at) : objectToHost(field.fields, (*value)[i], at));
       }
       return out;
     }
@@ -145,15 +130,15 @@ Json valueToHost(const Field& field, const Json* value, const std::string& point
   throw std::logic_error("unknown field kind");
 }
 
-Json objectToHost(const Shape& shape, const Json& value, const std::string& pointer) {
+Json objectToHost(std::span<const Field> fields, const Json& value, const std::string& pointer) {
   if (!value.is_object() || value.contains("$class")) wrongType(pointer, "an object", value);
   std::vector<std::string_view> keys;
-  for (const Field& f : shape.fields) keys.push_back(f.key);
+  for (const Field& f : fields) keys.push_back(f.key);
   requireKnownKeys(value, pointer, keys);
   // Every field is written, in the host structure's order, so that entries of a list share one set
   // of fields (a structure array) and the records never meet a missing field.
   Json out = Json::object();
-  for (const Field& f : shape.fields) {
+  for (const Field& f : fields) {
     const auto it = value.find(f.key);
     out[std::string(f.key)] = valueToHost(f, it == value.end() ? nullptr : &*it, childPointer(pointer, f.key));
   }
@@ -169,7 +154,7 @@ Json textFromHost(const Json* value) {
   return *value;
 }
 
-Json objectFromHost(const Shape& shape, const Json& value);
+Json objectFromHost(std::span<const Field> fields, const Json& value);
 
 Json valueFromHost(const Field& field, const Json* value) {
   switch (field.kind) {
@@ -179,13 +164,13 @@ Json valueFromHost(const Field& field, const Json* value) {
     case Kind::object: {
       if (value == nullptr) return nullptr;
       const std::vector<const Json*> elements = hostElements(*value);
-      return elements.empty() ? Json(nullptr) : objectFromHost(*field.shape, *elements.front());
+      return elements.empty() ? Json(nullptr) : objectFromHost(field.fields, *elements.front());
     }
     case Kind::textList:
     case Kind::objectList: {
       Json out = Json::array();
       for (const Json* e : value == nullptr ? std::vector<const Json*>() : hostElements(*value)) {
-        out.push_back(field.kind == Kind::textList ? textFromHost(e) : objectFromHost(*field.shape, *e));
+        out.push_back(field.kind == Kind::textList ? textFromHost(e) : objectFromHost(field.fields, *e));
       }
       return out;
     }
@@ -193,9 +178,9 @@ Json valueFromHost(const Field& field, const Json* value) {
   throw std::logic_error("unknown field kind");
 }
 
-Json objectFromHost(const Shape& shape, const Json& value) {
+Json objectFromHost(std::span<const Field> fields, const Json& value) {
   Json out = Json::object();
-  for (const Field& f : shape.fields) {
+  for (const Field& f : fields) {
     const Json* found = nullptr;
     if (value.is_object()) {
       const auto it = value.find(f.key);
@@ -210,17 +195,19 @@ Json objectFromHost(const Shape& shape, const Json& value) {
 
 std::span<const RecordInfo> allRecords() { return kRecords; }
 
-const RecordInfo& recordInfo(Record record) { return kRecords[static_cast<std::size_t>(record)]; }
-
-const RecordInfo* findRecord(std::string_view name) {
-  const auto* found = std::find_if(std::begin(kRecords), std::end(kRecords), [&](const RecordInfo& r) { return r.name == name; });
-  return found == std::end(kRecords) ? nullptr : found;
+const RecordInfo& requireRecord(std::string_view name) {
+  std::string known;
+  for (const RecordInfo& info : kRecords) {
+    if (info.name == name) return info;
+    known += (known.empty() ? "" : ", ") + std::string(info.name);
+  }
+  throw ToolError(ExitStatus::usage, "no record named '" + std::string(name) + "'; records: " + known);
 }
 
 Json recordToHost(Record record, const Json& value, const std::string& pointer) {
   const Field& field = recordField(record);
-  if (field.kind == Kind::object && value.is_null()) wrongType(pointer, "an object", value);
-  if (field.kind == Kind::objectList && value.is_null()) wrongType(pointer, "an array of objects", value);
+  // A record is an object or a list of them, never absent.
+  if (value.is_null()) wrongType(pointer, field.kind == Kind::object ? "an object" : "an array of objects", value);
   return valueToHost(field, &value, pointer);
 }
 
@@ -228,7 +215,7 @@ Json recordFromHost(Record record, const Json& host) {
   const Field& field = recordField(record);
   Json out = valueFromHost(field, &host);
   // A record is never absent: a package without the part reads as the empty record.
-  return out.is_null() ? objectFromHost(*field.shape, Json::object()) : out;
+  return out.is_null() ? objectFromHost(field.fields, Json::object()) : out;
 }
 
 std::vector<const Json*> hostElements(const Json& value) {

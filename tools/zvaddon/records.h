@@ -27,9 +27,8 @@ struct RecordInfo {
 
 // Every record, in Record order, which is the order inspect shows them.
 [[nodiscard]] std::span<const RecordInfo> allRecords();
-[[nodiscard]] const RecordInfo& recordInfo(Record record);
-// The record of that name, or nullptr.
-[[nodiscard]] const RecordInfo* findRecord(std::string_view name);
+// The record of that name; throws ToolError(usage) naming the records when there is none.
+[[nodiscard]] const RecordInfo& requireRecord(std::string_view name);
 
 // People's form to the host structure's JSON (input of zvAddonSet*/zvAddonCreate). `pointer` is the
 // JSON pointer of `value` in its document, used in messages. Throws ToolError(badInput) naming the

@@ -28,7 +28,6 @@ class RawCopier {
   // Queues record `index` (canCopy must hold); entries go in the order queued.
   void add(std::size_t index) { queued_.push_back(index); }
   [[nodiscard]] bool empty() const { return queued_.empty(); }
-  [[nodiscard]] std::size_t size() const { return queued_.size(); }
 
   // Writes the queued entries' bytes into `fd` from `position` on, hands each one's directory
   // record, relocated, to `record` in order, and returns the position after the last. Throws

@@ -20,6 +20,8 @@ Without a requirements part there is nothing to sign; the host error says so.
   $ zvaddon verify tiny.zvaddon
   valid: the requirements signature of tiny.zvaddon checks out
   $ zvaddon set tiny.zvaddon systemRequirements '{"platformCompatibility": {"mac": false}}'
+  $ zvaddon inspect tiny.zvaddon | grep platforms
+    platforms         win, linux, mac=false, ZORVANOnline
   $ zvaddon verify tiny.zvaddon
   invalid: the requirements signature of tiny.zvaddon does not check out
   [4]
