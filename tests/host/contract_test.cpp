@@ -1,5 +1,7 @@
-// The reference host through the contract the library relies on: one table over the operations,
-// each result read back through the JSON mapping.
+// The reference host through the contract the library relies on, one table over the operations, and
+// the JSON mapping every result is read through: each class and shape round-trips losslessly, the
+// direct text writer gives the document's bytes, refused input names where it is, equality sees every
+// difference.
 #include <cstdlib>
 #include <functional>
 #include <stdexcept>
@@ -139,25 +141,114 @@ const Row rows[] = {
      }, key + "ZVADDON_TEST_TWO|Cannot open R2099z: "},
 };
 
+// a's JSON form is want; the direct writer gives its bytes and the way back an equal array.
+void expectMapped(const qxArray* a, const Json& want) {
+  const Json got = json::fromArray(a);
+  EXPECT_EQ(got, want) << got.dump();
+  std::string text = "[1,";  // appended to what is there
+  json::appendText(text, a);
+  EXPECT_EQ(text, "[1," + got.dump()) << "the direct writer must give the document's bytes";
+  EXPECT_EQ(json::toText(a), got.dump());
+  EXPECT_TRUE(json::arraysEqual(json::toOwnedArray(Json::parse(text.substr(3))).get(), a));
+}
+
 TEST(HostContract, EveryOperationAsTheLibraryReliesOnIt) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    Json got;
+    Owned got;
     std::string error;
     try {
-      got = json::fromArray(row.op().get());
+      got = row.op();
     } catch (const reference::HostError& e) {
       error = "!" + e.identifier() + (row.want.find('|') == std::string::npos ? "" : "|" + e.message());
     }
-    if (row.want.front() == '!') {
-      EXPECT_EQ(error, row.want);
-    } else {
-      EXPECT_EQ(error, "");
-      EXPECT_EQ(got, Json::parse(row.want)) << got.dump();
-    }
+    EXPECT_EQ(error, row.want.front() == '!' ? row.want : "");
+    if (row.want.front() != '!') expectMapped(got.get(), Json::parse(row.want));
   }
   ::unsetenv("ZVADDON_MESSAGE_DIR");
   ::unsetenv("ZVADDON_HOST_RELEASE");
+}
+
+// Each JSON input and the mapping's own form of it ("" = the input itself).
+const std::pair<std::string, std::string> trips[] = {
+    // text: plain for a row of valid UTF-16, typed otherwise
+    {R"("abc")", ""}, {"\"gr\u00fc\u00dfe \U0001D11E\"", ""}, {R"("\u0000\b\t\n\f\r\u001f\u007f\"\\/")", ""},
+    {R"("abcd\"efgh\\ijkl\u0001mnop")", ""}, {R"({"$class":"char","$dims":[0,0],"$data":""})", ""},
+    {R"({"$class":"char","$dims":[2,3],"$data":"adbecf"})", ""},
+    {R"({"$class":"char","$data":[104,56320]})", R"({"$class":"char","$dims":[1,2],"$data":[104,56320]})"},
+    {R"({"$class":"char","$data":"ab"})", R"("ab")"},
+    // numbers: a finite real double scalar is plain; NaN, Inf, complex, shapes and other classes typed
+    {"2.5", ""}, {"0.30000000000000004", ""}, {"1.8014398509481986e16", ""}, {"-7e-3", "-0.007"}, {"[]", "null"},
+    {R"({"$class":"double","$dims":[1,4],"$data":[1,"-Inf","Inf","NaN"]})", ""},
+    {R"({"$class":"double","$dims":[0,0],"$data":[],"$imag":[]})", ""},
+    {R"({"$class":"double","$dims":[2,1],"$data":[1,-2],"$imag":["NaN",4]})", ""},
+    {R"({"$class":"double","$dims":[2,1,2],"$data":[1,2,3,4.5]})", ""},
+    {R"({"$class":"double","$dims":[2,1,1],"$data":[1,2]})", R"({"$class":"double","$dims":[2,1],"$data":[1,2]})"},
+    {R"({"$class":"single","$dims":[1,3],"$data":[0.10000000149011612,"-Inf",1.401298464324817e-45]})", ""},
+    {R"({"$class":"uint16","$data":[1,2.0,3e0]})", R"({"$class":"uint16","$dims":[1,3],"$data":[1,2,3]})"},
+    {R"({"$class":"int64","$dims":[1,3],"$data":[-9223372036854775808,0,9223372036854775807]})", ""},
+    {R"({"$class":"uint64","$dims":[1,2],"$data":[0,18446744073709551615]})", ""},
+    {R"({"$class":"int64","$dims":[1,1],"$data":[-9223372036854775808],"$imag":[9223372036854775807]})", ""},
+    {R"({"$class":"int32","$dims":[0,5],"$data":[]})", ""}, {"true", ""},
+    {R"({"$class":"logical","$dims":[2,2],"$data":[true,false,false,true]})", ""},
+    // cells: a row of strings is plain
+    {R"(["a","","\u00e9\ud834\udd1e"])", ""}, {R"({"$class":"cell","$dims":[0,0],"$data":[]})", ""},
+    {R"({"$class":"cell","$dims":[2,1],"$data":["a","b"]})", ""},
+    {R"({"$class":"cell","$data":[null,[]]})", R"({"$class":"cell","$dims":[1,2],"$data":[null,null]})"},
+    {R"({"$class":"cell","$dims":[1,2],"$data":["a",{"$class":"char","$dims":[2,1],"$data":"bc"}]})", ""},
+    {R"({"$class":"cell","$dims":[1,2],"$data":["ok",{"$class":"char","$dims":[1,1],"$data":[56319]}]})", ""},
+    // structures: 1x1 and 1xN plain, in field order; everything else typed
+    {R"({"name":"x","count":3,"tags":["t1","t2"],"nested":{"deep":{"$class":"uint64","$dims":[1,1],"$data":[18446744073709551615]}},"unset":null})", ""},
+    {R"([{"b":1,"a":2},{"a":3,"b":4}])", R"([{"b":1,"a":2},{"b":4,"a":3}])"}, {R"([{},{}])", ""}, {"{}", ""},
+    {R"({"t":{"$class":"char","$dims":[1,2],"$data":[97,55296]},"n":{"$class":"double","$dims":[1,1],"$data":["NaN"]}})", ""},
+    {R"({"$class":"struct","$dims":[0,1],"$fields":["name","examples"],"$data":[]})", ""},
+    {R"({"$class":"struct","$dims":[0,0],"$fields":[],"$data":[]})", ""}, {R"({"$class":"struct","$data":[{"a":1}]})", R"({"a":1})"},
+    {R"({"$class":"object","$className":"Widget","$dims":[1,1],"$fields":["p","q"],"$data":[{"p":"v","q":2}]})", ""},
+    {R"({"o":{"$class":"object","$className":"Gadget","$dims":[1,2],"$fields":["p"],"$data":[{"p":1},{"p":null}]}})", ""},
+};
+
+TEST(JsonMapping, RoundTripsRefusalsAndEquality) {
+  for (const auto& [in, out] : trips) {
+    SCOPED_TRACE(in.substr(0, 100));
+    expectMapped(fromJson(in.c_str()).get(), Json::parse(out.empty() ? in : out));
+  }
+  std::string deep = "1";
+  for (int k = 0; k < 300; ++k) deep = R"({"a":)" + deep + "}";
+  const std::pair<std::string, std::string> refused[] = {
+      {"[1, 2]", "the top level"}, {R"({"x": [{"a": 1}, {"b": 1}]})", "/x/1"},
+      {R"({"a": {"$class": "int8", "$data": [128]}})", "/a/$data/0"}, {R"({"$class": "uint8", "$data": [-1]})", "/$data/0"},
+      {R"({"$class": "single", "$data": [1e39]})", "/$data/0"}, {R"({"$class": "double", "$data": [1], "$imag": [1, 2]})", "/$imag"},
+      {R"({"$class": "double", "$dims": [2, 2], "$data": [1, 2, 3]})", "/$data"},
+      {R"({"$class": "cell", "$dims": [4294967296, 4294967296, 4294967296]})", "/$dims"}, {R"({"$class": "nope"})", "/$class"},
+      {R"({"$class": "logical", "$data": [1]})", "/$data/0"}, {R"({"$class": "char", "$data": [70000]})", "/$data/0"},
+      {R"({"$class": "struct", "$fields": ["a"], "$data": [{"b": 1}]})", "/$data/0"},
+      {R"({"$class": "struct", "$data": [{"a": {"$class": "uint8", "$data": [256]}}]})", "/$data/0/a/$data/0"},
+      {R"({"$class": "object", "$data": []})", "the top level"}, {deep, "/a/a/a"},
+  };
+  for (const auto& [text, where] : refused) {
+    SCOPED_TRACE(text.substr(0, 80));
+    try {
+      ADD_FAILURE() << "accepted: " << json::fromArray(json::toOwnedArray(Json::parse(text)).get());
+    } catch (const std::invalid_argument& e) {
+      EXPECT_NE(std::string(e.what()).find("at " + where), std::string::npos) << e.what();
+    }
+  }
+  EXPECT_THROW((void)json::toOwnedArray(Json(std::string("ok\xC3"))), std::invalid_argument);
+  // Pairs that differ in one respect only: each way round, arraysEqual must see it.
+  const std::pair<const char*, const char*> unequal[] = {
+      {"null", R"({"$class":"cell","$dims":[1,1],"$data":[null]})"}, {"null", R"({"$class":"double","$dims":[1,0],"$data":[]})"},
+      {R"({"$class":"double","$dims":[1,2],"$data":[1,2]})", R"({"$class":"double","$dims":[2,1],"$data":[1,2]})"},
+      {R"({"$class":"int64","$dims":[1,2],"$data":[1,2]})", R"({"$class":"int64","$dims":[1,2],"$data":[1,3]})"},
+      {R"({"$class":"double","$dims":[1,1],"$data":[1],"$imag":[0]})", "1"}, {R"({"a":1,"b":2})", R"({"b":2,"a":1})"},
+      {R"({"$class":"object","$className":"A","$fields":["a"],"$data":[{"a":1}]})",
+       R"({"$class":"object","$className":"B","$fields":["a"],"$data":[{"a":1}]})"},
+  };
+  for (const auto& [a, b] : unequal) {
+    SCOPED_TRACE(std::string(a) + " ~ " + b);
+    EXPECT_FALSE(json::arraysEqual(fromJson(a).get(), fromJson(b).get()));
+    EXPECT_FALSE(json::arraysEqual(fromJson(b).get(), fromJson(a).get()));
+  }
+  EXPECT_TRUE(json::arraysEqual(nullptr, fromJson("null").get())) << "an unset value is the 0x0 double";
 }
 
 }  // namespace
