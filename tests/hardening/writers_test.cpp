@@ -7,7 +7,6 @@
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zip.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -18,6 +17,7 @@
 #include <thread>
 
 #include "gateway/zvaddon.h"
+#include "opc/opc_test_support.h"
 #include "support/gateway_call.h"
 
 namespace zvtest {
@@ -34,17 +34,6 @@ std::string noise(std::size_t size, unsigned seed) {
     std::memcpy(&bytes[i], &word, 8);
   }
   return bytes;
-}
-
-// The ZIP entry names, or nothing when the file is no readable archive.
-std::set<std::string> entryNames(const std::string& path) {
-  int code = 0;
-  zip_t* zip = zip_open(path.c_str(), ZIP_RDONLY, &code);
-  if (zip == nullptr) return {};
-  std::set<std::string> names;
-  for (zip_int64_t i = 0; i < zip_get_num_entries(zip, 0); ++i) names.insert(zip_get_name(zip, i, 0));
-  zip_discard(zip);
-  return names;
 }
 
 const Json kRequirements = {
@@ -77,7 +66,7 @@ std::vector<Write> writes() {
   return {
       {"AddFiles", "ZVADDON_BUILTINS_ERROR_ADD_FILES",
        [](const std::string& p, const std::string& f) { return call(zvAddonAddFiles, {p, Json{f}, Json{"data/new.bin"}}); },
-       [](const std::string& p) { return entryNames(p).contains("fsroot/data/new.bin"); }},
+       [](const std::string& p) { return opc::test::rawItems(p).contains("fsroot/data/new.bin"); }},
       {"SetRecord", "ZVADDON_BUILTINS_ERROR_SET_SYSTEM_REQS",
        [](const std::string& p, const std::string&) { return call(zvAddonSetSystemRequirements, {p, kChanged}); },
        [](const std::string& p) {
@@ -86,7 +75,7 @@ std::vector<Write> writes() {
        }},
       {"Sign", "ZVADDON_BUILTINS_ERROR_SIGN",
        [](const std::string& p, const std::string&) { return call(zvAddonSign, {p}); },
-       [](const std::string& p) { return entryNames(p).contains("_xmlsignatures/sig1.xml"); }},
+       [](const std::string& p) { return opc::test::rawItems(p).contains("_xmlsignatures/sig1.xml"); }},
   };
 }
 
