@@ -18,72 +18,59 @@ using zvtest::call;
 using zvtest::callOk;
 using zvtest::Json;
 
+const Json kConfiguration = {{"zorvanPaths", Json::array()}, {"javaClassPaths", Json::array()}, {"infoXMLPath", ""},
+                              {"gettingStartedDocPath", ""}, {"installMapPath", ""}};
+
 struct Function {
   const char* name;
   qxFunction f;
   int maxOutputs;
-  int inputs;
   bool structCheck;
   const char* key;  // raised for a package that does not open (or, for Create and Hash, their failure)
+  std::vector<Json> rest;  // inputs after the path that pass, so that only the package can fail; "@x": file x
+  std::vector<int> leading = {0};  // the inputs the key's arguments start with, before the OPC message
 };
 
 const Function kFunctions[] = {
-    {"Create", zvAddonCreate, 0, 2, true, "CREATE"},
-    {"SetProperties", zvAddonSetProperties, 0, 2, true, "SET_PROPERTIES"},
-    {"GetProperties", zvAddonGetProperties, 1, 1, false, "GET_PROPERTIES"},
-    {"AddFiles", zvAddonAddFiles, 0, 3, false, "ADD_FILES"},
-    {"AddFolders", zvAddonAddFolders, 0, 2, false, "ADD_FOLDERS"},
-    {"ExtractAllFiles", zvAddonExtractAllFiles, 0, 2, false, "EXTRACT_ALL_FILES"},
-    {"GetFileList", zvAddonGetFileList, 1, 1, false, "GET_FILE_LIST"},
-    {"SetRevisionHistory", zvAddonSetRevisionHistory, 0, 2, true, "SET_REVISION_HISTORY"},
-    {"GetRevisionHistory", zvAddonGetRevisionHistory, 1, 1, false, "GET_REVISION_HISTORY"},
-    {"SetScreenshot", zvAddonSetScreenshot, 0, 2, false, "SET_SCREENSHOT"},
-    {"GetScreenshot", zvAddonGetScreenshot, 1, 1, false, "GET_SCREENSHOT"},
-    {"SetAppInstallList", zvAddonSetAppInstallList, 0, 2, true, "SET_APP_INSTALL_LIST"},
-    {"GetAppInstallList", zvAddonGetAppInstallList, 1, 1, false, "GET_APP_INSTALL_LIST"},
-    {"SetExamples", zvAddonSetExamples, 0, 2, true, "SET_EXAMPLES"},
-    {"GetExamples", zvAddonGetExamples, 1, 1, false, "GET_EXAMPLES"},
-    {"SetSystemRequirements", zvAddonSetSystemRequirements, 0, 2, true, "SET_SYSTEM_REQS"},
-    {"GetSystemRequirements", zvAddonGetSystemRequirements, 1, 1, false, "GET_SYSTEM_REQS"},
-    {"AddInstructionSet", zvAddonAddInstructionSet, 0, 2, false, "SET_INSTRUCTION_SETS"},
-    {"Sign", zvAddonSign, 0, 1, false, "SIGN"},
-    {"SetLicense", zvAddonSetLicense, 0, 2, true, "SET_LICENSE"},
-    {"GetLicense", zvAddonGetLicense, 1, 1, false, "GET_LICENSE"},
-    {"SetConfiguration", zvAddonSetConfiguration, 0, 2, true, "SET_CONFIGURATION"},
-    {"GetConfiguration", zvAddonGetConfiguration, 1, 1, false, "GET_CONFIGURATION"},
-    {"ComputeHash", zvAddonComputeHash, 1, 1, false, "COMPUTE_HASH"},
+    {"Create", zvAddonCreate, 0, true, "CREATE", {zvtest::properties()}},
+    {"SetProperties", zvAddonSetProperties, 0, true, "SET_PROPERTIES", {zvtest::properties()}},
+    {"GetProperties", zvAddonGetProperties, 1, false, "GET_PROPERTIES", {}},
+    {"AddFiles", zvAddonAddFiles, 0, false, "ADD_FILES", {"@file.m", "file.m"}},
+    {"AddFolders", zvAddonAddFolders, 0, false, "ADD_FOLDERS", {"folder"}},
+    {"ExtractAllFiles", zvAddonExtractAllFiles, 0, false, "EXTRACT_ALL_FILES", {"@out"}, {0, 1}},
+    {"GetFileList", zvAddonGetFileList, 1, false, "GET_FILE_LIST", {}},
+    {"SetRevisionHistory", zvAddonSetRevisionHistory, 0, true, "SET_REVISION_HISTORY", {nullptr}},
+    {"GetRevisionHistory", zvAddonGetRevisionHistory, 1, false, "GET_REVISION_HISTORY", {}},
+    {"SetScreenshot", zvAddonSetScreenshot, 0, false, "SET_SCREENSHOT", {"@file.m"}, {1, 0}},
+    {"GetScreenshot", zvAddonGetScreenshot, 1, false, "GET_SCREENSHOT", {}},
+    {"SetAppInstallList", zvAddonSetAppInstallList, 0, true, "SET_APP_INSTALL_LIST", {nullptr}},
+    {"GetAppInstallList", zvAddonGetAppInstallList, 1, false, "GET_APP_INSTALL_LIST", {}},
+    {"SetExamples", zvAddonSetExamples, 0, true, "SET_EXAMPLES", {nullptr}},
+    {"GetExamples", zvAddonGetExamples, 1, false, "GET_EXAMPLES", {}},
+    {"SetSystemRequirements", zvAddonSetSystemRequirements, 0, true, "SET_SYSTEM_REQS", {nullptr}},
+    {"GetSystemRequirements", zvAddonGetSystemRequirements, 1, false, "GET_SYSTEM_REQS", {}},
+    {"AddInstructionSet", zvAddonAddInstructionSet, 0, false, "SET_INSTRUCTION_SETS", {"@file.m"}},
+    {"Sign", zvAddonSign, 0, false, "SIGN", {}},
+    {"SetLicense", zvAddonSetLicense, 0, true, "SET_LICENSE", {{{"type", "t"}, {"text", ""}}}},
+    {"GetLicense", zvAddonGetLicense, 1, false, "GET_LICENSE", {}},
+    {"SetConfiguration", zvAddonSetConfiguration, 0, true, "SET_CONFIGURATION", {kConfiguration}},
+    {"GetConfiguration", zvAddonGetConfiguration, 1, false, "GET_CONFIGURATION", {}},
+    {"ComputeHash", zvAddonComputeHash, 1, false, "COMPUTE_HASH", {}},
 };
-
-// Inputs after the path that each function accepts, so that only the package can fail.
-std::vector<Json> inputsFor(const Function& fn, const std::string& path, const zvtest::TempDir& dir) {
-  zvtest::writeBytes(dir.file("file.m"), "x");
-  std::vector<Json> in{path};
-  if (fn.f == zvAddonCreate || fn.f == zvAddonSetProperties) in.push_back(zvtest::properties());
-  if (fn.f == zvAddonSetLicense) in.push_back({{"type", "t"}, {"text", ""}});
-  if (fn.f == zvAddonSetConfiguration) {
-    in.push_back({{"zorvanPaths", Json::array()}, {"javaClassPaths", Json::array()}, {"infoXMLPath", ""},
-                  {"gettingStartedDocPath", ""}, {"installMapPath", ""}});
-  }
-  if (fn.structCheck && in.size() == 1) in.push_back(nullptr);
-  if (fn.f == zvAddonAddFiles) in.insert(in.end(), {dir.file("file.m"), "file.m"});
-  if (fn.f == zvAddonAddFolders) in.push_back("folder");
-  if (fn.f == zvAddonExtractAllFiles) in.push_back(dir.file("out"));
-  if (fn.f == zvAddonSetScreenshot || fn.f == zvAddonAddInstructionSet) in.push_back(dir.file("file.m"));
-  return in;
-}
 
 std::string identifier(const zvtest::CallResult& r) { return r.error ? r.error->identifier() : "(no error)"; }
 
 TEST(Frame, EveryFunctionFollowsTheFrame) {
   zvtest::TempDir dir;
+  zvtest::writeBytes(dir.file("file.m"), "x");
   const std::string missing = dir.file("d\xC3\xA9j\xC3\xA0 \xF0\x9F\x98\x80.zvaddon");
   const std::string corrupt = dir.file("corrupt.zvaddon");
   zvtest::writeBytes(corrupt, "PK\x03\x04 not a zip archive");
   ASSERT_EQ(std::size(kFunctions), 24u);
   for (const Function& fn : kFunctions) {
     SCOPED_TRACE(fn.name);
-    std::vector<Json> in = inputsFor(fn, missing, dir);
-    ASSERT_EQ(in.size(), static_cast<std::size_t>(fn.inputs));
+    std::vector<Json> in{missing};
+    for (const Json& j : fn.rest) in.push_back(j.is_string() && j.get<std::string>()[0] == '@' ? Json(dir.file(j.get<std::string>().substr(1))) : j);
     std::vector<Json> more = in;
     more.push_back(1);
     EXPECT_EQ(identifier(call(fn.f, {}, fn.maxOutputs + 1)), "zvhost:tooManyOutputs") << "outputs first";
@@ -115,12 +102,11 @@ TEST(Frame, EveryFunctionFollowsTheFrame) {
     in[0] = fn.f == zvAddonCreate ? dir.file("no-such-folder/new.zvaddon") : corrupt;
     const auto r = call(fn.f, in, fn.maxOutputs);
     ASSERT_EQ(r.key(), ownKey);
-    std::vector<ustring> leading{fl::i18n::from_utf8(in[0].get<std::string>())};
-    if (fn.f == zvAddonExtractAllFiles) leading.push_back(fl::i18n::from_utf8(in[1].get<std::string>()));
-    if (fn.f == zvAddonSetScreenshot) leading.insert(leading.begin(), fl::i18n::from_utf8(in[1].get<std::string>()));
     const auto& arguments = r.error->arguments();
-    ASSERT_EQ(arguments.size(), leading.size() + 1);
-    for (std::size_t i = 0; i < leading.size(); ++i) EXPECT_EQ(std::get<ustring>(arguments[i]), leading[i]) << i;
+    ASSERT_EQ(arguments.size(), fn.leading.size() + 1);
+    for (std::size_t i = 0; i < fn.leading.size(); ++i) {
+      EXPECT_EQ(std::get<ustring>(arguments[i]), fl::i18n::from_utf8(in[fn.leading[i]].get<std::string>())) << i;
+    }
     EXPECT_FALSE(std::get<std::string>(arguments.back()).empty()) << "the OPC message";
     EXPECT_NE(r.error->message().find(in[0].get<std::string>()), std::string::npos) << "the catalogue's text";
   }
