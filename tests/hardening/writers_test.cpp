@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <random>
 #include <set>
 #include <thread>
 
@@ -25,17 +24,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Bytes that deflate slowly and poorly, so that a write of them is long enough to be interrupted.
-std::string noise(std::size_t size, unsigned seed) {
-  std::mt19937_64 random(seed);
-  std::string bytes(size, '\0');
-  for (std::size_t i = 0; i + 8 <= size; i += 8) {
-    const std::uint64_t word = random();
-    std::memcpy(&bytes[i], &word, 8);
-  }
-  return bytes;
-}
-
 const Json kRequirements = {
     {"productDependency", Json::array({{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}})},
     {"platformCompatibility", {{"win", "true"}, {"linux", "true"}, {"mac", "false"}, {"ZORVANOnline", "true"}}},
@@ -43,7 +31,7 @@ const Json kRequirements = {
 
 // A package holding a large content file and system requirements.
 void makePackage(const std::string& path, const std::string& content, std::size_t size) {
-  writeBytes(content, noise(size, 7));
+  writeBytes(content, opc::test::patternBytes(size, 7));
   callOk(zvAddonCreate, {path, properties()});
   callOk(zvAddonAddFiles, {path, Json{content}, Json{"data/big.bin"}});
   callOk(zvAddonSetSystemRequirements, {path, kRequirements});
@@ -92,7 +80,7 @@ TEST(KillTest, EveryKillLeavesTheOldOrTheNewPackage) {
   const std::string package = dir.file("pkg.zvaddon");
   const std::string newFile = dir.file("new.bin");
   makePackage(package, dir.file("big.bin"), 12u << 20);
-  writeBytes(newFile, noise(4u << 20, 11));
+  writeBytes(newFile, opc::test::patternBytes(4u << 20, 11));
   const std::string old = readBytes(package);
 
   for (const Write& write : writes()) {
@@ -189,7 +177,7 @@ TEST_F(FullDiskTest, AWriteWithoutSpaceFailsCleanly) {
   const std::string package = (mount_.path() / "pkg.zvaddon").string();
   const std::string newFile = outside_.file("new.bin");
   makePackage(package, outside_.file("big.bin"), 2u << 20);
-  writeBytes(newFile, noise(1u << 20, 5));
+  writeBytes(newFile, opc::test::patternBytes(1u << 20, 5));
   const std::string old = readBytes(package);
   // Less room than one copy of the package: every rewrite must run out.
   fill(512u << 10);
