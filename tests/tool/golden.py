@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
-"""Golden cases of the zvaddon tool: each case file is a transcript of shell commands with the
-output and exit status each must give. Lines indented by two spaces are the transcript, the rest
-commentary: "  $ command" (bash, in the case's scratch folder $WORK), "  > more" (continues it),
-"  text" (a line it prints, stdout and stderr together), "  text (re)" (a line matching the regular
-expression whole), "  [N]" (its exit status when not 0). $WORK and the source tree print as $WORK
-and $SRC. The commands run with zvaddon on the PATH, TZ=UTC, no SOURCE_DATE_EPOCH unless a case
-sets one, and $EXAMPLES naming the example add-on.
+"""Golden cases of the zvaddon tool: each case file is a transcript. Lines indented by two spaces are
+the transcript, the rest commentary: "  $ command" (bash, in the scratch folder $WORK; all steps in one
+shell), "  > more" (continues it), "  text" (a line it prints, stdout and stderr together), "  text (re)"
+(a line matching the regular expression whole), "  [N]" (its exit status when not 0). $WORK and the
+source tree print as $WORK and $SRC. zvaddon is on the PATH, TZ=UTC, SOURCE_DATE_EPOCH unset unless a
+case sets it, $EXAMPLES names the example add-on.
 
 Usage: golden.py TOOL_DIR SOURCE_DIR CASE_FILE; exits 1 naming each step whose output differs."""
 import os
@@ -20,27 +19,24 @@ SALT = "ZVTOOL-GOLDEN-7f3a9c"
 
 def parse(path):
     steps = []  # [line number, command, expected lines]
-    with open(path, encoding="utf-8") as f:
-        for number, text in enumerate(f.read().splitlines(), 1):
-            if not text.startswith("  "):
-                continue
-            body = text[2:]
-            if body.startswith("$ "):
-                steps.append([number, body[2:], []])
-            elif not steps:
-                sys.exit(f"{path}:{number}: output before the first command")
-            elif body.startswith("> ") and not steps[-1][2]:
-                steps[-1][1] += "\n" + body[2:]
-            else:
-                steps[-1][2].append(body)
+    for number, text in enumerate(open(path, encoding="utf-8").read().splitlines(), 1):
+        body = text[2:]
+        if not text.startswith("  "):
+            continue
+        if body.startswith("$ "):
+            steps.append([number, body[2:], []])
+        elif not steps:
+            sys.exit(f"{path}:{number}: output before the first command")
+        elif body.startswith("> ") and not steps[-1][2]:
+            steps[-1][1] += "\n" + body[2:]
+        else:
+            steps[-1][2].append(body)
     return steps
 
 
-# Runs every step in one shell, so that steps share variables and files; returns each step's output
-# lines with its status line appended.
+# Each step's output lines, its status line appended when not 0.
 def run(steps, tool_dir, source, work):
-    script = 'cd "$WORK" || exit 99\n'
-    script += "".join(f"{command}\nprintf '\\n{SALT} %d\\n' $?\n" for _, command, _ in steps)
+    script = 'cd "$WORK" || exit 99\n' + "".join(f"{c}\nprintf '\\n{SALT} %d\\n' $?\n" for _, c, _ in steps)
     env = {k: v for k, v in os.environ.items()
            if k not in ("SOURCE_DATE_EPOCH", "ZVADDON_MESSAGE_DIR", "ZVADDON_HOST_RELEASE")}
     env.update(WORK=work, EXAMPLES=source + "/examples", SRC=source, TZ="UTC", LC_ALL="C.UTF-8",
@@ -54,26 +50,16 @@ def run(steps, tool_dir, source, work):
         if not line.startswith(SALT + " "):
             results[-1].append(line)
             continue
-        # The marker starts with a newline of its own: drop the empty line it leaves.
-        if results[-1] and results[-1][-1] == "":
+        if results[-1] and results[-1][-1] == "":  # the marker's own leading newline
             results[-1].pop()
         status = line[len(SALT) + 1:]
-        if status != "0":
-            results[-1].append(f"[{status}]")
+        results[-1] += [f"[{status}]"] if status != "0" else []
         results.append([])
     return results[:-1]
 
 
-def matches(expected, actual):
-    if expected.endswith(" (re)"):
-        return re.fullmatch(expected[:-5], actual) is not None
-    return expected == actual
-
-
 def main(tool_dir, source, case):
-    steps = parse(case)
-    if not steps:
-        sys.exit(f"{case} holds no command")
+    steps = parse(case) or sys.exit(f"{case} holds no command")
     work = tempfile.mkdtemp(prefix="zvtool-golden-")
     try:
         results = run(steps, tool_dir, source, work)
@@ -84,10 +70,8 @@ def main(tool_dir, source, case):
         if i >= len(results):
             sys.exit(f"{case}:{line}: the shell stopped before this step")
         # Lines that match a pattern are shown as the pattern, so the report shows real differences.
-        actual = list(results[i])
-        for k in range(min(len(actual), len(expected))):
-            if matches(expected[k], actual[k]):
-                actual[k] = expected[k]
+        actual = [e if e.endswith(" (re)") and re.fullmatch(e[:-5], a) else a for e, a in zip(expected, results[i])]
+        actual += results[i][len(expected):]
         if actual != expected:
             failed = True
             print(f"{case}:{line}: $ {command}\nexpected:\n" + "".join(f"  {x}\n" for x in expected) +
