@@ -1,17 +1,12 @@
 #!/usr/bin/env python3
-"""Runs the README as a reader would, so that it cannot drift from the code.
-
-Usage: readme_test.py README BUILD_DIR SCRATCH
-
-The build is installed into SCRATCH/prefix (cmake --install) and put first on PATH, CMAKE_PREFIX_PATH,
-PKG_CONFIG_PATH and LD_LIBRARY_PATH, as an install under /usr/local would be. Then every fenced block
-is taken by the word test=NAME in its info string, in README order, in one folder SCRATCH/work:
-  test=readme           a sh block is run with bash -e; a block with file=PATH is written to PATH;
-                        a block with the word "output" lists lines that the preceding run must print,
-                        in that order, "..." standing for any text
-  test=make             build commands: each `make TARGET` must name a target of the Makefile (make -n)
-  test=octave           run in Octave by the octave_package test
-A block without test=NAME fails the test: every command in the README is run by one.
+"""Usage: readme_test.py README BUILD_DIR SCRATCH. Runs the README as a reader would, so that it cannot
+drift from the code: the build is installed into SCRATCH/prefix and put first on PATH, CMAKE_PREFIX_PATH,
+PKG_CONFIG_PATH and LD_LIBRARY_PATH; every fenced block is taken by the word test=NAME in its info
+string, in README order, in one folder SCRATCH/work (a block without one fails the test):
+  test=readme   a sh block runs with bash -e; one with file=PATH is written to PATH; one with the word
+                "output" lists lines the preceding run must print, in order, "..." standing for any text
+  test=make     each `make TARGET` must name a target of the Makefile (make -n)
+  test=octave   run in Octave by the octave_package test
 """
 import os
 import pathlib
@@ -79,6 +74,4 @@ def main(readme, build, scratch):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 4:
-        fail(__doc__)
-    main(*sys.argv[1:])
+    main(*sys.argv[1:]) if len(sys.argv) == 4 else fail(__doc__)

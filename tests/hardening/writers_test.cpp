@@ -131,43 +131,28 @@ TEST(KillTest, TemporariesOfDeadWritersGoWithTheNextWrite) {
   if (dead == 0) ::_exit(0);
   ASSERT_EQ(::waitpid(dead, nullptr, 0), dead);
   const std::string deadPid = std::to_string(dead);
-  const struct {
-    std::string name;
-    bool removed;
-  } cases[] = {
-      {".pkg.zvaddon." + deadPid + ".0.tmp", true},
-      {".pkg.zvaddon." + deadPid + ".a1B2c3.tmp", true},
-      {".pkg.zvaddon.1.0.tmp", false},                     // its writer is alive
-      {".pkg.zvaddon.other." + deadPid + ".0.tmp", false},  // another package's
+  // Each name, and whether the next write removes it: a dead writer's temporaries go; a live writer's,
+  // another package's and other files stay.
+  const std::pair<std::string, bool> cases[] = {
+      {".pkg.zvaddon." + deadPid + ".0.tmp", true}, {".pkg.zvaddon." + deadPid + ".a1B2c3.tmp", true},
+      {".pkg.zvaddon.1.0.tmp", false}, {".pkg.zvaddon.other." + deadPid + ".0.tmp", false},
       {".pkg.zvaddon." + deadPid + ".0.tmp.keep", false},
   };
-  for (const auto& c : cases) writeBytes(dir.file(c.name), "partial");
+  for (const auto& [name, removed] : cases) writeBytes(dir.file(name), "partial");
   callOk(zvAddonSetLicense, {package, {{"type", "MIT"}, {"text", "granted"}}});
-  for (const auto& c : cases) {
-    EXPECT_EQ(std::filesystem::exists(dir.file(c.name)), !c.removed) << c.name;
-  }
+  for (const auto& [name, removed] : cases) EXPECT_EQ(std::filesystem::exists(dir.file(name)), !removed) << name;
 }
 
 class FullDiskTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "mounting a small tmpfs needs root";
-    if (::mount("tmpfs", mount_.path().c_str(), "tmpfs", 0, "size=8m") != 0) {
-      GTEST_SKIP() << "cannot mount a tmpfs here: " << std::strerror(errno);
-    }
+    if (::mount("tmpfs", mount_.path().c_str(), "tmpfs", 0, "size=8m") != 0) GTEST_SKIP() << "no tmpfs: " << std::strerror(errno);
     mounted_ = true;
   }
   void TearDown() override {
     if (mounted_) ::umount2(mount_.path().c_str(), MNT_DETACH);
   }
-
-  // Fills the file system up to `reserve` bytes free.
-  void fill(std::uintmax_t reserve) {
-    const auto free = std::filesystem::space(mount_.path()).available;
-    ASSERT_GT(free, reserve);
-    writeBytes((mount_.path() / "filler").string(), std::string(free - reserve, 'x'));
-  }
-
   TempDir mount_;
   TempDir outside_;  // the new content file lives off the small file system
   bool mounted_ = false;
@@ -180,7 +165,9 @@ TEST_F(FullDiskTest, AWriteWithoutSpaceFailsCleanly) {
   writeBytes(newFile, opc::test::patternBytes(1u << 20, 5));
   const std::string old = readBytes(package);
   // Less room than one copy of the package: every rewrite must run out.
-  fill(512u << 10);
+  const auto free = std::filesystem::space(mount_.path()).available;
+  ASSERT_GT(free, 512u << 10);
+  writeBytes((mount_.path() / "filler").string(), std::string(free - (512u << 10), 'x'));
 
   for (const Write& write : writes()) {
     SCOPED_TRACE(write.name);

@@ -7,16 +7,7 @@ import java.net.URLEncoder;
 import java.nio.charset.StandardCharsets;
 import java.util.Date;
 import java.util.Optional;
-
-import org.apache.poi.openxml4j.opc.OPCPackage;
-import org.apache.poi.openxml4j.opc.PackageAccess;
-import org.apache.poi.openxml4j.opc.PackagePart;
-import org.apache.poi.openxml4j.opc.PackageProperties;
-import org.apache.poi.openxml4j.opc.PackageRelationship;
-import org.apache.poi.openxml4j.opc.PackageRelationshipCollection;
-import org.apache.poi.openxml4j.opc.PackageRelationshipTypes;
-import org.apache.poi.openxml4j.opc.PackagingURIHelper;
-import org.apache.poi.openxml4j.opc.TargetMode;
+import org.apache.poi.openxml4j.opc.*;
 
 public final class OpcCheck {
   private static void record(String kind, String... fields) {
@@ -28,21 +19,19 @@ public final class OpcCheck {
   private static void relationships(String source, PackageRelationshipCollection rels) throws Exception {
     for (PackageRelationship rel : rels) {
       boolean external = rel.getTargetMode() == TargetMode.EXTERNAL;
-      String target = external
-          ? rel.getTargetURI().toString()
-          : PackagingURIHelper.resolvePartUri(rel.getSourceURI(), rel.getTargetURI()).getPath();
+      String target = external ? rel.getTargetURI().toString() : resolved(rel);
       record("rel", source, rel.getId(), rel.getRelationshipType(), target, external ? "External" : "Internal");
     }
+  }
+
+  private static String resolved(PackageRelationship rel) throws Exception {
+    return PackagingURIHelper.resolvePartUri(rel.getSourceURI(), rel.getTargetURI()).getPath();
   }
 
   private static void text(String name, Optional<String> value) { value.ifPresent(v -> record("core", name, v)); }
   private static void date(String name, Optional<Date> value) { value.ifPresent(v -> record("core", name, v.toInstant().toString())); }
 
   public static void main(String[] args) throws Exception {
-    if (args.length != 1) {
-      System.err.println("usage: OpcCheck PACKAGE");
-      System.exit(2);
-    }
     OPCPackage pkg;
     try {
       pkg = OPCPackage.open(args[0], PackageAccess.READ);
@@ -68,7 +57,7 @@ public final class OpcCheck {
       date("modified", core.getModifiedProperty());
 
       for (PackageRelationship rel : pkg.getRelationshipsByType(PackageRelationshipTypes.THUMBNAIL)) {
-        record("thumbnail", PackagingURIHelper.resolvePartUri(rel.getSourceURI(), rel.getTargetURI()).getPath());
+        record("thumbnail", resolved(rel));
       }
     } finally {
       pkg.revert();

@@ -103,7 +103,5 @@ function write_file(path, bytes)
 end
 
 function bytes = read_bytes(path)
-  fid = fopen(path, 'rb');
-  bytes = fread(fid, Inf, 'uint8=>uint8')';
-  fclose(fid);
+  bytes = uint8(fileread(path));
 end

@@ -11,13 +11,6 @@ as {"error": ...} on stdout with exit status 1, usage errors with 2; what it wri
   []
   $ zvaddon call zvAddonSetRevisionHistory '"c.zvaddon"' '{"date": "d", "version": "v", "description": "x"}'
   []
-  $ zvaddon call zvAddonGetLicense '"c.zvaddon"'
+  $ zvaddon call zvAddonGetLicense '"c.zvaddon"' && zvaddon get c.zvaddon revisionHistory | tr -d ' \n'
   [{"type":"","text":""}]
-  $ zvaddon get c.zvaddon revisionHistory
-  [
-    {
-      "date": "d",
-      "version": "v",
-      "description": "x"
-    }
-  ]
+  [{"date":"d","version":"v","description":"x"}]

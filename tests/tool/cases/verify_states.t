@@ -7,7 +7,10 @@ the signing tests' tables; the README walks through unsigned, changed requiremen
   $ openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout me.key -out me.csr -subj /CN=Me 2>/dev/null
   $ openssl x509 -req -in me.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days 2 -out me.pem 2>/dev/null
   $ printf '{"properties": {"name": "Tiny", "version": "1.0.0", "GUID": "a-b-c"}, "files": {"include": ["a.m"]}}' > zvaddon.json
-  $ echo "x = 1;" > a.m && zvaddon build -q . -o tiny.zvaddon && zvaddon set tiny.zvaddon systemRequirements '{}'
+  $ echo "x = 1;" > a.m && zvaddon build -q . -o tiny.zvaddon && zvaddon sign tiny.zvaddon
+  zvaddon sign: Could not sign the system requirements of the add-on package 'tiny.zvaddon': cannot sign: there is no part /metadata/systemRequirements.xml (zvaddon_builtins:zvaddon_builtins:ZVADDON_BUILTINS_ERROR_SIGN)
+  [1]
+  $ zvaddon set tiny.zvaddon systemRequirements '{}'
   $ zvaddon verify -q tiny.zvaddon
   [3]
   $ zvaddon sign -q tiny.zvaddon && zvaddon set tiny.zvaddon systemRequirements '{"platformCompatibility": {"mac": false}}'
