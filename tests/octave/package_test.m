@@ -1,9 +1,10 @@
 function package_test(tarball, readme, header, tool)
   % The Octave package as users meet it: the README's Octave lines (pkg install of the tarball the build
   % makes, pkg load, help, a call), each function the library's header declares found as the package's
-  % .mex with its help text, the demo building what `zvaddon build` builds, pkg uninstall. pkg's
-  % folders and package lists are kept in a temporary folder.
-  addpath(fileparts(mfilename('fullpath')));
+  % .mex with its help text, the demo building what `zvaddon build` builds, each function called once
+  % (test_calls), pkg uninstall. pkg's folders and package lists are kept in a temporary folder.
+  here = fileparts(mfilename('fullpath'));
+  addpath(here, fullfile(here, 'fixtures'));
   work = tempname();
   mkdir(work);
   cleanup = onCleanup(@() system(['rm -rf "' work '"']));
@@ -34,6 +35,7 @@ function package_test(tarball, readme, header, tool)
              @zvAddonGetExamples, @zvAddonGetRevisionHistory, @zvAddonGetAppInstallList, @zvAddonGetScreenshot}
     check(get{1}(demo), get{1}('built.zvaddon'));
   end
+  test_calls(fullfile(work, 'calls'));
 
   pkg('uninstall', 'zvaddon');
   assert(isempty(pkg('list')) && !exist('zvAddonCreate'));
