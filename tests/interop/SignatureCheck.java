@@ -86,9 +86,7 @@ public final class SignatureCheck {
     CertificateFactory x509 = CertificateFactory.getInstance("X.509");
     Set<TrustAnchor> anchors = new HashSet<>();
     try (InputStream in = new FileInputStream(args[2])) {
-      for (java.security.cert.Certificate c : x509.generateCertificates(in)) {
-        anchors.add(new TrustAnchor((X509Certificate) c, null));
-      }
+      for (var c : x509.generateCertificates(in)) anchors.add(new TrustAnchor((X509Certificate) c, null));
     }
     Document doc = parse(new FileInputStream(args[0] + args[1]));
     NodeList objects = doc.getElementsByTagNameNS(DSIG, "Object");
@@ -101,9 +99,7 @@ public final class SignatureCheck {
           throws KeySelectorException {
         List<X509Certificate> chain = new ArrayList<>();
         for (Object o : info.getContent()) {
-          if (o instanceof X509Data data) {
-            for (Object d : data.getContent()) if (d instanceof X509Certificate cert) chain.add(cert);
-          }
+          if (o instanceof X509Data data) for (Object d : data.getContent()) if (d instanceof X509Certificate cert) chain.add(cert);
         }
         if (chain.isEmpty()) throw new KeySelectorException("no certificate in KeyInfo");
         try {
@@ -143,8 +139,7 @@ public final class SignatureCheck {
     for (Object o : xml.getObjects()) {
       for (Object content : ((XMLObject) o).getContent()) {
         if (!(content instanceof Manifest manifest)) continue;
-        for (Object r : manifest.getReferences()) {
-          Reference ref = (Reference) r;
+        for (Reference ref : (List<Reference>) manifest.getReferences()) {
           boolean good = ref.validate(context);
           ok &= good;
           references++;
