@@ -340,9 +340,9 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
   }
 }
 
-// Every file of the malformed corpus (tests/data/opc, made by tests/opc/make_corpus.py) fails with the
-// error that names its defect, when opened or when its parts are read; the valid control opens. (Each
-// defect of the archive itself: the ZIP reader's table.)
+// Every file of the malformed corpus (tests/data/opc) fails with the error that names its defect,
+// when opened or when its parts are read; the valid control opens. (Each defect of the archive
+// itself: the ZIP reader's table.)
 const std::string kCorpus = std::string(ZV_TEST_DATA_DIR) + "/opc/";
 
 struct Case {

@@ -153,7 +153,7 @@ TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
   }
 }
 
-// Each fixture (tests/data/zip, made by tests/opc/make_corpus.py) breaks one thing of a valid archive.
+// Each fixture (tests/data/zip) breaks one thing of a valid archive.
 // What breaks the directory is refused when the archive is opened, naming the file; a record that lies
 // about its entry when the entry is read, streamed or whole, naming it; what the record alone shows
 // (entryDefect) before any read.
