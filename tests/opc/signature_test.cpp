@@ -18,6 +18,29 @@ namespace {
 using namespace opc::test;
 using Result = DigitalSignatureVerificationStatus::Result;
 
+// Signs the requirements part and its root relationship in its own session.
+void signRequirements(const ustring& path, const KeyPair& keys = testKeys(0)) {
+  withPackage(path, OpenMode::Modify, [&](model::Package& p) {
+    (void)model::DigitalSignatureManager(p).sign({model::PartName(kRequirementsPart)}, requirementsSelectors(), keys.signing,
+                                                 keys.verification, defaultParams());
+  });
+}
+
+// The verdict on every signature of the package, in order.
+std::vector<model::DigitalSignatureVerificationStatus> verifyAll(const ustring& path,
+                                                                      const Bytes& key = testKeys(0).verification) {
+  Session s(path, OpenMode::Read);
+  model::DigitalSignatureManager manager(s.package);
+  std::vector<model::DigitalSignatureVerificationStatus> out;
+  for (const auto& signature : manager.getSignatures()) out.push_back(manager.verifySignature(signature, key));
+  return out;
+}
+
+std::string signaturePartText(const model::Package& package) {
+  model::DigitalSignatureManager manager(const_cast<model::Package&>(package));
+  return partBytes(package, manager.getSignatures().at(0).getSignaturePartName().getName());
+}
+
 ustring requirementsId(const Package& package) {
   return package.getRelationships().getRelationshipsByType(kRequirementsType).at(0).getId();
 }
