@@ -184,8 +184,6 @@ TEST_F(SigningTest, AuthorSignatureVerdicts) {
   } cases[] = {
       {"RsaAuthorFirst", "rsa", true, none, ""},
       {"ContentFileByte", "rsa", false, rewrite(kCode, [](std::string& b) { b[0] = 'y'; }), "part /fsroot/code.m changed"},
-      {"MetadataPart", "rsa", false, rewrite(u"/metadata/addonProperties.xml", addElement),
-       "part /metadata/addonProperties.xml changed"},
       {"ContentType", "rsa", false,
        [](AddonPackage& p) {
          p.getPackage().deletePart(PartName(kCode));
