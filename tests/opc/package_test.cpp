@@ -49,8 +49,8 @@ class PackageTest : public ::testing::Test {
 };
 
 // Written, changed twice (first through a symbolic link, which stays one) and read back: parts, bytes,
-// types, attributes and relationships come back; parts untouched by a change (or whose attributes
-// alone changed) keep their compressed bytes.
+// types and attributes come back (relationships as independent readers see them: tests/interop);
+// parts untouched by a change (or whose attributes alone changed) keep their compressed bytes.
 TEST_F(PackageTest, WrittenChangedAndReadBack) {
   makeBasePackage();
   const auto before = rawItems(file);
@@ -81,13 +81,6 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
     EXPECT_EQ(data->getLastModifiedTime(), kFarFuture);
     EXPECT_EQ(data->getUnixMode(), 04755u);
     EXPECT_EQ(s.package.getPart(PartName(u"/docs/a.xml"))->getUnixMode(), 0640u);
-    const auto rels = s.package.getRelationships().getRelationshipsByType(kType);
-    ASSERT_EQ(rels.size(), 2u);
-    EXPECT_EQ(rels[0].getId(), u"rId1");
-    EXPECT_EQ(rels[1].getTargetPartName(), PartName(u"/bin/data.bin"));
-    const auto& partRels = s.package.getPart(PartName(u"/docs/a.xml"))->getRelationships();
-    ASSERT_EQ(partRels.size(), 1u);
-    EXPECT_EQ(partRels.getRelationships()[0].getTargetPartName(), PartName(u"/bin/data.bin"));
   }
   withPackage(path, OpenMode::Modify, [&](Package& p) {
     p.deletePart(PartName(u"/bin/data.bin"));
@@ -284,7 +277,8 @@ TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {
 
 // Items as other tools write them, read and then rewritten by a change elsewhere (a new part and its
 // root relationship, as storing a record does): each item comes out under its own name with its own
-// bytes, or opening refuses the package naming the item.
+// bytes, or opening refuses the package naming the item. (Names equivalent, with a space or without
+// a content type: the malformed corpus.)
 TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
   const std::string types =
       "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\"><Default Extension=\"txt\" "
@@ -304,10 +298,7 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
        nullptr},
       {"folder items", {{"dir/", ""}, {"dir/f.txt", "f"}, {"empty/", ""}}, nullptr},
       {"root relationships to a UTF-8 part", {{"\xC3\x84rger.txt", "a"}, {"_rels/.rels", rels}}, nullptr},
-      {"names equal but for case", {{"a.txt", "1"}, {"A.txt", "2"}}, "'A.txt'"},
       {"a name equal to another once encoded", {{"%C3%84.txt", "1"}, {"\xC3\x84.txt", "2"}}, "'\xC3\x84.txt'"},
-      {"a space in a name", {{"a b.txt", "1"}}, "'a b.txt'"},
-      {"no content type", {{"x.unknown", "1"}}, "'x.unknown'"},
       {"a name in code page 437 (no UTF-8)", {{"\x8Erger.txt", "1"}}, nullptr, ZIP_FL_ENC_RAW},
   };
   for (const auto& c : cases) {
