@@ -29,34 +29,65 @@ constexpr FileTime kFarFuture{884541340800, 100};
 
 class PackageTest : public ::testing::Test {
  protected:
-  // A package with a deflated XML part, a stored binary part, a part-level and two package-level
-  // relationships.
-  void makeBasePackage() {
-    Session s(path, OpenMode::Create);
-    addPart(s.package, u"/docs/a.xml", kXml, "<a/>");
-    auto data = addPart(s.package, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), Compression::Stored);
+  // A part with a time and a mode, so that a session holds what the package will.
+  static PartPtr addDated(Package& p, const char16_t* name, const std::string& bytes) {
+    auto part = addPart(p, name, kXml, bytes);
+    part->setLastModifiedTime({1600000000, 0});
+    part->setUnixMode(0644);
+    return part;
+  }
+  // A deflated XML part, a stored binary part, a part-level and two package-level relationships.
+  static void makeBaseParts(Package& p) {
+    addDated(p, u"/docs/a.xml", "<a/>");
+    auto data = addPart(p, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), Compression::Stored);
     data->setLastModifiedTime(kFarFuture);  // beyond DOS time, with a sub-second part
     data->setUnixMode(04755);
-    s.package.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
-    s.package.getRelationships().createRelationship(URI(u"bin/data.bin"), kType, u"rId100");
-    s.package.getPart(PartName(u"/docs/a.xml"))->getRelationships().createRelationship(URI(u"../bin/data.bin"), kType);
-    s.package.close();
+    p.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
+    p.getRelationships().createRelationship(URI(u"bin/data.bin"), kType, u"rId100");
+    p.getPart(PartName(u"/docs/a.xml"))->getRelationships().createRelationship(URI(u"../bin/data.bin"), kType);
   }
+  void makeBasePackage() { withPackage(path, OpenMode::Create, makeBaseParts); }
 
   ScratchDir dir;
   std::string file = dir.file("pkg.zip");
   ustring path = dir.ufile("pkg.zip");
 };
 
-// Written, changed twice (first through a symbolic link, which stays one) and read back: parts, bytes,
-// types and attributes come back (relationships as independent readers see them: tests/interop);
-// parts untouched by a change (or whose attributes alone changed) keep their compressed bytes.
+// A session's view of each part (type, time, mode, relationships, a hash of its bytes) and of the
+// root's relationships.
+std::map<std::string, std::string> describe(const Package& p) {
+  const auto rels = [](const Relationships& r) {
+    std::string out;
+    for (const auto& x : r.getRelationships()) out += u8(x.getId()) + ">" + u8(x.getTargetURI().toString()) + " ";
+    return out;
+  };
+  std::map<std::string, std::string> out{{"/", rels(p.getRelationships())}};
+  for (const auto& part : p.getParts()) {
+    const FileTime t = part->getLastModifiedTime().value_or(FileTime{});
+    out[u8(part->getPartName().getName())] = u8(part->getContentType().toString()) + " " + std::to_string(t.seconds) + "." +
+                                             std::to_string(t.nanoseconds) + " " + std::to_string(part->getUnixMode().value_or(0)) +
+                                             " " + rels(part->getRelationships()) +
+                                             std::to_string(std::hash<std::string>{}(readAll(*part->getInputStream())));
+  }
+  return out;
+}
+
+// Written, then changed twice (first through a symbolic link, which stays one): a new session reads
+// what the changing one held. Items untouched by a change (or whose attributes alone changed) keep
+// their compressed bytes; a part made again starts without relationships.
 TEST_F(PackageTest, WrittenChangedAndReadBack) {
-  makeBasePackage();
+  const auto change = [&](const ustring& at, OpenMode mode, const std::function<void(Package&)>& edit) {
+    Session s(at, mode);
+    edit(s.package);
+    const auto held = describe(s.package);
+    s.package.close();
+    EXPECT_EQ(describe(Session(path, OpenMode::Read).package), held);
+  };
+  change(path, OpenMode::Create, makeBaseParts);
   const auto before = rawItems(file);
   ASSERT_EQ(::symlink("pkg.zip", dir.file("link.zip").c_str()), 0);
-  withPackage(u16(dir.file("link.zip")), OpenMode::Modify, [&](Package& p) {
-    addPart(p, u"/more.xml", kXml, "<more/>");
+  change(u16(dir.file("link.zip")), OpenMode::Modify, [&](Package& p) {
+    addDated(p, u"/more.xml", "<more/>");
     p.getPart(PartName(u"/docs/a.xml"))->setUnixMode(0640);
   });
   EXPECT_TRUE(std::filesystem::is_symlink(dir.file("link.zip")));
@@ -68,38 +99,14 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
     EXPECT_EQ(after.at(item).compressed, before.at(item).compressed) << item;
   }
   EXPECT_EQ(after.at("bin/data.bin").method, ZIP_CM_STORE);
-  EXPECT_EQ(after.at("docs/a.xml").method, ZIP_CM_DEFLATE);
-  {
-    Session s(path, OpenMode::Read);
-    std::vector<ustring> names;
-    for (const auto& p : s.package.getParts()) names.push_back(p->getPartName().getName());
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, (std::vector<ustring>{u"/bin/data.bin", u"/docs/a.xml", u"/more.xml"}));
-    EXPECT_EQ(partBytes(s.package, u"/bin/data.bin"), patternBytes(70000, 1));
-    const auto data = s.package.getPart(PartName(u"/bin/data.bin"));
-    EXPECT_EQ(data->getContentType(), ContentType(u"application/octet-stream"));
-    EXPECT_EQ(data->getLastModifiedTime(), kFarFuture);
-    EXPECT_EQ(data->getUnixMode(), 04755u);
-    EXPECT_EQ(s.package.getPart(PartName(u"/docs/a.xml"))->getUnixMode(), 0640u);
-  }
-  withPackage(path, OpenMode::Modify, [&](Package& p) {
+  change(path, OpenMode::Modify, [&](Package& p) {
     p.deletePart(PartName(u"/bin/data.bin"));
     p.deletePart(PartName(u"/docs/a.xml"));  // and with it its relationships part
-    auto a = addPart(p, u"/docs/a.xml", kXml, "<b/>");
-    EXPECT_TRUE(a->getRelationships().empty()) << "made again, it starts without relationships";
-    a->getRelationships().createRelationship(URI(u"new.xml"), kType);
+    EXPECT_TRUE(addDated(p, u"/docs/a.xml", "<b/>")->getRelationships().empty());
+    p.getPart(PartName(u"/DOCS/A.XML"))->getRelationships().createRelationship(URI(u"new.xml"), kType);
     p.getRelationships().deleteRelationship(u"rId100");
     p.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
   });
-  Session s(path, OpenMode::Read);
-  EXPECT_FALSE(s.package.partExists(PartName(u"/bin/data.bin")));
-  EXPECT_EQ(partBytes(s.package, u"/DOCS/A.XML"), "<b/>");
-  const auto rels = s.package.getRelationships().getRelationships();
-  ASSERT_EQ(rels.size(), 2u);
-  EXPECT_EQ(rels[1].getId(), u"rId2");  // rId1 is taken when the package is read back
-  std::vector<std::string> items;
-  for (const auto& [name, item] : rawItems(file)) items.push_back(name);
-  EXPECT_EQ(items, (std::vector<std::string>{"[Content_Types].xml", "_rels/.rels", "docs/_rels/a.xml.rels", "docs/a.xml", "more.xml"}));
 }
 
 // Each change is refused in a read session, and reverted in a modifying one (also after a close that
