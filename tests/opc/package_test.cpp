@@ -250,7 +250,6 @@ TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {
   Session s(path, OpenMode::Create);
   auto part = addPart(s.package, u"/p.bin", u"application/octet-stream", "first");
   auto older = part->getOutputStream();
-  EXPECT_EQ(part->getSize(), 0u);
   const std::string big = patternBytes(3u << 20, 7);  // beyond the in-memory limit
   auto newer = part->getOutputStream();
   EXPECT_THROW(writeAll(*older, "stale"), Exception);
@@ -263,7 +262,6 @@ TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {
   EXPECT_TRUE(part->isDetached());
   EXPECT_THROW((void)part->getInputStream(), Exception);
   EXPECT_THROW(writeAll(*newer, "after close"), Exception);
-  EXPECT_EQ(part->getPartName(), PartName(u"/p.bin"));  // a detached handle still knows its name
   Session r(path, OpenMode::Read);
   EXPECT_EQ(partBytes(r.package, u"/p.bin"), big);
 }

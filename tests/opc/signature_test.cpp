@@ -36,11 +36,6 @@ std::vector<model::DigitalSignatureVerificationStatus> verifyAll(const ustring& 
   return out;
 }
 
-std::string signaturePartText(const model::Package& package) {
-  model::DigitalSignatureManager manager(const_cast<model::Package&>(package));
-  return partBytes(package, manager.getSignatures().at(0).getSignaturePartName().getName());
-}
-
 ustring requirementsId(const Package& package) {
   return package.getRelationships().getRelationshipsByType(kRequirementsType).at(0).getId();
 }
@@ -48,8 +43,8 @@ ustring requirementsId(const Package& package) {
 // Replaces the first match of `pattern` in the package's first signature part.
 std::function<void(Package&)> editSignature(const std::string& pattern, const std::string& to) {
   return [=](Package& p) {
-    const std::string xml = std::regex_replace(signaturePartText(p), std::regex(pattern), to, std::regex_constants::format_first_only);
-    replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(), xml);
+    const ustring part = DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName();
+    replacePartContent(p, part, std::regex_replace(partBytes(p, part), std::regex(pattern), to, std::regex_constants::format_first_only));
   };
 }
 
@@ -182,7 +177,7 @@ TEST_F(SignatureTest, ReadBackResignedAndRemoved) {
               (std::vector<RelationshipSelector>{{root, RelationshipSelectorType::SelectByType, kRequirementsType},
                                                  {root, RelationshipSelectorType::SelectById, requirementsId(s.package)}}));
     EXPECT_TRUE(std::regex_match(u8(signature.getSigningTime()), std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
-    const std::string xml = signaturePartText(s.package);
+    const std::string xml = partBytes(s.package, signature.getSignaturePartName().getName());
     EXPECT_EQ(xml.find("digital-signature/origin"), std::string::npos);
     EXPECT_EQ(xml.find("Content_Types"), std::string::npos);
   }
