@@ -53,12 +53,6 @@ std::function<void(AddonPackage&)> rewrite(const ustring& part, const std::funct
   };
 }
 void addElement(std::string& xml) { xml.insert(xml.rfind("</"), "<x/>"); }
-void replaceOnce(std::string& text, const std::string& from, const std::string& to) {
-  const std::size_t at = text.find(from);
-  if (at == std::string::npos) throw std::runtime_error("test edit: '" + from + "' not found");
-  text.replace(at, from.size(), to);
-}
-
 
 // A signature with a test key (not the built-in one) over `parts`, beside whatever is there.
 std::function<void(AddonPackage&)> foreignSignature(std::vector<PartName> parts) {
@@ -166,10 +160,11 @@ TEST_F(SigningTest, AuthorSignatureVerdicts) {
       std::erase(pem, '\n');
       return pem;
     };
+    const std::string rsa = base64(certs().pem("rsa.pem"));  // absent, replace throws std::out_of_range
     for (const auto& s : p.getDigitalSignatureManager().getSignatures()) {
       if (s.getCertificates().empty()) continue;
       rewrite(s.getSignaturePartName().getName(),
-              [&](std::string& b) { replaceOnce(b, base64(certs().pem("rsa.pem")), base64(certs().pem("ec.pem"))); })(p);
+              [&](std::string& b) { b.replace(b.find(rsa), rsa.size(), base64(certs().pem("ec.pem"))); })(p);
     }
   };
   const auto none = [](AddonPackage&) {};
