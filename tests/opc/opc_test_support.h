@@ -1,7 +1,6 @@
 #pragma once
-// Shared helpers of the OPC tests: a scratch folder, file bytes, in-memory streams, refusal messages;
-// package sessions and raw ZIP inspection through libzip; keys, a signable package and signature-part
-// surgery.
+// Helpers the OPC, package, interop and hardening tests share: files and streams, refusal messages,
+// package sessions, what libzip sees, test keys and certificates, a signable package.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <zip.h>
@@ -71,12 +70,6 @@ class BytesInput : public InputStream {
   std::size_t offset_ = 0;
 };
 
-struct BytesOutput : OutputStream {
-  void write(const std::uint8_t* data, std::size_t size) override { bytes.append(reinterpret_cast<const char*>(data), size); }
-  void flush() override {}
-  std::string bytes;
-};
-
 // What `f` throws as an opc::Exception, or "(no error)": match it against the expected fragment.
 template <class F>
 std::string errorOf(F&& f) {
@@ -108,7 +101,7 @@ using interfaces::OpenMode;
 
 // A physical package and its model, as a caller holds them for one session.
 struct Session {
-  Session(const ustring& path, OpenMode mode, bool durable = false) : physical(path, durable), package(physical) {
+  Session(const ustring& path, OpenMode mode) : physical(path, false), package(physical) {
     package.open(mode);
   }
   zippackage::ZipPhysicalPackage physical;
@@ -240,18 +233,15 @@ inline const KeyPair& testKeys(std::size_t which) {
 }
 
 inline constexpr char16_t kRequirementsPart[] = u"/metadata/systemRequirements.xml";
-inline constexpr char16_t kRequirementsContentType[] = u"application/vnd.kestrelon.zorvan.addon.systemRequirements+xml";
 inline constexpr char16_t kRequirementsType[] = u"https://schemas.test/relationships/systemRequirements";
 inline constexpr char16_t kOtherPart[] = u"/metadata/other.xml";
 inline constexpr char16_t kOtherType[] = u"https://schemas.test/relationships/other";
-inline constexpr char kRequirementsXml[] =
-    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<systemRequirements xmlns=\"https://schemas.test/req\">"
-    "<platformCompatibility win=\"true\" linux=\"true\" mac=\"false\" ZORVANOnline=\"true\"/></systemRequirements>";
 
 // A package with the requirements part and another part, each related from the root.
 inline void makeSignablePackage(const ustring& path) {
   withPackage(path, OpenMode::Create, [](model::Package& p) {
-    addPart(p, kRequirementsPart, kRequirementsContentType, kRequirementsXml);
+    addPart(p, kRequirementsPart, u"application/vnd.kestrelon.zorvan.addon.systemRequirements+xml",
+            "<systemRequirements xmlns=\"https://schemas.test/req\"><platformCompatibility win=\"true\"/></systemRequirements>");
     p.getRelationships().createRelationship(model::URI(u"metadata/systemRequirements.xml"), kRequirementsType);
     addPart(p, kOtherPart, u"application/xml", "<other/>");
     p.getRelationships().createRelationship(model::URI(u"metadata/other.xml"), kOtherType);
@@ -268,38 +258,9 @@ inline std::vector<model::RelationshipSelector> requirementsSelectors() {
                                       model::RelationshipSelectorType::SelectByType, kRequirementsType)};
 }
 
-// Signs the requirements part and its root relationship in its own session.
-inline void signRequirements(const ustring& path, const KeyPair& keys = testKeys(0)) {
-  withPackage(path, OpenMode::Modify, [&](model::Package& p) {
-    (void)model::DigitalSignatureManager(p).sign({model::PartName(kRequirementsPart)}, requirementsSelectors(), keys.signing,
-                                                 keys.verification, defaultParams());
-  });
-}
-
-// The verdict on every signature of the package, in order.
-inline std::vector<model::DigitalSignatureVerificationStatus> verifyAll(const ustring& path,
-                                                                      const Bytes& key = testKeys(0).verification) {
-  Session s(path, OpenMode::Read);
-  model::DigitalSignatureManager manager(s.package);
-  std::vector<model::DigitalSignatureVerificationStatus> out;
-  for (const auto& signature : manager.getSignatures()) out.push_back(manager.verifySignature(signature, key));
-  return out;
-}
-
-inline std::string signaturePartText(const model::Package& package) {
-  model::DigitalSignatureManager manager(const_cast<model::Package&>(package));
-  return partBytes(package, manager.getSignatures().at(0).getSignaturePartName().getName());
-}
-
 inline void replacePartContent(model::Package& package, const ustring& name, const std::string& bytes) {
   auto out = package.getPart(model::PartName(name))->getOutputStream();
   writeAll(*out, bytes);
-}
-
-inline void replaceOnce(std::string& text, const std::string& from, const std::string& to) {
-  const std::size_t at = text.find(from);
-  if (at == std::string::npos) throw std::runtime_error("test edit: '" + from + "' not found");
-  text.replace(at, from.size(), to);
 }
 
 }  // namespace opc::test

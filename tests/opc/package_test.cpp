@@ -29,34 +29,65 @@ constexpr FileTime kFarFuture{884541340800, 100};
 
 class PackageTest : public ::testing::Test {
  protected:
-  // A package with a deflated XML part, a stored binary part, a part-level and two package-level
-  // relationships.
-  void makeBasePackage() {
-    Session s(path, OpenMode::Create);
-    addPart(s.package, u"/docs/a.xml", kXml, "<a/>");
-    auto data = addPart(s.package, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), Compression::Stored);
+  // A part with a time and a mode, so that a session holds what the package will.
+  static PartPtr addDated(Package& p, const char16_t* name, const std::string& bytes) {
+    auto part = addPart(p, name, kXml, bytes);
+    part->setLastModifiedTime({1600000000, 0});
+    part->setUnixMode(0644);
+    return part;
+  }
+  // A deflated XML part, a stored binary part, a part-level and two package-level relationships.
+  static void makeBaseParts(Package& p) {
+    addDated(p, u"/docs/a.xml", "<a/>");
+    auto data = addPart(p, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), Compression::Stored);
     data->setLastModifiedTime(kFarFuture);  // beyond DOS time, with a sub-second part
     data->setUnixMode(04755);
-    s.package.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
-    s.package.getRelationships().createRelationship(URI(u"bin/data.bin"), kType, u"rId100");
-    s.package.getPart(PartName(u"/docs/a.xml"))->getRelationships().createRelationship(URI(u"../bin/data.bin"), kType);
-    s.package.close();
+    p.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
+    p.getRelationships().createRelationship(URI(u"bin/data.bin"), kType, u"rId100");
+    p.getPart(PartName(u"/docs/a.xml"))->getRelationships().createRelationship(URI(u"../bin/data.bin"), kType);
   }
+  void makeBasePackage() { withPackage(path, OpenMode::Create, makeBaseParts); }
 
   ScratchDir dir;
   std::string file = dir.file("pkg.zip");
   ustring path = dir.ufile("pkg.zip");
 };
 
-// Written, changed twice (first through a symbolic link, which stays one) and read back: parts, bytes,
-// types, attributes and relationships come back; parts untouched by a change (or whose attributes
-// alone changed) keep their compressed bytes.
+// A session's view of each part (type, time, mode, relationships, a hash of its bytes) and of the
+// root's relationships.
+std::map<std::string, std::string> describe(const Package& p) {
+  const auto rels = [](const Relationships& r) {
+    std::string out;
+    for (const auto& x : r.getRelationships()) out += u8(x.getId()) + ">" + u8(x.getTargetURI().toString()) + " ";
+    return out;
+  };
+  std::map<std::string, std::string> out{{"/", rels(p.getRelationships())}};
+  for (const auto& part : p.getParts()) {
+    const FileTime t = part->getLastModifiedTime().value_or(FileTime{});
+    out[u8(part->getPartName().getName())] = u8(part->getContentType().toString()) + " " + std::to_string(t.seconds) + "." +
+                                             std::to_string(t.nanoseconds) + " " + std::to_string(part->getUnixMode().value_or(0)) +
+                                             " " + rels(part->getRelationships()) +
+                                             std::to_string(std::hash<std::string>{}(readAll(*part->getInputStream())));
+  }
+  return out;
+}
+
+// Written, then changed twice (first through a symbolic link, which stays one): a new session reads
+// what the changing one held. Items untouched by a change (or whose attributes alone changed) keep
+// their compressed bytes; a part made again starts without relationships.
 TEST_F(PackageTest, WrittenChangedAndReadBack) {
-  makeBasePackage();
+  const auto change = [&](const ustring& at, OpenMode mode, const std::function<void(Package&)>& edit) {
+    Session s(at, mode);
+    edit(s.package);
+    const auto held = describe(s.package);
+    s.package.close();
+    EXPECT_EQ(describe(Session(path, OpenMode::Read).package), held);
+  };
+  change(path, OpenMode::Create, makeBaseParts);
   const auto before = rawItems(file);
   ASSERT_EQ(::symlink("pkg.zip", dir.file("link.zip").c_str()), 0);
-  withPackage(u16(dir.file("link.zip")), OpenMode::Modify, [&](Package& p) {
-    addPart(p, u"/more.xml", kXml, "<more/>");
+  change(u16(dir.file("link.zip")), OpenMode::Modify, [&](Package& p) {
+    addDated(p, u"/more.xml", "<more/>");
     p.getPart(PartName(u"/docs/a.xml"))->setUnixMode(0640);
   });
   EXPECT_TRUE(std::filesystem::is_symlink(dir.file("link.zip")));
@@ -68,45 +99,14 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
     EXPECT_EQ(after.at(item).compressed, before.at(item).compressed) << item;
   }
   EXPECT_EQ(after.at("bin/data.bin").method, ZIP_CM_STORE);
-  EXPECT_EQ(after.at("docs/a.xml").method, ZIP_CM_DEFLATE);
-  {
-    Session s(path, OpenMode::Read);
-    std::vector<ustring> names;
-    for (const auto& p : s.package.getParts()) names.push_back(p->getPartName().getName());
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, (std::vector<ustring>{u"/bin/data.bin", u"/docs/a.xml", u"/more.xml"}));
-    EXPECT_EQ(partBytes(s.package, u"/bin/data.bin"), patternBytes(70000, 1));
-    const auto data = s.package.getPart(PartName(u"/bin/data.bin"));
-    EXPECT_EQ(data->getContentType(), ContentType(u"application/octet-stream"));
-    EXPECT_EQ(data->getLastModifiedTime(), kFarFuture);
-    EXPECT_EQ(data->getUnixMode(), 04755u);
-    EXPECT_EQ(s.package.getPart(PartName(u"/docs/a.xml"))->getUnixMode(), 0640u);
-    const auto rels = s.package.getRelationships().getRelationshipsByType(kType);
-    ASSERT_EQ(rels.size(), 2u);
-    EXPECT_EQ(rels[0].getId(), u"rId1");
-    EXPECT_EQ(rels[1].getTargetPartName(), PartName(u"/bin/data.bin"));
-    const auto& partRels = s.package.getPart(PartName(u"/docs/a.xml"))->getRelationships();
-    ASSERT_EQ(partRels.size(), 1u);
-    EXPECT_EQ(partRels.getRelationships()[0].getTargetPartName(), PartName(u"/bin/data.bin"));
-  }
-  withPackage(path, OpenMode::Modify, [&](Package& p) {
+  change(path, OpenMode::Modify, [&](Package& p) {
     p.deletePart(PartName(u"/bin/data.bin"));
     p.deletePart(PartName(u"/docs/a.xml"));  // and with it its relationships part
-    auto a = addPart(p, u"/docs/a.xml", kXml, "<b/>");
-    EXPECT_TRUE(a->getRelationships().empty()) << "made again, it starts without relationships";
-    a->getRelationships().createRelationship(URI(u"new.xml"), kType);
+    EXPECT_TRUE(addDated(p, u"/docs/a.xml", "<b/>")->getRelationships().empty());
+    p.getPart(PartName(u"/DOCS/A.XML"))->getRelationships().createRelationship(URI(u"new.xml"), kType);
     p.getRelationships().deleteRelationship(u"rId100");
     p.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
   });
-  Session s(path, OpenMode::Read);
-  EXPECT_FALSE(s.package.partExists(PartName(u"/bin/data.bin")));
-  EXPECT_EQ(partBytes(s.package, u"/DOCS/A.XML"), "<b/>");
-  const auto rels = s.package.getRelationships().getRelationships();
-  ASSERT_EQ(rels.size(), 2u);
-  EXPECT_EQ(rels[1].getId(), u"rId2");  // rId1 is taken when the package is read back
-  std::vector<std::string> items;
-  for (const auto& [name, item] : rawItems(file)) items.push_back(name);
-  EXPECT_EQ(items, (std::vector<std::string>{"[Content_Types].xml", "_rels/.rels", "docs/_rels/a.xml.rels", "docs/a.xml", "more.xml"}));
 }
 
 // Each change is refused in a read session, and reverted in a modifying one (also after a close that
@@ -217,54 +217,39 @@ TEST_F(PackageTest, PartNameConflictsAreRefused) {
 // gone) and re-creation under other cases: every live part is found under any case of its name and
 // keeps the spelling it was created with, no deleted one is found, before and after a reopen.
 TEST_F(PackageTest, ThousandsOfPartsStayFoundThroughDeletionsAndRecreation) {
-  constexpr int kParts = 3000;
   const auto name = [](int i, bool upper) {
     std::string text = "/d" + std::to_string(i % 37) + "/part" + std::to_string(i) + ".xml";
     if (upper) std::transform(text.begin(), text.end(), text.begin(), [](char c) { return std::toupper(c); });
     return text;
   };
-  std::vector<int> spelling(kParts, -1);  // -1: absent, else 0 lower / 1 upper
-  const auto check = [&](Package& package) {
-    for (int i = 0; i < kParts; ++i) {
-      SCOPED_TRACE(i);
-      ASSERT_EQ(package.partExists(PartName(u16(name(i, i % 2 == 0)))), spelling[i] >= 0);
-      if (spelling[i] >= 0) {
-        EXPECT_EQ(std::string(package.getPart(PartName(u16(name(i, i % 2 != 0))))->getPartName().text()),
-                  name(i, spelling[i] == 1));
+  std::map<int, bool> live;  // part i, created in upper case
+  const auto check = [&](const Package& package) {
+    for (int i = 0; i < 3000; ++i) {
+      ASSERT_EQ(package.partExists(PartName(u16(name(i, i % 2 == 0)))), live.contains(i)) << i;
+      if (live.contains(i)) {
+        EXPECT_EQ(package.getPart(PartName(u16(name(i, i % 2 != 0))))->getPartName().text(), name(i, live.at(i)));
       }
     }
-    EXPECT_EQ(package.getPartCount(), static_cast<std::size_t>(std::count_if(
-                                          spelling.begin(), spelling.end(), [](int s) { return s >= 0; })));
+    EXPECT_EQ(package.getPartCount(), live.size());
   };
   withPackage(path, OpenMode::Create, [&](Package& p) {
-    for (int i = 0; i < kParts; ++i) {
-      addPart(p, u16(name(i, false)), kXml, "");
-      spelling[i] = 0;
-    }
-    for (int i = 0; i < kParts; ++i) {
-      if (i % 3 != 0) {
-        p.deletePart(PartName(u16(name(i, i % 2 == 0))));
-        spelling[i] = -1;
-      }
+    for (int i = 0; i < 3000; ++i) addPart(p, u16(name(i, live[i] = false)), kXml, "");
+    for (int i = 1; i < 3000; ++i) {
+      if (i % 3 != 0) p.deletePart(PartName(u16(name(i, i % 2 == 0)))), live.erase(i);
     }
     check(p);
-    for (int i = 0; i < kParts; i += 2) {
-      if (spelling[i] < 0) {
-        addPart(p, u16(name(i, true)), kXml, "");
-        spelling[i] = 1;
-      }
+    for (int i = 0; i < 3000; i += 2) {
+      if (!live.contains(i)) addPart(p, u16(name(i, live[i] = true)), kXml, "");
     }
     check(p);
   });
-  Session s(path, OpenMode::Read);
-  check(s.package);
+  check(Session(path, OpenMode::Read).package);
 }
 
 TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {
   Session s(path, OpenMode::Create);
   auto part = addPart(s.package, u"/p.bin", u"application/octet-stream", "first");
   auto older = part->getOutputStream();
-  EXPECT_EQ(part->getSize(), 0u);
   const std::string big = patternBytes(3u << 20, 7);  // beyond the in-memory limit
   auto newer = part->getOutputStream();
   EXPECT_THROW(writeAll(*older, "stale"), Exception);
@@ -277,14 +262,14 @@ TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {
   EXPECT_TRUE(part->isDetached());
   EXPECT_THROW((void)part->getInputStream(), Exception);
   EXPECT_THROW(writeAll(*newer, "after close"), Exception);
-  EXPECT_EQ(part->getPartName(), PartName(u"/p.bin"));  // a detached handle still knows its name
   Session r(path, OpenMode::Read);
   EXPECT_EQ(partBytes(r.package, u"/p.bin"), big);
 }
 
 // Items as other tools write them, read and then rewritten by a change elsewhere (a new part and its
 // root relationship, as storing a record does): each item comes out under its own name with its own
-// bytes, or opening refuses the package naming the item.
+// bytes, or opening refuses the package naming the item. (Names equivalent, with a space or without
+// a content type: the malformed corpus.)
 TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
   const std::string types =
       "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\"><Default Extension=\"txt\" "
@@ -304,10 +289,7 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
        nullptr},
       {"folder items", {{"dir/", ""}, {"dir/f.txt", "f"}, {"empty/", ""}}, nullptr},
       {"root relationships to a UTF-8 part", {{"\xC3\x84rger.txt", "a"}, {"_rels/.rels", rels}}, nullptr},
-      {"names equal but for case", {{"a.txt", "1"}, {"A.txt", "2"}}, "'A.txt'"},
       {"a name equal to another once encoded", {{"%C3%84.txt", "1"}, {"\xC3\x84.txt", "2"}}, "'\xC3\x84.txt'"},
-      {"a space in a name", {{"a b.txt", "1"}}, "'a b.txt'"},
-      {"no content type", {{"x.unknown", "1"}}, "'x.unknown'"},
       {"a name in code page 437 (no UTF-8)", {{"\x8Erger.txt", "1"}}, nullptr, ZIP_FL_ENC_RAW},
   };
   for (const auto& c : cases) {
@@ -340,9 +322,9 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
   }
 }
 
-// Every file of the malformed corpus (tests/data/opc, made by tests/opc/make_corpus.py) fails with the
-// error that names its defect, when opened or when its parts are read; the valid control opens. (Each
-// defect of the archive itself: the ZIP reader's table.)
+// Every file of the malformed corpus (tests/data/opc) fails with the error that names its defect,
+// when opened or when its parts are read; the valid control opens. (Each defect of the archive
+// itself: the ZIP reader's table.)
 const std::string kCorpus = std::string(ZV_TEST_DATA_DIR) + "/opc/";
 
 struct Case {

@@ -18,6 +18,24 @@ namespace {
 using namespace opc::test;
 using Result = DigitalSignatureVerificationStatus::Result;
 
+// Signs the requirements part and its root relationship in its own session.
+void signRequirements(const ustring& path, const KeyPair& keys = testKeys(0)) {
+  withPackage(path, OpenMode::Modify, [&](model::Package& p) {
+    (void)model::DigitalSignatureManager(p).sign({model::PartName(kRequirementsPart)}, requirementsSelectors(), keys.signing,
+                                                 keys.verification, defaultParams());
+  });
+}
+
+// The verdict on every signature of the package, in order.
+std::vector<model::DigitalSignatureVerificationStatus> verifyAll(const ustring& path,
+                                                                      const Bytes& key = testKeys(0).verification) {
+  Session s(path, OpenMode::Read);
+  model::DigitalSignatureManager manager(s.package);
+  std::vector<model::DigitalSignatureVerificationStatus> out;
+  for (const auto& signature : manager.getSignatures()) out.push_back(manager.verifySignature(signature, key));
+  return out;
+}
+
 ustring requirementsId(const Package& package) {
   return package.getRelationships().getRelationshipsByType(kRequirementsType).at(0).getId();
 }
@@ -25,8 +43,8 @@ ustring requirementsId(const Package& package) {
 // Replaces the first match of `pattern` in the package's first signature part.
 std::function<void(Package&)> editSignature(const std::string& pattern, const std::string& to) {
   return [=](Package& p) {
-    const std::string xml = std::regex_replace(signaturePartText(p), std::regex(pattern), to, std::regex_constants::format_first_only);
-    replacePartContent(p, DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName(), xml);
+    const ustring part = DigitalSignatureManager(p).getSignatures().at(0).getSignaturePartName().getName();
+    replacePartContent(p, part, std::regex_replace(partBytes(p, part), std::regex(pattern), to, std::regex_constants::format_first_only));
   };
 }
 
@@ -63,15 +81,6 @@ TEST_F(SignatureTest, VerdictsAfterChangesAndWithOtherKeys) {
       {"PartRemoved", [](Package& p) { p.deletePart(PartName(kRequirementsPart)); }, Result::PartMissing},
       {"SecondRelationshipOfTheType", [](Package& p) { p.getRelationships().createRelationship(URI(u"metadata/other.xml"), kRequirementsType); },
        Result::DigestMismatch},
-      {"IdsSwapped",
-       [&](Package& p) {
-         const ustring requirements = requirementsId(p);
-         const ustring other = p.getRelationships().getRelationshipsByType(kOtherType).at(0).getId();
-         retarget(p, u"metadata/systemRequirements.xml", kRequirementsType, other);
-         retarget(p, u"metadata/other.xml", kOtherType, requirements);
-       },
-       Result::DigestMismatch},
-      {"SignatureValueChanged", editSignature("<SignatureValue>[^<]{8}", "<SignatureValue>AAAAAAAA"), Result::SignatureMismatch},
       {"SecondPackageObject", editSignature("</Signature>", "<Object Id=\"idPackageObject\"></Object></Signature>"),
        Result::MalformedSignature},
       {"UnknownAttribute", editSignature("<SignatureValue>", "<SignatureValue Foo=\"1\">"), Result::MalformedSignature},
@@ -168,7 +177,7 @@ TEST_F(SignatureTest, ReadBackResignedAndRemoved) {
               (std::vector<RelationshipSelector>{{root, RelationshipSelectorType::SelectByType, kRequirementsType},
                                                  {root, RelationshipSelectorType::SelectById, requirementsId(s.package)}}));
     EXPECT_TRUE(std::regex_match(u8(signature.getSigningTime()), std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
-    const std::string xml = signaturePartText(s.package);
+    const std::string xml = partBytes(s.package, signature.getSignaturePartName().getName());
     EXPECT_EQ(xml.find("digital-signature/origin"), std::string::npos);
     EXPECT_EQ(xml.find("Content_Types"), std::string::npos);
   }

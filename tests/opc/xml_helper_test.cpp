@@ -12,9 +12,7 @@
 namespace opc::model {
 namespace {
 
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using opc::test::BytesInput;
+using namespace opc::test;
 
 constexpr char16_t kNs[] = u"urn:zvaddon:test:record";
 
@@ -42,7 +40,7 @@ TEST_F(XmlHelperTest, TextXmlCannotCarryIsRefused) {
     DocumentPtr document = XercesHelper::createDocument();
     xercesc::DOMElement* field = XercesHelper::appendElementNS(XercesHelper::appendElementNS(document.get(), kNs, u"record"), kNs, u"field");
     XercesHelper::setElementText(field, u"kept");
-    EXPECT_THAT(opc::test::errorOf([&] { XercesHelper::setElementText(field, c.text); }), HasSubstr(c.refused));
+    EXPECT_THAT(errorOf([&] { XercesHelper::setElementText(field, c.text); }), HasSubstr(c.refused));
     EXPECT_THROW(XercesHelper::setElementAttribute(field, u"a", c.text), opc::Exception);
     ustring text;
     XercesHelper::getElementText(field, text);
@@ -86,7 +84,7 @@ TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
-    EXPECT_THAT(opc::test::errorOf([&] { (void)parse(c.xml, c.limits); }), AllOf(HasSubstr(c.what), HasSubstr(c.where)));
+    EXPECT_THAT(errorOf([&] { (void)parse(c.xml, c.limits); }), AllOf(HasSubstr(c.what), HasSubstr(c.where)));
     if (c.accepting) {
       EXPECT_NO_THROW((void)parse(c.xml, *c.accepting));
     }
