@@ -34,20 +34,23 @@ CommandRun summarise(const std::string& path) {
   return zvtest::runCommand("/usr/bin/python3 '" ZV_INTEROP_DIR "/opc_summary.py' " + shellQuoted(path));
 }
 
-// The xmlsec checker on `signaturePart` of `package`, unzipped into `scratch`, with `key` written as
-// `keyName` (a DER public key, or a PEM trust store when the name ends in ".pem"); then, for a trust
-// store, the JDK's engine on the same files. Status 0: verified, 1: refused, 2: could not run.
-std::pair<CommandRun, CommandRun> checkSignature(const std::string& package, const std::string& signaturePart,
-                                                 const Bytes& key, const zvtest::TempDir& scratch,
-                                                 const std::string& keyName = "key.der") {
-  zvtest::writeBytes(scratch.file(keyName), std::string(key.begin(), key.end()));
+// The xmlsec checker on `signaturePart` of `package`, unzipped into `scratch`, with the key file
+// `key` of `scratch` (a DER public key, or a PEM trust store when its name ends in ".pem"); then, for a
+// trust store, the JDK's engine on the same files. Status 0: verified, 1: refused, 2: could not run.
+std::vector<CommandRun> checkSignature(const std::string& package, const std::string& signaturePart,
+                                       const zvtest::TempDir& scratch, const std::string& key) {
   const std::string folder = scratch.file("unzipped");
-  const std::string args = " " + shellQuoted(folder) + " " + shellQuoted(signaturePart) + " " + shellQuoted(scratch.file(keyName));
+  const std::string args = " " + shellQuoted(folder) + " " + shellQuoted(signaturePart) + " " + shellQuoted(scratch.file(key));
   std::filesystem::remove_all(folder);
   const CommandRun unzip = zvtest::runCommand("unzip -q -o " + shellQuoted(package) + " -d " + shellQuoted(folder));
-  if (unzip.status != 0) return {{2, "unzip failed:\n" + unzip.output}, {}};
-  return {zvtest::runCommand("'" ZV_XMLSEC_CHECK "'" + args),
-          keyName.ends_with(".pem") ? zvtest::runCommand("java '" ZV_INTEROP_DIR "/SignatureCheck.java'" + args) : CommandRun{}};
+  if (unzip.status != 0) return {{2, "unzip failed:\n" + unzip.output}};
+  std::vector<CommandRun> engines{zvtest::runCommand("'" ZV_XMLSEC_CHECK "'" + args)};
+  if (key.ends_with(".pem")) engines.push_back(zvtest::runCommand("java '" ZV_INTEROP_DIR "/SignatureCheck.java'" + args));
+  return engines;
+}
+
+void writeKey(const zvtest::TempDir& scratch, const std::string& name, const Bytes& key) {
+  zvtest::writeBytes(scratch.file(name), std::string(key.begin(), key.end()));
 }
 
 // "/a/b%20c.txt" -> "/a/b c.txt", as the readers report names.
@@ -118,7 +121,8 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
   zvtest::callOk(zvAddonSetScreenshot, {path, dir.file("shot.png")});
   zvtest::callOk(zvAddonSetSystemRequirements, {path, {{"productDependency", {{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}}}}});
   zvtest::callOk(zvAddonSign, {path});
-  const CommandRun signature = checkSignature(path, "/_xmlsignatures/sig1.xml", addon::packaging::getVerificationKey(), dir).first;
+  writeKey(dir, "builtin.der", addon::packaging::getVerificationKey());
+  const CommandRun signature = checkSignature(path, "/_xmlsignatures/sig1.xml", dir, "builtin.der").at(0);
   EXPECT_EQ(signature.status, 0) << signature.output;
   EXPECT_NE(signature.output.find("reference ok /metadata/systemRequirements.xml?"), std::string::npos) << signature.output;
 
@@ -191,7 +195,6 @@ TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
   using foundation::crypto::utils::SignatureMethod;
   model::XercesGuard guard;
   const auto& certs = test::testCertificates();
-  const auto pem = [&](const char* name) { const std::string t = certs.pem(name); return Bytes(t.begin(), t.end()); };
   const auto requirements = [](DigestMethod d, SignatureMethod s) {
     return [=](model::Package& p) {
       (void)model::DigitalSignatureManager(p).sign({model::PartName(test::kRequirementsPart)}, test::requirementsSelectors(),
@@ -209,49 +212,45 @@ TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
     };
   };
   const auto sha256 = requirements(DigestMethod::SHA256, SignatureMethod::RSA_SHA256);
+  const auto sha384 = requirements(DigestMethod::SHA384, SignatureMethod::RSA_SHA256);
+  const auto sha512 = requirements(DigestMethod::SHA512, SignatureMethod::RSA_SHA512);
   const auto none = [](model::Package&) {};
   const struct {
     const char* name;
     std::function<void(model::Package&)> sign, change;
-    Bytes key;
-    const char* keyName;
+    const char* key;  // a file written below
     int status;
     const char* seen;  // a line the engines print when they verify
   } cases[] = {
-      {"SHA-256", sha256, none, test::testKeys(0).verification, "key.der", 0, "reference ok /metadata/systemRequirements.xml?ContentType="},
-      {"SHA-384 digests", requirements(DigestMethod::SHA384, SignatureMethod::RSA_SHA256), none, test::testKeys(0).verification,
-       "key.der", 0, "reference ok /_rels/.rels?ContentType="},
-      {"SHA-512", requirements(DigestMethod::SHA512, SignatureMethod::RSA_SHA512), none, test::testKeys(0).verification, "key.der",
-       0, "signature ok"},
-      {"RSA author", author("rsa"), none, pem("ca.pem"), "trust.pem", 0, "reference ok /metadata/other.xml?ContentType="},
-      {"EC author", author("ec"), none, pem("ca.pem"), "trust.pem", 0, "reference ok /_rels/.rels?ContentType="},
-      {"author of another root", author("rsa"), none, pem("other.pem"), "trust.pem", 1, ""},
+      {"SHA-256", sha256, none, "key0.der", 0, "reference ok /metadata/systemRequirements.xml?ContentType="},
+      {"SHA-384 digests", sha384, none, "key0.der", 0, "reference ok /_rels/.rels?ContentType="},
+      {"SHA-512", sha512, none, "key0.der", 0, "signature ok"},
+      {"RSA author", author("rsa"), none, "ca.pem", 0, "reference ok /metadata/other.xml?ContentType="},
+      {"EC author", author("ec"), none, "ca.pem", 0, "reference ok /_rels/.rels?ContentType="},
+      {"author of another root", author("rsa"), none, "other.pem", 1, ""},
       {"changed requirements", sha256,
-       [](model::Package& p) { test::replacePartContent(p, test::kRequirementsPart, "<systemRequirements/>"); },
-       test::testKeys(0).verification, "key.der", 1, ""},
+       [](model::Package& p) { test::replacePartContent(p, test::kRequirementsPart, "<systemRequirements/>"); }, "key0.der", 1, ""},
       {"retargeted relationship", sha256,
        [](model::Package& p) {
          const ustring id = p.getRelationships().getRelationshipsByType(test::kRequirementsType).at(0).getId();
          p.getRelationships().deleteRelationship(id);
          p.getRelationships().createRelationship(model::URI(u"metadata/other.xml"), test::kRequirementsType, id);
        },
-       test::testKeys(0).verification, "key.der", 1, ""},
-      {"another key", sha256, none, test::testKeys(1).verification, "key.der", 1, ""},
+       "key0.der", 1, ""},
+      {"another key", sha256, none, "key1.der", 1, ""},
   };
   zvtest::TempDir dir;
   const std::string path = dir.file("signed.zvaddon");
+  writeKey(dir, "key0.der", test::testKeys(0).verification);
+  writeKey(dir, "key1.der", test::testKeys(1).verification);
+  for (const char* trust : {"ca.pem", "other.pem"}) zvtest::writeBytes(dir.file(trust), certs.pem(trust));
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     test::makeSignablePackage(u16(path));
-    for (const auto& step : {c.sign, c.change}) {
-      Session s(u16(path), OpenMode::Modify);
-      step(s.package);
-      s.package.close();
-    }
+    for (const auto& step : {c.sign, c.change}) test::withPackage(u16(path), OpenMode::Modify, step);
     Session read(u16(path), OpenMode::Read);
     const std::string part = u8(model::DigitalSignatureManager(read.package).getSignatures().back().getSignaturePartName().getName());
-    const auto [xmlsec, jdk] = checkSignature(path, part, c.key, dir, c.keyName);
-    for (const CommandRun& engine : std::string(c.keyName).ends_with(".pem") ? std::vector{xmlsec, jdk} : std::vector{xmlsec}) {
+    for (const CommandRun& engine : checkSignature(path, part, dir, c.key)) {
       EXPECT_EQ(engine.status, c.status) << engine.output;
       EXPECT_TRUE(c.status != 0 || engine.output.find(c.seen) != std::string::npos) << engine.output;
     }

@@ -1,13 +1,10 @@
-/* Verifies one package signature with the XML Security Library (xmlsec1, OpenSSL back end), an
- * XML-DSig engine written independently of zvaddon: SignedInfo, the signature value with the key
- * given (never one from KeyInfo), and every manifest reference, each part read from the unzipped
- * package through xmlsec's own relationships transform. Given a PEM trust store (a name ending in
- * ".pem"), the key is KeyInfo's certificate, whose chain must reach the store.
- *
+/* Verifies one package signature with the XML Security Library (xmlsec1, OpenSSL), an engine written
+ * independently of zvaddon: SignedInfo, the signature value with the key given (never KeyInfo's), and
+ * every manifest reference through xmlsec's own relationships transform. Given a trust store (a name
+ * ending in ".pem"), the key is KeyInfo's certificate, whose chain must reach the store.
  *   signature_xmlsec_check FOLDER SIGNATURE_PART PUBLIC_KEY_DER|TRUST.pem
- *
- * Prints "reference ok|bad URI" per manifest reference and "signature ok|bad".
- * Exit status: 0 when all verify, 1 when something does not, 2 on a usage or set-up error.
+ * Prints "reference ok|bad URI" per reference and "signature ok|bad"; exits 0 when all verify, 1 when
+ * something does not, 2 on a usage or set-up error.
  */
 #include <stdio.h>
 #include <string.h>

@@ -94,7 +94,6 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
   std::filesystem::remove(dir.file("link.zip"));
   const auto after = rawItems(file);
   for (const char* item : {"docs/a.xml", "bin/data.bin", "_rels/.rels", "docs/_rels/a.xml.rels"}) {
-    ASSERT_TRUE(after.contains(item)) << item;
     EXPECT_EQ(after.at(item).method, before.at(item).method) << item;
     EXPECT_EQ(after.at(item).compressed, before.at(item).compressed) << item;
   }
@@ -313,7 +312,6 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
     const auto after = rawItems(file);
     for (const auto& [name, item] : before) {
       if (name == "[Content_Types].xml" || name == "_rels/.rels") continue;  // rewritten with the new part
-      ASSERT_TRUE(after.contains(name)) << name;
       EXPECT_EQ(after.at(name).compressed, item.compressed) << name;
       EXPECT_EQ(after.at(name).crc, item.crc) << name;
       EXPECT_EQ(after.at(name).storedName, name) << "every name written is UTF-8";
@@ -327,13 +325,11 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
 // itself: the ZIP reader's table.)
 const std::string kCorpus = std::string(ZV_TEST_DATA_DIR) + "/opc/";
 
-struct Case {
-  const char* file;
-  std::vector<const char*> expected;  // each must appear in the message
-};
-
 TEST(MalformedPackageTest, EachDefectGivesItsError) {
-  const Case cases[] = {
+  const struct {
+    const char* file;
+    std::vector<const char*> expected;  // each must appear in the message
+  } cases[] = {
       {"not-a-zip.zip", {"not-a-zip.zip", "no ZIP archive"}},
       {"content-types-missing.zip", {"no [Content_Types].xml"}},
       {"content-types-malformed.zip", {"[Content_Types].xml"}},
