@@ -1,8 +1,6 @@
-// Faults while a call rewrites a package, each leaving a whole package: SIGKILL at any moment (the
-// old or the new package, and it opens; ZV_KILL_ROUNDS sets the rounds per call, the slow-labelled
-// run 200), a full disk (the call's key with the system's reason, the package byte for byte as it
-// was; on a small tmpfs the test mounts, so as root only), and two processes writing while this one
-// reads (every read sees one writer's complete licence).
+// Faults while a call rewrites a package, each leaving a whole one: SIGKILL at any moment (old or new,
+// and it opens; ZV_KILL_ROUNDS rounds per call), a full disk (the call's key and the system's reason,
+// the package as it was; a tmpfs mounted as root), two writers while this process reads whole licences.
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -21,8 +19,6 @@
 
 namespace zvtest {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 const Json kRequirements = {
     {"productDependency", Json::array({{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}})},
@@ -83,9 +79,9 @@ TEST(KillTest, EveryKillLeavesTheOldOrTheNewPackage) {
   for (const Write& write : writes()) {
     SCOPED_TRACE(write.name);
     // How long an uninterrupted call takes sets the range of kill moments.
-    const auto start = Clock::now();
+    const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(write.run(package, newFile).ok());
-    const auto duration = Clock::now() - start;
+    const auto duration = std::chrono::steady_clock::now() - start;
     ASSERT_TRUE(write.done(package));
 
     const char* rounds = std::getenv("ZV_KILL_ROUNDS");

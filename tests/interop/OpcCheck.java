@@ -5,8 +5,6 @@
 // Exit status 0 when POI opened the package without complaint, 1 (with the exception) otherwise.
 import java.net.URLEncoder;
 import java.nio.charset.StandardCharsets;
-import java.util.Date;
-import java.util.Optional;
 import org.apache.poi.openxml4j.opc.*;
 
 public final class OpcCheck {
@@ -28,9 +26,6 @@ public final class OpcCheck {
     return PackagingURIHelper.resolvePartUri(rel.getSourceURI(), rel.getTargetURI()).getPath();
   }
 
-  private static void text(String name, Optional<String> value) { value.ifPresent(v -> record("core", name, v)); }
-  private static void date(String name, Optional<Date> value) { value.ifPresent(v -> record("core", name, v.toInstant().toString())); }
-
   public static void main(String[] args) throws Exception {
     OPCPackage pkg;
     try {
@@ -47,15 +42,13 @@ public final class OpcCheck {
         relationships(part.getPartName().getURI().getPath(), part.getRelationships());
       }
       relationships("/", pkg.getRelationships());
-
       PackageProperties core = pkg.getPackageProperties();
-      text("title", core.getTitleProperty());
-      text("description", core.getDescriptionProperty());
-      text("creator", core.getCreatorProperty());
-      text("version", core.getVersionProperty());
-      date("created", core.getCreatedProperty());
-      date("modified", core.getModifiedProperty());
-
+      core.getTitleProperty().ifPresent(v -> record("core", "title", v));
+      core.getDescriptionProperty().ifPresent(v -> record("core", "description", v));
+      core.getCreatorProperty().ifPresent(v -> record("core", "creator", v));
+      core.getVersionProperty().ifPresent(v -> record("core", "version", v));
+      core.getCreatedProperty().ifPresent(v -> record("core", "created", v.toInstant().toString()));
+      core.getModifiedProperty().ifPresent(v -> record("core", "modified", v.toInstant().toString()));
       for (PackageRelationship rel : pkg.getRelationshipsByType(PackageRelationshipTypes.THUMBNAIL)) {
         record("thumbnail", resolved(rel));
       }

@@ -91,7 +91,6 @@ public final class SignatureCheck {
     Document doc = parse(new FileInputStream(args[0] + args[1]));
     NodeList objects = doc.getElementsByTagNameNS(DSIG, "Object");
     for (int i = 0; i < objects.getLength(); i++) ((Element) objects.item(i)).setIdAttribute("Id", true);
-
     // The key is the first certificate's, once its chain holds; a certificate that does not chain
     // gives no key, and the signature fails.
     KeySelector keys = new KeySelector() {
@@ -126,7 +125,6 @@ public final class SignatureCheck {
         throw new URIReferenceException(e);
       }
     });
-
     XMLSignature xml = XMLSignatureFactory.getInstance("DOM").unmarshalXMLSignature(context);
     boolean ok = false;
     try {

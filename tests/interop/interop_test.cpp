@@ -99,15 +99,17 @@ json expectedSummary(const std::string& path) {
   return summary;
 }
 
-json readersSee(const std::string& path) {
+// What the readers see of `path`; each of `agreeing` must see what the library reads back.
+json readersSee(const std::string& path, const std::vector<const char*>& agreeing = {"poi", "docx"}) {
   const CommandRun run = summarise(path);
   EXPECT_EQ(run.status, 0) << run.output;
-  return run.status == 0 ? json::parse(run.output) : json();
+  const json seen = run.status == 0 ? json::parse(run.output) : json();
+  for (const char* reader : agreeing) EXPECT_EQ(seen[reader], expectedSummary(path)) << reader << " saw:\n" << seen.dump(1);
+  return seen;
 }
 
-// One add-on package with every kind of part: written through the gateway, signed, then given
-// content files with awkward names, empty folders, and through the opc API part-to-part, explicit-id
-// and external relationships, a stored part with a non-ASCII name and core properties without dates.
+// Every kind of part (gateway-written and signed; then through the opc API part-to-part, explicit-id and
+// external relationships, a stored non-ASCII part, undated core properties; awkward content names).
 TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
   model::XercesGuard guard;
   zvtest::TempDir dir;
@@ -126,8 +128,7 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
   EXPECT_EQ(signature.status, 0) << signature.output;
   EXPECT_NE(signature.output.find("reference ok /metadata/systemRequirements.xml?"), std::string::npos) << signature.output;
 
-  const json both = readersSee(path), seen = both["poi"];
-  for (const char* reader : {"poi", "docx"}) EXPECT_EQ(both[reader], expectedSummary(path)) << reader << " saw:\n" << both.dump(1);
+  const json seen = readersSee(path)["poi"];
   const json created = seen["core"].value("created", json());
   EXPECT_EQ(seen["core"], json({{"title", edited["name"]}, {"description", edited["summary"]}, {"creator", edited["authorName"]},
                                 {"version", "1.2.0"}, {"created", created}, {"modified", created}}));
@@ -150,9 +151,7 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
     manager.setCoreProperties(manager.getCoreProperties());
     s.package.close();
   }
-  const json again = readersSee(path);
-  for (const char* reader : {"poi", "docx"}) EXPECT_EQ(again[reader], expectedSummary(path)) << reader << " saw:\n" << again.dump(1);
-  EXPECT_FALSE(again["poi"]["core"].contains("created"));
+  EXPECT_FALSE(readersSee(path)["poi"]["core"].contains("created"));
 
   // Content parts with awkward names and empty folders, which python-docx does not reach (no
   // relationship leads to them): POI sees them as the library does, python-docx still opens the package.
@@ -161,8 +160,7 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
     zvtest::callOk(zvAddonAddFiles, {path, dir.file("source.m"), name});
   }
   zvtest::callOk(zvAddonAddFolders, {path, zvtest::Json{"e", "f g"}});
-  const json last = readersSee(path);
-  EXPECT_EQ(last["poi"], expectedSummary(path)) << "POI saw:\n" << last.dump(1);
+  const json last = readersSee(path, {"poi"});
   EXPECT_FALSE(last["docx"].contains("error")) << last["docx"];
 }
 
@@ -179,8 +177,7 @@ TEST(Interop, EscapedNamesForPythonDocxAndABrokenPackage) {
     s.package.getRelationships().createRelationship(model::PartName(escapes).getURI(), u"urn:zv:test:data");
     s.package.close();
   }
-  const json seen = readersSee(path);
-  EXPECT_EQ(seen["docx"], expectedSummary(path));
+  const json seen = readersSee(path, {"docx"});
   EXPECT_NE(seen["poi"].value("error", "").find("POI refused the package"), std::string::npos) << seen["poi"];
   zvtest::writeBytes(dir.file("broken.zvaddon"), "PK\x03\x04 this is no archive");
   const CommandRun broken = summarise(dir.file("broken.zvaddon"));

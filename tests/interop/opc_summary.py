@@ -1,12 +1,10 @@
 #!/usr/bin/python3
-"""Usage: opc_summary.py PACKAGE. Tests the package with `unzip -t` and `7z t` (exit status 1 when one
-refuses it), reads it with Apache POI's openxml4j (OpcCheck.java) and python-docx's OPC layer, and
-prints {"poi": SUMMARY, "docx": SUMMARY}, {"error": TEXT} for a reader that refuses it. A summary:
-parts [[name, content type]] (no relationships parts), relationships [[source, id, type, target (part
-name, or the URI when external), mode]], core {title, description, creator, version, created,
-modified} (present ones, dates "YYYY-MM-DDThh:mm:ssZ"), thumbnail [targets]; lists sorted, part names
-percent-decoded so that both readers' spellings agree.
-"""
+"""Usage: opc_summary.py PACKAGE. Tests it with `unzip -t` and `7z t` (exit status 1 when one refuses
+it), then prints {"poi": SUMMARY, "docx": SUMMARY} as Apache POI (OpcCheck.java) and python-docx read
+it, {"error": TEXT} for a reader that refuses it. A summary: parts [[name, type]], relationships
+[[source, id, type, target (part name, or URI when external), mode]], core {title, description,
+creator, version, created, modified} (present ones, "YYYY-MM-DDThh:mm:ssZ"), thumbnail [targets];
+lists sorted, part names percent-decoded so that both readers' spellings agree."""
 
 import json
 import os
@@ -23,7 +21,7 @@ CORE_PROPERTIES = "http://schemas.openxmlformats.org/package/2006/relationships/
 
 
 class ReaderError(Exception):
-    """A reader or ZIP tester refused the package, or could not run."""
+    pass  # a reader or ZIP tester refused the package, or could not run
 
 
 def run(what, command):

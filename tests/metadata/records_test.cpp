@@ -25,8 +25,6 @@ namespace {
 using Json = zvhost::json::Json;
 using Owned = matrix::unique_qxarray_ptr;
 
-Owned host(const std::string& json) { return zvhost::json::toOwnedArray(Json::parse(json)); }
-
 // Records give lists back with one dimension: an N-by-1 structure array.
 Json asReturned(const Json& j) {
   if (j.is_array() && !j.empty() && j.front().is_object()) {
@@ -60,7 +58,7 @@ struct Rules {
 
 template <class Record>
 Record make(const std::string& json) {
-  return json.empty() ? Record() : Record(host(json).get());
+  return json.empty() ? Record() : Record(zvhost::json::toOwnedArray(Json::parse(json)).get());
 }
 
 template <class Record>

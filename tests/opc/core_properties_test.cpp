@@ -112,10 +112,8 @@ TEST_F(CorePropertiesTest, CorePartsAreReadByTheStandardsRules) {
   }
 }
 
-// Each row stored over the last: read back as stored, in one core part (and one companion part when
-// the package fields are set) with one relationship each, every part valid by its schema. Over a
-// foreign part, its standard properties that are not modelled stay; modelled ones are replaced or
-// dropped.
+// Each stored over the last reads back, in one core part (and a companion with the package fields), one
+// relationship each, valid by its schema; over a foreign part its properties not modelled stay.
 TEST_F(CorePropertiesTest, StoredPropertiesReadBackInValidParts) {
   CoreProperties onlyDates;
   onlyDates.setCreated(at("1970-01-01 00:00:00"));

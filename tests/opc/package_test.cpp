@@ -25,8 +25,6 @@ using namespace opc::test;
 constexpr char16_t kXml[] = u"application/xml";
 constexpr char16_t kType[] = u"http://example.com/relationships/item";
 
-constexpr FileTime kFarFuture{884541340800, 100};
-
 class PackageTest : public ::testing::Test {
  protected:
   // A part with a time and a mode, so that a session holds what the package will.
@@ -40,7 +38,7 @@ class PackageTest : public ::testing::Test {
   static void makeBaseParts(Package& p) {
     addDated(p, u"/docs/a.xml", "<a/>");
     auto data = addPart(p, u"/bin/data.bin", u"application/octet-stream", patternBytes(70000, 1), Compression::Stored);
-    data->setLastModifiedTime(kFarFuture);  // beyond DOS time, with a sub-second part
+    data->setLastModifiedTime({884541340800, 100});  // beyond DOS time, with a sub-second part
     data->setUnixMode(04755);
     p.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
     p.getRelationships().createRelationship(URI(u"bin/data.bin"), kType, u"rId100");
@@ -72,9 +70,8 @@ std::map<std::string, std::string> describe(const Package& p) {
   return out;
 }
 
-// Written, then changed twice (first through a symbolic link, which stays one): a new session reads
-// what the changing one held. Items untouched by a change (or whose attributes alone changed) keep
-// their compressed bytes; a part made again starts without relationships.
+// Changed twice (first through a symbolic link, which stays one), a new session reads what the changing
+// one held; items untouched (or with new attributes only) keep their compressed bytes.
 TEST_F(PackageTest, WrittenChangedAndReadBack) {
   const auto change = [&](const ustring& at, OpenMode mode, const std::function<void(Package&)>& edit) {
     Session s(at, mode);
@@ -101,7 +98,7 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
   change(path, OpenMode::Modify, [&](Package& p) {
     p.deletePart(PartName(u"/bin/data.bin"));
     p.deletePart(PartName(u"/docs/a.xml"));  // and with it its relationships part
-    EXPECT_TRUE(addDated(p, u"/docs/a.xml", "<b/>")->getRelationships().empty());
+    EXPECT_TRUE(addDated(p, u"/docs/a.xml", "<b/>")->getRelationships().empty());  // made again, none kept
     p.getPart(PartName(u"/DOCS/A.XML"))->getRelationships().createRelationship(URI(u"new.xml"), kType);
     p.getRelationships().deleteRelationship(u"rId100");
     p.getRelationships().createRelationship(URI(u"/docs/a.xml"), kType);
@@ -212,9 +209,8 @@ TEST_F(PackageTest, PartNameConflictsAreRefused) {
   EXPECT_THROW(addPart(s.package, u"/F", kXml, ""), Exception);
 }
 
-// The name index through growth, deletions (erased slots, then renumbering once most parts are
-// gone) and re-creation under other cases: every live part is found under any case of its name and
-// keeps the spelling it was created with, no deleted one is found, before and after a reopen.
+// Through growth, deletions (erased slots, then renumbering) and re-creation in another case, a live
+// part is found under any case, keeps its first spelling, and a deleted one is not found, also reopened.
 TEST_F(PackageTest, ThousandsOfPartsStayFoundThroughDeletionsAndRecreation) {
   const auto name = [](int i, bool upper) {
     std::string text = "/d" + std::to_string(i % 37) + "/part" + std::to_string(i) + ".xml";
@@ -252,9 +248,7 @@ TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {
   const std::string big = patternBytes(3u << 20, 7);  // beyond the in-memory limit
   auto newer = part->getOutputStream();
   EXPECT_THROW(writeAll(*older, "stale"), Exception);
-  for (std::size_t offset = 0; offset < big.size(); offset += 100000) {
-    writeAll(*newer, big.substr(offset, 100000));
-  }
+  for (std::size_t offset = 0; offset < big.size(); offset += 100000) writeAll(*newer, big.substr(offset, 100000));
   EXPECT_EQ(part->getSize(), big.size());
   EXPECT_EQ(readAll(*part->getInputStream()), big);
   s.package.close();
@@ -265,10 +259,8 @@ TEST_F(PackageTest, OutputStreamsReplaceContentAndSpillLargeContentToDisk) {
   EXPECT_EQ(partBytes(r.package, u"/p.bin"), big);
 }
 
-// Items as other tools write them, read and then rewritten by a change elsewhere (a new part and its
-// root relationship, as storing a record does): each item comes out under its own name with its own
-// bytes, or opening refuses the package naming the item. (Names equivalent, with a space or without
-// a content type: the malformed corpus.)
+// Items as other tools write them, rewritten by a change elsewhere (a new part and its root relationship):
+// each keeps its name and bytes, or opening refuses the package naming the item.
 TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
   const std::string types =
       "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\"><Default Extension=\"txt\" "
@@ -320,9 +312,8 @@ TEST_F(PackageTest, EveryItemSurvivesARewriteOrTheOpenNamesIt) {
   }
 }
 
-// Every file of the malformed corpus (tests/data/opc) fails with the error that names its defect,
-// when opened or when its parts are read; the valid control opens. (Each defect of the archive
-// itself: the ZIP reader's table.)
+// Every file of the malformed corpus (tests/data/opc) fails, opened or read, with the error that names
+// its defect; the valid control opens. (Defects of the archive itself: the ZIP reader's table.)
 const std::string kCorpus = std::string(ZV_TEST_DATA_DIR) + "/opc/";
 
 TEST(MalformedPackageTest, EachDefectGivesItsError) {

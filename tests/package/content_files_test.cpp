@@ -25,10 +25,8 @@ class ContentFilesTest : public ::testing::Test {
   std::string b = dir.file("b.m");
 };
 
-// Calls on a new package and the file list after them. (The list's order, depth first in code-unit
-// order with an empty folder under its own path: the tool's ls cases.) Inputs of other classes, a
-// cell paired with a text, and empty lists are deliberate silences: nothing happens, nothing is
-// raised, the package is left byte for byte.
+// Calls on a new package and the file list after them; inputs of other classes, a cell paired with a
+// text and empty lists are deliberate silences: nothing raised, the package left byte for byte.
 TEST_F(ContentFilesTest, CallsAndTheFileListAfterThem) {
   const std::string missing = dir.file("no-such.zvaddon");
   const Json emptyCell = {{"$class", "cell"}, {"$dims", {0, 0}}, {"$data", Json::array()}};

@@ -1,12 +1,12 @@
-// Signing at the level of AddonPackage: the rule by which verifyAddonRequirements judges a package's
-// signatures, and the author signature's verdict with its reason. (What sign refuses, and verdicts of
-// one signature: tests/opc/signature_test.cpp.)
+// How verifyAddonRequirements judges a package's signatures, and the author signature's verdict with its
+// reason. (What sign refuses, one signature's verdicts: tests/opc/signature_test.cpp.)
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
 #include <ctime>
 #include <functional>
+#include <regex>
 
 #include "metadata/addon_properties.h"
 #include "metadata/system_requirements.h"
@@ -93,9 +93,8 @@ TEST(BuiltInKeyTest, PemIsTheVerificationKey) {
   EVP_PKEY_free(key);
 }
 
-// Each case signs the requirements with the built-in key, makes its change, may sign again, and
-// says what verification gives and how many signatures remain. (A changed requirements part, and
-// signing again: the tool's verify_states.t.)
+// After signing with the built-in key, a change and maybe signing again: the verdict and the signatures
+// left. (A changed requirements part, signing again: the tool's verify_states.t.)
 TEST_F(SigningTest, RequirementsVerificationAfterLaterChanges) {
   const PartName other(u"/metadata/addonProperties.xml");
   const PartName requirements(kRequirements);
@@ -140,18 +139,12 @@ TEST_F(SigningTest, RequirementsVerificationAfterLaterChanges) {
   }
 }
 
-// The author signature beside the requirements one, either signed first and each signed twice (the
-// second replaces the first): valid with its signer, or invalid after each tampering with its reason.
-// The requirements signature is not the author's to break. (Unsigned, an EC author, a part added
-// after signing, an untrusted root: the tool's verify_states.t.)
+// The author signature (signed twice, the second replacing the first) beside the requirements one: valid
+// with its signer, or invalid with the tampering's reason, never breaking the requirements signature.
 TEST_F(SigningTest, AuthorSignatureVerdicts) {
   // The author's certificate in KeyInfo replaced by another one of the same root.
   const auto swapCertificate = [](AddonPackage& p) {
-    const auto base64 = [](std::string pem) {
-      pem = pem.substr(pem.find('\n') + 1, pem.find("-----END") - pem.find('\n') - 1);
-      std::erase(pem, '\n');
-      return pem;
-    };
+    const auto base64 = [](std::string pem) { return std::regex_replace(pem, std::regex("-----[A-Z ]+-----|\n"), ""); };
     const std::string rsa = base64(certs().pem("rsa.pem"));  // absent, replace throws std::out_of_range
     for (const auto& s : p.getDigitalSignatureManager().getSignatures()) {
       if (s.getCertificates().empty()) continue;
