@@ -48,7 +48,8 @@ std::vector<Write> writes() {
        [](const std::string& p) { return opc::test::rawItems(p).contains("fsroot/data/new.bin"); }},
       {"SetRecord", "ZVADDON_BUILTINS_ERROR_SET_SYSTEM_REQS",
        [](const std::string& p, const std::string&) {
-         return call(zvAddonSetSystemRequirements, {p, {{"releaseCompatibility", {{"start", "R2019b"}, {"end", "R2030b"}}}}});
+         const Json changed = {{"releaseCompatibility", {{"start", "R2019b"}, {"end", "R2030b"}}}};
+         return call(zvAddonSetSystemRequirements, {p, changed});
        },
        [](const std::string& p) {
          const CallResult r = call(zvAddonGetSystemRequirements, {p}, 1);

@@ -40,12 +40,15 @@ CommandRun summarise(const std::string& path) {
 std::vector<CommandRun> checkSignature(const std::string& package, const std::string& signaturePart,
                                        const zvtest::TempDir& scratch, const std::string& key) {
   const std::string folder = scratch.file("unzipped");
-  const std::string args = " " + shellQuoted(folder) + " " + shellQuoted(signaturePart) + " " + shellQuoted(scratch.file(key));
+  const std::string args =
+      " " + shellQuoted(folder) + " " + shellQuoted(signaturePart) + " " + shellQuoted(scratch.file(key));
   std::filesystem::remove_all(folder);
   const CommandRun unzip = zvtest::runCommand("unzip -q -o " + shellQuoted(package) + " -d " + shellQuoted(folder));
   if (unzip.status != 0) return {{2, "unzip failed:\n" + unzip.output}};
   std::vector<CommandRun> engines{zvtest::runCommand("'" ZV_XMLSEC_CHECK "'" + args)};
-  if (key.ends_with(".pem")) engines.push_back(zvtest::runCommand("java '" ZV_INTEROP_DIR "/SignatureCheck.java'" + args));
+  if (key.ends_with(".pem")) {
+    engines.push_back(zvtest::runCommand("java '" ZV_INTEROP_DIR "/SignatureCheck.java'" + args));
+  }
   return engines;
 }
 
@@ -53,17 +56,8 @@ void writeKey(const zvtest::TempDir& scratch, const std::string& name, const Byt
   zvtest::writeBytes(scratch.file(name), std::string(key.begin(), key.end()));
 }
 
-// "/a/b%20c.txt" -> "/a/b c.txt", as the readers report names.
-std::string decodedName(const model::PartName& name) {
-  const ustring& text = name.getName();
-  ustring out;
-  for (std::size_t start = 1; start <= text.size();) {
-    const std::size_t end = std::min(text.find(u'/', start), text.size());
-    out += u'/' + model::PartName::decodeSegment(ustring_view(text).substr(start, end - start));
-    start = end + 1;
-  }
-  return u8(out);
-}
+// "/a/b%20c.txt" -> "/a/b c.txt", as the readers report names (a name holds no encoded '/').
+std::string decodedName(const model::PartName& name) { return u8(model::PartName::decodeSegment(name.getName())); }
 
 std::string w3cdtf(const boost::posix_time::ptime& time) { return boost::posix_time::to_iso_extended_string(time) + "Z"; }
 
@@ -104,7 +98,9 @@ json readersSee(const std::string& path, const std::vector<const char*>& agreein
   const CommandRun run = summarise(path);
   EXPECT_EQ(run.status, 0) << run.output;
   const json seen = run.status == 0 ? json::parse(run.output) : json();
-  for (const char* reader : agreeing) EXPECT_EQ(seen[reader], expectedSummary(path)) << reader << " saw:\n" << seen.dump(1);
+  for (const char* reader : agreeing) {
+    EXPECT_EQ(seen[reader], expectedSummary(path)) << reader << " saw:\n" << seen.dump(1);
+  }
   return seen;
 }
 
@@ -226,7 +222,8 @@ TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
       {"EC author", author("ec"), none, "ca.pem", 0, "reference ok /_rels/.rels?ContentType="},
       {"author of another root", author("rsa"), none, "other.pem", 1, ""},
       {"changed requirements", sha256,
-       [](model::Package& p) { test::replacePartContent(p, test::kRequirementsPart, "<systemRequirements/>"); }, "key0.der", 1, ""},
+       [](model::Package& p) { test::replacePartContent(p, test::kRequirementsPart, "<systemRequirements/>"); },
+       "key0.der", 1, ""},
       {"retargeted relationship", sha256,
        [](model::Package& p) {
          const ustring id = p.getRelationships().getRelationshipsByType(test::kRequirementsType).at(0).getId();

@@ -27,7 +27,8 @@ void signRequirements(const ustring& path, const KeyPair& keys = testKeys(0)) {
 }
 
 // The verdict on every signature of the package, in order.
-std::vector<DigitalSignatureVerificationStatus> verifyAll(const ustring& path, const Bytes& key = testKeys(0).verification) {
+std::vector<DigitalSignatureVerificationStatus> verifyAll(const ustring& path,
+                                                          const Bytes& key = testKeys(0).verification) {
   Session s(path, OpenMode::Read);
   DigitalSignatureManager manager(s.package);
   std::vector<DigitalSignatureVerificationStatus> out;
@@ -160,8 +161,9 @@ TEST_F(SignatureTest, SignRefusesBadInputAndChangesNothing) {
 // scopes' stay; removing the last one removes the origin.
 TEST_F(SignatureTest, ReadBackResignedAndRemoved) {
   const auto signatureFolderParts = [](const Package& package) {  // each signature's and the origin
-    return std::ranges::count_if(package.getParts(),
-                                 [](const auto& part) { return part->getPartName().text().starts_with("/_xmlsignatures/"); });
+    return std::ranges::count_if(package.getParts(), [](const PartPtr& part) {
+      return part->getPartName().text().starts_with("/_xmlsignatures/");
+    });
   };
   signRequirements(path_);
   {  // what one reads back: the parts and selectors signed, the time; neither the origin nor the types

@@ -169,9 +169,12 @@ TEST_F(SigningTest, AuthorSignatureVerdicts) {
        },
        "part /fsroot/code.m has content type application/octet-stream"},
       {"AddedRelationship", false,
-       [](AddonPackage& p) { p.getPackage().getRelationships().createRelationship(PartName(kCode).getURI(), u"urn:zv:x"); },
-       "a relationship of type urn:zv:x from / was added after signing"},
-      {"RemovedPart", false, [](AddonPackage& p) { p.getPackage().deletePart(PartName(kCode)); }, "part /fsroot/code.m is missing"},
+       [](AddonPackage& p) {
+         p.getPackage().getRelationships().createRelationship(PartName(kCode).getURI(), u"urn:zv:extra");
+       },
+       "a relationship of type urn:zv:extra from / was added after signing"},
+      {"RemovedPart", false, [](AddonPackage& p) { p.getPackage().deletePart(PartName(kCode)); },
+       "part /fsroot/code.m is missing"},
       {"SwappedCertificate", false, swapCertificate, "the signature value does not match"},
       {"ExpiredCertificate", false, none, "certificate has expired", std::time(nullptr) + 5 * 86400},
   };
