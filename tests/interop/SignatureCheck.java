@@ -29,9 +29,7 @@ public final class SignatureCheck {
     return factory.newDocumentBuilder().parse(in);
   }
 
-  static String escape(String s) {
-    return s.replace("&", "&amp;").replace("<", "&lt;").replace("\"", "&quot;");
-  }
+  static String escape(String s) { return s.replace("&", "&amp;").replace("<", "&lt;").replace("\"", "&quot;"); }
 
   // The relationships transform: the selected relationships, sorted by Id, TargetMode written out.
   public static final class RelationshipTransform extends TransformService {
@@ -47,7 +45,6 @@ public final class SignatureCheck {
         if (e.getLocalName().equals("RelationshipsGroupReference")) types.add(e.getAttribute("SourceType"));
       }
     }
-
     public void marshalParams(XMLStructure parent, XMLCryptoContext context) {}
     public AlgorithmParameterSpec getParameterSpec() { return null; }
     public boolean isFeatureSupported(String feature) { return false; }

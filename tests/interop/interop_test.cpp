@@ -17,15 +17,10 @@
 namespace opc {
 namespace {
 
-using kqservices::CoreProperties;
-using kqservices::CorePropertiesManager;
-using kqservices::DeterministicMode;
+using namespace kqservices;
+using namespace model;
+using namespace opc::test;
 using nlohmann::json;
-using test::Bytes;
-using test::OpenMode;
-using test::Session;
-using test::u16;
-using test::u8;
 using zvtest::CommandRun;
 using zvtest::shellQuoted;
 
@@ -57,7 +52,7 @@ void writeKey(const zvtest::TempDir& scratch, const std::string& name, const Byt
 }
 
 // "/a/b%20c.txt" -> "/a/b c.txt", as the readers report names (a name holds no encoded '/').
-std::string decodedName(const model::PartName& name) { return u8(model::PartName::decodeSegment(name.getName())); }
+std::string decodedName(const PartName& name) { return u8(PartName::decodeSegment(name.getName())); }
 
 std::string w3cdtf(const boost::posix_time::ptime& time) { return boost::posix_time::to_iso_extended_string(time) + "Z"; }
 
@@ -65,19 +60,19 @@ std::string w3cdtf(const boost::posix_time::ptime& time) { return boost::posix_t
 json expectedSummary(const std::string& path) {
   Session s(u16(path), OpenMode::Read);
   json summary = {{"parts", json::array()}, {"relationships", json::array()}, {"core", json::object()}, {"thumbnail", json::array()}};
-  const auto relationships = [&](const std::string& source, const model::Relationships& rels) {
-    for (const model::Relationship& r : rels.getRelationships()) {
-      const bool internal = r.getTargetMode() == model::TargetMode::Internal;
+  const auto relationships = [&](const std::string& source, const Relationships& rels) {
+    for (const Relationship& r : rels.getRelationships()) {
+      const bool internal = r.getTargetMode() == TargetMode::Internal;
       summary["relationships"].push_back({source, u8(r.getId()), u8(r.getType()),
                                           internal ? decodedName(r.getTargetPartName()) : u8(r.getTargetURI().toString()),
                                           internal ? "Internal" : "External"});
-      if (source == "/" && r.getType() == model::PackageHelper::kThumbnailRelationshipType) {
+      if (source == "/" && r.getType() == PackageHelper::kThumbnailRelationshipType) {
         summary["thumbnail"].push_back(decodedName(r.getTargetPartName()));
       }
     }
   };
   relationships("/", s.package.getRelationships());
-  for (const model::PartPtr& part : s.package.getParts()) {
+  for (const PartPtr& part : s.package.getParts()) {
     summary["parts"].push_back({decodedName(part->getPartName()), u8(part->getContentType().toString())});
     relationships(decodedName(part->getPartName()), part->getRelationships());
   }
@@ -107,7 +102,7 @@ json readersSee(const std::string& path, const std::vector<const char*>& agreein
 // Every kind of part (gateway-written and signed; then through the opc API part-to-part, explicit-id and
 // external relationships, a stored non-ASCII part, undated core properties; awkward content names).
 TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
-  model::XercesGuard guard;
+  XercesGuard guard;
   zvtest::TempDir dir;
   const std::string path = dir.file("addon.zvaddon");
   zvtest::callOk(zvAddonCreate, {path, zvtest::properties("First title")});
@@ -134,14 +129,13 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
 
   {
     Session s(u16(path), OpenMode::Modify);
-    const ustring data = model::PartName(u"/content/Donn\u00e9es_\U0001F4CA.txt").getName();
-    model::PartPtr content = test::addPart(s.package, data, u"text/plain", test::patternBytes(5000, 7), Compression::Stored);
-    s.package.getPart(model::PartName(u"/metadata/addonProperties.xml"))
-        ->getRelationships()
-        .createRelationship(model::URI(u"../content/" + data.substr(9)), u"urn:zv:test:content");
-    content->getRelationships().createRelationship(model::URI(u"/metadata/primaryScreenShot.png"), u"urn:zv:test:picture", u"pic");
-    s.package.getRelationships().createRelationship(model::URI(u"https://example.com/help?topic=a%20b"), u"urn:zv:test:help",
-                                                    u"", model::TargetMode::External);
+    const ustring data = PartName(u"/content/Donn\u00e9es_\U0001F4CA.txt").getName();
+    PartPtr content = addPart(s.package, data, u"text/plain", patternBytes(5000, 7), Compression::Stored);
+    const PartPtr properties = s.package.getPart(PartName(u"/metadata/addonProperties.xml"));
+    properties->getRelationships().createRelationship(URI(u"../content/" + data.substr(9)), u"urn:zv:test:content");
+    content->getRelationships().createRelationship(URI(u"/metadata/primaryScreenShot.png"), u"urn:zv:test:picture", u"pic");
+    s.package.getRelationships().createRelationship(URI(u"https://example.com/help?topic=a%20b"), u"urn:zv:test:help",
+                                                    u"", TargetMode::External);
     // Core properties without dates, as the deterministic mode writes them.
     CorePropertiesManager manager(s.package, DeterministicMode::On);
     manager.setCoreProperties(manager.getCoreProperties());
@@ -163,14 +157,14 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
 // POI 4.0.1 refuses a part whose name percent-encodes a space, "#", "%", "?" or "[" (it cannot name such
 // a part's relationships part); python-docx reads it. And the driver is no rubber stamp.
 TEST(Interop, EscapedNamesForPythonDocxAndABrokenPackage) {
-  model::XercesGuard guard;
+  XercesGuard guard;
   zvtest::TempDir dir;
   const std::string path = dir.file("escaped.zvaddon");
   {
     Session s(u16(path), OpenMode::Create);
     const ustring escapes = u"/content/a%20b%20%231%20100%25%20%5Bx%5D%3F.txt";
-    test::addPart(s.package, escapes, u"text/plain", "text");
-    s.package.getRelationships().createRelationship(model::PartName(escapes).getURI(), u"urn:zv:test:data");
+    addPart(s.package, escapes, u"text/plain", "text");
+    s.package.getRelationships().createRelationship(PartName(escapes).getURI(), u"urn:zv:test:data");
     s.package.close();
   }
   const json seen = readersSee(path, {"docx"});
@@ -186,31 +180,29 @@ TEST(Interop, EscapedNamesForPythonDocxAndABrokenPackage) {
 TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
   using foundation::crypto::utils::DigestMethod;
   using foundation::crypto::utils::SignatureMethod;
-  model::XercesGuard guard;
-  const auto& certs = test::testCertificates();
+  XercesGuard guard;
+  const auto& certs = testCertificates();
   const auto requirements = [](DigestMethod d, SignatureMethod s) {
-    return [=](model::Package& p) {
-      (void)model::DigitalSignatureManager(p).sign({model::PartName(test::kRequirementsPart)}, test::requirementsSelectors(),
-                                                   test::testKeys(0).signing, test::testKeys(0).verification,
-                                                   model::SignatureParams(d, s));
+    return [=](Package& p) {
+      (void)DigitalSignatureManager(p).sign({PartName(kRequirementsPart)}, requirementsSelectors(), testKeys(0).signing,
+                                            testKeys(0).verification, SignatureParams(d, s));
     };
   };
   const auto author = [&](const char* key) {
-    return [&certs, key](model::Package& p) {
-      (void)model::DigitalSignatureManager(p).sign(
-          {model::PartName(test::kRequirementsPart), model::PartName(test::kOtherPart)},
-          {model::RelationshipSelector(model::PackageHelper::getPackageRootURI(), model::RelationshipSelectorType::SelectByType,
-                                       test::kOtherType)},
-          certs.key(key), test::defaultParams());
+    return [&certs, key](Package& p) {
+      const RelationshipSelector others(PackageHelper::getPackageRootURI(), RelationshipSelectorType::SelectByType,
+                                        kOtherType);
+      (void)DigitalSignatureManager(p).sign({PartName(kRequirementsPart), PartName(kOtherPart)}, {others},
+                                            certs.key(key), defaultParams());
     };
   };
   const auto sha256 = requirements(DigestMethod::SHA256, SignatureMethod::RSA_SHA256);
   const auto sha384 = requirements(DigestMethod::SHA384, SignatureMethod::RSA_SHA256);
   const auto sha512 = requirements(DigestMethod::SHA512, SignatureMethod::RSA_SHA512);
-  const auto none = [](model::Package&) {};
+  const auto none = [](Package&) {};
   const struct {
     const char* name;
-    std::function<void(model::Package&)> sign, change;
+    std::function<void(Package&)> sign, change;
     const char* key;  // a file written below
     int status;
     const char* seen;  // a line the engines print when they verify
@@ -222,28 +214,28 @@ TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
       {"EC author", author("ec"), none, "ca.pem", 0, "reference ok /_rels/.rels?ContentType="},
       {"author of another root", author("rsa"), none, "other.pem", 1, ""},
       {"changed requirements", sha256,
-       [](model::Package& p) { test::replacePartContent(p, test::kRequirementsPart, "<systemRequirements/>"); },
+       [](Package& p) { replacePartContent(p, kRequirementsPart, "<systemRequirements/>"); },
        "key0.der", 1, ""},
       {"retargeted relationship", sha256,
-       [](model::Package& p) {
-         const ustring id = p.getRelationships().getRelationshipsByType(test::kRequirementsType).at(0).getId();
+       [](Package& p) {
+         const ustring id = p.getRelationships().getRelationshipsByType(kRequirementsType).at(0).getId();
          p.getRelationships().deleteRelationship(id);
-         p.getRelationships().createRelationship(model::URI(u"metadata/other.xml"), test::kRequirementsType, id);
+         p.getRelationships().createRelationship(URI(u"metadata/other.xml"), kRequirementsType, id);
        },
        "key0.der", 1, ""},
       {"another key", sha256, none, "key1.der", 1, ""},
   };
   zvtest::TempDir dir;
   const std::string path = dir.file("signed.zvaddon");
-  writeKey(dir, "key0.der", test::testKeys(0).verification);
-  writeKey(dir, "key1.der", test::testKeys(1).verification);
+  writeKey(dir, "key0.der", testKeys(0).verification);
+  writeKey(dir, "key1.der", testKeys(1).verification);
   for (const char* trust : {"ca.pem", "other.pem"}) zvtest::writeBytes(dir.file(trust), certs.pem(trust));
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    test::makeSignablePackage(u16(path));
-    for (const auto& step : {c.sign, c.change}) test::withPackage(u16(path), OpenMode::Modify, step);
+    makeSignablePackage(u16(path));
+    for (const auto& step : {c.sign, c.change}) withPackage(u16(path), OpenMode::Modify, step);
     Session read(u16(path), OpenMode::Read);
-    const std::string part = u8(model::DigitalSignatureManager(read.package).getSignatures().back().getSignaturePartName().getName());
+    const std::string part = u8(DigitalSignatureManager(read.package).getSignatures().back().getSignaturePartName().getName());
     for (const CommandRun& engine : checkSignature(path, part, dir, c.key)) {
       EXPECT_EQ(engine.status, c.status) << engine.output;
       EXPECT_TRUE(c.status != 0 || engine.output.find(c.seen) != std::string::npos) << engine.output;

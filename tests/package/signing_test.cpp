@@ -19,13 +19,12 @@ namespace addon::packaging {
 namespace {
 
 using opc::model::PartName;
-using opc::test::OpenMode;
-using opc::test::testKeys;
+using namespace opc::test;
 using State = AddonPackage::AuthorVerification::State;
 
 constexpr char16_t kRequirements[] = u"/metadata/systemRequirements.xml";
 constexpr char16_t kCode[] = u"/fsroot/code.m";
-const opc::test::TestCertificates& certs() { return opc::test::testCertificates(); }
+const TestCertificates& certs() { return testCertificates(); }
 
 void sign(const ustring& path) { AddonPackage(path).signAddonRequirements(); }
 
@@ -47,17 +46,16 @@ std::pair<bool, std::size_t> requirementsVerdict(const ustring& path) {
 // Rewrites a part's bytes through `edit`.
 std::function<void(AddonPackage&)> rewrite(const ustring& part, const std::function<void(std::string&)>& edit) {
   return [=](AddonPackage& p) {
-    std::string bytes = opc::test::partBytes(p.getPackage(), part);
+    std::string bytes = partBytes(p.getPackage(), part);
     edit(bytes);
-    opc::test::replacePartContent(p.getPackage(), part, bytes);
+    replacePartContent(p.getPackage(), part, bytes);
   };
 }
 
 // A signature with a test key (not the built-in one) over `parts`, beside whatever is there.
 std::function<void(AddonPackage&)> foreignSignature(std::vector<PartName> parts) {
   return [=](AddonPackage& p) {
-    (void)p.getDigitalSignatureManager().sign(parts, {}, testKeys(0).signing, testKeys(0).verification,
-                                              opc::test::defaultParams());
+    (void)p.getDigitalSignatureManager().sign(parts, {}, testKeys(0).signing, testKeys(0).verification, defaultParams());
   };
 }
 
@@ -71,10 +69,10 @@ class SigningTest : public ::testing::Test {
     AddonPackage package(path_, properties);
     AddonSystemRequirements requirements;
     package.setSystemRequirements(requirements);
-    opc::test::addPart(package.getPackage(), kCode, u"text/plain", "x = 1;\n");
+    addPart(package.getPackage(), kCode, u"text/plain", "x = 1;\n");
     package.getPackage().close();
   }
-  opc::test::ScratchDir dir_;
+  ScratchDir dir_;
   ustring path_ = dir_.ufile("addon.zvaddon");
 };
 
@@ -111,7 +109,7 @@ TEST_F(SigningTest, RequirementsVerificationAfterLaterChanges) {
       // The author signature answers to a trust store, not to the built-in key.
       {"AuthorSignatureLeadingWithRequirementsIgnored",
        [&](AddonPackage& p) {
-         (void)p.getDigitalSignatureManager().sign({requirements, other}, {}, certs().key("rsa"), opc::test::defaultParams());
+         (void)p.getDigitalSignatureManager().sign({requirements, other}, {}, certs().key("rsa"), defaultParams());
        },
        false, true, 2},
       {"ForeignSignatureWithRequirementsSecondIgnored", foreignSignature({other, requirements}), false, true, 2},
@@ -165,7 +163,7 @@ TEST_F(SigningTest, AuthorSignatureVerdicts) {
       {"ContentType", false,
        [](AddonPackage& p) {
          p.getPackage().deletePart(PartName(kCode));
-         opc::test::addPart(p.getPackage(), kCode, u"application/octet-stream", "x = 1;\n");
+         addPart(p.getPackage(), kCode, u"application/octet-stream", "x = 1;\n");
        },
        "part /fsroot/code.m has content type application/octet-stream"},
       {"AddedRelationship", false,
