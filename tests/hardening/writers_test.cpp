@@ -20,17 +20,15 @@
 namespace zvtest {
 namespace {
 
-const Json kRequirements = {
-    {"productDependency", Json::array({{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}})},
-    {"platformCompatibility", {{"win", "true"}, {"linux", "true"}, {"mac", "false"}, {"ZORVANOnline", "true"}}},
-    {"releaseCompatibility", {{"start", "R2019b"}, {"end", "R2024a"}}}};
-
 // A package holding a large content file and system requirements.
 void makePackage(const std::string& path, const std::string& content, std::size_t size) {
   writeBytes(content, opc::test::patternBytes(size, 7));
   callOk(zvAddonCreate, {path, properties()});
   callOk(zvAddonAddFiles, {path, Json{content}, Json{"data/big.bin"}});
-  callOk(zvAddonSetSystemRequirements, {path, kRequirements});
+  callOk(zvAddonSetSystemRequirements,
+         {path, {{"productDependency", Json::array({{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}})},
+                 {"platformCompatibility", {{"win", "true"}, {"linux", "true"}, {"mac", "false"}, {"ZORVANOnline", "true"}}},
+                 {"releaseCompatibility", {{"start", "R2019b"}, {"end", "R2024a"}}}}});
 }
 
 // A call that rewrites the package, and how to recognise its result.

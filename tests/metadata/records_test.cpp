@@ -50,10 +50,10 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 struct Rules {
   std::string schema;
-  std::string held;        // the host value that reading rows read over ("" = a default record)
-  Pairs trips{};           // host value -> host value returned ("" = the input), directly and through XML
-  Pairs reading{};         // XML, "NS" its namespace ("" = a document without root) -> host value
-  std::vector<std::string> wrongInput{};// host values that raise the host's not-a-string error
+  std::string held;                       // the host value that reading rows read over ("" = a default record)
+  Pairs trips{};                          // host value -> host value returned ("" = the input), directly and via XML
+  Pairs reading{};                        // XML, "NS" its namespace ("" = a document without root) -> host value
+  std::vector<std::string> wrongInput{};  // host values that raise the host's not-a-string error
 };
 
 template <class Record>

@@ -15,6 +15,7 @@
 namespace opc::kqservices {
 namespace {
 
+using namespace opc::model;
 using namespace opc::test;
 namespace pt = boost::posix_time;
 
@@ -22,7 +23,7 @@ const std::string kCoreOpen =
     "<cp:coreProperties xmlns:cp='http://schemas.openxmlformats.org/package/2006/metadata/core-properties' "
     "xmlns:dc='http://purl.org/dc/elements/1.1/' xmlns:dcterms='http://purl.org/dc/terms/' "
     "xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance'>";
-const ustring& kCoreType = model::PackageHelper::kCorePropertiesRelationshipType;
+const ustring& kCoreType = PackageHelper::kCorePropertiesRelationshipType;
 
 pt::ptime at(const char* text) { return pt::time_from_string(text); }
 
@@ -38,11 +39,11 @@ CoreProperties everything() {
 }
 
 // A core part `name` of `type` holding `bytes`, related from the root as the core properties.
-std::function<void(model::Package&)> corePart(const std::string& bytes, const char16_t* name = u"/docProps/core.xml",
-                                              const ustring& type = model::PackageHelper::kCorePropertiesContentType) {
-  return [=](model::Package& p) {
+std::function<void(Package&)> corePart(const std::string& bytes, const char16_t* name = u"/docProps/core.xml",
+                                       const ustring& type = PackageHelper::kCorePropertiesContentType) {
+  return [=](Package& p) {
     addPart(p, name, type, bytes);
-    p.getRelationships().createRelationship(model::PartName(name).getURI(), kCoreType);
+    p.getRelationships().createRelationship(PartName(name).getURI(), kCoreType);
   };
 }
 
@@ -66,7 +67,7 @@ TEST_F(CorePropertiesTest, CorePartsAreReadByTheStandardsRules) {
   const std::string typed = "xsi:type='dcterms:W3CDTF'";
   const struct {
     const char* label;
-    std::function<void(model::Package&)> build;
+    std::function<void(Package&)> build;
     const char* expected;  // the created time read (UTC), or a fragment of the refusal
   } cases[] = {
       {"UTC", created(typed, "2026-02-03T04:05:06Z"), "2026-02-03 04:05:06"},
@@ -90,12 +91,12 @@ TEST_F(CorePropertiesTest, CorePartsAreReadByTheStandardsRules) {
       {"markup inside a value", body("<dc:title>a<b xmlns='urn:x'/></dc:title>"), "not allowed inside"},
       {"malformed XML", corePart("<cp:coreProperties"), "malformed XML"},
       {"two core relationships",
-       [](model::Package& p) {
+       [](Package& p) {
          corePart(kCoreOpen + "</cp:coreProperties>")(p);
-         p.getRelationships().createRelationship(model::URI(u"/docProps/core.xml"), kCoreType);
+         p.getRelationships().createRelationship(URI(u"/docProps/core.xml"), kCoreType);
        },
        "at most one"},
-      {"dangling core relationship", [](model::Package& p) { p.getRelationships().createRelationship(model::URI(u"/missing.xml"), kCoreType); },
+      {"dangling core relationship", [](Package& p) { p.getRelationships().createRelationship(URI(u"/missing.xml"), kCoreType); },
        "not in the package"},
       {"wrong content type", corePart(kCoreOpen + "</cp:coreProperties>", u"/core.xml", u"application/xml"),
        "expected 'application/vnd.openxmlformats-package.core-properties+xml'"},
@@ -125,7 +126,7 @@ TEST_F(CorePropertiesTest, StoredPropertiesReadBackInValidParts) {
   for (const CoreProperties& properties : {titleOnly, everything(), everything(), CoreProperties(), onlyDates}) {
     const bool overForeign = properties.getTitle() == u"new title";
     withPackage(path, OpenMode::Modify,
-                [&](model::Package& p) { CorePropertiesManager(p, DeterministicMode::Off).setCoreProperties(properties); });
+                [&](Package& p) { CorePropertiesManager(p, DeterministicMode::Off).setCoreProperties(properties); });
     EXPECT_TRUE(read() == properties);
     Session s(path, OpenMode::Read);
     const bool companion = properties.getContentType().has_value();
@@ -134,7 +135,7 @@ TEST_F(CorePropertiesTest, StoredPropertiesReadBackInValidParts) {
     ASSERT_EQ(s.package.getPartCount(), companion ? 2u : 1u);
     for (const auto& part : s.package.getParts()) {
       const std::string bytes = readAll(*part->getInputStream());
-      const bool core = part->getContentType().toString() == model::PackageHelper::kCorePropertiesContentType;
+      const bool core = part->getContentType().toString() == PackageHelper::kCorePropertiesContentType;
       const auto [status, output] =
           zvtest::xmllint(bytes, std::string(ZV_TEST_DATA_DIR) + (core ? "/xml/opc-coreProperties.xsd" : "/xml/package-properties.xsd"));
       EXPECT_EQ(status, 0) << output << bytes;
