@@ -55,7 +55,8 @@ std::function<void(AddonPackage&)> rewrite(const ustring& part, const std::funct
 // A signature with a test key (not the built-in one) over `parts`, beside whatever is there.
 std::function<void(AddonPackage&)> foreignSignature(std::vector<PartName> parts) {
   return [=](AddonPackage& p) {
-    (void)p.getDigitalSignatureManager().sign(parts, {}, testKeys(0).signing, testKeys(0).verification, defaultParams());
+    const KeyPair& keys = testKeys(0);
+    (void)p.getDigitalSignatureManager().sign(parts, {}, keys.signing, keys.verification, defaultParams());
   };
 }
 
@@ -91,55 +92,11 @@ TEST(BuiltInKeyTest, PemIsTheVerificationKey) {
   EVP_PKEY_free(key);
 }
 
-// After signing with the built-in key, a change and maybe signing again: the verdict and the signatures
-// left. (A changed requirements part, signing again: the tool's verify_states.t.)
-TEST_F(SigningTest, RequirementsVerificationAfterLaterChanges) {
+// After signing (the requirements with the built-in key; the author twice, the second replacing the
+// first, where a row gives its verdict), a change and maybe signing again: what each verdict says.
+TEST_F(SigningTest, VerdictsAfterLaterChanges) {
   const PartName other(u"/metadata/addonProperties.xml");
   const PartName requirements(kRequirements);
-  const struct {
-    const char* name;
-    std::function<void(AddonPackage&)> change;
-    bool signAgain;
-    bool verifies;
-    std::size_t signatures;
-  } cases[] = {
-      {"RewrittenUnchanged", [](AddonPackage& p) { AddonSystemRequirements same; p.setSystemRequirements(same); }, false, true, 1},
-      {"ForeignSignatureOverAnotherPartIgnored", foreignSignature({other}), false, true, 2},
-      {"ForeignSignatureLeadingWithRequirementsFails", foreignSignature({requirements, other}), false, false, 2},
-      // The author signature answers to a trust store, not to the built-in key.
-      {"AuthorSignatureLeadingWithRequirementsIgnored",
-       [&](AddonPackage& p) {
-         (void)p.getDigitalSignatureManager().sign({requirements, other}, {}, certs().key("rsa"), defaultParams());
-       },
-       false, true, 2},
-      {"ForeignSignatureWithRequirementsSecondIgnored", foreignSignature({other, requirements}), false, true, 2},
-      // Signing again replaces only a signature of the same parts and the same selectors.
-      {"ForeignSignatureWithOtherSelectorsSurvivesSigningAgain", foreignSignature({requirements}), true, false, 2},
-      {"UnparsableForeignSignatureSkipped",
-       [&](AddonPackage& p) {
-         foreignSignature({other})(p);
-         rewrite(u"/_xmlsignatures/sig2.xml", [](std::string& b) { b = "<Signature"; })(p);
-       },
-       false, true, 1},
-      // A signature part that does not parse names no part: skipped, as a removed one would be.
-      {"UnparsableRequirementsSignatureSkipped", rewrite(u"/_xmlsignatures/sig1.xml", [](std::string& b) { b = "x"; }),
-       false, true, 0},
-      {"SignatureOfABrokenStructureFails",
-       rewrite(u"/_xmlsignatures/sig1.xml", [](std::string& b) { b.insert(b.rfind("</"), "<x/>"); }), false, false, 1},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    create();
-    sign(path_);
-    modify(path_, c.change);
-    if (c.signAgain) sign(path_);
-    EXPECT_EQ(requirementsVerdict(path_), std::pair(c.verifies, c.signatures));
-  }
-}
-
-// The author signature (signed twice, the second replacing the first) beside the requirements one: valid
-// with its signer, or invalid with the tampering's reason, never breaking the requirements signature.
-TEST_F(SigningTest, AuthorSignatureVerdicts) {
   // The author's certificate in KeyInfo replaced by another one of the same root.
   const auto swapCertificate = [](AddonPackage& p) {
     const auto base64 = [](std::string pem) { return std::regex_replace(pem, std::regex("-----[A-Z ]+-----|\n"), ""); };
@@ -153,43 +110,76 @@ TEST_F(SigningTest, AuthorSignatureVerdicts) {
   const auto none = [](AddonPackage&) {};
   const struct {
     const char* name;
-    bool authorFirst;
     std::function<void(AddonPackage&)> change;
-    std::string reason;  // "": valid
+    bool verifies;           // verifyAddonRequirements
+    std::size_t signatures;  // left in the package
+    const char* author = nullptr;  // the author verdict's reason ("": valid); nullptr: no author signature
+    bool signAgain = false;
+    bool authorFirst = false;
     std::time_t signingTime = 0;  // 0: now
   } cases[] = {
-      {"RsaAuthorFirst", true, none, ""},
-      {"ContentFileByte", false, rewrite(kCode, [](std::string& b) { b[0] = 'y'; }), "part /fsroot/code.m changed"},
-      {"ContentType", false,
+      {"RewrittenUnchanged", [](AddonPackage& p) { AddonSystemRequirements same; p.setSystemRequirements(same); }, true,
+       1},
+      {"ForeignSignatureOverAnotherPartIgnored", foreignSignature({other}), true, 2},
+      {"ForeignSignatureLeadingWithRequirementsFails", foreignSignature({requirements, other}), false, 2},
+      // The author signature answers to a trust store, not to the built-in key.
+      {"AuthorSignatureLeadingWithRequirementsIgnored",
+       [&](AddonPackage& p) {
+         (void)p.getDigitalSignatureManager().sign({requirements, other}, {}, certs().key("rsa"), defaultParams());
+       },
+       true, 2},
+      {"ForeignSignatureWithRequirementsSecondIgnored", foreignSignature({other, requirements}), true, 2},
+      // Signing again replaces only a signature of the same parts and the same selectors.
+      {"ForeignSignatureWithOtherSelectorsSurvivesSigningAgain", foreignSignature({requirements}), false, 2, nullptr,
+       true},
+      {"UnparsableForeignSignatureSkipped",
+       [&](AddonPackage& p) {
+         foreignSignature({other})(p);
+         rewrite(u"/_xmlsignatures/sig2.xml", [](std::string& b) { b = "<Signature"; })(p);
+       },
+       true, 1},
+      // A signature part that does not parse names no part: skipped, as a removed one would be.
+      {"UnparsableRequirementsSignatureSkipped", rewrite(u"/_xmlsignatures/sig1.xml", [](std::string& b) { b = "x"; }),
+       true, 0},
+      {"SignatureOfABrokenStructureFails",
+       rewrite(u"/_xmlsignatures/sig1.xml", [](std::string& b) { b.insert(b.rfind("</"), "<x/>"); }), false, 1},
+      {"AuthorValidSignedFirst", none, true, 2, "", false, true},
+      {"AuthorContentFileByte", rewrite(kCode, [](std::string& b) { b[0] = 'y'; }), true, 2,
+       "part /fsroot/code.m changed"},
+      {"AuthorContentType",
        [](AddonPackage& p) {
          p.getPackage().deletePart(PartName(kCode));
          addPart(p.getPackage(), kCode, u"application/octet-stream", "x = 1;\n");
        },
-       "part /fsroot/code.m has content type application/octet-stream"},
-      {"AddedRelationship", false,
+       true, 2, "part /fsroot/code.m has content type application/octet-stream"},
+      {"AuthorAddedRelationship",
        [](AddonPackage& p) {
          p.getPackage().getRelationships().createRelationship(PartName(kCode).getURI(), u"urn:zv:extra");
        },
-       "a relationship of type urn:zv:extra from / was added after signing"},
-      {"RemovedPart", false, [](AddonPackage& p) { p.getPackage().deletePart(PartName(kCode)); },
+       true, 2, "a relationship of type urn:zv:extra from / was added after signing"},
+      {"AuthorRemovedPart", [](AddonPackage& p) { p.getPackage().deletePart(PartName(kCode)); }, true, 2,
        "part /fsroot/code.m is missing"},
-      {"SwappedCertificate", false, swapCertificate, "the signature value does not match"},
-      {"ExpiredCertificate", false, none, "certificate has expired", std::time(nullptr) + 5 * 86400},
+      {"AuthorSwappedCertificate", swapCertificate, true, 2, "the signature value does not match"},
+      {"AuthorExpiredCertificate", none, true, 2, "certificate has expired", false, false,
+       std::time(nullptr) + 5 * 86400},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     create();
     if (!c.authorFirst) sign(path_);
     if (c.signingTime != 0) ::setenv("SOURCE_DATE_EPOCH", std::to_string(c.signingTime).c_str(), 1);
-    for (int i = 0; i < 2; ++i) AddonPackage(path_).signAsAuthor(certs().key("rsa"));
+    for (int i = 0; c.author != nullptr && i < 2; ++i) AddonPackage(path_).signAsAuthor(certs().key("rsa"));
     ::unsetenv("SOURCE_DATE_EPOCH");
     if (c.authorFirst) sign(path_);
     modify(path_, c.change);
+    if (c.signAgain) sign(path_);
+    EXPECT_EQ(requirementsVerdict(path_), std::pair(c.verifies, c.signatures));
+    if (c.author == nullptr) continue;
     const auto author = AddonPackage(path_).verifyAuthor(certs().pem("ca.pem"));
-    EXPECT_EQ(author.state, c.reason.empty() ? State::valid : State::invalid) << author.reason;
-    EXPECT_NE(author.reason.find(c.reason), std::string::npos) << author.reason;
-    EXPECT_EQ(requirementsVerdict(path_), std::pair(true, std::size_t{2}));
-    if (!c.reason.empty()) continue;
+    const std::string reason = c.author;
+    EXPECT_EQ(author.state, reason.empty() ? State::valid : State::invalid) << author.reason;
+    EXPECT_NE(author.reason.find(reason), std::string::npos) << author.reason;
+    if (!reason.empty()) continue;
     EXPECT_EQ(author.signer.value().subject, "CN=RSA Author");
     EXPECT_EQ(author.signer->issuer, "CN=Test Root");
     EXPECT_EQ(author.signer->fingerprint.size(), 32u * 3 - 1);
