@@ -214,8 +214,7 @@ TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
       {"EC author", author("ec"), none, "ca.pem", 0, "reference ok /_rels/.rels?ContentType="},
       {"author of another root", author("rsa"), none, "other.pem", 1, ""},
       {"changed requirements", sha256,
-       [](Package& p) { replacePartContent(p, kRequirementsPart, "<systemRequirements/>"); },
-       "key0.der", 1, ""},
+       [](Package& p) { replacePartContent(p, kRequirementsPart, "<systemRequirements/>"); }, "key0.der", 1, ""},
       {"retargeted relationship", sha256,
        [](Package& p) {
          const ustring id = p.getRelationships().getRelationshipsByType(kRequirementsType).at(0).getId();

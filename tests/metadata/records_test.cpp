@@ -120,13 +120,11 @@ TEST(Records, SystemRequirements) {
       {requirements("[" + product("P", "1", "id") + "," + product("Grüße 例\\nzwei", "<&>\\\"'", "𝄞") + "," +
                         product("P", "1", "id") + "]",
                     "[" + product("S") + "]", flags("ja", "", "NO", "Ünï"), R"({"start":"α","end":"R2024a"})",
-                    "[" + addon("B", "https://e.org/?a=1&b=2") + "," + addon("x\\r\\ny") + "]"),
-       ""},
+                    "[" + addon("B", "https://e.org/?a=1&b=2") + "," + addon("x\\r\\ny") + "]"), ""},
       {requirements("null", "null", flags("true"), R"({"start":"R2020a","end":""})", "null"), defaults},
       {R"({"productDependency":[],"releaseCompatibility":{"$class":"struct","$dims":[1,0],"$fields":["start"]}})", defaults},
       {requirements(R"({"$class":"struct","$dims":[2,1],"$fields":["name","version","identifier"],"$data":[)" +
-                        product("1") + "," + product("2") + "]}",
-                    "null", flags("true"), "null", "null"),
+                        product("1") + "," + product("2") + "]}", "null", flags("true"), "null", "null"),
        requirements("[" + product("1") + "," + product("2") + "]", "null", flags("true"), "null", "null")},
   };
   r.reading = {
