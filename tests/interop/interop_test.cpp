@@ -127,20 +127,18 @@ TEST(Interop, ReadersSeeWhatTheLibraryWrote) {
   EXPECT_EQ(seen["thumbnail"], json::array({"/metadata/primaryScreenShot.png"}));
   EXPECT_NE(seen["parts"].dump().find("application/vnd.openxmlformats-package.digital-signature-xmlsignature+xml"), std::string::npos);
 
-  {
-    Session s(u16(path), OpenMode::Modify);
+  withPackage(u16(path), OpenMode::Modify, [](Package& p) {
     const ustring data = PartName(u"/content/Donn\u00e9es_\U0001F4CA.txt").getName();
-    PartPtr content = addPart(s.package, data, u"text/plain", patternBytes(5000, 7), Compression::Stored);
-    const PartPtr properties = s.package.getPart(PartName(u"/metadata/addonProperties.xml"));
+    PartPtr content = addPart(p, data, u"text/plain", patternBytes(5000, 7), Compression::Stored);
+    const PartPtr properties = p.getPart(PartName(u"/metadata/addonProperties.xml"));
     properties->getRelationships().createRelationship(URI(u"../content/" + data.substr(9)), u"urn:zv:test:content");
     content->getRelationships().createRelationship(URI(u"/metadata/primaryScreenShot.png"), u"urn:zv:test:picture", u"pic");
-    s.package.getRelationships().createRelationship(URI(u"https://example.com/help?topic=a%20b"), u"urn:zv:test:help",
-                                                    u"", TargetMode::External);
+    p.getRelationships().createRelationship(URI(u"https://example.com/help?topic=a%20b"), u"urn:zv:test:help", u"",
+                                            TargetMode::External);
     // Core properties without dates, as the deterministic mode writes them.
-    CorePropertiesManager manager(s.package, DeterministicMode::On);
+    CorePropertiesManager manager(p, DeterministicMode::On);
     manager.setCoreProperties(manager.getCoreProperties());
-    s.package.close();
-  }
+  });
   EXPECT_FALSE(readersSee(path)["poi"]["core"].contains("created"));
 
   // Content parts with awkward names and empty folders, which python-docx does not reach (no
@@ -160,13 +158,11 @@ TEST(Interop, EscapedNamesForPythonDocxAndABrokenPackage) {
   XercesGuard guard;
   zvtest::TempDir dir;
   const std::string path = dir.file("escaped.zvaddon");
-  {
-    Session s(u16(path), OpenMode::Create);
+  withPackage(u16(path), OpenMode::Create, [](Package& p) {
     const ustring escapes = u"/content/a%20b%20%231%20100%25%20%5Bx%5D%3F.txt";
-    addPart(s.package, escapes, u"text/plain", "text");
-    s.package.getRelationships().createRelationship(PartName(escapes).getURI(), u"urn:zv:test:data");
-    s.package.close();
-  }
+    addPart(p, escapes, u"text/plain", "text");
+    p.getRelationships().createRelationship(PartName(escapes).getURI(), u"urn:zv:test:data");
+  });
   const json seen = readersSee(path, {"docx"});
   EXPECT_NE(seen["poi"].value("error", "").find("POI refused the package"), std::string::npos) << seen["poi"];
   zvtest::writeBytes(dir.file("broken.zvaddon"), "PK\x03\x04 this is no archive");
