@@ -25,10 +25,11 @@ void makePackage(const std::string& path, const std::string& content, std::size_
   writeBytes(content, opc::test::patternBytes(size, 7));
   callOk(zvAddonCreate, {path, properties()});
   callOk(zvAddonAddFiles, {path, Json{content}, Json{"data/big.bin"}});
-  callOk(zvAddonSetSystemRequirements,
-         {path, {{"productDependency", Json::array({{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}})},
-                 {"platformCompatibility", {{"win", "true"}, {"linux", "true"}, {"mac", "false"}, {"ZORVANOnline", "true"}}},
-                 {"releaseCompatibility", {{"start", "R2019b"}, {"end", "R2024a"}}}}});
+  const Json requirements = {
+      {"productDependency", Json::array({{{"name", "Signal"}, {"version", "9.1"}, {"identifier", "SG"}}})},
+      {"platformCompatibility", {{"win", "true"}, {"linux", "true"}, {"mac", "false"}, {"ZORVANOnline", "true"}}},
+      {"releaseCompatibility", {{"start", "R2019b"}, {"end", "R2024a"}}}};
+  callOk(zvAddonSetSystemRequirements, {path, requirements});
 }
 
 // A call that rewrites the package, and how to recognise its result.
