@@ -13,6 +13,7 @@
 
 #include <cstdlib>
 #include <functional>
+#include <set>
 #include <string_view>
 
 #include "opc/exception.h"
@@ -164,14 +165,11 @@ TEST_F(FileSystemTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
   std::filesystem::create_directories(source / "nested" / "empty #2" / "empty.");
   const TreeSnapshot original = snapshot(source);
   pack();
-  auto s = open(OpenMode::Read);
-  std::vector<std::string> expected;
-  for (const auto& [relative, file] : original.files) expected.push_back("/" + relative);
-  for (const auto& [relative, empty] : original.folders) expected.push_back("/" + relative);
-  std::vector<std::string> listed = walk(s->manager);
-  std::sort(listed.begin(), listed.end());
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(listed, expected);
+  std::multiset<std::string> expected;
+  for (const auto& [relative, file] : original.files) expected.insert("/" + relative);
+  for (const auto& [relative, empty] : original.folders) expected.insert("/" + relative);
+  const std::vector<std::string> listed = walk(open(OpenMode::Read)->manager);
+  EXPECT_EQ(std::multiset<std::string>(listed.begin(), listed.end()), expected);
   for (const char* threads : {"1", "4"}) {
     SCOPED_TRACE(threads);
     std::filesystem::remove_all(destination);
@@ -306,10 +304,7 @@ TEST_F(FileSystemTest, WhatStandsInTheDestinationIsReplacedOnlyWhenAskedAndLinks
 // Names that would escape the destination. (Sizes an entry lies about: the ZIP reader's table; a lie
 // found while extracting undoes everything: the next test.)
 TEST_F(FileSystemTest, HostileCorpusIsRefusedWithNothingWritten) {
-  const struct {
-    const char* file;
-    const char* fragment;  // names the entry or the rule
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {  // file, a fragment naming the entry or the rule
       {"traversal-raw-dotdot.zip", "fsroot/../../evil.txt"},
       {"traversal-percent-dotdot.zip", "percent-encoded unreserved"},
       {"traversal-escaped-dotdot.zip", "'/fsroot/..:'"},
@@ -322,12 +317,12 @@ TEST_F(FileSystemTest, HostileCorpusIsRefusedWithNothingWritten) {
       {"nul-percent.zip", "'/fsroot/evil%00.txt'"},
       {"decoded-collision.zip", "'a!.txt'"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
+  for (const auto& [file, fragment] : cases) {
+    SCOPED_TRACE(file);
     clearDestination();
-    package = u16(std::string(ZV_TEST_DATA_DIR) + "/hostile/" + c.file);
+    package = u16(std::string(ZV_TEST_DATA_DIR) + "/hostile/" + file);
     const std::string error = extract();
-    EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+    EXPECT_NE(error.find(fragment), std::string::npos) << error;
     EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
     EXPECT_TRUE(std::filesystem::is_empty(outside));
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "evil.txt"));
@@ -352,12 +347,8 @@ TEST_F(FileSystemTest, DefectsFoundByWorkersUndoEverything) {
     b[at + 30 + get16(&b[at + 26]) + get16(&b[at + 28]) + get32(&b[at + 18]) / 2] ^= 0x5a;
   };
   const auto breakSignature = [](std::string& bytes, std::size_t header) { bytes[header + 3] = '\x05'; };
-  const struct {
-    const char* name;
-    const char* entry;
-    std::function<void(std::string&, std::size_t header)> damage;
-    const char* fragment;  // expected in the error
-  } cases[] = {
+  // Name, entry, damage done to the bytes given its local header's offset, a fragment of the error.
+  const std::tuple<const char*, const char*, std::function<void(std::string&, std::size_t)>, const char*> cases[] = {
       {"DeflatedDataBroken", "fsroot/m/deep/target.txt", corruptData, "target.txt'"},
       {"DefectInALaterBatchOfALargeFolder", "fsroot/many/f70.txt", corruptData, "f70.txt'"},
       {"LargeDeflatedDataBroken", "fsroot/m/deep/large.txt", corruptData, "large.txt'"},
@@ -365,16 +356,16 @@ TEST_F(FileSystemTest, DefectsFoundByWorkersUndoEverything) {
       {"DamagedLocalHeaderOfAStreamedEntry", "fsroot/m/deep/large.txt", breakSignature, "no local header"},
   };
   for (const char* threads : {"1", "2"}) {
-    for (const auto& c : cases) {
-      SCOPED_TRACE(std::string(c.name) + " threads " + threads);
+    for (const auto& [name, entry, damage, fragment] : cases) {
+      SCOPED_TRACE(std::string(name) + " threads " + threads);
       std::string bytes = good;
-      const std::size_t header = good.find(c.entry) - 30;
+      const std::size_t header = good.find(entry) - 30;
       ASSERT_EQ(good.compare(header, 4, "PK\x03\x04"), 0);
-      c.damage(bytes, header);
+      damage(bytes, header);
       writeFile(u8(package), bytes);
       clearDestination();
       const std::string error = extract(ReplaceMode::Never, threads);
-      EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+      EXPECT_NE(error.find(fragment), std::string::npos) << error;
       EXPECT_NE(error.find("refusing to extract"), std::string::npos) << error;
       EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
     }
@@ -416,11 +407,7 @@ TEST_F(FileSystemTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
 
 TEST(FileSystemOpsTest, PathText) {
   const opc::FileSystemOps ops;
-  const struct {
-    const char16_t* path;
-    const char16_t* filename;
-    const char16_t* extension;
-  } cases[] = {
+  const std::tuple<const char16_t*, ustring, ustring> cases[] = {  // path, file name, extension
       {u"/a/shot.png", u"shot.png", u"png"},
       {u"/a/archive.tar.gz", u"archive.tar.gz", u"gz"},
       {u"/a/.profile", u".profile", u""},
@@ -429,10 +416,8 @@ TEST(FileSystemOpsTest, PathText) {
       {u"/top", u"top", u""},
       {u"/\u4e2d/\u6587.\u00e9", u"\u6587.\u00e9", u"\u00e9"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(u8(c.path));
-    EXPECT_EQ(ops.getFilename(c.path), c.filename);
-    EXPECT_EQ(ops.getExtension(c.path), c.extension);
+  for (const auto& [path, filename, extension] : cases) {
+    EXPECT_EQ(std::pair(ops.getFilename(path), ops.getExtension(path)), std::pair(filename, extension)) << u8(path);
   }
 }
 

@@ -99,22 +99,17 @@ TEST(PartNameTest, EquivalenceFoldsAsciiLettersOnly) {
 }
 
 TEST(PartNameTest, ExtensionAndRelationshipsNames) {
-  const struct {
-    const char16_t* name;
-    const char16_t* extension;
-    bool relationships;
-  } cases[] = {
-      {u"/a/b.xml", u"xml", false},
-      {u"/_rels/.rels", u"rels", true},
-      {u"/a/_rels/b.xml.rels", u"rels", true},
-      {u"/a/_RELS/b.xml.RELS", u"RELS", true},
-      {u"/a/rels/b.rels", u"rels", false},
-      {u"/_rels", u"", false},
+  const std::tuple<const char16_t*, std::string_view, bool> cases[] = {
+      {u"/a/b.xml", "xml", false},
+      {u"/_rels/.rels", "rels", true},
+      {u"/a/_rels/b.xml.rels", "rels", true},
+      {u"/a/_RELS/b.xml.RELS", "RELS", true},
+      {u"/a/rels/b.rels", "rels", false},
+      {u"/_rels", "", false},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(u8(c.name));
-    EXPECT_EQ(PartName(c.name).extensionView(), u8(c.extension));
-    EXPECT_EQ(PartName(c.name).isRelationshipsPartName(), c.relationships);
+  for (const auto& [name, extension, relationships] : cases) {
+    SCOPED_TRACE(u8(name));
+    EXPECT_EQ(std::pair(PartName(name).extensionView(), PartName(name).isRelationshipsPartName()), std::pair(extension, relationships));
   }
 }
 
@@ -223,55 +218,39 @@ TEST(RelationshipsTest, TargetsResolveAgainstTheSourceAndInvalidOnesAreRefused) 
   EXPECT_NO_THROW(rels.createRelationship(URI(u"mailto:a@example.com"), kType, u"", TargetMode::External));
 }
 
-detail::ContentTypeMap readTypes(const std::string& body) {
-  const XercesGuard xml;
-  BytesInput in(
-      "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">" + body + "</Types>");
-  return detail::ContentTypeMap::read(in, "types");
-}
-
 TEST(ContentTypesTest, LookupIgnoresAsciiCaseOfExtensionsAndNames) {
-  const detail::ContentTypeMap map = readTypes(
-      "<Default Extension=\"XML\" ContentType=\"application/xml\"/>"
-      "<Default Extension=\"%c3%a9\" ContentType=\"text/e\"/>"
-      "<Override PartName=\"/Docs/A.xml\" ContentType=\"text/a\"/>"
-      "<Override PartName=\"/a/%d1%86\" ContentType=\"text/c\"/>");
-  const struct {
-    const char16_t* part;
-    const char16_t* type;  // nullptr: none
-  } cases[] = {
+  const XercesGuard xml;
+  BytesInput in("<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
+                "<Default Extension=\"XML\" ContentType=\"application/xml\"/>"
+                "<Default Extension=\"%c3%a9\" ContentType=\"text/e\"/>"
+                "<Override PartName=\"/Docs/A.xml\" ContentType=\"text/a\"/>"
+                "<Override PartName=\"/a/%d1%86\" ContentType=\"text/c\"/></Types>");
+  const detail::ContentTypeMap map = detail::ContentTypeMap::read(in, "types");
+  const std::pair<const char16_t*, ustring> cases[] = {  // "": no type
       {u"/b.xml", u"application/xml"},
       {u"/b.XmL", u"application/xml"},
       {u"/docs/a.XML", u"text/a"},  // the Override wins over the Default
       {u"/a/\u0446", u"text/c"},
       {u"/x.\u00e9", u"text/e"},
-      {u"/x.\u00c9", nullptr},  // non-ASCII case is not folded
-      {u"/b.xmlx", nullptr},
-      {u"/noextension", nullptr},
+      {u"/x.\u00c9", u""},  // non-ASCII case is not folded
+      {u"/b.xmlx", u""},
+      {u"/noextension", u""},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(u8(c.part));
-    const ContentType* type = map.lookup(PartName(c.part));
-    if (c.type == nullptr) {
-      EXPECT_EQ(type, nullptr);
-    } else {
-      ASSERT_NE(type, nullptr);
-      EXPECT_EQ(type->toString(), c.type);
-    }
+  for (const auto& [part, expected] : cases) {
+    const ContentType* type = map.lookup(PartName(part));
+    EXPECT_EQ(type != nullptr ? type->toString() : u"", expected) << u8(part);
   }
 }
 
 // An extension's most common type is its Default, serving any case of the extension; other parts
 // get an Override. Every part reads back its type.
 TEST(ContentTypesTest, WrittenTypesReadBackForEveryPart) {
-  const ContentType xml(u"application/xml");
-  const ContentType special(u"application/vnd.special+xml");
-  const ContentType text(u"text/plain");
-  const PartName names[] = {PartName(u"/a.xml"),        PartName(u"/B.XML"),  PartName(u"/c.xml"),
-                            PartName(u"/\u00e9.Txt"), PartName(u"/plain")};
-  const ContentType* types[] = {&xml, &xml, &special, &text, &text};
+  const std::pair<PartName, ContentType> typed[] = {
+      {PartName(u"/a.xml"), ContentType(u"application/xml")}, {PartName(u"/B.XML"), ContentType(u"application/xml")},
+      {PartName(u"/c.xml"), ContentType(u"application/vnd.special+xml")},
+      {PartName(u"/\u00e9.Txt"), ContentType(u"text/plain")}, {PartName(u"/plain"), ContentType(u"text/plain")}};
   std::vector<std::pair<const PartName*, const ContentType*>> parts;
-  for (std::size_t i = 0; i < std::size(names); ++i) parts.emplace_back(&names[i], types[i]);
+  for (const auto& [name, type] : typed) parts.emplace_back(&name, &type);
   const std::string written = detail::buildContentTypesXml(parts);
   for (const char* entry : {"<Default Extension=\"xml\" ContentType=\"application/xml\"/>",
                             "<Override PartName=\"/c.xml\" ContentType=\"application/vnd.special+xml\"/>",
@@ -282,11 +261,9 @@ TEST(ContentTypesTest, WrittenTypesReadBackForEveryPart) {
   const XercesGuard guard;
   BytesInput in(written);
   const detail::ContentTypeMap map = detail::ContentTypeMap::read(in, "written");
-  for (std::size_t i = 0; i < std::size(names); ++i) {
-    SCOPED_TRACE(names[i].text());
-    const ContentType* type = map.lookup(names[i]);
-    ASSERT_NE(type, nullptr);
-    EXPECT_TRUE(*type == *types[i]);
+  for (const auto& [name, type] : typed) {
+    const ContentType* read = map.lookup(name);
+    EXPECT_TRUE(read != nullptr && *read == type) << name.text();
   }
 }
 
