@@ -109,7 +109,8 @@ TEST(PartNameTest, ExtensionAndRelationshipsNames) {
   };
   for (const auto& [name, extension, relationships] : cases) {
     SCOPED_TRACE(u8(name));
-    EXPECT_EQ(std::pair(PartName(name).extensionView(), PartName(name).isRelationshipsPartName()), std::pair(extension, relationships));
+    EXPECT_EQ(PartName(name).extensionView(), extension);
+    EXPECT_EQ(PartName(name).isRelationshipsPartName(), relationships);
   }
 }
 
