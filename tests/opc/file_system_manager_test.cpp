@@ -178,46 +178,40 @@ TEST_F(FileSystemTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
   }
 }
 
-// Each case: what is in the add-on first, then one operation that must fail with the given error and
-// change nothing.
+// Each case: what is in the add-on first ("": nothing), then one addition that must fail with the given
+// error and change nothing; a path ending in '/' is a folder, created empty.
 TEST_F(FileSystemTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
-  const struct {
-    const char* name;
-    std::vector<std::pair<bool, ustring>> before;  // (is file, path)
-    bool addAsFile;
-    ustring path;
-    bool alreadyExists;  // the error's class
-    const char* fragment;
-  } cases[] = {
-      {"SameFileTwice", {{true, u"a/b.m"}}, true, u"/a/b.m", true, "/a/b.m"},
-      {"FileOverFolder", {{true, u"a/b.m"}}, true, u"a", true, "/a"},
-      {"EmptyFolderTwice", {{false, u"a/b"}}, false, u"a/b", true, "/a/b"},
-      {"FileNameDiffersInCase", {{true, u"Readme.txt"}}, true, u"README.txt", false, "/Readme.txt"},
-      {"FolderNameDiffersInCase", {{true, u"Dir/a.m"}}, true, u"dir/b.m", false, "/Dir"},
-      {"DotDot", {}, true, u"a/../b.m", false, "'..'"},
-      {"Nul", {}, true, ustring(u"a\0b", 3), false, "NUL"},
-      {"NameTooLong", {}, true, ustring(256, u'x'), false, "255 bytes"},
-      {"UnpairedSurrogate", {}, true, ustring(1, char16_t(0xD800)), false, "surrogate"},
+  // Name, what is there first, what is added, whether the error's class is AlreadyExists, a fragment of it.
+  const std::tuple<const char*, ustring, ustring, bool, const char*> cases[] = {
+      {"SameFileTwice", u"a/b.m", u"/a/b.m", true, "/a/b.m"},
+      {"FileOverFolder", u"a/b.m", u"a", true, "/a"},
+      {"EmptyFolderTwice", u"a/b/", u"a/b/", true, "/a/b"},
+      {"FileNameDiffersInCase", u"Readme.txt", u"README.txt", false, "/Readme.txt"},
+      {"FolderNameDiffersInCase", u"Dir/a.m", u"dir/b.m", false, "/Dir"},
+      {"DotDot", u"", u"a/../b.m", false, "'..'"},
+      {"Nul", u"", ustring(u"a\0b", 3), false, "NUL"},
+      {"NameTooLong", u"", ustring(256, u'x'), false, "255 bytes"},
+      {"UnpairedSurrogate", u"", ustring(1, char16_t(0xD800)), false, "surrogate"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const auto add = [&](FileSystemManager& manager, bool isFile, const ustring& path) {
-      if (isFile) return (void)manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
-      (void)manager.createFolder(path);
-    };
+  const auto add = [&](FileSystemManager& manager, const ustring& path) {
+    if (!path.ends_with(u'/')) return (void)manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
+    (void)manager.createFolder(path.substr(0, path.size() - 1));
+  };
+  for (const auto& [name, first, added, alreadyExists, fragment] : cases) {
+    SCOPED_TRACE(name);
     withPackage(package, OpenMode::Create, [&](model::Package& p) {
       FileSystemManager manager(p);
-      for (const auto& [isFile, path] : c.before) add(manager, isFile, path);
+      if (!first.empty()) add(manager, first);
     });
     auto s = open(OpenMode::Modify);
     const std::vector<std::string> before = walk(s->manager);
     const std::size_t parts = s->session.package.getPartCount();
     try {
-      add(s->manager, c.addAsFile, c.path);
+      add(s->manager, added);
       ADD_FAILURE() << "no error";
     } catch (const Exception& e) {
-      EXPECT_EQ(dynamic_cast<const FileSystemEntryAlreadyExists*>(&e) != nullptr, c.alreadyExists) << e.what();
-      EXPECT_NE(std::string(e.what()).find(c.fragment), std::string::npos) << e.what();
+      EXPECT_EQ(dynamic_cast<const FileSystemEntryAlreadyExists*>(&e) != nullptr, alreadyExists) << e.what();
+      EXPECT_NE(std::string(e.what()).find(fragment), std::string::npos) << e.what();
     }
     EXPECT_EQ(walk(s->manager), before);
     EXPECT_EQ(s->session.package.getPartCount(), parts);
@@ -263,34 +257,30 @@ TEST_F(FileSystemTest, WhatStandsInTheDestinationIsReplacedOnlyWhenAskedAndLinks
   plantFile(source, "sub/inner.txt", TreeFile{"payload"});
   plantFile(source, "top.txt", TreeFile{"#!/bin/sh\n", 100000000, 0, true});
   pack();
-  const struct {
-    const char* name;
-    const char* planted;  // in the destination
-    bool link;            // to outside, rather than a file of its own
-    ReplaceMode replace;
-    const char* fragment;  // nullptr: extracted
-  } cases[] = {
+  // Name, what is planted in the destination, whether it is a link to outside (else a file of its own),
+  // the replace mode, a fragment of the error (nullptr: extracted).
+  const std::tuple<const char*, std::string, bool, ReplaceMode, const char*> cases[] = {
       {"FileWhereAFileGoes", "top.txt", false, ReplaceMode::Never, "exists in the destination"},
       {"FileWhereAFileGoesReplaced", "top.txt", false, ReplaceMode::Replace, nullptr},
       {"LinkWhereAFolderGoes", "sub", true, ReplaceMode::Replace, "symbolic link"},
       {"LinkWhereAFileGoes", "top.txt", true, ReplaceMode::Never, "exists"},
       {"LinkWhereAFileGoesReplaced", "top.txt", true, ReplaceMode::Replace, nullptr},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, planted, link, replace, fragment] : cases) {
+    SCOPED_TRACE(name);
     clearDestination();
     writeFile((outside / "top.txt").string(), "untouched");
-    if (c.link) {
-      std::filesystem::create_symlink(std::string(c.planted) == "sub" ? outside : outside / "top.txt", destination / c.planted);
+    if (link) {
+      std::filesystem::create_symlink(planted == "sub" ? outside : outside / "top.txt", destination / planted);
     } else {
-      writeFile((destination / c.planted).string(), "mine");
+      writeFile((destination / planted).string(), "mine");
     }
-    const std::string error = extract(c.replace);
-    if (c.fragment == nullptr) {
+    const std::string error = extract(replace);
+    if (fragment == nullptr) {
       EXPECT_EQ(error, "");
       EXPECT_EQ(snapshot(destination), snapshot(source));
     } else {
-      EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+      EXPECT_NE(error.find(fragment), std::string::npos) << error;
       EXPECT_FALSE(std::filesystem::exists(destination / "sub" / "inner.txt"));
     }
     EXPECT_EQ(readFile((outside / "top.txt").string()), "untouched");

@@ -86,9 +86,7 @@ TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
   const std::string file = dir.file("foreign.zip");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    int error = 0;
-    zip_t* za = zip_open(file.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
-    ASSERT_NE(za, nullptr) << error;
+    zip_t* za = openZip(file, ZIP_CREATE | ZIP_TRUNCATE);
     for (const auto& item : items) {
       zip_source_t* source = zip_source_buffer(za, item.data.data(), item.data.size(), 0);
       const zip_int64_t index = zip_file_add(za, item.name.c_str(), source, item.encoding);
@@ -356,9 +354,7 @@ TEST(ZipWriterHeadersTest, TimesRoundTripToTheSecondThroughTheShortestField) {
   }
   ZipPhysicalPackage physical(u16(file), false);
   physical.openArchive();
-  int error = 0;
-  zip_t* za = zip_open(file.c_str(), ZIP_RDONLY, &error);
-  ASSERT_NE(za, nullptr);
+  zip_t* za = openZip(file, ZIP_RDONLY);
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const auto& [label, time, centralNtfs, localTimestamp] = cases[i];
     SCOPED_TRACE(label);
@@ -484,9 +480,7 @@ TEST(ZipWriterHeadersTest, EntryOverFourGibibytesTakesZip64Sizes) {
     writer->addEntry("after.xml", std::make_shared<detail::MemoryContentSource>("<after/>"), Compression::Deflated, {});
     writer->commit();
   }
-  int error = 0;
-  zip_t* za = zip_open(file.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);  // local headers agree with the directory
-  ASSERT_NE(za, nullptr) << error;
+  zip_t* za = openZip(file, ZIP_RDONLY | ZIP_CHECKCONS);  // local headers agree with the directory
   zip_stat_t st;
   ASSERT_EQ(zip_stat_index(za, 0, 0, &st), 0);
   EXPECT_EQ(st.size, kSize);
