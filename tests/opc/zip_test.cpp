@@ -55,14 +55,10 @@ std::string whole(const ZipPhysicalPackage& physical, std::uint64_t index) {
 // reader's guess (or the only one), or with sizes only in the directory as a streaming writer leaves them.
 TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
   const std::string big = patternBytes(700000, 3);
-  const struct {
-    std::string name;
-    std::string data;
-    bool stored;
-    zip_flags_t encoding;
-  } items[] = {{"big.txt", big, false, ZIP_FL_ENC_UTF_8},        {"empty-deflated", "", false, ZIP_FL_ENC_UTF_8},
-               {"empty-stored", "", true, ZIP_FL_ENC_UTF_8},      {"stored.bin", big, true, ZIP_FL_ENC_UTF_8},
-               {"\x81" "ber.txt", big, false, ZIP_FL_ENC_CP437}, {"tiny.txt", "tiny", false, ZIP_FL_ENC_UTF_8}};
+  const std::tuple<std::string, std::string, bool, zip_flags_t> items[] = {  // name, data, stored, name encoding
+      {"big.txt", big, false, ZIP_FL_ENC_UTF_8},        {"empty-deflated", "", false, ZIP_FL_ENC_UTF_8},
+      {"empty-stored", "", true, ZIP_FL_ENC_UTF_8},      {"stored.bin", big, true, ZIP_FL_ENC_UTF_8},
+      {"\x81" "ber.txt", big, false, ZIP_FL_ENC_CP437}, {"tiny.txt", "tiny", false, ZIP_FL_ENC_UTF_8}};
   const struct {
     const char* name;
     std::string comment;                   // libzip takes no control characters; "@@@@" is edited below
@@ -87,16 +83,16 @@ TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     zip_t* za = openZip(file, ZIP_CREATE | ZIP_TRUNCATE);
-    for (const auto& item : items) {
-      zip_source_t* source = zip_source_buffer(za, item.data.data(), item.data.size(), 0);
-      const zip_int64_t index = zip_file_add(za, item.name.c_str(), source, item.encoding);
+    for (const auto& [name, data, stored, encoding] : items) {
+      zip_source_t* source = zip_source_buffer(za, data.data(), data.size(), 0);
+      const zip_int64_t index = zip_file_add(za, name.c_str(), source, encoding);
       ASSERT_GE(index, 0);
-      zip_set_file_compression(za, index, item.stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
+      zip_set_file_compression(za, index, stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
       zip_file_set_mtime(za, index, 1500000000, 0);
       zip_file_set_external_attributes(za, index, 0, ZIP_OPSYS_UNIX, (0100640u) << 16);
       if (index == c.extraEntry) {
-        const std::vector<zip_uint8_t> data(c.extraSize, 'x');
-        ASSERT_EQ(zip_file_extra_field_set(za, index, 0x7a76, ZIP_EXTRA_FIELD_NEW, data.data(), c.extraSize, ZIP_FL_LOCAL), 0);
+        const std::vector<zip_uint8_t> extra(c.extraSize, 'x');
+        ASSERT_EQ(zip_file_extra_field_set(za, index, 0x7a76, ZIP_EXTRA_FIELD_NEW, extra.data(), c.extraSize, ZIP_FL_LOCAL), 0);
       }
     }
     if (!c.comment.empty()) zip_set_archive_comment(za, c.comment.data(), static_cast<zip_uint16_t>(c.comment.size()));
