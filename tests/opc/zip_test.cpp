@@ -534,18 +534,6 @@ std::string wordBytes(std::size_t size, unsigned seed) {
   return out;
 }
 
-// Samples whose low 12 bits of every 32 are noise: what a float recording looks like, keeping about
-// four fifths of its size under deflate.
-std::string noisySamples(std::size_t size, unsigned seed) {
-  std::mt19937 gen(seed);
-  std::string out(size, '\0');
-  for (std::size_t i = 0; i + 4 <= size; i += 4) {
-    const std::uint32_t v = 0x40000000u + static_cast<std::uint32_t>((i / 4 * 3 / 10) % 4096) * 4096u + (gen() & 0xfff);
-    std::memcpy(out.data() + i, &v, 4);
-  }
-  return out;
-}
-
 struct StringSink : OutputSink {
   std::string bytes;
   void append(const std::uint8_t* data, std::size_t size) override { bytes.append(reinterpret_cast<const char*>(data), size); }
@@ -586,7 +574,7 @@ TEST(WorkQueueTest, TasksRunAndTheFirstFailureReachesTheCaller) {
 // size than it says is refused.
 TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
   const std::pair<const char*, std::string (*)(std::size_t, unsigned)> contents[] = {
-      {"incompressible", randomBytes}, {"compressible", wordBytes}, {"noisy samples", noisySamples}};
+      {"incompressible", randomBytes}, {"compressible", wordBytes}};
   const std::size_t sizes[] = {0, 1, kPieceSize - 1, kPieceSize, kPieceSize + 1, 2 * kPieceSize - 1, 2 * kPieceSize,
                                2 * kPieceSize + 1, 3 * kPieceSize + 2, 5 * kPieceSize + 12345};
   for (const auto& [kind, make] : contents) {
