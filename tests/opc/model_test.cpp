@@ -160,37 +160,31 @@ TEST(RelationshipsTest, AssignedIdsNeverCollide) {
   }
 }
 
-// Each case: a relationship made next to one with id "rId1"; the part its target resolves to against
-// the source, or nullptr when it is refused (and nothing is added).
+// Each case (source, target, part, id, type): a relationship made next to one with id "rId1"; the part
+// its target resolves to against the source, or nullptr when it is refused (and nothing is added).
 TEST(RelationshipsTest, TargetsResolveAgainstTheSourceAndInvalidOnesAreRefused) {
-  const struct {
-    const char16_t* source;
-    const char16_t* target;
-    const char16_t* part;
-    const char16_t* id = u"";
-    const char16_t* type = kType;
-  } cases[] = {
-      {u"/", u"a.xml", u"/a.xml"},
-      {u"/", u"./a/../b.xml", u"/b.xml"},
-      {u"/dir/src.xml", u"../b.xml", u"/b.xml"},
-      {u"/dir/src.xml", u"../../../b.xml", u"/b.xml"},
-      {u"/dir/src.xml", u"caf\u00e9.xml", u"/dir/caf%C3%A9.xml"},
-      {u"/", u"http://example.com/a.xml", nullptr},
-      {u"/", u"a.xml#frag", nullptr},
-      {u"/dir/src.xml", u"..", nullptr},
-      {u"/", u"a.xml", nullptr, u"r Id"},
+  const std::tuple<const char16_t*, const char16_t*, const char16_t*, const char16_t*, const char16_t*> cases[] = {
+      {u"/", u"a.xml", u"/a.xml", u"", kType},
+      {u"/", u"./a/../b.xml", u"/b.xml", u"", kType},
+      {u"/dir/src.xml", u"../b.xml", u"/b.xml", u"", kType},
+      {u"/dir/src.xml", u"../../../b.xml", u"/b.xml", u"", kType},
+      {u"/dir/src.xml", u"caf\u00e9.xml", u"/dir/caf%C3%A9.xml", u"", kType},
+      {u"/", u"http://example.com/a.xml", nullptr, u"", kType},
+      {u"/", u"a.xml#frag", nullptr, u"", kType},
+      {u"/dir/src.xml", u"..", nullptr, u"", kType},
+      {u"/", u"a.xml", nullptr, u"r Id", kType},
       {u"/", u"a.xml", nullptr, u"", u""},
-      {u"/", u"", nullptr},
+      {u"/", u"", nullptr, u"", kType},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(u8(c.source) + " + " + u8(c.target) + " id " + u8(c.id));
-    Relationships rels{URI(c.source)};
+  for (const auto& [source, target, part, id, type] : cases) {
+    SCOPED_TRACE(u8(source) + " + " + u8(target) + " id " + u8(id));
+    Relationships rels{URI(source)};
     rels.createRelationship(URI(u"x.xml"), kType, u"rId1");
-    if (c.part == nullptr) {
-      EXPECT_THROW(rels.createRelationship(URI(c.target), c.type, c.id), Exception);
+    if (part == nullptr) {
+      EXPECT_THROW(rels.createRelationship(URI(target), type, id), Exception);
       EXPECT_EQ(rels.size(), 1u);
     } else {
-      EXPECT_EQ(rels.createRelationship(URI(c.target), c.type, c.id).getTargetPartName(), PartName(c.part));
+      EXPECT_EQ(rels.createRelationship(URI(target), type, id).getTargetPartName(), PartName(part));
     }
   }
   Relationships rels(PackageHelper::getPackageRootURI());
