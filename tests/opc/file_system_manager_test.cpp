@@ -44,7 +44,6 @@ struct TreeSnapshot {
   bool operator==(const TreeSnapshot&) const = default;
 };
 
-// Writes the file with its bytes, time and executable bit, creating its folders.
 void plantFile(const std::filesystem::path& root, const std::string& relative, const TreeFile& file) {
   const std::filesystem::path path = root / relative;
   std::filesystem::create_directories(path.parent_path());
@@ -69,14 +68,6 @@ TreeSnapshot snapshot(const std::filesystem::path& root) {
   }
   return out;
 }
-
-// Names a local file system allows and a part name cannot hold as they are.
-const std::vector<std::string> kAwkwardNames = {
-    "plain.m", "with space.txt", "#hash", "100%", "percent%41", "[bracket]", "a&b;c=d", "trailing.", "...",
-    "_rels", "x.rels", "caf\xC3\xA9", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt", "\xF0\x9F\x98\x80",
-    "ab:c", "quote'and\"double", "tilde~", "question?", "colon:", "!", "nb\xC2\xA0sp", "ideo\xE3\x80\x80space",
-    "tab\there", "ctl\x01", "line\xE2\x80\xA8sep", "c1\xC2\x85", "ends with space ",
-};
 
 class FileSystemTest : public ::testing::Test {
  protected:
@@ -144,13 +135,20 @@ class FileSystemTest : public ::testing::Test {
 // Names (each a URI-safe segment), bytes (empty, above the whole-file limit), times and executable
 // bits come back as they were, whatever the number of workers.
 TEST_F(FileSystemTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
+  // Names a local file system allows and a part name cannot hold as they are.
+  const std::vector<std::string> awkwardNames = {
+      "plain.m", "with space.txt", "#hash", "100%", "percent%41", "[bracket]", "a&b;c=d", "trailing.", "...",
+      "_rels", "x.rels", "caf\xC3\xA9", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt", "\xF0\x9F\x98\x80",
+      "ab:c", "quote'and\"double", "tilde~", "question?", "colon:", "!", "nb\xC2\xA0sp", "ideo\xE3\x80\x80space",
+      "tab\there", "ctl\x01", "line\xE2\x80\xA8sep", "c1\xC2\x85", "ends with space ",
+  };
   // Times outside DOS time's 1980..2107, before 1970, and beyond the extended timestamp's 2038 with
   // sub-second parts in NTFS's 100 ns steps (within its range a time is kept to the second).
   const std::vector<std::pair<std::int64_t, std::uint32_t>> times = {
       {1700000000, 0}, {-315619200, 0}, {7258118400, 999999900}, {315532800, 0}, {4354819199, 500}};
-  for (std::size_t i = 0; i < kAwkwardNames.size(); ++i) {
+  for (std::size_t i = 0; i < awkwardNames.size(); ++i) {
     const auto [seconds, nanos] = times[i % times.size()];
-    const std::string& name = kAwkwardNames[i];
+    const std::string& name = awkwardNames[i];
     plantFile(source, name, TreeFile{patternBytes(100 + i * 37, static_cast<unsigned>(i)), seconds, nanos, i % 3 == 0});
     plantFile(source, "nested/" + name + "/deeper/file " + std::to_string(i),
               TreeFile{patternBytes(i, static_cast<unsigned>(i + 99)), seconds + 1, nanos, i % 2 == 0});
@@ -398,14 +396,10 @@ TEST_F(FileSystemTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
 TEST(FileSystemOpsTest, PathText) {
   const opc::FileSystemOps ops;
   const std::tuple<const char16_t*, ustring, ustring> cases[] = {  // path, file name, extension
-      {u"/a/shot.png", u"shot.png", u"png"},
-      {u"/a/archive.tar.gz", u"archive.tar.gz", u"gz"},
-      {u"/a/.profile", u".profile", u""},
-      {u"/a.d/file", u"file", u""},
-      {u"/a/dir/", u"dir", u""},
-      {u"/top", u"top", u""},
-      {u"/\u4e2d/\u6587.\u00e9", u"\u6587.\u00e9", u"\u00e9"},
-  };
+      {u"/a/shot.png", u"shot.png", u"png"}, {u"/a/archive.tar.gz", u"archive.tar.gz", u"gz"},
+      {u"/a/.profile", u".profile", u""},    {u"/a.d/file", u"file", u""},
+      {u"/a/dir/", u"dir", u""},             {u"/top", u"top", u""},
+      {u"/\u4e2d/\u6587.\u00e9", u"\u6587.\u00e9", u"\u00e9"}};
   for (const auto& [path, filename, extension] : cases) {
     EXPECT_EQ(std::pair(ops.getFilename(path), ops.getExtension(path)), std::pair(filename, extension)) << u8(path);
   }

@@ -90,13 +90,8 @@ TEST(PartNameTest, EquivalenceFoldsAsciiLettersOnly) {
 
 TEST(PartNameTest, ExtensionAndRelationshipsNames) {
   const std::tuple<const char16_t*, std::string_view, bool> cases[] = {
-      {u"/a/b.xml", "xml", false},
-      {u"/_rels/.rels", "rels", true},
-      {u"/a/_rels/b.xml.rels", "rels", true},
-      {u"/a/_RELS/b.xml.RELS", "RELS", true},
-      {u"/a/rels/b.rels", "rels", false},
-      {u"/_rels", "", false},
-  };
+      {u"/a/b.xml", "xml", false},           {u"/_rels/.rels", "rels", true},  {u"/a/_rels/b.xml.rels", "rels", true},
+      {u"/a/_RELS/b.xml.RELS", "RELS", true}, {u"/a/rels/b.rels", "rels", false}, {u"/_rels", "", false}};
   for (const auto& [name, extension, relationships] : cases) {
     SCOPED_TRACE(u8(name));
     EXPECT_EQ(PartName(name).extensionView(), extension);

@@ -101,9 +101,7 @@ using interfaces::OpenMode;
 
 // A physical package and its model, as a caller holds them for one session.
 struct Session {
-  Session(const ustring& path, OpenMode mode) : physical(path, false), package(physical) {
-    package.open(mode);
-  }
+  Session(const ustring& path, OpenMode mode) : physical(path, false), package(physical) { package.open(mode); }
   zippackage::ZipPhysicalPackage physical;
   model::Package package;
 };

@@ -59,20 +59,16 @@ TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
       {"big.txt", big, false, ZIP_FL_ENC_UTF_8},        {"empty-deflated", "", false, ZIP_FL_ENC_UTF_8},
       {"empty-stored", "", true, ZIP_FL_ENC_UTF_8},      {"stored.bin", big, true, ZIP_FL_ENC_UTF_8},
       {"\x81" "ber.txt", big, false, ZIP_FL_ENC_CP437}, {"tiny.txt", "tiny", false, ZIP_FL_ENC_UTF_8}};
-  const struct {
-    const char* name;
-    std::string comment;                   // libzip takes no control characters; "@@@@" is edited below
-    zip_int64_t extraEntry = -1;           // given a local extra field of extraSize bytes
-    zip_uint16_t extraSize = 0;
-    void (*edit)(std::string&) = nullptr;  // on the file's bytes, which the first local header opens
-  } cases[] = {
-      {"as written", ""},
+  // Name; comment (libzip takes no control characters, "@@@@" is edited); the entry given a local extra
+  // field and its size; an edit of the file's bytes, which the first local header opens.
+  const std::tuple<const char*, std::string, zip_int64_t, zip_uint16_t, void (*)(std::string&)> cases[] = {
+      {"as written", "", -1, 0, nullptr},
       {"a comment holding a signature", "@@@@ a comment that misleads its reader", -1, 0,
        [](std::string& b) { b.replace(b.rfind("@@@@"), 4, "PK\x05\x06"); }},
-      {"the longest comment", std::string(0xFFFF, 'c')},
-      {"long local extra on a deflated entry", "", 0, 3000},
-      {"short local extra on a stored entry", "", 3, 8},
-      {"local extra just past the guess", "", 5, 65},
+      {"the longest comment", std::string(0xFFFF, 'c'), -1, 0, nullptr},
+      {"long local extra on a deflated entry", "", 0, 3000, nullptr},
+      {"short local extra on a stored entry", "", 3, 8, nullptr},
+      {"local extra just past the guess", "", 5, 65, nullptr},
       {"sizes only in the directory", "", -1, 0, [](std::string& b) {
          b[6] = static_cast<char>(b[6] | 0x08);
          b.replace(14, 12, 12, '\0');
@@ -80,8 +76,8 @@ TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
   };
   ScratchDir dir;
   const std::string file = dir.file("foreign.zip");
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [label, comment, extraEntry, extraSize, edit] : cases) {
+    SCOPED_TRACE(label);
     zip_t* za = openZip(file, ZIP_CREATE | ZIP_TRUNCATE);
     for (const auto& [name, data, stored, encoding] : items) {
       zip_source_t* source = zip_source_buffer(za, data.data(), data.size(), 0);
@@ -90,16 +86,16 @@ TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
       zip_set_file_compression(za, index, stored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
       zip_file_set_mtime(za, index, 1500000000, 0);
       zip_file_set_external_attributes(za, index, 0, ZIP_OPSYS_UNIX, (0100640u) << 16);
-      if (index == c.extraEntry) {
-        const std::vector<zip_uint8_t> extra(c.extraSize, 'x');
-        ASSERT_EQ(zip_file_extra_field_set(za, index, 0x7a76, ZIP_EXTRA_FIELD_NEW, extra.data(), c.extraSize, ZIP_FL_LOCAL), 0);
+      if (index == extraEntry) {
+        const std::vector<zip_uint8_t> extra(extraSize, 'x');
+        ASSERT_EQ(zip_file_extra_field_set(za, index, 0x7a76, ZIP_EXTRA_FIELD_NEW, extra.data(), extraSize, ZIP_FL_LOCAL), 0);
       }
     }
-    if (!c.comment.empty()) zip_set_archive_comment(za, c.comment.data(), static_cast<zip_uint16_t>(c.comment.size()));
+    if (!comment.empty()) zip_set_archive_comment(za, comment.data(), static_cast<zip_uint16_t>(comment.size()));
     ASSERT_EQ(zip_close(za), 0) << zip_strerror(za);
-    if (c.edit != nullptr) {
+    if (edit != nullptr) {
       std::string bytes = readFile(file);
-      c.edit(bytes);
+      edit(bytes);
       writeFile(file, bytes);
     }
     const auto raw = rawItems(file);
