@@ -255,8 +255,7 @@ TEST_F(FileSystemTest, WhatStandsInTheDestinationIsReplacedOnlyWhenAskedAndLinks
   plantFile(source, "sub/inner.txt", TreeFile{"payload"});
   plantFile(source, "top.txt", TreeFile{"#!/bin/sh\n", 100000000, 0, true});
   pack();
-  // Name, what is planted in the destination, whether it is a link to outside (else a file of its own),
-  // the replace mode, a fragment of the error (nullptr: extracted).
+  // Name, what is planted, a link to outside (else its own file), replace mode, error fragment (nullptr: extracted).
   const std::tuple<const char*, std::string, bool, ReplaceMode, const char*> cases[] = {
       {"FileWhereAFileGoes", "top.txt", false, ReplaceMode::Never, "exists in the destination"},
       {"FileWhereAFileGoesReplaced", "top.txt", false, ReplaceMode::Replace, nullptr},

@@ -48,11 +48,10 @@ std::string whole(const ZipPhysicalPackage& physical, std::uint64_t index) {
   return {out.begin(), out.end()};
 }
 
-// Our reader sees each entry of a libzip archive as libzip does (name, sizes, CRC, method, time, mode,
-// bytes by both ways of reading). The archive: deflated data longer than one read of the reader,
-// stored and empty entries, DOS time only, a Unix mode, a code page 437 name; whatever its comment
-// (one holding an end record's signature, the longest), with a local extra field longer than the
-// reader's guess (or the only one), or with sizes only in the directory as a streaming writer leaves them.
+// Our reader sees a libzip archive's entries as libzip does (name, sizes, CRC, method, time, mode, bytes
+// streamed and whole): deflated data longer than one read, stored and empty entries, DOS time only, a Unix
+// mode, a code page 437 name; whatever the comment (one holding an end record's signature, the longest), with
+// a local extra field past the reader's guess (or the only one), or sizes only in the directory (streamed).
 TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
   const std::string big = patternBytes(700000, 3);
   const std::tuple<std::string, std::string, bool, zip_flags_t> items[] = {  // name, data, stored, name encoding
@@ -88,7 +87,8 @@ TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
       zip_file_set_external_attributes(za, index, 0, ZIP_OPSYS_UNIX, (0100640u) << 16);
       if (index == extraEntry) {
         const std::vector<zip_uint8_t> extra(extraSize, 'x');
-        ASSERT_EQ(zip_file_extra_field_set(za, index, 0x7a76, ZIP_EXTRA_FIELD_NEW, extra.data(), extraSize, ZIP_FL_LOCAL), 0);
+        ASSERT_EQ(
+            zip_file_extra_field_set(za, index, 0x7a76, ZIP_EXTRA_FIELD_NEW, extra.data(), extraSize, ZIP_FL_LOCAL), 0);
       }
     }
     if (!comment.empty()) zip_set_archive_comment(za, comment.data(), static_cast<zip_uint16_t>(comment.size()));
@@ -281,7 +281,8 @@ TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzipWhateverTheWorkers) {
       auto writer = physical.createWriter();
       for (int copy = 0; copy < 2; ++copy) {  // more entries than workers
         for (const auto& [name, bytes, compression, claimed, method] : cases) {
-          writer->addEntry(std::to_string(copy) + name, std::make_shared<UnsizedSource>(bytes, claimed), compression, written);
+          writer->addEntry(std::to_string(copy) + name, std::make_shared<UnsizedSource>(bytes, claimed), compression,
+                           written);
         }
       }
       writer->commit();
