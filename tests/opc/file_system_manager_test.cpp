@@ -13,6 +13,7 @@
 
 #include <cstdlib>
 #include <functional>
+#include <set>
 #include <string_view>
 
 #include "opc/exception.h"
@@ -43,7 +44,6 @@ struct TreeSnapshot {
   bool operator==(const TreeSnapshot&) const = default;
 };
 
-// Writes the file with its bytes, time and executable bit, creating its folders.
 void plantFile(const std::filesystem::path& root, const std::string& relative, const TreeFile& file) {
   const std::filesystem::path path = root / relative;
   std::filesystem::create_directories(path.parent_path());
@@ -68,14 +68,6 @@ TreeSnapshot snapshot(const std::filesystem::path& root) {
   }
   return out;
 }
-
-// Names a local file system allows and a part name cannot hold as they are.
-const std::vector<std::string> kAwkwardNames = {
-    "plain.m", "with space.txt", "#hash", "100%", "percent%41", "[bracket]", "a&b;c=d", "trailing.", "...",
-    "_rels", "x.rels", "caf\xC3\xA9", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt", "\xF0\x9F\x98\x80",
-    "ab:c", "quote'and\"double", "tilde~", "question?", "colon:", "!", "nb\xC2\xA0sp", "ideo\xE3\x80\x80space",
-    "tab\there", "ctl\x01", "line\xE2\x80\xA8sep", "c1\xC2\x85", "ends with space ",
-};
 
 class FileSystemTest : public ::testing::Test {
  protected:
@@ -143,13 +135,20 @@ class FileSystemTest : public ::testing::Test {
 // Names (each a URI-safe segment), bytes (empty, above the whole-file limit), times and executable
 // bits come back as they were, whatever the number of workers.
 TEST_F(FileSystemTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
+  // Names a local file system allows and a part name cannot hold as they are.
+  const std::vector<std::string> awkwardNames = {
+      "plain.m", "with space.txt", "#hash", "100%", "percent%41", "[bracket]", "a&b;c=d", "trailing.", "...",
+      "_rels", "x.rels", "caf\xC3\xA9", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt", "\xF0\x9F\x98\x80",
+      "ab:c", "quote'and\"double", "tilde~", "question?", "colon:", "!", "nb\xC2\xA0sp", "ideo\xE3\x80\x80space",
+      "tab\there", "ctl\x01", "line\xE2\x80\xA8sep", "c1\xC2\x85", "ends with space ",
+  };
   // Times outside DOS time's 1980..2107, before 1970, and beyond the extended timestamp's 2038 with
   // sub-second parts in NTFS's 100 ns steps (within its range a time is kept to the second).
   const std::vector<std::pair<std::int64_t, std::uint32_t>> times = {
       {1700000000, 0}, {-315619200, 0}, {7258118400, 999999900}, {315532800, 0}, {4354819199, 500}};
-  for (std::size_t i = 0; i < kAwkwardNames.size(); ++i) {
+  for (std::size_t i = 0; i < awkwardNames.size(); ++i) {
     const auto [seconds, nanos] = times[i % times.size()];
-    const std::string& name = kAwkwardNames[i];
+    const std::string& name = awkwardNames[i];
     plantFile(source, name, TreeFile{patternBytes(100 + i * 37, static_cast<unsigned>(i)), seconds, nanos, i % 3 == 0});
     plantFile(source, "nested/" + name + "/deeper/file " + std::to_string(i),
               TreeFile{patternBytes(i, static_cast<unsigned>(i + 99)), seconds + 1, nanos, i % 2 == 0});
@@ -164,14 +163,11 @@ TEST_F(FileSystemTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
   std::filesystem::create_directories(source / "nested" / "empty #2" / "empty.");
   const TreeSnapshot original = snapshot(source);
   pack();
-  auto s = open(OpenMode::Read);
-  std::vector<std::string> expected;
-  for (const auto& [relative, file] : original.files) expected.push_back("/" + relative);
-  for (const auto& [relative, empty] : original.folders) expected.push_back("/" + relative);
-  std::vector<std::string> listed = walk(s->manager);
-  std::sort(listed.begin(), listed.end());
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(listed, expected);
+  std::multiset<std::string> expected;
+  for (const auto& [relative, file] : original.files) expected.insert("/" + relative);
+  for (const auto& [relative, empty] : original.folders) expected.insert("/" + relative);
+  const std::vector<std::string> listed = walk(open(OpenMode::Read)->manager);
+  EXPECT_EQ(std::multiset<std::string>(listed.begin(), listed.end()), expected);
   for (const char* threads : {"1", "4"}) {
     SCOPED_TRACE(threads);
     std::filesystem::remove_all(destination);
@@ -180,46 +176,40 @@ TEST_F(FileSystemTest, TreeRoundTripsWithNamesBytesTimesAndExecutableBits) {
   }
 }
 
-// Each case: what is in the add-on first, then one operation that must fail with the given error and
-// change nothing.
+// Each case: what is in the add-on first ("": nothing), then one addition that must fail with the given
+// error and change nothing; a path ending in '/' is a folder, created empty.
 TEST_F(FileSystemTest, ConflictsAndBadPathsAreErrorsThatChangeNothing) {
-  const struct {
-    const char* name;
-    std::vector<std::pair<bool, ustring>> before;  // (is file, path)
-    bool addAsFile;
-    ustring path;
-    bool alreadyExists;  // the error's class
-    const char* fragment;
-  } cases[] = {
-      {"SameFileTwice", {{true, u"a/b.m"}}, true, u"/a/b.m", true, "/a/b.m"},
-      {"FileOverFolder", {{true, u"a/b.m"}}, true, u"a", true, "/a"},
-      {"EmptyFolderTwice", {{false, u"a/b"}}, false, u"a/b", true, "/a/b"},
-      {"FileNameDiffersInCase", {{true, u"Readme.txt"}}, true, u"README.txt", false, "/Readme.txt"},
-      {"FolderNameDiffersInCase", {{true, u"Dir/a.m"}}, true, u"dir/b.m", false, "/Dir"},
-      {"DotDot", {}, true, u"a/../b.m", false, "'..'"},
-      {"Nul", {}, true, ustring(u"a\0b", 3), false, "NUL"},
-      {"NameTooLong", {}, true, ustring(256, u'x'), false, "255 bytes"},
-      {"UnpairedSurrogate", {}, true, ustring(1, char16_t(0xD800)), false, "surrogate"},
+  // Name, what is there first, what is added, whether the error's class is AlreadyExists, a fragment of it.
+  const std::tuple<const char*, ustring, ustring, bool, const char*> cases[] = {
+      {"SameFileTwice", u"a/b.m", u"/a/b.m", true, "/a/b.m"},
+      {"FileOverFolder", u"a/b.m", u"a", true, "/a"},
+      {"EmptyFolderTwice", u"a/b/", u"a/b/", true, "/a/b"},
+      {"FileNameDiffersInCase", u"Readme.txt", u"README.txt", false, "/Readme.txt"},
+      {"FolderNameDiffersInCase", u"Dir/a.m", u"dir/b.m", false, "/Dir"},
+      {"DotDot", u"", u"a/../b.m", false, "'..'"},
+      {"Nul", u"", ustring(u"a\0b", 3), false, "NUL"},
+      {"NameTooLong", u"", ustring(256, u'x'), false, "255 bytes"},
+      {"UnpairedSurrogate", u"", ustring(1, char16_t(0xD800)), false, "surrogate"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const auto add = [&](FileSystemManager& manager, bool isFile, const ustring& path) {
-      if (isFile) return (void)manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
-      (void)manager.createFolder(path);
-    };
+  const auto add = [&](FileSystemManager& manager, const ustring& path) {
+    if (!path.ends_with(u'/')) return (void)manager.addFile(dir.ufile("one.txt"), path, TransformMode::Encode);
+    (void)manager.createFolder(path.substr(0, path.size() - 1));
+  };
+  for (const auto& [name, first, added, alreadyExists, fragment] : cases) {
+    SCOPED_TRACE(name);
     withPackage(package, OpenMode::Create, [&](model::Package& p) {
       FileSystemManager manager(p);
-      for (const auto& [isFile, path] : c.before) add(manager, isFile, path);
+      if (!first.empty()) add(manager, first);
     });
     auto s = open(OpenMode::Modify);
     const std::vector<std::string> before = walk(s->manager);
     const std::size_t parts = s->session.package.getPartCount();
     try {
-      add(s->manager, c.addAsFile, c.path);
+      add(s->manager, added);
       ADD_FAILURE() << "no error";
     } catch (const Exception& e) {
-      EXPECT_EQ(dynamic_cast<const FileSystemEntryAlreadyExists*>(&e) != nullptr, c.alreadyExists) << e.what();
-      EXPECT_NE(std::string(e.what()).find(c.fragment), std::string::npos) << e.what();
+      EXPECT_EQ(dynamic_cast<const FileSystemEntryAlreadyExists*>(&e) != nullptr, alreadyExists) << e.what();
+      EXPECT_NE(std::string(e.what()).find(fragment), std::string::npos) << e.what();
     }
     EXPECT_EQ(walk(s->manager), before);
     EXPECT_EQ(s->session.package.getPartCount(), parts);
@@ -265,34 +255,29 @@ TEST_F(FileSystemTest, WhatStandsInTheDestinationIsReplacedOnlyWhenAskedAndLinks
   plantFile(source, "sub/inner.txt", TreeFile{"payload"});
   plantFile(source, "top.txt", TreeFile{"#!/bin/sh\n", 100000000, 0, true});
   pack();
-  const struct {
-    const char* name;
-    const char* planted;  // in the destination
-    bool link;            // to outside, rather than a file of its own
-    ReplaceMode replace;
-    const char* fragment;  // nullptr: extracted
-  } cases[] = {
+  // Name, what is planted, a link to outside (else its own file), replace mode, error fragment (nullptr: extracted).
+  const std::tuple<const char*, std::string, bool, ReplaceMode, const char*> cases[] = {
       {"FileWhereAFileGoes", "top.txt", false, ReplaceMode::Never, "exists in the destination"},
       {"FileWhereAFileGoesReplaced", "top.txt", false, ReplaceMode::Replace, nullptr},
       {"LinkWhereAFolderGoes", "sub", true, ReplaceMode::Replace, "symbolic link"},
       {"LinkWhereAFileGoes", "top.txt", true, ReplaceMode::Never, "exists"},
       {"LinkWhereAFileGoesReplaced", "top.txt", true, ReplaceMode::Replace, nullptr},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, planted, link, replace, fragment] : cases) {
+    SCOPED_TRACE(name);
     clearDestination();
     writeFile((outside / "top.txt").string(), "untouched");
-    if (c.link) {
-      std::filesystem::create_symlink(std::string(c.planted) == "sub" ? outside : outside / "top.txt", destination / c.planted);
+    if (link) {
+      std::filesystem::create_symlink(planted == "sub" ? outside : outside / "top.txt", destination / planted);
     } else {
-      writeFile((destination / c.planted).string(), "mine");
+      writeFile((destination / planted).string(), "mine");
     }
-    const std::string error = extract(c.replace);
-    if (c.fragment == nullptr) {
+    const std::string error = extract(replace);
+    if (fragment == nullptr) {
       EXPECT_EQ(error, "");
       EXPECT_EQ(snapshot(destination), snapshot(source));
     } else {
-      EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+      EXPECT_NE(error.find(fragment), std::string::npos) << error;
       EXPECT_FALSE(std::filesystem::exists(destination / "sub" / "inner.txt"));
     }
     EXPECT_EQ(readFile((outside / "top.txt").string()), "untouched");
@@ -306,10 +291,7 @@ TEST_F(FileSystemTest, WhatStandsInTheDestinationIsReplacedOnlyWhenAskedAndLinks
 // Names that would escape the destination. (Sizes an entry lies about: the ZIP reader's table; a lie
 // found while extracting undoes everything: the next test.)
 TEST_F(FileSystemTest, HostileCorpusIsRefusedWithNothingWritten) {
-  const struct {
-    const char* file;
-    const char* fragment;  // names the entry or the rule
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {  // file, a fragment naming the entry or the rule
       {"traversal-raw-dotdot.zip", "fsroot/../../evil.txt"},
       {"traversal-percent-dotdot.zip", "percent-encoded unreserved"},
       {"traversal-escaped-dotdot.zip", "'/fsroot/..:'"},
@@ -322,12 +304,12 @@ TEST_F(FileSystemTest, HostileCorpusIsRefusedWithNothingWritten) {
       {"nul-percent.zip", "'/fsroot/evil%00.txt'"},
       {"decoded-collision.zip", "'a!.txt'"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
+  for (const auto& [file, fragment] : cases) {
+    SCOPED_TRACE(file);
     clearDestination();
-    package = u16(std::string(ZV_TEST_DATA_DIR) + "/hostile/" + c.file);
+    package = u16(std::string(ZV_TEST_DATA_DIR) + "/hostile/" + file);
     const std::string error = extract();
-    EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+    EXPECT_NE(error.find(fragment), std::string::npos) << error;
     EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
     EXPECT_TRUE(std::filesystem::is_empty(outside));
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "evil.txt"));
@@ -352,12 +334,8 @@ TEST_F(FileSystemTest, DefectsFoundByWorkersUndoEverything) {
     b[at + 30 + get16(&b[at + 26]) + get16(&b[at + 28]) + get32(&b[at + 18]) / 2] ^= 0x5a;
   };
   const auto breakSignature = [](std::string& bytes, std::size_t header) { bytes[header + 3] = '\x05'; };
-  const struct {
-    const char* name;
-    const char* entry;
-    std::function<void(std::string&, std::size_t header)> damage;
-    const char* fragment;  // expected in the error
-  } cases[] = {
+  // Name, entry, damage done to the bytes given its local header's offset, a fragment of the error.
+  const std::tuple<const char*, const char*, std::function<void(std::string&, std::size_t)>, const char*> cases[] = {
       {"DeflatedDataBroken", "fsroot/m/deep/target.txt", corruptData, "target.txt'"},
       {"DefectInALaterBatchOfALargeFolder", "fsroot/many/f70.txt", corruptData, "f70.txt'"},
       {"LargeDeflatedDataBroken", "fsroot/m/deep/large.txt", corruptData, "large.txt'"},
@@ -365,16 +343,16 @@ TEST_F(FileSystemTest, DefectsFoundByWorkersUndoEverything) {
       {"DamagedLocalHeaderOfAStreamedEntry", "fsroot/m/deep/large.txt", breakSignature, "no local header"},
   };
   for (const char* threads : {"1", "2"}) {
-    for (const auto& c : cases) {
-      SCOPED_TRACE(std::string(c.name) + " threads " + threads);
+    for (const auto& [name, entry, damage, fragment] : cases) {
+      SCOPED_TRACE(std::string(name) + " threads " + threads);
       std::string bytes = good;
-      const std::size_t header = good.find(c.entry) - 30;
+      const std::size_t header = good.find(entry) - 30;
       ASSERT_EQ(good.compare(header, 4, "PK\x03\x04"), 0);
-      c.damage(bytes, header);
+      damage(bytes, header);
       writeFile(u8(package), bytes);
       clearDestination();
       const std::string error = extract(ReplaceMode::Never, threads);
-      EXPECT_NE(error.find(c.fragment), std::string::npos) << error;
+      EXPECT_NE(error.find(fragment), std::string::npos) << error;
       EXPECT_NE(error.find("refusing to extract"), std::string::npos) << error;
       EXPECT_TRUE(std::filesystem::is_empty(destination)) << error;
     }
@@ -416,23 +394,13 @@ TEST_F(FileSystemTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
 
 TEST(FileSystemOpsTest, PathText) {
   const opc::FileSystemOps ops;
-  const struct {
-    const char16_t* path;
-    const char16_t* filename;
-    const char16_t* extension;
-  } cases[] = {
-      {u"/a/shot.png", u"shot.png", u"png"},
-      {u"/a/archive.tar.gz", u"archive.tar.gz", u"gz"},
-      {u"/a/.profile", u".profile", u""},
-      {u"/a.d/file", u"file", u""},
-      {u"/a/dir/", u"dir", u""},
-      {u"/top", u"top", u""},
-      {u"/\u4e2d/\u6587.\u00e9", u"\u6587.\u00e9", u"\u00e9"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(u8(c.path));
-    EXPECT_EQ(ops.getFilename(c.path), c.filename);
-    EXPECT_EQ(ops.getExtension(c.path), c.extension);
+  const std::tuple<const char16_t*, ustring, ustring> cases[] = {  // path, file name, extension
+      {u"/a/shot.png", u"shot.png", u"png"}, {u"/a/archive.tar.gz", u"archive.tar.gz", u"gz"},
+      {u"/a/.profile", u".profile", u""},    {u"/a.d/file", u"file", u""},
+      {u"/a/dir/", u"dir", u""},             {u"/top", u"top", u""},
+      {u"/\u4e2d/\u6587.\u00e9", u"\u6587.\u00e9", u"\u00e9"}};
+  for (const auto& [path, filename, extension] : cases) {
+    EXPECT_EQ(std::pair(ops.getFilename(path), ops.getExtension(path)), std::pair(filename, extension)) << u8(path);
   }
 }
 

@@ -101,9 +101,7 @@ using interfaces::OpenMode;
 
 // A physical package and its model, as a caller holds them for one session.
 struct Session {
-  Session(const ustring& path, OpenMode mode) : physical(path, false), package(physical) {
-    package.open(mode);
-  }
+  Session(const ustring& path, OpenMode mode) : physical(path, false), package(physical) { package.open(mode); }
   zippackage::ZipPhysicalPackage physical;
   model::Package package;
 };
@@ -128,6 +126,14 @@ inline std::string partBytes(const model::Package& package, const ustring& name)
   return readAll(*in);
 }
 
+// An archive libzip opens with `flags`.
+inline zip_t* openZip(const std::string& path, int flags) {
+  int error = 0;
+  zip_t* za = zip_open(path.c_str(), flags, &error);
+  if (za == nullptr) throw std::runtime_error("zip_open failed on " + path + ": " + std::to_string(error));
+  return za;
+}
+
 // What libzip sees in a file, checking that local headers agree with the directory: per item, method,
 // compressed bytes, CRC and the bytes it inflates to.
 struct RawItem {
@@ -139,9 +145,7 @@ struct RawItem {
 };
 
 inline std::map<std::string, RawItem> rawItems(const std::string& path) {
-  int error = 0;
-  zip_t* za = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);
-  if (za == nullptr) throw std::runtime_error("zip_open failed on " + path + ": " + std::to_string(error));
+  zip_t* za = openZip(path, ZIP_RDONLY | ZIP_CHECKCONS);
   const auto read = [&](zip_uint64_t index, zip_flags_t flags) {
     std::string out;
     zip_file_t* f = zip_fopen_index(za, index, flags);
@@ -166,9 +170,7 @@ inline std::string itemText(const std::string& path, const std::string& item) { 
 // An archive as libzip writes it: items in order, a name ending in '/' a folder item.
 inline void writeZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& items,
                      zip_flags_t nameFlags = ZIP_FL_ENC_GUESS) {
-  int error = 0;
-  zip_t* za = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
-  if (za == nullptr) throw std::runtime_error("zip_open failed on " + path + ": " + std::to_string(error));
+  zip_t* za = openZip(path, ZIP_CREATE | ZIP_TRUNCATE);
   for (const auto& [name, bytes] : items) {
     const zip_int64_t at = name.ends_with('/') ? zip_dir_add(za, name.c_str(), nameFlags)
                                                : zip_file_add(za, name.c_str(), zip_source_buffer(za, bytes.data(), bytes.size(), 0), nameFlags);

@@ -16,42 +16,35 @@ using namespace opc::test;
 
 constexpr char16_t kNs[] = u"urn:zvaddon:test:record";
 
-class XmlHelperTest : public ::testing::Test {
- protected:
-  XercesGuard guard_;
-};
-
 // Text and attribute values that XML cannot carry are refused naming the character, leaving the
 // element as it was. (What it can carry round-trips in the records' tables: markup, "]]>", CR LF,
 // tabs, astral characters, empty and white-space-only values.)
-TEST_F(XmlHelperTest, TextXmlCannotCarryIsRefused) {
-  const struct {
-    const char* label;
-    ustring text;
-    const char* refused;  // the character named
-  } cases[] = {
+TEST(XmlHelperTest, TextXmlCannotCarryIsRefused) {
+  const XercesGuard guard;
+  const std::tuple<const char*, ustring, const char*> cases[] = {  // label, text, the character named
       {"NUL", ustring(u"a") + u'\0' + u"b", "U+0000"},
       {"U+FFFE", u"\uFFFE", "U+FFFE"},
       {"lone high surrogate", ustring(u"x") + char16_t(0xD83D), "U+D83D"},
       {"reversed pair", ustring{char16_t(0xDE00), char16_t(0xD83D)}, "U+DE00"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
+  for (const auto& [label, text, refused] : cases) {
+    SCOPED_TRACE(label);
     DocumentPtr document = XercesHelper::createDocument();
     xercesc::DOMElement* field = XercesHelper::appendElementNS(XercesHelper::appendElementNS(document.get(), kNs, u"record"), kNs, u"field");
     XercesHelper::setElementText(field, u"kept");
-    EXPECT_THAT(errorOf([&] { XercesHelper::setElementText(field, c.text); }), HasSubstr(c.refused));
-    EXPECT_THROW(XercesHelper::setElementAttribute(field, u"a", c.text), opc::Exception);
-    ustring text;
-    XercesHelper::getElementText(field, text);
-    EXPECT_EQ(text, u"kept");
+    EXPECT_THAT(errorOf([&] { XercesHelper::setElementText(field, text); }), HasSubstr(refused));
+    EXPECT_THROW(XercesHelper::setElementAttribute(field, u"a", text), opc::Exception);
+    ustring kept;
+    XercesHelper::getElementText(field, kept);
+    EXPECT_EQ(kept, u"kept");
     EXPECT_FALSE(field->hasAttributes());
   }
 }
 
 // Each limit refuses one more than it allows. (Entity expansion behind a DOCTYPE: the package
 // corpus's content-types-doctype.zip.)
-TEST_F(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
+TEST(XmlHelperTest, HostileMalformedOrOversizedDocumentsAreRefused) {
+  const XercesGuard guard;
   std::string deep;
   for (int i = 0; i < 40; ++i) deep = "<a>" + deep + "</a>";
   std::string wide = "<r>";
