@@ -531,9 +531,9 @@ std::string wordBytes(std::size_t size, unsigned seed) {
   return out;
 }
 
-struct StringSink : OutputSink {
+struct StringSink {
   std::string bytes;
-  void append(const std::uint8_t* data, std::size_t size) override { bytes.append(reinterpret_cast<const char*>(data), size); }
+  void operator()(std::string_view piece) { bytes += piece; }
 };
 
 // Tasks run in order on any number of workers, each told a worker number below slots(); the first
@@ -582,7 +582,7 @@ TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
       for (const unsigned workers : {0u, 2u, 3u}) {
         detail::WorkQueue work(workers, 8);
         StringSink sink;
-        const PieceStream result = deflateInPieces(detail::MemoryContentSource(data), sink, work, "x");
+        const PieceStream result = deflateInPieces(detail::MemoryContentSource(data), std::ref(sink), work, "x");
         EXPECT_EQ(std::tuple(result.size, result.crc, result.compressedSize),
                   std::tuple(size, libdeflate_crc32(0, data.data(), data.size()), sink.bytes.size()));
         if (workers == 0) {
@@ -597,7 +597,7 @@ TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
   detail::WorkQueue work(2, 8);
   StringSink sink;
   for (const std::uint64_t claimed : {3 * kPieceSize - 1, 5 * kPieceSize}) {
-    EXPECT_THROW((void)deflateInPieces(UnsizedSource(patternBytes(3 * kPieceSize, 1), claimed), sink, work, "x"), Exception);
+    EXPECT_THROW((void)deflateInPieces(UnsizedSource(patternBytes(3 * kPieceSize, 1), claimed), std::ref(sink), work, "x"), Exception);
   }
 }
 

@@ -4,7 +4,10 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <fstream>
 
 #include "opc/exception.h"
 
@@ -36,23 +39,35 @@ class SpoolStream : public InputStream {
   std::uint64_t offset_ = 0;
 };
 
-// An unnamed file in `folder` (O_TMPFILE), or a named one unlinked at once where the file system
-// has no unnamed files.
-UniqueFd createAnonymousFile(const std::string& folder) {
-  const std::string dir = folder.empty() ? std::string(".") : folder;
-  UniqueFd fd(::open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-  if (fd) return fd;
-  if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
-    throw Exception(osError("cannot create a temporary file in", dir, errno));
+mode_t currentUmask() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("Umask:", 0) == 0) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
   }
-  std::string name = dir + "/.opc-spool-XXXXXX";
-  fd = UniqueFd(::mkostemp(name.data(), O_CLOEXEC));
-  if (!fd) throw Exception(osError("cannot create a temporary file in", dir, errno));
-  ::unlink(name.c_str());
-  return fd;
+  return 022;
 }
 
 }  // namespace
+
+UniqueFd createTemporaryFile(const std::string& folder, unsigned mode, std::string pattern, int suffixLength,
+                             std::string* name) {
+  UniqueFd fd(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
+  if (fd) return fd;
+  if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+    throw Exception(osError("cannot create a temporary file in", folder, errno));
+  }
+  pattern = folder + "/" + pattern;
+  fd = UniqueFd(::mkostemps(pattern.data(), suffixLength, O_CLOEXEC));
+  if (!fd) throw Exception(osError("cannot create a temporary file in", folder, errno));
+  if (name == nullptr) {
+    ::unlink(pattern.c_str());
+  } else {
+    *name = std::move(pattern);
+    ::fchmod(fd.get(), mode & ~currentUmask());
+  }
+  return fd;
+}
 
 std::size_t BytesInputStream::read(std::uint8_t* buffer, std::size_t size) {
   const std::size_t n = std::min(size, bytes_.size() - position_);
@@ -69,7 +84,7 @@ SpoolContent::SpoolContent(std::string folder, std::size_t memoryLimit)
     : folder_(std::move(folder)), memoryLimit_(memoryLimit) {}
 
 void SpoolContent::spill() {
-  file_ = createAnonymousFile(folder_);
+  file_ = createTemporaryFile(folder_.empty() ? std::string(".") : folder_, 0600, ".opc-spool-XXXXXX", 0, nullptr);
   pwriteAll(file_.get(), memory_.data(), memory_.size(), 0, folder_ + " (spool)");
   memory_.clear();
   memory_.shrink_to_fit();

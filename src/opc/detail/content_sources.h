@@ -11,6 +11,13 @@
 
 namespace opc::detail {
 
+// A new file in `folder` for reading and writing, of `mode` less the umask: unnamed (O_TMPFILE), or
+// where the file system has no unnamed files, named after `pattern` (whose "XXXXXX" is made unique and
+// followed by `suffixLength` characters), that name then stored in `*name`, or unlinked at once when
+// `name` is null. Throws opc::Exception naming the folder.
+[[nodiscard]] UniqueFd createTemporaryFile(const std::string& folder, unsigned mode, std::string pattern,
+                                           int suffixLength, std::string* name);
+
 // Reads bytes that outlive it.
 class BytesInputStream : public InputStream {
  public:

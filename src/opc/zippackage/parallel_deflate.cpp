@@ -127,7 +127,7 @@ void unfinishStream(std::string& stream) {
   stream.append("\x00\x00\xff\xff", 4);
 }
 
-PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, detail::WorkQueue& work,
+PieceStream deflateInPieces(const ContentSource& source, const PieceSink& out, detail::WorkQueue& work,
                             std::string_view entry) {
   const std::optional<std::uint64_t> expected = source.size();
   if (!expected) throw Exception("a source of unknown size cannot be deflated in pieces");
@@ -149,7 +149,7 @@ PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, detail
     std::shared_ptr<Piece> piece = std::move(flight.front());
     flight.pop_front();
     work.wait(piece->task);
-    out.append(reinterpret_cast<const std::uint8_t*>(piece->output.data()), piece->output.size());
+    out(piece->output);
     result.compressedSize += piece->output.size();
     spare.push_back(std::move(piece));
   };

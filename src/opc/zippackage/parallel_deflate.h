@@ -2,6 +2,7 @@
 // The writer's deflate: what to deflate, small entries whole, large ones in pieces on every worker.
 // Internal to opc::zippackage.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -74,12 +75,8 @@ void deflateInto(libdeflate_compressor* compressor, const void* data, std::size_
 // leaving `stream` as it was, unless `stream` is exactly one valid stream.
 void unfinishStream(std::string& stream);
 
-// Where deflateInPieces puts its output.
-class OutputSink {
- public:
-  virtual ~OutputSink() = default;
-  virtual void append(const std::uint8_t* data, std::size_t size) = 0;
-};
+// Where deflateInPieces puts its output, one piece at a time.
+using PieceSink = std::function<void(std::string_view bytes)>;
 
 // A raw deflate stream made by deflateInPieces.
 struct PieceStream {
@@ -95,7 +92,7 @@ struct PieceStream {
 // The output does not depend on the number of workers. Throws opc::Exception (a failed piece's
 // message names `entry`) when the source cannot be read or holds another size than it said; what was
 // appended to `out` by then is to be dropped.
-PieceStream deflateInPieces(const ContentSource& source, OutputSink& out, detail::WorkQueue& work,
+PieceStream deflateInPieces(const ContentSource& source, const PieceSink& out, detail::WorkQueue& work,
                             std::string_view entry);
 
 }  // namespace opc::zippackage

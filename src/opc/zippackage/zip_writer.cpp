@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <fstream>
 #include <functional>
 #include <optional>
 #include <vector>
@@ -49,15 +48,6 @@ std::string baseOf(const std::string& path) {
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-mode_t currentUmask() {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.rfind("Umask:", 0) == 0) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
-  }
-  return 022;
-}
-
 // Temporaries of this package are named ".<base>.<pid>.<token>.tmp". A writer killed between naming
 // its new file and the rename leaves one behind; once its process is gone, the next write removes it.
 void removeStaleTemporaries(const std::string& folder, const std::string& base) noexcept {
@@ -86,17 +76,8 @@ class Output {
  public:
   Output(std::string finalPath, bool durable) : finalPath_(std::move(finalPath)), durable_(durable) {
     folder_ = detail::folderOf(finalPath_);
-    fd_ = UniqueFd(::open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
-    if (!fd_) {
-      if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
-        throw Exception(detail::osError("cannot create a temporary file in", folder_, errno));
-      }
-      std::string name = folder_ + "/." + baseOf(finalPath_) + "." + std::to_string(::getpid()) + ".XXXXXX.tmp";
-      fd_ = UniqueFd(::mkostemps(name.data(), 4, O_CLOEXEC));
-      if (!fd_) throw Exception(detail::osError("cannot create a temporary file in", folder_, errno));
-      tempName_ = name;
-      ::fchmod(fd_.get(), 0666 & ~currentUmask());
-    }
+    const std::string pattern = "." + baseOf(finalPath_) + "." + std::to_string(::getpid()) + ".XXXXXX.tmp";
+    fd_ = detail::createTemporaryFile(folder_, 0666, pattern, 4, &tempName_);
     behind_.emplace(fd_.get());
     buffer_.reserve(kBufferSize);
   }
@@ -445,12 +426,8 @@ struct ZipWriter::Impl {
           h.size = h.compressedSize = copyStream(*e.content->openStream(), std::nullopt, &h.crc);
           return;
         }
-        struct Sink : OutputSink {
-          Output& out;
-          explicit Sink(Output& o) : out(o) {}
-          void append(const std::uint8_t* data, std::size_t size) override { out.append(data, size); }
-        } sink(*out);
-        const PieceStream result = deflateInPieces(*e.content, sink, workers(), e.name);
+        const PieceStream result =
+            deflateInPieces(*e.content, [&](std::string_view bytes) { out->append(bytes); }, workers(), e.name);
         h.crc = result.crc;
         h.size = result.size;
         h.compressedSize = result.compressedSize;
