@@ -114,18 +114,15 @@ class ZV_API AddonPackage {
   void addInstructionSets(const std::vector<ustring>& files);
   [[nodiscard]] bool hasInstructionSets();
 
-  // What the package holds, read from its ZIP directory, content types and relationships through
-  // the library's own reader and part-name mapping, never from part content: what a report shows
-  // (readSignatures tells what signatures it holds).
+  // What the package holds, read from its ZIP directory and relationships through the library's own
+  // reader and part-name mapping, never from part content: what a report shows (readSignatures tells
+  // what signatures it holds). Lists are in the order of the ZIP directory.
   // Opens the package for reading and closes it; errors are those of opening.
   struct PartSummary {
     ustring name;
-    ustring contentType;
     std::uint64_t size = 0;
-    std::uint64_t compressedSize = 0;  // as stored in the file
   };
   struct Contents {
-    std::vector<PartSummary> parts;                        // in the order of the ZIP directory
     std::vector<std::pair<ustring, std::uint64_t>> files;  // content files and empty folders: path in the add-on, size
     std::optional<PartSummary> screenshot;                 // the package thumbnail
     std::vector<ustring> instructionSets;                  // their file names

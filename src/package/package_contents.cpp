@@ -40,13 +40,11 @@ AddonPackage::Contents AddonPackage::readContents() {
       continue;  // no part: the content types, a folder item
     }
     if (!package_.partExists(*name)) continue;  // relationships
-    const opc::model::PartPtr part = package_.getPart(*name);
-    PartSummary summary{name->getName(), part->getContentType().toString(), part->getSize(), entry.compressedSize};
+    const PartSummary summary{name->getName(), package_.getPart(*name)->getSize()};
     const ustring& text = summary.name;
     if (text.starts_with(prefix)) contents.files.emplace_back(contentPath(std::u16string_view(text).substr(prefix.size())), summary.size);
     if (text.starts_with(kInstructionSetPrefix)) contents.instructionSets.push_back(text.substr(kInstructionSetPrefix.size()));
     if (thumbnail && *thumbnail == *name) contents.screenshot = summary;
-    contents.parts.push_back(std::move(summary));
   }
   package_.close();
   return contents;
