@@ -251,21 +251,11 @@ void requireKnownKeys(const Json& object, const std::string& pointer, const std:
 }
 
 std::string childPointer(const std::string& pointer, std::string_view key) {
-  std::string out = pointer + "/";
-  for (char c : key) {
-    if (c == '~') {
-      out += "~0";
-    } else if (c == '/') {
-      out += "~1";
-    } else {
-      out += c;
-    }
-  }
-  return out;
+  return (Json::json_pointer(pointer) / std::string(key)).to_string();
 }
 
 std::string childPointer(const std::string& pointer, std::size_t index) {
-  return pointer + "/" + std::to_string(index);
+  return (Json::json_pointer(pointer) / index).to_string();
 }
 
 }  // namespace zvaddon::tool
