@@ -169,8 +169,8 @@ AddonPackage::AuthorVerification AddonPackage::verifyAuthor(std::string_view tru
     if (const auto part = added(now.parts, signature.getSignedPartNames()); part != now.parts.end()) {
       result = {State::invalid, "part " + std::string(part->text()) + " was added after signing", result.signer};
     } else if (const auto s = added(now.selectors, signature.getRelationshipSelectors()); s != now.selectors.end()) {
-      result = {State::invalid, "a relationship of type " + fl::i18n::to_utf8(s->getValue()) + " from " +
-                                    fl::i18n::to_utf8(s->getSourceURI().toString()) + " was added after signing",
+      result = {State::invalid, "a relationship of type " + fl::i18n::to_utf8(s->value) + " from " +
+                                    fl::i18n::to_utf8(s->source.toString()) + " was added after signing",
                 result.signer};
     }
   }

@@ -24,16 +24,6 @@ using foundation::crypto::utils::SignatureMethod;
 using opc::detail::narrow;
 using Status = DigitalSignatureVerificationStatus;
 
-RelationshipSelector::RelationshipSelector(const URI& source, RelationshipSelectorType type, ustring value)
-    : source_(source), type_(type), value_(std::move(value)) {}
-
-SignatureParams::SignatureParams(DigestMethod digest, std::optional<SignatureMethod> signature)
-    : digest_(digest), signature_(signature) {}
-
-SignatureMethod SignatureParams::getSignatureMethod() const {
-  return signature_.value_or(SignatureMethod::RSA_SHA256);
-}
-
 DigitalSignature::DigitalSignature(PartName signaturePart, std::vector<PartName> signedParts,
                                    std::vector<RelationshipSelector> selectors, ustring signingTime,
                                    std::vector<std::vector<std::uint8_t>> certificates)
@@ -344,9 +334,10 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
 
   if (parts.empty()) throw opc::Exception("cannot sign: no part to sign");
   signature::SignatureContent content;
-  content.signatureMethod = signature::methodFor(key.privateKey.get(), params.getSignatureMethod());
+  content.signatureMethod =
+      signature::methodFor(key.privateKey.get(), params.signature.value_or(SignatureMethod::RSA_SHA256));
   content.certificates = key.certificates;
-  content.objectDigestMethod = params.getDigestMethod();
+  content.objectDigestMethod = params.digest;
   for (const PartName& name : parts) {
     const std::string text(name.text());
     if (name.isRelationshipsPartName()) throw opc::Exception("cannot sign relationships part " + text + " as a part");
@@ -358,14 +349,14 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
     const PartPtr part = package_.getPart(name);
     const auto input = part->getInputStream();
     signature::ManifestReference& ref = content.references.emplace_back(name, part->getContentType().toString());
-    ref.digestMethod = params.getDigestMethod();
-    ref.digestValue = signature::digestStream(params.getDigestMethod(), *input);
+    ref.digestMethod = params.digest;
+    ref.digestValue = signature::digestStream(params.digest, *input);
   }
 
   // One reference per source, in the order the sources first appear.
   std::vector<URI> sources;
   for (const auto& s : selectors) {
-    if (std::find(sources.begin(), sources.end(), s.getSourceURI()) == sources.end()) sources.push_back(s.getSourceURI());
+    if (std::find(sources.begin(), sources.end(), s.source) == sources.end()) sources.push_back(s.source);
   }
   for (const URI& sourceUri : sources) {
     const std::string text = narrow(sourceUri.toString());
@@ -379,21 +370,21 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
     ref.relationshipsTransform = true;
     std::vector<ustring> pinned;
     for (const auto& s : selectors) {
-      if (s.getSourceURI() != sourceUri) continue;
+      if (s.source != sourceUri) continue;
       std::vector<ustring> matched;
       for (const Relationship& r : source->relationships->getRelationships()) {
-        const bool hit = s.getType() == RelationshipSelectorType::SelectById ? r.getId() == s.getValue()
-                                                                              : r.getType() == s.getValue();
+        const bool hit = s.type == RelationshipSelectorType::SelectById ? r.getId() == s.value
+                                                                              : r.getType() == s.value;
         if (hit) matched.push_back(r.getId());
       }
       if (matched.empty()) {
         throw opc::Exception("cannot sign: no relationship of " + text + " has " +
-                             (s.getType() == RelationshipSelectorType::SelectById ? "id " : "type ") +
-                             narrow(s.getValue()));
+                             (s.type == RelationshipSelectorType::SelectById ? "id " : "type ") +
+                             narrow(s.value));
       }
-      if (s.getType() == RelationshipSelectorType::SelectByType) {
-        if (std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.getValue()) == ref.sourceTypes.end()) {
-          ref.sourceTypes.push_back(s.getValue());
+      if (s.type == RelationshipSelectorType::SelectByType) {
+        if (std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.value) == ref.sourceTypes.end()) {
+          ref.sourceTypes.push_back(s.value);
         }
       }
       // A type selector also names the ids it selects now, so that engines which select by id only
@@ -409,9 +400,9 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
       }
     }
     ref.sourceIds = std::move(pinned);
-    ref.digestMethod = params.getDigestMethod();
+    ref.digestMethod = params.digest;
     ref.digestValue = signature::digestBytes(
-        params.getDigestMethod(), signature::transformRelationships(*source->relationships, ref.sourceIds, ref.sourceTypes));
+        params.digest, signature::transformRelationships(*source->relationships, ref.sourceIds, ref.sourceTypes));
     content.references.push_back(std::move(ref));
   }
   content.signingTime = signature::currentSigningTime();

@@ -28,34 +28,18 @@ enum class RelationshipSelectorType : int {
 // Chooses relationships of one source (the package root "/" or a part) to be signed. The signature
 // covers the source's relationships part transformed to just the chosen relationships, so that
 // relationships added later, or unchosen ones changed, leave the signature valid.
-class RelationshipSelector {
- public:
-  RelationshipSelector(const URI& source, RelationshipSelectorType type, ustring value);
-
-  [[nodiscard]] const URI& getSourceURI() const { return source_; }
-  [[nodiscard]] RelationshipSelectorType getType() const { return type_; }
-  [[nodiscard]] const ustring& getValue() const { return value_; }
+struct RelationshipSelector {
+  URI source;
+  RelationshipSelectorType type;
+  ustring value;
   [[nodiscard]] bool operator==(const RelationshipSelector&) const = default;
-
- private:
-  URI source_;
-  RelationshipSelectorType type_;
-  ustring value_;
 };
 
-// Algorithms of a new signature. The digest method is used for every reference; the signature
-// method defaults to RSA with SHA-256 when absent.
-class SignatureParams {
- public:
-  explicit SignatureParams(foundation::crypto::utils::DigestMethod digest,
-                           std::optional<foundation::crypto::utils::SignatureMethod> signature = std::nullopt);
-
-  [[nodiscard]] foundation::crypto::utils::DigestMethod getDigestMethod() const { return digest_; }
-  [[nodiscard]] foundation::crypto::utils::SignatureMethod getSignatureMethod() const;
-
- private:
-  foundation::crypto::utils::DigestMethod digest_;
-  std::optional<foundation::crypto::utils::SignatureMethod> signature_;
+// Algorithms of a new signature: the digest method of every reference, and the signature method
+// (RSA with SHA-256 when absent).
+struct SignatureParams {
+  foundation::crypto::utils::DigestMethod digest;
+  std::optional<foundation::crypto::utils::SignatureMethod> signature = std::nullopt;
 };
 
 // One signature as found in (or just written to) a package: a value that names its signature part
