@@ -159,7 +159,7 @@ AddonPackage::AuthorVerification AddonPackage::verifyAuthor(std::string_view tru
   for (const opc::model::DigitalSignature& signature : signatures_.getSignatures()) {
     if (signature.getCertificates().empty()) continue;
     const auto status = signatures_.verifySignature(signature, trustStore);
-    result = {status.isProperlyCodesigned() ? State::valid : State::invalid, status.getDetail(), status.getSigner()};
+    result = {status.isProperlyCodesigned() ? State::valid : State::invalid, status.detail, status.signer};
     if (result.state == State::invalid) break;
     // The signature holds for what it names; anything added since is outside it.
     const AuthorScope now = authorScope(package_);

@@ -102,7 +102,7 @@ TEST_F(SignatureTest, VerdictsAfterChangesAndWithOtherKeys) {
     edit(c.change);
     const auto statuses = verifyAll(path_, c.key);
     ASSERT_EQ(statuses.size(), 1u);
-    EXPECT_EQ(static_cast<int>(statuses[0].getResult()), static_cast<int>(c.expected)) << statuses[0].getDetail();
+    EXPECT_EQ(static_cast<int>(statuses[0].result), static_cast<int>(c.expected)) << statuses[0].detail;
   }
 }
 

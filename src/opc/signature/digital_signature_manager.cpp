@@ -33,10 +33,6 @@ DigitalSignature::DigitalSignature(PartName signaturePart, std::vector<PartName>
       signingTime_(std::move(signingTime)),
       certificates_(std::move(certificates)) {}
 
-DigitalSignatureVerificationStatus::DigitalSignatureVerificationStatus(Result result, std::string detail,
-                                                                       std::optional<CertificateInfo> signer)
-    : result_(result), detail_(std::move(detail)), signer_(std::move(signer)) {}
-
 // What signs: the key pair, and the certificates KeyInfo carries instead of the key's value when given.
 struct signature::SigningKey {
   PkeyPtr privateKey;
@@ -274,7 +270,7 @@ DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(cons
       return Status(Status::Result::BadKey, error.what(), signer);
     }
     const Status status = checkSignature(package_, layout, parsed, key.get());
-    if (!status.isProperlyCodesigned()) return Status(status.getResult(), status.getDetail(), signer);
+    if (!status.isProperlyCodesigned()) return Status(status.result, status.detail, signer);
     const std::optional<std::time_t> when = signature::parseSigningTime(parsed.content.signingTime);
     if (!when) return Status(Status::Result::MalformedSignature, "the signature has no signing time", signer);
     std::string problem;
@@ -421,7 +417,7 @@ DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& 
     signature::BytesInputStream input(bytes);
     const signature::ParsedSignature parsed = signature::readSignature(input);
     const Status status = checkSignature(package_, layout, parsed, key.publicKey.get());
-    if (!status.isProperlyCodesigned()) throw opc::Exception("the new signature does not verify: " + status.getDetail());
+    if (!status.isProperlyCodesigned()) throw opc::Exception("the new signature does not verify: " + status.detail);
   }
 
   // Earlier signatures of the same kind are superseded: with a certificate, all; with a bare key,

@@ -90,8 +90,7 @@ struct CertificateKey {
 // The outcome of verifying one signature. Valid only when the signature part has exactly the
 // structure this library writes, every reference digest matches what the package holds now, and the
 // signature value checks out with the given key.
-class DigitalSignatureVerificationStatus {
- public:
+struct DigitalSignatureVerificationStatus {
   enum class Result {
     Valid,
     MalformedSignature,   // not the expected structure, or not a signature part at all
@@ -103,20 +102,12 @@ class DigitalSignatureVerificationStatus {
     UntrustedCertificate,  // the signer's certificate does not chain to the trust store at the signing time
   };
 
-  DigitalSignatureVerificationStatus(Result result, std::string detail,
-                                     std::optional<CertificateInfo> signer = std::nullopt);
+  [[nodiscard]] bool isProperlyCodesigned() const { return result == Result::Valid; }
 
-  [[nodiscard]] bool isProperlyCodesigned() const { return result_ == Result::Valid; }
-  [[nodiscard]] Result getResult() const { return result_; }
-  // Names what failed (the part, the reference, the library's error text); empty when valid.
-  [[nodiscard]] const std::string& getDetail() const { return detail_; }
+  Result result;
+  std::string detail;  // names what failed (the part, the reference, the library's error text); empty when valid
   // Who signed, when the signature carries a certificate that decodes (valid or not).
-  [[nodiscard]] const std::optional<CertificateInfo>& getSigner() const { return signer_; }
-
- private:
-  Result result_;
-  std::string detail_;
-  std::optional<CertificateInfo> signer_;
+  std::optional<CertificateInfo> signer = std::nullopt;
 };
 
 // Makes, lists and verifies the signatures of an open package. Holds a reference to the package,
