@@ -23,8 +23,6 @@ namespace opc::model::signature {
 using foundation::crypto::utils::DigestMethod;
 using foundation::crypto::utils::SignatureMethod;
 
-void PkeyDeleter::operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
-
 namespace {
 
 using MdCtxPtr = std::unique_ptr<EVP_MD_CTX, CDeleter<&EVP_MD_CTX_free>>;

@@ -9,10 +9,11 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/crypto.h"
-#include "opc/signature/digital_signature_manager.h"
+#include <openssl/evp.h>
 
-typedef struct evp_pkey_st EVP_PKEY;
+#include "foundation/crypto.h"
+#include "foundation/scope.h"
+#include "opc/signature/digital_signature_manager.h"
 
 namespace opc {
 class InputStream;
@@ -22,10 +23,7 @@ namespace opc::model::signature {
 
 using Bytes = std::vector<std::uint8_t>;
 
-struct PkeyDeleter {
-  void operator()(EVP_PKEY* key) const noexcept;
-};
-using PkeyPtr = std::unique_ptr<EVP_PKEY, PkeyDeleter>;
+using PkeyPtr = std::unique_ptr<EVP_PKEY, CDeleter<&EVP_PKEY_free>>;
 
 // The smallest RSA modulus accepted for signing or verifying; the one elliptic curve is P-256.
 inline constexpr int kMinimumRsaBits = 2048;

@@ -84,10 +84,6 @@ int pieceLevel(const std::uint8_t* data, std::size_t size) {
 
 }  // namespace
 
-void CompressorDeleter::operator()(libdeflate_compressor* c) const noexcept {
-  libdeflate_free_compressor(c);
-}
-
 Compressor makeCompressor(int level) {
   Compressor c(libdeflate_alloc_compressor(level));
   if (!c) throw Exception("cannot allocate a deflate compressor");

@@ -7,11 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include <libdeflate.h>
+
+#include "foundation/scope.h"
 #include "opc/content_source.h"
 #include "opc/exception.h"
 #include "opc/detail/work_queue.h"
-
-struct libdeflate_compressor;
 
 namespace opc::zippackage {
 
@@ -47,11 +48,7 @@ template <class Task>
   };
 }
 
-// A libdeflate compressor owned by scope.
-struct CompressorDeleter {
-  void operator()(libdeflate_compressor* c) const noexcept;
-};
-using Compressor = std::unique_ptr<libdeflate_compressor, CompressorDeleter>;
+using Compressor = std::unique_ptr<libdeflate_compressor, CDeleter<&libdeflate_free_compressor>>;
 [[nodiscard]] Compressor makeCompressor(int level);
 
 // True when the name ends in the extension of a format that is already compressed (images, audio,
