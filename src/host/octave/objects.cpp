@@ -40,8 +40,6 @@ CallScope::CallScope() : outer_(currentScope) { currentScope = this; }
 
 CallScope::~CallScope() { currentScope = outer_; }
 
-void CallScope::Release::operator()(mxArray* a) const noexcept { delete a; }
-
 const mxArray* objectView(const mxArray* object) {
   if (currentScope == nullptr || !isObject(object)) return nullptr;
   octave_value value = mxArray::as_octave_value(object);
@@ -50,7 +48,7 @@ const mxArray* objectView(const mxArray* object) {
   }
   // Owned by the scope, not by Octave's list of the call's arrays: Octave's C interface has no call that
   // makes an array from a value.
-  std::unique_ptr<mxArray, CallScope::Release> fields(new mxArray(false, octave_value(fieldsOf(value))));
+  std::unique_ptr<mxArray> fields(new mxArray(false, octave_value(fieldsOf(value))));
   currentScope->views_.push_back({object, std::move(value), std::move(fields)});
   return currentScope->views_.back().fields.get();
 }

@@ -26,15 +26,12 @@ class CallScope {
 
  private:
   friend const mxArray* objectView(const mxArray* object);
-  struct Release {
-    void operator()(mxArray* a) const noexcept;
-  };
   struct View {
     const mxArray* object;
     // Holds the object's value, so that another array made later at the same address can never be
     // taken for it.
     octave_value value;
-    std::unique_ptr<mxArray, Release> fields;
+    std::unique_ptr<mxArray> fields;
   };
   std::vector<View> views_;
   CallScope* outer_;
