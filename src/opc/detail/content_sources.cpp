@@ -80,18 +80,12 @@ std::unique_ptr<InputStream> MemoryContentSource::openStream() const {
   return std::make_unique<MemoryStream>(bytes_);
 }
 
-SpoolContent::SpoolContent(std::string folder, std::size_t memoryLimit)
-    : folder_(std::move(folder)), memoryLimit_(memoryLimit) {}
-
-void SpoolContent::spill() {
-  file_ = createTemporaryFile(folder_.empty() ? std::string(".") : folder_, 0600, ".opc-spool-XXXXXX", 0, nullptr);
-  pwriteAll(file_.get(), memory_.data(), memory_.size(), 0, folder_ + " (spool)");
-  memory_.clear();
-  memory_.shrink_to_fit();
-}
-
 void SpoolContent::append(const std::uint8_t* data, std::size_t size) {
-  if (!file_ && size_ + size > memoryLimit_) spill();
+  if (!file_ && size_ + size > memoryLimit_) {
+    file_ = createTemporaryFile(folder_.empty() ? std::string(".") : folder_, 0600, ".opc-spool-XXXXXX", 0, nullptr);
+    pwriteAll(file_.get(), memory_.data(), memory_.size(), 0, folder_ + " (spool)");
+    memory_ = std::vector<std::uint8_t>();
+  }
   if (file_) {
     pwriteAll(file_.get(), data, size, size_, folder_ + " (spool)");
   } else {

@@ -47,7 +47,8 @@ class MemoryContentSource : public ContentSource {
 class SpoolContent : public ContentSource, public std::enable_shared_from_this<SpoolContent> {
  public:
   static constexpr std::size_t kDefaultMemoryLimit = 1u << 20;
-  SpoolContent(std::string folder, std::size_t memoryLimit = kDefaultMemoryLimit);
+  SpoolContent(std::string folder, std::size_t memoryLimit = kDefaultMemoryLimit)
+      : folder_(std::move(folder)), memoryLimit_(memoryLimit) {}
 
   void append(const std::uint8_t* data, std::size_t size);
   [[nodiscard]] std::unique_ptr<InputStream> openStream() const override;
@@ -57,7 +58,6 @@ class SpoolContent : public ContentSource, public std::enable_shared_from_this<S
   [[nodiscard]] std::size_t readAt(std::uint64_t offset, std::uint8_t* out, std::size_t size) const;
 
  private:
-  void spill();
   std::string folder_;
   std::size_t memoryLimit_;
   std::vector<std::uint8_t> memory_;
