@@ -10,21 +10,13 @@
 
 using namespace zvaddon::gateway;
 
-namespace {
-
-// Made once, kept until the library is unloaded.
-const fl::i18n::codecvt_ustring_to_string& utf8Converter() {
-  static const fl::i18n::codecvt_ustring_to_string converter("utf8");
-  return converter;
-}
-
-}  // namespace
-
 ZV_GATEWAY void zvAddonComputeHash(int outputCount, qxArray** outputs, int inputCount, const qxArray** inputs) {
   checkArgumentCounts(outputCount, inputCount, 1, 1);
   const ustring path = matrix::get_ustring(inputs[0]);
   try {
-    const std::string narrowPath = fl::i18n::to_string(utf8Converter(), path);
+    // Made once, kept until the library is unloaded.
+    static const fl::i18n::codecvt_ustring_to_string utf8("utf8");
+    const std::string narrowPath = fl::i18n::to_string(utf8, path);
     // The throwing form: failures other than a missing entry pass through as Boost's own error.
     const boost::filesystem::file_type type = boost::filesystem::status(narrowPath).type();
     if (type == boost::filesystem::status_error || type == boost::filesystem::file_not_found) {

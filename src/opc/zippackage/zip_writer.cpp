@@ -185,7 +185,11 @@ class DirectoryBuffer {
   explicit DirectoryBuffer(std::string folder) : folder_(std::move(folder)) { chunk_.reserve(kChunk); }
 
   void add(std::string_view record) {
-    if (chunk_.size() + record.size() > kChunk) spill();
+    if (chunk_.size() + record.size() > kChunk) {
+      if (!spool_) spool_ = std::make_shared<detail::SpoolContent>(folder_, 0);
+      spool_->append(reinterpret_cast<const std::uint8_t*>(chunk_.data()), chunk_.size());
+      chunk_.clear();
+    }
     chunk_ += record;
     size_ += record.size();
     ++count_;
@@ -206,11 +210,6 @@ class DirectoryBuffer {
   }
 
  private:
-  void spill() {
-    if (!spool_) spool_ = std::make_shared<detail::SpoolContent>(folder_, 0);
-    spool_->append(reinterpret_cast<const std::uint8_t*>(chunk_.data()), chunk_.size());
-    chunk_.clear();
-  }
   static constexpr std::size_t kChunk = 256u << 10;
   std::string folder_;
   std::string chunk_;
