@@ -36,7 +36,7 @@ ZV_GATEWAY void zvAddonAddFiles(int outputCount, qxArray** /*outputs*/, int inpu
   if (count == 0) return;
   for (std::size_t i = 0; i < count; ++i) (void)file(i);
   guarded<keys::ZVADDON_BUILTINS_ERROR_ADD_FILES>(path, [&] {
-    withPackage(path, kModify, [&](AddonPackage& package) { package.addFiles(count, file); });
+    withPackage(path, OpenMode::Modify, [&](AddonPackage& package) { package.addFiles(count, file); });
   });
 }
 
@@ -53,7 +53,7 @@ ZV_GATEWAY void zvAddonAddFolders(int outputCount, qxArray** /*outputs*/, int in
   }
   if (folders.empty()) return;
   guarded<keys::ZVADDON_BUILTINS_ERROR_ADD_FOLDERS>(path, [&] {
-    withPackage(path, kModify, [&](AddonPackage& package) { package.addFolders(folders); });
+    withPackage(path, OpenMode::Modify, [&](AddonPackage& package) { package.addFolders(folders); });
   });
 }
 
@@ -64,7 +64,7 @@ ZV_GATEWAY void zvAddonExtractAllFiles(int outputCount, qxArray** /*outputs*/, i
   const ustring destination = matrix::get_ustring(inputs[1]);
   guarded(
       path,
-      [&] { withPackage(path, kRead, [&](AddonPackage& package) { package.extractAllFiles(destination); }); },
+      [&] { withPackage(path, OpenMode::Read, [&](AddonPackage& package) { package.extractAllFiles(destination); }); },
       [&](const char* what) { return keys::ZVADDON_BUILTINS_ERROR_EXTRACT_ALL_FILES(path, destination, what); });
 }
 
@@ -73,7 +73,7 @@ ZV_GATEWAY void zvAddonGetFileList(int outputCount, qxArray** outputs, int input
   const ustring path = matrix::get_ustring(inputs[0]);
   guarded<keys::ZVADDON_BUILTINS_ERROR_GET_FILE_LIST>(path, [&] {
     std::vector<ustring> files;
-    withPackage(path, kRead, [&](AddonPackage& package) { files = package.getFileList(); });
+    withPackage(path, OpenMode::Read, [&](AddonPackage& package) { files = package.getFileList(); });
     outputs[0] = addon::packaging::hostio::makeStringList(files).release();
   });
 }
@@ -83,7 +83,8 @@ ZV_GATEWAY void zvAddonSetScreenshot(int outputCount, qxArray** /*outputs*/, int
   const ustring path = matrix::get_ustring(inputs[0]);
   const ustring imagePath = matrix::get_ustring(inputs[1]);
   guarded(
-      path, [&] { withPackage(path, kModify, [&](AddonPackage& package) { package.setScreenshot(imagePath); }); },
+      path,
+      [&] { withPackage(path, OpenMode::Modify, [&](AddonPackage& package) { package.setScreenshot(imagePath); }); },
       [&](const char* what) { return keys::ZVADDON_BUILTINS_ERROR_SET_SCREENSHOT(imagePath, path, what); });
 }
 
@@ -93,7 +94,7 @@ ZV_GATEWAY void zvAddonGetScreenshot(int outputCount, qxArray** outputs, int inp
   const ustring path = matrix::get_ustring(inputs[0]);
   guarded<keys::ZVADDON_BUILTINS_ERROR_GET_SCREENSHOT>(path, [&] {
     std::vector<std::uint8_t> bytes;
-    withPackage(path, kRead, [&](AddonPackage& package) { bytes = package.getScreenshot(); });
+    withPackage(path, OpenMode::Read, [&](AddonPackage& package) { bytes = package.getScreenshot(); });
     outputs[0] = qxCreateString(foundation::crypto::utils::base64EncodeNarrow(bytes).c_str());
   });
 }
@@ -105,7 +106,7 @@ ZV_GATEWAY void zvAddonAddInstructionSet(int outputCount, qxArray** /*outputs*/,
   const ustring path = matrix::get_ustring(inputs[0]);
   guarded<keys::ZVADDON_BUILTINS_ERROR_SET_INSTRUCTION_SETS>(path, [&] {
     const std::vector<ustring> files{matrix::get_ustring(inputs[1])};
-    withPackage(path, kModify, [&](AddonPackage& package) { package.addInstructionSets(files); });
+    withPackage(path, OpenMode::Modify, [&](AddonPackage& package) { package.addInstructionSets(files); });
   });
 }
 

@@ -53,12 +53,11 @@ void guarded(const ustring& path, Body&& body) {
   guarded(path, std::forward<Body>(body), [&](const char* what) { return Key(path, what); });
 }
 
-inline constexpr auto kRead = static_cast<opc::interfaces::OpenMode>(0);
-inline constexpr auto kModify = static_cast<opc::interfaces::OpenMode>(2);
+using opc::interfaces::OpenMode;
 
 // Open on `path` in `mode`, run `operation(package)`, close. The package's destructor reverts on failure.
 template <class Operation>
-void withPackage(const ustring& path, opc::interfaces::OpenMode mode, Operation&& operation) {
+void withPackage(const ustring& path, OpenMode mode, Operation&& operation) {
   AddonPackage package(path);
   package.getPackage().open(mode);
   std::forward<Operation>(operation)(package);
@@ -74,7 +73,7 @@ enum class Store { AfterClose, BeforeClose };
 // A record function's protected block: `make()` builds the record, both objects in `order`; open in
 // `mode`, `operation(package, record)`, then `store(record)` and close in the order `when` says.
 template <Order order, Store when, class Make, class Operation, class Finish>
-void recordSession(const ustring& path, opc::interfaces::OpenMode mode, Make make, Operation operation,
+void recordSession(const ustring& path, OpenMode mode, Make make, Operation operation,
                    Finish store) {
   const auto run = [&](AddonPackage& package, auto& record) {
     package.getPackage().open(mode);
@@ -101,7 +100,7 @@ void setRecord(int outputCount, int inputCount, const qxArray** inputs, Operatio
   const ustring path = matrix::get_ustring(inputs[0]);
   requireStructOrEmpty(inputs[1]);
   guarded<Key>(path, [&] {
-    recordSession<order, Store::AfterClose>(path, kModify, [&] { return Record(inputs[1]); }, operation,
+    recordSession<order, Store::AfterClose>(path, OpenMode::Modify, [&] { return Record(inputs[1]); }, operation,
                                             [](Record&) {});
   });
 }
@@ -113,7 +112,7 @@ void getRecord(int outputCount, qxArray** outputs, int inputCount, const qxArray
   checkArgumentCounts(outputCount, inputCount, 1, 1);
   const ustring path = matrix::get_ustring(inputs[0]);
   guarded<Key>(path, [&] {
-    recordSession<order, when>(path, kRead, [] { return Record(); }, operation,
+    recordSession<order, when>(path, OpenMode::Read, [] { return Record(); }, operation,
                                [&](Record& record) { outputs[0] = record.getStructArray(); });
   });
 }

@@ -24,7 +24,7 @@ AddonPackage::AddonPackage(const ustring& path)
 
 AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPackage(path) {
   if (getAddonTypeFromString(properties.type) != kToolboxType) return;
-  package_.open(static_cast<opc::interfaces::OpenMode>(1));
+  package_.open(opc::interfaces::OpenMode::Create);
   opc::kqservices::CoreProperties core(kToolboxContentType, kToolboxName,
                                        foundation::release_info::getCurrentReleaseInfo());
   const boost::posix_time::ptime now = boost::posix_time::from_time_t(foundation::clock::now<opc::Exception>());

@@ -108,7 +108,7 @@ std::vector<std::uint8_t> getVerificationKey() { return unmaskKey(verificationKe
 std::string getVerificationKeyPem() { return opc::model::signature::publicKeyToPem(getVerificationKey()); }
 
 void AddonPackage::signAddonRequirements() {
-  package_.open(static_cast<opc::interfaces::OpenMode>(2));
+  package_.open(opc::interfaces::OpenMode::Modify);
   const std::vector<std::uint8_t> verificationKey = unmaskKey(verificationKeyHex);
   const std::vector<std::uint8_t> signingKey = unmaskKey(signingKeyHex);
   const std::vector<opc::model::PartName> parts{opc::model::PartName(kRequirementsPart)};
@@ -123,7 +123,7 @@ void AddonPackage::signAddonRequirements() {
 }
 
 bool AddonPackage::verifyAddonRequirements() {
-  package_.open(static_cast<opc::interfaces::OpenMode>(0));
+  package_.open(opc::interfaces::OpenMode::Read);
   if (!signatures_.isPackageSigned()) {
     package_.close();
     return true;
