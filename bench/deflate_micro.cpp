@@ -52,7 +52,8 @@ void BM_DeflateFileInPieces(benchmark::State& state) {
   std::uint64_t written = 0;
   for (auto _ : state) {
     written = 0;
-    benchmark::DoNotOptimize(deflateInPieces(source, [&](std::string_view piece) { written += piece.size(); }, work, "bench"));
+    benchmark::DoNotOptimize(
+        deflateInPieces(source, [&](std::string_view piece) { written += piece.size(); }, work, "bench"));
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size));
   state.counters["ratio"] = static_cast<double>(written) / static_cast<double>(size);
