@@ -133,6 +133,9 @@ class ZV_API AddonPackage {
   [[nodiscard]] opc::model::DigitalSignatureManager& getDigitalSignatureManager() { return signatures_; }
 
  private:
+  // Streams the file at `path` into `part`, replacing its content; opc::Exception when the file cannot
+  // be read.
+  static void copyFileIntoPart(opc::model::Part& part, const ustring& path);
   // `core` with the record's title, description, version and creator, then the record's part.
   void storeProperties(opc::kqservices::CoreProperties core, AddonProperties& properties);
 

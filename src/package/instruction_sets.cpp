@@ -1,6 +1,5 @@
 #include "opc/file_system_ops.h"
 #include "package/addon_package.h"
-#include "package/part_io.h"
 
 namespace addon::packaging {
 namespace {

@@ -3,7 +3,6 @@
 #include "opc/file_system_ops.h"
 #include "opc/model/package_helper.h"
 #include "package/addon_package.h"
-#include "package/part_io.h"
 
 namespace addon::packaging {
 namespace {

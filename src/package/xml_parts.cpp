@@ -3,7 +3,6 @@
 #include "opc/kqservices/file_content_source.h"
 #include "opc/model/package_helper.h"
 #include "package/addon_package.h"
-#include "package/part_io.h"
 
 namespace addon::packaging {
 namespace {
@@ -23,7 +22,7 @@ std::optional<opc::model::PartName> uniqueTarget(const opc::model::Package& pack
 
 }  // namespace
 
-void copyFileIntoPart(opc::model::Part& part, const ustring& path) {
+void AddonPackage::copyFileIntoPart(opc::model::Part& part, const ustring& path) {
   const std::unique_ptr<opc::InputStream> input = opc::kqservices::fileContent(path)->openStream();
   const std::unique_ptr<opc::OutputStream> output = part.getOutputStream();
   opc::copyStream(*input, *output);
