@@ -8,28 +8,11 @@
 
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "host/octave/objects.h"
 
 namespace zvhost::octave::detail {
-
-using zvhost::raise;
-
-std::vector<mwSize> octaveDims(qxSize ndim, const qxSize* dims) {
-  if (ndim > 0 && dims == nullptr) raise(errors::invalidClass, "Dimensions are missing.");
-  constexpr auto limit = static_cast<qxSize>(std::numeric_limits<mwSize>::max());
-  std::vector<mwSize> result;
-  qxSize count = 1;
-  for (qxSize k = 0; k < ndim; ++k) {
-    if (dims[k] > limit || __builtin_mul_overflow(count, dims[k], &count) || count > limit) {
-      raise(errors::outOfMemory, "Requested array exceeds the maximum possible size.");
-    }
-    result.push_back(static_cast<mwSize>(dims[k]));
-  }
-  while (result.size() < 2) result.push_back(1);
-  while (result.size() > 2 && result.back() == 1) result.pop_back();
-  return result;
-}
 
 // The contract numbers its classes as Octave does, so that a class id converts by a cast.
 static_assert(static_cast<int>(mxCELL_CLASS) == static_cast<int>(qxCELL_CLASS) &&
@@ -59,6 +42,25 @@ using namespace zvhost::octave;
 using namespace zvhost::octave::detail;
 
 namespace {
+
+// The contract's dimensions as Octave takes them: padded to two with 1, trailing 1s beyond the second
+// dropped. Raises the binding's out-of-memory error when a dimension or the element count is beyond what
+// Octave can index.
+std::vector<mwSize> octaveDims(qxSize ndim, const qxSize* dims) {
+  if (ndim > 0 && dims == nullptr) raise(errors::invalidClass, "Dimensions are missing.");
+  constexpr auto limit = static_cast<qxSize>(std::numeric_limits<mwSize>::max());
+  std::vector<mwSize> result;
+  qxSize count = 1;
+  for (qxSize k = 0; k < ndim; ++k) {
+    if (dims[k] > limit || __builtin_mul_overflow(count, dims[k], &count) || count > limit) {
+      raise(errors::outOfMemory, "Requested array exceeds the maximum possible size.");
+    }
+    result.push_back(static_cast<mwSize>(dims[k]));
+  }
+  while (result.size() < 2) result.push_back(1);
+  while (result.size() > 2 && result.back() == 1) result.pop_back();
+  return result;
+}
 
 qxArray* created(mxArray* a) {
   if (a == nullptr) raise(errors::outOfMemory, "Out of memory: the requested array could not be made.");
