@@ -59,9 +59,15 @@ Pattern parse(std::string_view text) {
   return p;
 }
 
+// True when a pattern matches `path` or one of the folders above it.
 bool anyMatch(const std::vector<std::string>& patterns, std::string_view path, bool isFolder) {
-  return std::any_of(patterns.begin(), patterns.end(),
-                     [&](const std::string& p) { return globMatchesOrContains(p, path, isFolder); });
+  return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
+    if (globMatch(pattern, path, isFolder)) return true;
+    for (std::size_t slash = path.find('/'); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
+      if (globMatch(pattern, path.substr(0, slash), true)) return true;
+    }
+    return false;
+  });
 }
 
 // Excluded unless FilePatterns::defaultExcludes is false.
@@ -78,14 +84,6 @@ bool globMatch(std::string_view pattern, std::string_view path, bool isFolder) {
   const Pattern p = parse(pattern);
   if (p.components.empty() || (p.foldersOnly && !isFolder)) return false;
   return matchComponents(p.components, 0, split(path), 0);
-}
-
-bool globMatchesOrContains(std::string_view pattern, std::string_view path, bool isFolder) {
-  if (globMatch(pattern, path, isFolder)) return true;
-  for (std::size_t slash = path.find('/'); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
-    if (globMatch(pattern, path.substr(0, slash), true)) return true;
-  }
-  return false;
 }
 
 Selection selectFiles(const fs::path& root, const FilePatterns& patterns, const std::vector<fs::path>& skip) {

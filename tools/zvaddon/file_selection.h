@@ -36,8 +36,6 @@ struct Selection {
 
 // True when `pattern` matches `path` itself (not its folders); `isFolder` says what `path` names.
 [[nodiscard]] bool globMatch(std::string_view pattern, std::string_view path, bool isFolder);
-// True when `pattern` matches `path` or one of the folders above it.
-[[nodiscard]] bool globMatchesOrContains(std::string_view pattern, std::string_view path, bool isFolder);
 
 // Walks `root`. A file is selected when an include pattern matches it (or a folder above it) and no
 // exclude pattern does; an excluded folder is not entered. Symbolic links to files are followed;
