@@ -15,10 +15,8 @@ struct Field {
   std::string_view key;
   Kind kind;
   std::span<const Field> fields = {};  // object and objectList: the entry's fields
-  std::string_view fallback = {};      // text and flag: the value of a field left out
+  std::string_view fallback = {};      // text: the value of a field left out (a flag left out is "true")
 };
-
-constexpr std::string_view kTrue = "true";
 
 constexpr Field kPropertiesFields[] = {
     {"type", Kind::text, {}, "ZORVAN Toolbox"}, {"name", Kind::text}, {"version", Kind::text},
@@ -32,8 +30,8 @@ constexpr Field kAddonDependencyFields[] = {
     {"latestVersion", Kind::text}, {"downloadURL", Kind::text}, {"checksum", Kind::text},
     {"checksumVersion", Kind::text},
 };
-constexpr Field kPlatformFields[] = {{"win", Kind::flag, {}, kTrue}, {"linux", Kind::flag, {}, kTrue},
-                                     {"mac", Kind::flag, {}, kTrue}, {"ZORVANOnline", Kind::flag, {}, kTrue}};
+constexpr Field kPlatformFields[] = {{"win", Kind::flag}, {"linux", Kind::flag}, {"mac", Kind::flag},
+                                     {"ZORVANOnline", Kind::flag}};
 constexpr Field kReleaseFields[] = {{"start", Kind::text}, {"end", Kind::text}};
 constexpr Field kRequirementsFields[] = {
     {"productDependency", Kind::objectList, kProductFields},
@@ -53,7 +51,7 @@ constexpr Field kExampleFields[] = {
 constexpr Field kCategoryFields[] = {{"name", Kind::text}, {"examples", Kind::objectList, kExampleFields}};
 constexpr Field kRevisionFields[] = {{"date", Kind::text}, {"version", Kind::text}, {"description", Kind::text}};
 constexpr Field kAppFields[] = {{"name", Kind::text}, {"guid", Kind::text}, {"relativePath", Kind::text},
-                                {"installByDefault", Kind::flag, {}, kTrue}};
+                                {"installByDefault", Kind::flag}};
 
 // Each record as one field without a key, an object or a list of entries, in Record order.
 constexpr Field kRecordFields[] = {
@@ -106,7 +104,7 @@ Json valueToHost(const Field& field, const Json* value, const std::string& point
     case Kind::text:
       return absent ? Json(std::string(field.fallback)) : textToHost(*value, pointer);
     case Kind::flag:
-      if (absent) return std::string(field.fallback);
+      if (absent) return "true";
       if (value->is_boolean()) return value->get<bool>() ? "true" : "false";
       if (value->is_string()) return *value;
       wrongType(pointer, "true, false or text", *value);
