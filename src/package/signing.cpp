@@ -75,7 +75,7 @@ AuthorScope authorScope(const opc::model::Package& package) {
   const auto select = [&](const opc::model::URI& source, const opc::model::Relationships& relationships) {
     for (const opc::model::Relationship& r : relationships.getRelationships()) {
       if (r.getType() == PackageHelper::kDigitalSignatureOriginRelationshipType) continue;
-      const RelationshipSelector selector(source, opc::model::RelationshipSelectorType::SelectByType, r.getType());
+      const RelationshipSelector selector{source, opc::model::RelationshipSelectorType::SelectByType, r.getType()};
       if (std::find(scope.selectors.begin(), scope.selectors.end(), selector) == scope.selectors.end()) {
         scope.selectors.push_back(selector);
       }
@@ -113,11 +113,10 @@ void AddonPackage::signAddonRequirements() {
   const std::vector<std::uint8_t> signingKey = unmaskKey(signingKeyHex);
   const std::vector<opc::model::PartName> parts{opc::model::PartName(kRequirementsPart)};
   const std::vector<opc::model::RelationshipSelector> selectors{
-      opc::model::RelationshipSelector(opc::model::PackageHelper::getPackageRootURI(),
-                                       opc::model::RelationshipSelectorType::SelectByType,
-                                       schemaURI(kRequirementsRelationship))};
-  const opc::model::SignatureParams params(foundation::crypto::utils::DigestMethod::SHA256,
-                                           foundation::crypto::utils::SignatureMethod::RSA_SHA256);
+      {opc::model::PackageHelper::getPackageRootURI(), opc::model::RelationshipSelectorType::SelectByType,
+       schemaURI(kRequirementsRelationship)}};
+  const opc::model::SignatureParams params{foundation::crypto::utils::DigestMethod::SHA256,
+                                           foundation::crypto::utils::SignatureMethod::RSA_SHA256};
   (void)signatures_.sign(parts, selectors, signingKey, verificationKey, params);
   package_.close();
 }
@@ -148,7 +147,7 @@ void AddonPackage::signAsAuthor(const opc::model::CertificateKey& key) {
   package_.open(opc::interfaces::OpenMode::Modify);
   const AuthorScope scope = authorScope(package_);
   (void)signatures_.sign(scope.parts, scope.selectors, key,
-                         opc::model::SignatureParams(foundation::crypto::utils::DigestMethod::SHA256));
+                         opc::model::SignatureParams{foundation::crypto::utils::DigestMethod::SHA256});
   package_.close();
 }
 

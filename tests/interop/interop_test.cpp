@@ -181,7 +181,7 @@ TEST(Interop, EnginesVerifyOurSignaturesAndRefuseChangedOnes) {
   const auto requirements = [](DigestMethod d, SignatureMethod s) {
     return [=](Package& p) {
       (void)DigitalSignatureManager(p).sign({PartName(kRequirementsPart)}, requirementsSelectors(), testKeys(0).signing,
-                                            testKeys(0).verification, SignatureParams(d, s));
+                                            testKeys(0).verification, SignatureParams{d, s});
     };
   };
   const auto author = [&](const char* key) {

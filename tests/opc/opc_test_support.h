@@ -251,13 +251,11 @@ inline void makeSignablePackage(const ustring& path) {
 }
 
 inline model::SignatureParams defaultParams() {
-  return model::SignatureParams(foundation::crypto::utils::DigestMethod::SHA256,
-                                foundation::crypto::utils::SignatureMethod::RSA_SHA256);
+  return {foundation::crypto::utils::DigestMethod::SHA256, foundation::crypto::utils::SignatureMethod::RSA_SHA256};
 }
 
 inline std::vector<model::RelationshipSelector> requirementsSelectors() {
-  return {model::RelationshipSelector(model::PackageHelper::getPackageRootURI(),
-                                      model::RelationshipSelectorType::SelectByType, kRequirementsType)};
+  return {{model::PackageHelper::getPackageRootURI(), model::RelationshipSelectorType::SelectByType, kRequirementsType}};
 }
 
 inline void replacePartContent(model::Package& package, const ustring& name, const std::string& bytes) {

@@ -122,8 +122,8 @@ std::vector<RelationshipSelector> selectorsOf(const signature::SignatureContent&
     } catch (const opc::Exception&) {
       continue;
     }
-    for (const ustring& type : ref.sourceTypes) selectors.emplace_back(source, RelationshipSelectorType::SelectByType, type);
-    for (const ustring& id : ref.sourceIds) selectors.emplace_back(source, RelationshipSelectorType::SelectById, id);
+    for (const ustring& type : ref.sourceTypes) selectors.push_back({source, RelationshipSelectorType::SelectByType, type});
+    for (const ustring& id : ref.sourceIds) selectors.push_back({source, RelationshipSelectorType::SelectById, id});
   }
   return selectors;
 }
@@ -260,19 +260,19 @@ DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(cons
   (void)signature::readCertificatesPem(trustStore, "the trust store");
   return verifyParsed(package_, signature, [&](const SignatureLayout& layout, const signature::ParsedSignature& parsed) {
     const auto& chain = parsed.content.certificates;
-    if (chain.empty()) return Status(Status::Result::MalformedSignature, "the signature carries no certificate");
+    if (chain.empty()) return Status{Status::Result::MalformedSignature, "the signature carries no certificate"};
     std::optional<CertificateInfo> signer;
     signature::PkeyPtr key;
     try {
       signer = signature::describeCertificate(chain[0]);
       key = signature::certificateKey(chain[0]);
     } catch (const opc::Exception& error) {
-      return Status(Status::Result::BadKey, error.what(), signer);
+      return Status{Status::Result::BadKey, error.what(), signer};
     }
     const Status status = checkSignature(package_, layout, parsed, key.get());
-    if (!status.isProperlyCodesigned()) return Status(status.result, status.detail, signer);
+    if (!status.isProperlyCodesigned()) return Status{status.result, status.detail, signer};
     const std::optional<std::time_t> when = signature::parseSigningTime(parsed.content.signingTime);
-    if (!when) return Status(Status::Result::MalformedSignature, "the signature has no signing time", signer);
+    if (!when) return Status{Status::Result::MalformedSignature, "the signature has no signing time", signer};
     std::string problem;
     try {
       problem = signature::chainProblem(chain, trustStore, *when);
@@ -280,12 +280,12 @@ DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(cons
       problem = error.what();
     }
     if (!problem.empty()) {
-      return Status(Status::Result::UntrustedCertificate,
+      return Status{Status::Result::UntrustedCertificate,
                     "the signer's certificate is not trusted at the signing time " +
                         narrow(parsed.content.signingTime) + ": " + problem,
-                    signer);
+                    signer};
     }
-    return Status(Status::Result::Valid, {}, signer);
+    return Status{Status::Result::Valid, {}, signer};
   });
 }
 
