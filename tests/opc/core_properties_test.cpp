@@ -122,7 +122,7 @@ TEST_F(CorePropertiesTest, StoredPropertiesReadBackInValidParts) {
   CoreProperties titleOnly;
   titleOnly.setTitle(u"new title");
   const auto& companionType = CorePropertiesManager::getPackagePropertiesRelationshipType();
-  withPackage(path, OpenMode::Create, corePart(readFile(ZV_TEST_DATA_DIR "/xml/core-foreign-properties.xml")));
+  withPackage(path, OpenMode::Create, corePart(readBytes(ZV_TEST_DATA_DIR "/xml/core-foreign-properties.xml")));
   for (const CoreProperties& properties : {titleOnly, everything(), everything(), CoreProperties(), onlyDates}) {
     const bool overForeign = properties.getTitle() == u"new title";
     withPackage(path, OpenMode::Modify,

@@ -47,7 +47,7 @@ struct TreeSnapshot {
 void plantFile(const std::filesystem::path& root, const std::string& relative, const TreeFile& file) {
   const std::filesystem::path path = root / relative;
   std::filesystem::create_directories(path.parent_path());
-  writeFile(path.string(), file.bytes);
+  writeBytes(path.string(), file.bytes);
   ::chmod(path.c_str(), file.executable ? 0755 : 0644);
   const struct timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(file.seconds), static_cast<long>(file.nanoseconds)}};
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
@@ -62,7 +62,7 @@ TreeSnapshot snapshot(const std::filesystem::path& root) {
     if (S_ISDIR(st.st_mode)) {
       out.folders[relative + "/"] = std::filesystem::is_empty(entry.path());
     } else {
-      out.files[relative] = TreeFile{readFile(entry.path().string()), st.st_mtim.tv_sec,
+      out.files[relative] = TreeFile{readBytes(entry.path().string()), st.st_mtim.tv_sec,
                                      static_cast<std::uint32_t>(st.st_mtim.tv_nsec), (st.st_mode & 0100) != 0};
     }
   }
@@ -129,7 +129,7 @@ class FileSystemTest : public ::testing::Test {
   std::filesystem::path destination = dir.path() / "destination";
   std::filesystem::path outside = dir.path() / "outside";
 
-  void SetUp() override { writeFile(dir.file("one.txt"), "one"); }
+  void SetUp() override { writeBytes(dir.file("one.txt"), "one"); }
 };
 
 // Names (each a URI-safe segment), bytes (empty, above the whole-file limit), times and executable
@@ -266,11 +266,11 @@ TEST_F(FileSystemTest, WhatStandsInTheDestinationIsReplacedOnlyWhenAskedAndLinks
   for (const auto& [name, planted, link, replace, fragment] : cases) {
     SCOPED_TRACE(name);
     clearDestination();
-    writeFile((outside / "top.txt").string(), "untouched");
+    writeBytes((outside / "top.txt").string(), "untouched");
     if (link) {
       std::filesystem::create_symlink(planted == "sub" ? outside : outside / "top.txt", destination / planted);
     } else {
-      writeFile((destination / planted).string(), "mine");
+      writeBytes((destination / planted).string(), "mine");
     }
     const std::string error = extract(replace);
     if (fragment == nullptr) {
@@ -280,12 +280,12 @@ TEST_F(FileSystemTest, WhatStandsInTheDestinationIsReplacedOnlyWhenAskedAndLinks
       EXPECT_NE(error.find(fragment), std::string::npos) << error;
       EXPECT_FALSE(std::filesystem::exists(destination / "sub" / "inner.txt"));
     }
-    EXPECT_EQ(readFile((outside / "top.txt").string()), "untouched");
+    EXPECT_EQ(readBytes((outside / "top.txt").string()), "untouched");
     EXPECT_FALSE(std::filesystem::exists(outside / "inner.txt"));
   }
   destination = dir.path() / "one.txt";
   EXPECT_NE(extract().find("not a folder"), std::string::npos);
-  EXPECT_EQ(readFile(dir.file("one.txt")), "one");
+  EXPECT_EQ(readBytes(dir.file("one.txt")), "one");
 }
 
 // Names that would escape the destination. (Sizes an entry lies about: the ZIP reader's table; a lie
@@ -327,7 +327,7 @@ TEST_F(FileSystemTest, DefectsFoundByWorkersUndoEverything) {
   plantFile(source, "z/last.txt", TreeFile{patternBytes(4000, 97)});
   for (int i = 0; i < 100; ++i) plantFile(source, "many/f" + std::to_string(i) + ".txt", TreeFile{patternBytes(3000, 200 + i)});
   pack();
-  const std::string good = readFile(u8(package));
+  const std::string good = readBytes(u8(package));
   // The entry's local header is the first place its name occurs in the file.
   const auto corruptData = [](std::string& b, std::size_t at) {
     using zippackage::le::get16, zippackage::le::get32;
@@ -349,7 +349,7 @@ TEST_F(FileSystemTest, DefectsFoundByWorkersUndoEverything) {
       const std::size_t header = good.find(entry) - 30;
       ASSERT_EQ(good.compare(header, 4, "PK\x03\x04"), 0);
       damage(bytes, header);
-      writeFile(u8(package), bytes);
+      writeBytes(u8(package), bytes);
       clearDestination();
       const std::string error = extract(ReplaceMode::Never, threads);
       EXPECT_NE(error.find(fragment), std::string::npos) << error;
@@ -374,9 +374,9 @@ TEST_F(FileSystemTest, ExtractionBeyondFreeSpaceIsRefusedBeforeWriting) {
     const std::string gidMap = "0 " + std::to_string(::getgid()) + " 1";
     if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ::_exit(2);
     try {
-      writeFile("/proc/self/setgroups", "deny");
-      writeFile("/proc/self/uid_map", uidMap);
-      writeFile("/proc/self/gid_map", gidMap);
+      writeBytes("/proc/self/setgroups", "deny");
+      writeBytes("/proc/self/uid_map", uidMap);
+      writeBytes("/proc/self/gid_map", gidMap);
     } catch (const std::exception&) {
       ::_exit(2);
     }

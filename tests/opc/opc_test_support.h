@@ -38,8 +38,8 @@ class ScratchDir : public zvtest::TempDir {
   [[nodiscard]] ustring ufile(const std::string& name) const { return fl::i18n::from_utf8(file(name)); }
 };
 
-inline std::string readFile(const std::string& path) { return zvtest::readBytes(path); }
-inline void writeFile(const std::string& path, const std::string& bytes) { zvtest::writeBytes(path, bytes); }
+using zvtest::readBytes;
+using zvtest::writeBytes;
 
 inline std::string readAll(InputStream& in) {
   std::string out;
@@ -209,7 +209,7 @@ class TestCertificates {
     const zvtest::CommandRun run = zvtest::runCommand("cd " + zvtest::shellQuoted(dir_.path().string()) + " && " + script);
     if (run.status != 0) throw std::runtime_error("making test certificates failed:\n" + run.output);
   }
-  [[nodiscard]] std::string pem(const std::string& name) const { return readFile(dir_.file(name)); }
+  [[nodiscard]] std::string pem(const std::string& name) const { return readBytes(dir_.file(name)); }
   // The signer of `name` (rsa, ec, expired) as the signature manager takes it.
   [[nodiscard]] model::CertificateKey key(const std::string& name) const {
     return {pem(name == "expired" ? "rsa.key" : name + ".key"), std::nullopt, pem(name + ".pem"), {}};

@@ -109,7 +109,7 @@ TEST_F(PackageTest, WrittenChangedAndReadBack) {
 // failed): the file stays byte for byte, the same file, with nothing left beside it.
 TEST_F(PackageTest, ReadModeAndRevertLeaveTheFileByteForByte) {
   makeBasePackage();
-  const std::string before = readFile(file);
+  const std::string before = readBytes(file);
   const auto inode = [&] {
     struct stat st {};
     ::stat(file.c_str(), &st);
@@ -131,7 +131,7 @@ TEST_F(PackageTest, ReadModeAndRevertLeaveTheFileByteForByte) {
       {"change time", [&](Package& p) { a(p)->setLastModifiedTime({1, 0}); }},
       {"source file vanishes before close",
        [&](Package& p) {
-         writeFile(vanishing, "soon gone");
+         writeBytes(vanishing, "soon gone");
          auto part = p.createPart(PartName(u"/v.bin"), ContentType(u"application/octet-stream"));
          part->setContentSource(kqservices::fileContent(u16(vanishing)));
          std::filesystem::remove(vanishing);
@@ -155,7 +155,7 @@ TEST_F(PackageTest, ReadModeAndRevertLeaveTheFileByteForByte) {
         }
         s.package.revert();
       }
-      EXPECT_EQ(readFile(file), before);
+      EXPECT_EQ(readBytes(file), before);
       EXPECT_EQ(dir.list(), std::vector<std::string>{"pkg.zip"});  // no temporary file left behind
     }
   }

@@ -94,9 +94,9 @@ TEST(ZipReaderTest, SeesEntriesAsLibzipDoes) {
     if (!comment.empty()) zip_set_archive_comment(za, comment.data(), static_cast<zip_uint16_t>(comment.size()));
     ASSERT_EQ(zip_close(za), 0) << zip_strerror(za);
     if (edit != nullptr) {
-      std::string bytes = readFile(file);
+      std::string bytes = readBytes(file);
       edit(bytes);
-      writeFile(file, bytes);
+      writeBytes(file, bytes);
     }
     const auto raw = rawItems(file);
     ZipPhysicalPackage physical(u16(file), false);
@@ -184,7 +184,7 @@ struct FailingSource : ContentSource {
 TEST(ZipWriterTest, AFailingSourceLeavesThePackageAndFolderUntouched) {
   ScratchDir dir;
   const std::string file = dir.file("pkg.zip");
-  writeFile(file, "old bytes");
+  writeBytes(file, "old bytes");
   for (const auto at : {FailingSource::At::Open, FailingSource::At::FirstRead, FailingSource::At::AfterOneMegabyte}) {
     SCOPED_TRACE(static_cast<int>(at));
     ZipPhysicalPackage physical(u16(file), true);
@@ -197,7 +197,7 @@ TEST(ZipWriterTest, AFailingSourceLeavesThePackageAndFolderUntouched) {
     });
     EXPECT_THAT(error, AllOf(HasSubstr("'bad.bin'"), HasSubstr("injected")));
     EXPECT_THROW(writer->commit(), Exception);  // a failed writer is done
-    EXPECT_EQ(readFile(file), "old bytes");
+    EXPECT_EQ(readBytes(file), "old bytes");
     EXPECT_EQ(dir.list(), std::vector<std::string>{"pkg.zip"});
   }
   ZipPhysicalPackage physical(u16(dir.file("new.zip")), false);
@@ -288,7 +288,7 @@ TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzipWhateverTheWorkers) {
       writer->commit();
     }
     ::unsetenv("ZVADDON_THREADS");
-    archives[*threads == '1' ? 0 : 1] = readFile(file);
+    archives[*threads == '1' ? 0 : 1] = readBytes(file);
     const auto before = rawItems(file);  // opened with ZIP_CHECKCONS
     // Copied raw (one entry replaced in the middle, over two rounds), then rewritten with new times.
     const std::string copy = dir.file(std::string("copy") + threads + ".zip");
@@ -306,7 +306,7 @@ TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzipWhateverTheWorkers) {
         EXPECT_EQ(raw.at(std::string("1") + name).method, method) << name;
         EXPECT_TRUE(raw.at(std::string("1") + name).text == bytes) << name;
       }
-      for (const std::uint16_t flags : headerFlags(readFile(path))) EXPECT_EQ(flags & kFlagUtf8, kFlagUtf8);
+      for (const std::uint16_t flags : headerFlags(readBytes(path))) EXPECT_EQ(flags & kFlagUtf8, kFlagUtf8);
       ZipPhysicalPackage physical(u16(path), false);
       physical.openArchive();
       for (const ZipEntry& e : physical.getEntries()) {
@@ -320,9 +320,9 @@ TEST(ZipWriterTest, EveryKindOfEntryReadsBackThroughLibzipWhateverTheWorkers) {
   // A foreign ASCII name without the UTF-8 flag gains it in both headers when copied raw.
   const std::string foreign = dir.file("foreign.zip");
   writeZip(foreign, {{"plain.txt", "plain"}}, ZIP_FL_ENC_RAW);
-  ASSERT_EQ(headerFlags(readFile(foreign)).at(0) & kFlagUtf8, 0) << "libzip set the flag";
+  ASSERT_EQ(headerFlags(readBytes(foreign)).at(0) & kFlagUtf8, 0) << "libzip set the flag";
   copyArchive(foreign, std::nullopt);
-  EXPECT_EQ(headerFlags(readFile(foreign)).at(0) & kFlagUtf8, kFlagUtf8);
+  EXPECT_EQ(headerFlags(readBytes(foreign)).at(0) & kFlagUtf8, kFlagUtf8);
   EXPECT_EQ(itemText(foreign, "plain.txt"), "plain");
 }
 
