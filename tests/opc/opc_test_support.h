@@ -251,7 +251,8 @@ inline void makeSignablePackage(const ustring& path) {
 }
 
 inline model::SignatureParams defaultParams() {
-  return {foundation::crypto::utils::DigestMethod::SHA256, foundation::crypto::utils::SignatureMethod::RSA_SHA256};
+  return model::SignatureParams(foundation::crypto::utils::DigestMethod::SHA256,
+                                foundation::crypto::utils::SignatureMethod::RSA_SHA256);
 }
 
 inline std::vector<model::RelationshipSelector> requirementsSelectors() {

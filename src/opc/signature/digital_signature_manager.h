@@ -5,6 +5,7 @@
 #include <optional>
 #include <string_view>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "foundation/crypto.h"
@@ -29,6 +30,8 @@ enum class RelationshipSelectorType : int {
 // covers the source's relationships part transformed to just the chosen relationships, so that
 // relationships added later, or unchosen ones changed, leave the signature valid.
 struct RelationshipSelector {
+  RelationshipSelector(URI s, RelationshipSelectorType t, ustring v)
+      : source(std::move(s)), type(t), value(std::move(v)) {}
   URI source;
   RelationshipSelectorType type;
   ustring value;
@@ -38,8 +41,11 @@ struct RelationshipSelector {
 // Algorithms of a new signature: the digest method of every reference, and the signature method
 // (RSA with SHA-256 when absent).
 struct SignatureParams {
+  explicit SignatureParams(foundation::crypto::utils::DigestMethod d,
+                           std::optional<foundation::crypto::utils::SignatureMethod> s = std::nullopt)
+      : digest(d), signature(s) {}
   foundation::crypto::utils::DigestMethod digest;
-  std::optional<foundation::crypto::utils::SignatureMethod> signature = std::nullopt;
+  std::optional<foundation::crypto::utils::SignatureMethod> signature;
 };
 
 // One signature as found in (or just written to) a package: a value that names its signature part
