@@ -35,6 +35,9 @@ def q(s):
 def timed(command, cwd=None):
     """(seconds, peak RSS in KiB, user seconds, system seconds) of one shell command; raises when it fails. The wall time is taken
     here (GNU time's %e has 10 ms steps, too coarse for listing), less the cost of the wrapper."""
+    # Each sample starts with no dirty pages: otherwise a command pays for the writeback of the one
+    # before it (extraction leaves 600 MB; cp returns before its copy reaches the disk).
+    subprocess.run(["sync"], check=True)
     with tempfile.NamedTemporaryFile("r", suffix=".time") as t:
         full = "/usr/bin/time -f '%M %U %S' -o " + t.name + " /bin/bash -c " + q(command)
         start = time.perf_counter()
