@@ -149,11 +149,7 @@ void buildInto(const BuildOptions& options, const fs::path& folder, const Manife
     bytesDone += batch.bytes;
     progress.update(filesDone, bytesDone);
   }
-  if (!selection.emptyFolders.empty()) {
-    Json folders = Json::array();
-    for (const std::string& f : selection.emptyFolders) folders.push_back(f);
-    (void)callGateway("zvAddonAddFolders", {package, folders});
-  }
+  if (!selection.emptyFolders.empty()) (void)callGateway("zvAddonAddFolders", {package, Json(selection.emptyFolders)});
   progress.finish();
   if (options.sign) (void)callGateway("zvAddonSign", {package});
   // Last: the author signature covers every part, the requirements signature included.

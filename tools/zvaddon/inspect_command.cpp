@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "file_selection.h"
 #include "package_report.h"
 #include "progress.h"
 #include "tool_error.h"
@@ -79,21 +80,14 @@ void printFiles(std::ostream& out, const Json& files) {
   // Depth first as the package lists them: print each folder once, where its first file appears.
   std::vector<std::string> open;
   for (const Json& f : files) {
-    std::vector<std::string> parts;
     const std::string path = text(f["path"]);
-    std::size_t start = path.starts_with("/") ? 1 : 0;
-    while (start <= path.size()) {
-      const std::size_t slash = path.find('/', start);
-      parts.push_back(path.substr(start, slash == std::string::npos ? std::string::npos : slash - start));
-      if (slash == std::string::npos) break;
-      start = slash + 1;
-    }
+    const std::vector<std::string_view> parts = splitPath(path);
     std::size_t same = 0;
     while (same < open.size() && same + 1 < parts.size() && open[same] == parts[same]) ++same;
     open.resize(same);
     for (std::size_t k = same; k + 1 < parts.size(); ++k) {
       out << std::string(2 * (k + 1), ' ') << parts[k] << "/\n";
-      open.push_back(parts[k]);
+      open.emplace_back(parts[k]);
     }
     const std::string indent(2 * parts.size(), ' ');
     out << indent << parts.back()

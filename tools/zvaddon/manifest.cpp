@@ -122,18 +122,21 @@ std::string readFileBytes(const fs::path& path) {
   return bytes.str();
 }
 
+Json parseJson(const std::string& text, const std::string& origin) {
+  try {
+    return Json::parse(text);
+  } catch (const Json::exception& e) {
+    throw ToolError(ExitStatus::badInput, origin + ": not valid JSON: " + e.what());
+  }
+}
+
 Manifest readManifest(const fs::path& manifestFile, const fs::path& folder) {
   std::error_code ec;
   if (!fs::is_regular_file(manifestFile, ec)) {
     throw ToolError(ExitStatus::hostError, "no manifest '" + manifestFile.string() +
                                                "' (zvaddon init writes a starting one)");
   }
-  Json document;
-  try {
-    document = Json::parse(readFileBytes(manifestFile));
-  } catch (const Json::exception& e) {
-    throw ToolError(ExitStatus::badInput, manifestFile.string() + ": not valid JSON: " + e.what());
-  }
+  const Json document = parseJson(readFileBytes(manifestFile), manifestFile.string());
   try {
     return parseManifest(document, folder);
   } catch (const ToolError& e) {

@@ -31,13 +31,11 @@ ExitStatus runExtract(const PackageOptions& options) {
     ++files;
     bytes += f["bytes"].get<std::uint64_t>();
   }
-  {
-    // One gateway call: the bar shows the start and the end.
-    Progress progress("extract", files, bytes, shouldShowProgress(options.quiet));
-    (void)callGateway("zvAddonExtractAllFiles", {options.package, options.destination});
-    progress.update(files, bytes);
-    progress.finish();
-  }
+  // One gateway call: the bar shows the start and the end.
+  Progress progress("extract", files, bytes, shouldShowProgress(options.quiet));
+  (void)callGateway("zvAddonExtractAllFiles", {options.package, options.destination});
+  progress.update(files, bytes);
+  progress.finish();
   if (!options.quiet) {
     // The package does not say which entries are empty folders; the unpacked tree does.
     std::uint64_t folders = 0;

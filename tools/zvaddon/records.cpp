@@ -179,12 +179,8 @@ Json valueFromHost(const Field& field, const Json* value) {
 Json objectFromHost(std::span<const Field> fields, const Json& value) {
   Json out = Json::object();
   for (const Field& f : fields) {
-    const Json* found = nullptr;
-    if (value.is_object()) {
-      const auto it = value.find(f.key);
-      if (it != value.end()) found = &*it;
-    }
-    out[std::string(f.key)] = valueFromHost(f, found);
+    const auto it = value.find(f.key);  // end() for a value that is no object
+    out[std::string(f.key)] = valueFromHost(f, it == value.end() ? nullptr : &*it);
   }
   return out;
 }
