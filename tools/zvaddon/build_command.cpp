@@ -134,7 +134,7 @@ void buildInto(const BuildOptions& options, const fs::path& folder, const Manife
     (void)callGateway("zvAddonAddInstructionSet", {package, file.string()});
   }
 
-  Progress progress("build", selection.files.size(), selection.totalBytes, shouldShowProgress(options.quiet));
+  Progress progress("build", selection.files.size(), selection.totalBytes, options.quiet);
   std::uint64_t filesDone = 0;
   std::uint64_t bytesDone = 0;
   for (const Batch& batch : planBatches(selection.files)) {

@@ -30,12 +30,9 @@ std::string formatBytes(std::uint64_t bytes) {
     value /= 1000;
     ++unit;
   }
+  if (unit == 0) return std::to_string(bytes) + " B";
   char text[32];
-  if (unit == 0) {
-    std::snprintf(text, sizeof text, "%llu B", static_cast<unsigned long long>(bytes));
-  } else {
-    std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
-  }
+  std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
   return text;
 }
 
@@ -103,8 +100,8 @@ std::string formatProgress(const std::string& label, const ProgressState& s, int
   return line;
 }
 
-Progress::Progress(std::string label, std::uint64_t totalFiles, std::uint64_t totalBytes, bool enabled)
-    : label_(std::move(label)), enabled_(enabled), start_(std::chrono::steady_clock::now()) {
+Progress::Progress(std::string label, std::uint64_t totalFiles, std::uint64_t totalBytes, bool quiet)
+    : label_(std::move(label)), enabled_(!quiet && ::isatty(STDERR_FILENO) == 1), start_(std::chrono::steady_clock::now()) {
   state_.totalFiles = totalFiles;
   state_.totalBytes = totalBytes;
   if (enabled_) draw();
@@ -135,7 +132,5 @@ void Progress::draw() {
   // One column short of the width: writing the last column makes some terminals wrap.
   std::cerr << "\r" << formatProgress(label_, state_, terminalWidth() - 1) << "\x1b[K" << std::flush;
 }
-
-bool shouldShowProgress(bool quiet) { return !quiet && ::isatty(STDERR_FILENO) == 1; }
 
 }  // namespace zvaddon::tool
