@@ -26,14 +26,10 @@ Json argumentJson(const foundation::core::msg::MessageArgument& argument) {
           return fl::i18n::to_utf8(value);
         } else if constexpr (std::is_same_v<T, std::string>) {
           // Narrow arguments are bytes; show them as text when they are UTF-8.
-          try {
-            (void)fl::i18n::from_utf8(value);
-            return value;
-          } catch (const fl::i18n::conversion_error&) {
-            std::string hex;
-            for (unsigned char c : value) hex += "\\x" + std::string(1, "0123456789abcdef"[c >> 4]) + "0123456789abcdef"[c & 15];
-            return hex;
-          }
+          if (fl::i18n::utf16_length(value)) return value;
+          std::string hex;
+          for (unsigned char c : value) hex += "\\x" + std::string(1, "0123456789abcdef"[c >> 4]) + "0123456789abcdef"[c & 15];
+          return hex;
         } else {
           return value;
         }

@@ -32,10 +32,10 @@ std::string joined(const Json& object, std::initializer_list<const char*> keys, 
   return out;
 }
 
-// The texts of a list joined by ", ", or "-" for none.
-std::string listed(const Json& values) {
+// The texts of a list (of its elements' `key` when given) joined by ", ", or "-" for none.
+std::string listed(const Json& values, const char* key = nullptr) {
   std::string s;
-  for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(v);
+  for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(key ? v[key] : v);
   return s.empty() ? std::string("-") : s;
 }
 
@@ -117,11 +117,7 @@ void printReport(std::ostream& out, const Json& r, bool withFiles) {
                              std::to_string(text(licence["text"]).size()) + " bytes of text");
   }
   out << "examples\n";
-  for (const Json& category : r["examples"]) {
-    std::string names;
-    for (const Json& e : category["examples"]) names += (names.empty() ? "" : ", ") + text(e["name"]);
-    line(out, text(category["name"]), names.empty() ? "-" : names, 2);
-  }
+  for (const Json& category : r["examples"]) line(out, text(category["name"]), listed(category["examples"], "name"), 2);
   out << "revisions\n";
   for (const Json& v : r["revisionHistory"]) line(out, text(v["version"]), text(v["date"]) + "  " + text(v["description"]), 2);
   out << "apps\n";

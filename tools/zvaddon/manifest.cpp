@@ -52,9 +52,7 @@ Json licenseSection(const Json& value, const fs::path& folder) {
   Json out = value;
   out.erase("file");
   const std::string text = readFileBytes(existingFile(folder, value["file"], childPointer(pointer, "file")));
-  try {
-    (void)fl::i18n::from_utf8(text);
-  } catch (const fl::i18n::conversion_error&) {
+  if (!fl::i18n::utf16_length(text)) {
     badInput(childPointer(pointer, "file"), "'" + value["file"].get<std::string>() + "' is not UTF-8 text");
   }
   out["text"] = text;
