@@ -41,9 +41,8 @@ ExitStatus runInit(const InitOptions& options) {
   }
   for (const std::string& f : selection.emptyFolders) topLevel.insert(f.substr(0, f.find('/')) + "/");
 
-  fs::path name = fs::weakly_canonical(folder, ec).filename();
   Json manifest = Json::object();
-  manifest["properties"] = {{"name", name.string()}, {"version", "1.0.0"},
+  manifest["properties"] = {{"name", fs::weakly_canonical(folder, ec).filename().string()}, {"version", "1.0.0"},
                             {"GUID", boost::uuids::to_string(boost::uuids::random_generator()())},
                             {"summary", ""}, {"description", ""}, {"authorName", ""}, {"authorContact", ""},
                             {"authorOrganization", ""}};

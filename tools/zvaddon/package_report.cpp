@@ -115,9 +115,8 @@ Json inspectPackage(const fs::path& package) {
   }
   const auto& shot = contents.screenshot;
   report["screenshot"] = shot ? Json{{"part", fl::i18n::to_utf8(shot->name)}, {"bytes", shot->size}} : Json(nullptr);
-  Json sets = Json::array();
+  Json& sets = report["instructionSets"] = Json::array();
   for (const ustring& name : contents.instructionSets) sets.push_back(fl::i18n::to_utf8(name));
-  report["instructionSets"] = sets;
   report["files"] = filesOf(getFromGateway("zvAddonGetFileList", {package.string()}), contents);
   return report;
 }

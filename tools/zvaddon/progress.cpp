@@ -81,10 +81,7 @@ std::string formatProgress(const std::string& label, const ProgressState& s, int
   const Figures now = figures(s);
   // The bar's width is set by the longest figures the run can show, so it stays put while they
   // change length.
-  ProgressState widest = s;
-  widest.files = s.totalFiles;
-  widest.bytes = s.totalBytes;
-  widest.elapsedSeconds = 0;
+  const ProgressState widest{s.totalFiles, s.totalFiles, s.totalBytes, s.totalBytes, 0};
   const std::size_t reserve = figures(widest).text.size() + std::string(" 999.9 MB/s 99:59 left").size();
   constexpr int kMaxBar = 30;
   constexpr int kMinBar = 8;
@@ -115,8 +112,7 @@ void Progress::update(std::uint64_t files, std::uint64_t bytes) {
   state_.files = files;
   state_.bytes = bytes;
   if (!enabled_ || finished_) return;
-  const auto now = std::chrono::steady_clock::now();
-  if (now - lastDraw_ >= std::chrono::milliseconds(100)) draw();
+  if (std::chrono::steady_clock::now() - lastDraw_ >= std::chrono::milliseconds(100)) draw();
 }
 
 void Progress::finish() {
