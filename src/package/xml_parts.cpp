@@ -1,7 +1,6 @@
 #include "metadata/license.h"
 #include "metadata/system_requirements.h"
 #include "opc/kqservices/file_content_source.h"
-#include "opc/model/package_helper.h"
 #include "package/addon_package.h"
 
 namespace addon::packaging {

@@ -6,7 +6,6 @@
 #include "file_selection.h"
 #include "package_report.h"
 #include "progress.h"
-#include "tool_error.h"
 
 namespace zvaddon::tool {
 namespace {

@@ -8,7 +8,6 @@
 #include "commands.h"
 #include "package_report.h"
 #include "progress.h"
-#include "tool_error.h"
 
 namespace zvaddon::tool {
 namespace fs = std::filesystem;

@@ -1,7 +1,6 @@
 #include "records.h"
 
 #include <algorithm>
-#include <span>
 
 #include "tool_error.h"
 
