@@ -27,7 +27,8 @@ AddonPackage::Contents AddonPackage::readContents() {
   package_.open(opc::interfaces::OpenMode::Read);
   Contents contents;
   const ustring& prefix = opc::kqservices::FileSystemManager::getPrefix();
-  const std::optional<opc::model::PartName> thumbnail = uniqueTarget(opc::model::PackageHelper::kThumbnailRelationshipType);
+  const std::optional<opc::model::PartName> thumbnail =
+      uniqueTarget(opc::model::PackageHelper::kThumbnailRelationshipType);
   for (const opc::zippackage::ZipEntry& entry : physical_.getEntries()) {
     std::optional<opc::model::PartName> name;
     try {

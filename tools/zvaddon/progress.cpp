@@ -98,7 +98,7 @@ std::string formatProgress(const std::string& label, const ProgressState& s, int
 }
 
 Progress::Progress(std::string label, std::uint64_t totalFiles, std::uint64_t totalBytes, bool quiet)
-    : label_(std::move(label)), enabled_(!quiet && ::isatty(STDERR_FILENO) == 1), start_(std::chrono::steady_clock::now()) {
+    : label_(std::move(label)), enabled_(!quiet && ::isatty(STDERR_FILENO) == 1) {
   state_.totalFiles = totalFiles;
   state_.totalBytes = totalBytes;
   if (enabled_) draw();

@@ -43,7 +43,7 @@ class Progress {
   ProgressState state_;
   bool enabled_;
   bool finished_ = false;
-  std::chrono::steady_clock::time_point start_;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   std::chrono::steady_clock::time_point lastDraw_;
 };
 

@@ -58,7 +58,8 @@ ExitStatus runScreenshot(const ScreenshotOptions& options) {
   const std::string encoded = getFromGateway("zvAddonGetScreenshot", {options.package}).get<std::string>();
   if (options.get.empty()) {
     const auto shot = readContents(options.package).screenshot;
-    std::cout << (encoded.empty() || !shot ? "no screenshot" : fl::i18n::to_utf8(shot->name) + " (" + formatBytes(shot->size) + ")")
+    std::cout << (encoded.empty() || !shot ? "no screenshot"
+                                           : fl::i18n::to_utf8(shot->name) + " (" + formatBytes(shot->size) + ")")
               << "\n";
     return ExitStatus::ok;
   }
