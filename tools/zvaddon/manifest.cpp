@@ -93,7 +93,9 @@ Manifest parseManifest(const Json& document, const fs::path& folder) {
       manifest.instructionSets.push_back(existingFile(folder, (*it)[i], childPointer("/instructionSets", i)));
     }
   }
-  if (const auto it = document.find("files"); it != document.end()) manifest.files = filePatterns(*it, "/files");
+  if (const auto it = document.find("files"); it != document.end()) {
+    manifest.files = filePatterns(*it, "/files");
+  }
   if (const auto it = document.find("signing"); it != document.end()) {
     if (!it->is_object()) wrongType("/signing", "an object", *it);
     requireKnownKeys(*it, "/signing", {"key", "cert", "chain", "passphraseFile"});

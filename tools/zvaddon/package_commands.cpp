@@ -80,7 +80,6 @@ ExitStatus runVerify(const PackageOptions& options) {
     return verdict(report);
   }
   if (options.quiet) return verdict(report);
-  const std::string& detail = report.requirementsDetail;
   switch (report.requirements) {
     case SignatureState::valid:
       std::cout << "valid: the requirements signature of " << options.package << " checks out\n";
@@ -90,7 +89,7 @@ ExitStatus runVerify(const PackageOptions& options) {
       break;
     case SignatureState::invalid:
       std::cout << "invalid: the requirements signature of " << options.package << " does not check out"
-                << (detail.empty() ? "" : " (" + detail + ")") << "\n";
+                << (report.requirementsDetail.empty() ? "" : " (" + report.requirementsDetail + ")") << "\n";
       break;
   }
   if (!report.author) return verdict(report);
