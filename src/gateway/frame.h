@@ -73,8 +73,7 @@ enum class Store { AfterClose, BeforeClose };
 // A record function's protected block: `make()` builds the record, both objects in `order`; open in
 // `mode`, `operation(package, record)`, then `store(record)` and close in the order `when` says.
 template <Order order, Store when, class Make, class Operation, class Finish>
-void recordSession(const ustring& path, OpenMode mode, Make make, Operation operation,
-                   Finish store) {
+void recordSession(const ustring& path, OpenMode mode, Make make, Operation operation, Finish store) {
   const auto run = [&](AddonPackage& package, auto& record) {
     package.getPackage().open(mode);
     std::invoke(operation, package, record);

@@ -136,6 +136,8 @@ class ZV_API AddonPackage {
   // Streams the file at `path` into `part`, replacing its content; opc::Exception when the file cannot
   // be read.
   static void copyFileIntoPart(opc::model::Part& part, const ustring& path);
+  // The part of the one root relationship of `type`, or nothing when there are none or several.
+  [[nodiscard]] std::optional<opc::model::PartName> uniqueTarget(const ustring& type) const;
   // `core` with the record's title, description, version and creator, then the record's part.
   void storeProperties(opc::kqservices::CoreProperties core, AddonProperties& properties);
 

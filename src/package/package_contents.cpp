@@ -27,11 +27,8 @@ AddonPackage::Contents AddonPackage::readContents() {
   package_.open(opc::interfaces::OpenMode::Read);
   Contents contents;
   const ustring& prefix = opc::kqservices::FileSystemManager::getPrefix();
-  std::optional<opc::model::PartName> thumbnail;
-  const ustring& thumbnailType = opc::model::PackageHelper::kThumbnailRelationshipType;
-  if (const auto related = package_.getRelationships().getRelationshipsByType(thumbnailType); related.size() == 1) {
-    thumbnail = related.front().getTargetPartName();
-  }
+  const std::optional<opc::model::PartName> thumbnail =
+      uniqueTarget(opc::model::PackageHelper::kThumbnailRelationshipType);
   for (const opc::zippackage::ZipEntry& entry : physical_.getEntries()) {
     std::optional<opc::model::PartName> name;
     try {

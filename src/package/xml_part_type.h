@@ -12,14 +12,10 @@
 
 namespace addon::packaging {
 
-// In front of every namespace and relationship type the system defines.
-inline constexpr std::u16string_view kSchemaBaseURI = u"https://schemas.zvaddon.org/zorvan/addon/2014/";
-
-// kSchemaBaseURI followed by `path` ("examples", "relationships/examples").
+// The base in front of every namespace and relationship type the system defines, followed by `path`
+// ("examples", "relationships/examples").
 [[nodiscard]] inline ustring schemaURI(std::u16string_view path) {
-  ustring uri(kSchemaBaseURI);
-  uri.append(path);
-  return uri;
+  return u"https://schemas.zvaddon.org/zorvan/addon/2014/" + ustring(path);
 }
 
 // Copyable value base. Keeps Xerces initialised while a record lives, so a record's DOM work needs

@@ -1,7 +1,6 @@
 #include "metadata/license.h"
 #include "metadata/system_requirements.h"
 #include "opc/kqservices/file_content_source.h"
-#include "opc/model/package_helper.h"
 #include "package/addon_package.h"
 
 namespace addon::packaging {
@@ -13,14 +12,13 @@ opc::model::DocumentPtr readRecordDocument(const opc::model::Part& part, const X
   return opc::model::XercesHelper::readDocumentFromStream(*stream, record.getNamespace());
 }
 
-// The part of the one root relationship of `type`, or nothing when there are none or several.
-std::optional<opc::model::PartName> uniqueTarget(const opc::model::Package& package, const ustring& type) {
-  const std::vector<opc::model::Relationship> found = package.getRelationships().getRelationshipsByType(type);
+}  // namespace
+
+std::optional<opc::model::PartName> AddonPackage::uniqueTarget(const ustring& type) const {
+  const std::vector<opc::model::Relationship> found = package_.getRelationships().getRelationshipsByType(type);
   if (found.size() != 1) return std::nullopt;
   return found.front().getTargetPartName();
 }
-
-}  // namespace
 
 void AddonPackage::copyFileIntoPart(opc::model::Part& part, const ustring& path) {
   const std::unique_ptr<opc::InputStream> input = opc::kqservices::fileContent(path)->openStream();
@@ -51,14 +49,14 @@ void AddonPackage::addXMLPart(XMLPartType& record) {
 }
 
 void AddonPackage::getXMLPart(XMLPartType& record) {
-  const std::optional<opc::model::PartName> name = uniqueTarget(package_, record.getRelationshipType());
+  const std::optional<opc::model::PartName> name = uniqueTarget(record.getRelationshipType());
   if (!name) return;
   record.populateFromDOM(readRecordDocument(*package_.getPart(*name), record).get());
 }
 
 std::vector<std::uint8_t> AddonPackage::getBinaryPart(const ustring& relationshipType) {
   std::vector<std::uint8_t> bytes;
-  const std::optional<opc::model::PartName> name = uniqueTarget(package_, relationshipType);
+  const std::optional<opc::model::PartName> name = uniqueTarget(relationshipType);
   if (!name) return bytes;
   const std::unique_ptr<opc::InputStream> stream = package_.getPart(*name)->getInputStream();
   constexpr std::size_t kChunk = 8192;

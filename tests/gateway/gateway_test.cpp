@@ -3,7 +3,8 @@
 // given, and each function's own key with its arguments for a package that does not open; a failed call
 // leaves every file as it was. Then ComputeHash. Then each record on a real package file: Get without
 // the part gives the record's defaults, Get after Set what was stored; a refused Set leaves the file
-// byte for byte. (The records' reading and writing rules are tables in tests/metadata.)
+// byte for byte (the records' reading and writing rules are tables in tests/metadata). Then the
+// content files and the file list.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -27,8 +28,10 @@ using zvtest::call;
 using zvtest::callOk;
 using zvtest::Json;
 
-const Json kConfiguration = {{"zorvanPaths", Json::array()}, {"javaClassPaths", Json::array()}, {"infoXMLPath", ""},
-                              {"gettingStartedDocPath", ""}, {"installMapPath", ""}};
+Json configuration(Json paths, Json info) {
+  return {{"zorvanPaths", paths}, {"javaClassPaths", paths}, {"infoXMLPath", info},
+          {"gettingStartedDocPath", info}, {"installMapPath", info}};
+}
 
 struct Function {
   const char* name;
@@ -62,12 +65,19 @@ const Function kFunctions[] = {
     {"Sign", zvAddonSign, 0, false, "SIGN", {}},
     {"SetLicense", zvAddonSetLicense, 0, true, "SET_LICENSE", {{{"type", "t"}, {"text", ""}}}},
     {"GetLicense", zvAddonGetLicense, 1, false, "GET_LICENSE", {}},
-    {"SetConfiguration", zvAddonSetConfiguration, 0, true, "SET_CONFIGURATION", {kConfiguration}},
+    {"SetConfiguration", zvAddonSetConfiguration, 0, true, "SET_CONFIGURATION", {configuration(Json::array(), "")}},
     {"GetConfiguration", zvAddonGetConfiguration, 1, false, "GET_CONFIGURATION", {}},
     {"ComputeHash", zvAddonComputeHash, 1, false, "COMPUTE_HASH", {}},
 };
 
 std::string identifier(const zvtest::CallResult& r) { return r.error ? r.error->identifier() : "(no error)"; }
+
+// A gateway-shaped function whose protected block throws an OPC failure without a message.
+void failsWithoutMessage(int, qxArray**, int, const qxArray** inputs) {
+  const ustring path = matrix::get_ustring(inputs[0]);
+  zvaddon::gateway::guarded<zvaddon_builtins::zvaddon_builtins::ZVADDON_BUILTINS_ERROR_GET_LICENSE>(
+      path, [] { throw opc::Exception(""); });
+}
 
 TEST(Frame, EveryFunctionFollowsTheFrame) {
   zvtest::TempDir dir;
@@ -124,20 +134,11 @@ TEST(Frame, EveryFunctionFollowsTheFrame) {
   }
   EXPECT_EQ(zvtest::readBytes(corrupt), "PK\x03\x04 not a zip archive");
   EXPECT_EQ(dir.list(), (std::vector<std::string>{"corrupt.zvaddon", "file.m"}));
-}
-
-// A gateway-shaped function whose protected block throws an OPC failure without a message.
-void failsWithoutMessage(int, qxArray**, int, const qxArray** inputs) {
-  const ustring path = matrix::get_ustring(inputs[0]);
-  zvaddon::gateway::guarded<zvaddon_builtins::zvaddon_builtins::ZVADDON_BUILTINS_ERROR_GET_LICENSE>(
-      path, [] { throw opc::Exception(""); });
-}
-
-TEST(Frame, AnOpcFailureWithoutMessageStillCarriesTwoArguments) {
-  const auto r = call(failsWithoutMessage, {"p.zvaddon"});
-  ASSERT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_GET_LICENSE");
-  ASSERT_EQ(r.error->arguments().size(), 2u);
-  EXPECT_EQ(std::get<std::string>(r.error->arguments()[1]), "");
+  // An OPC failure without a message still gives the key both its arguments.
+  const auto empty = call(failsWithoutMessage, {"p.zvaddon"});
+  ASSERT_EQ(empty.key(), "ZVADDON_BUILTINS_ERROR_GET_LICENSE");
+  ASSERT_EQ(empty.error->arguments().size(), 2u);
+  EXPECT_EQ(std::get<std::string>(empty.error->arguments()[1]), "");
 }
 
 TEST(Frame, OnlyGatewayFunctionsHaveCLinkage) {
@@ -157,10 +158,6 @@ TEST(Frame, OnlyGatewayFunctionsHaveCLinkage) {
 }
 
 // ComputeHash against openssl, on a folder, an empty file, a sparse 1 GiB file and non-ASCII names.
-std::string opensslDigest(const std::string& path) {
-  return zvtest::runCommand("openssl dgst -sha512 -binary " + zvtest::shellQuoted(path) + " | base64 -w0").output;
-}
-
 TEST(ContentHash, AgreesWithOpensslForEverySize) {
   zvtest::TempDir dir;
   const struct {
@@ -182,7 +179,8 @@ TEST(ContentHash, AgreesWithOpensslForEverySize) {
     if (c.extendTo > 0) std::filesystem::resize_file(path, c.extendTo);
     const std::string ours = callOk(zvAddonComputeHash, {path}, 1).get<std::string>();
     EXPECT_EQ(ours.size(), 88u) << c.name;
-    EXPECT_EQ(ours, opensslDigest(path)) << c.name;
+    const std::string digest = "openssl dgst -sha512 -binary " + zvtest::shellQuoted(path) + " | base64 -w0";
+    EXPECT_EQ(ours, zvtest::runCommand(digest).output) << c.name;
   }
 }
 
@@ -195,10 +193,6 @@ Json requirements(Json products, Json platform, Json release) {
           {"platformCompatibility", std::move(platform)}, {"releaseCompatibility", std::move(release)},
           {"addonDependency", nullptr}};
 }
-Json configuration(Json paths, Json info) {
-  return {{"zorvanPaths", paths}, {"javaClassPaths", paths}, {"infoXMLPath", info},
-          {"gettingStartedDocPath", info}, {"installMapPath", info}};
-}
 
 // The text of a licence whose XML part is exactly `bytes` long, plus `extra` characters.
 std::string licenceText(std::size_t bytes, std::size_t extra) {
@@ -206,7 +200,7 @@ std::string licenceText(std::size_t bytes, std::size_t extra) {
   return std::string(bytes - one.getAsXMLString().size() + 1 + extra, 'x');
 }
 
-class RecordFunctions : public ::testing::Test {
+class PackageFunctions : public ::testing::Test {
  protected:
   void SetUp() override { callOk(zvAddonCreate, {path_, zvtest::properties()}); }
   // The package model of path_, opened for reading.
@@ -236,7 +230,7 @@ class RecordFunctions : public ::testing::Test {
   std::optional<addon::packaging::AddonPackage> package_;
 };
 
-TEST_F(RecordFunctions, GetGivesDefaultsThenWhatSetStored) {
+TEST_F(PackageFunctions, GetGivesDefaultsThenWhatSetStored) {
   const Json kCategory = {"name", "examples"}, kRevision = {"date", "version", "description"};
   const Json kApp = {"name", "guid", "relativePath", "installByDefault"};
   const Json example = {{"name", "lowpass"}, {"type", "script"}, {"source", "demo/lp.m"},
@@ -313,7 +307,7 @@ TEST_F(RecordFunctions, GetGivesDefaultsThenWhatSetStored) {
 
 // Refusals inside the protected block: the host's conversion, a type Create does not know, a part
 // too large to read back, a build time that cannot be used. None changes a file.
-TEST_F(RecordFunctions, RefusedSetsLeaveTheFileByteForByte) {
+TEST_F(PackageFunctions, RefusedSetsLeaveTheFileByteForByte) {
   callOk(zvAddonSetLicense, {path_, {{"type", "MIT"}, {"text", "kept"}}});
   const std::string before = zvtest::readBytes(path_);
   Json notText = zvtest::properties();
@@ -360,7 +354,7 @@ TEST_F(RecordFunctions, RefusedSetsLeaveTheFileByteForByte) {
 // type and ending; replacing leaves one part and its two relationships; Get returns the bytes, at
 // the 8,192-byte read step too. An instruction set is stored under its file name (once: the tool's
 // build_failures.t).
-TEST_F(RecordFunctions, ScreenshotAndInstructionSetParts) {
+TEST_F(PackageFunctions, ScreenshotAndInstructionSetParts) {
   const struct {
     const char* file;
     std::size_t size;
@@ -389,6 +383,50 @@ TEST_F(RecordFunctions, ScreenshotAndInstructionSetParts) {
   expectOnePart(u"/metadata/InstructionSets/", u"/metadata/InstructionSets/setup.xml",
                 u"application/vnd.kestrelon.zorvan.addon.instructionSet+xml", {u"rId_IS_setup.xml"});
   EXPECT_TRUE(package_->hasInstructionSets());
+}
+
+// Content calls on a new package and the file list after them; inputs of other classes, a cell paired
+// with a text and empty lists are deliberate silences: nothing raised, the package left byte for byte.
+// A batch with a missing file adds none of it.
+TEST_F(PackageFunctions, ContentCallsAndTheFileListAfterThem) {
+  const std::string missing = dir_.file("no-such.zvaddon"), a = dir_.file("a.m"), b = dir_.file("b.m");
+  zvtest::writeBytes(a, "a");
+  zvtest::writeBytes(b, "b");
+  const Json emptyCell = {{"$class", "cell"}, {"$dims", {0, 0}}, {"$data", Json::array()}};
+  const Json noFiles = {{"$class", "cell"}, {"$dims", {1, 0}}, {"$data", Json::array()}};
+  const Json column = {{"$class", "cell"}, {"$dims", {2, 1}}, {"$data", {a, b}}};
+  const Json columnPaths = {{"$class", "cell"}, {"$dims", {2, 1}}, {"$data", {"c/a.m", "c/b.m"}}};
+  const struct {
+    const char* name;
+    std::vector<std::pair<qxFunction, std::vector<Json>>> calls;
+    std::vector<std::string> listAfter;  // empty: the package is as it was
+  } cases[] = {
+      {"NoContent", {}, {}},
+      {"TwoCells", {{zvAddonAddFiles, {path_, Json{a, b}, Json{"p/a.m", "q.m"}}}}, {"/p/a.m", "/q.m"}},
+      {"CellsOfAnyShape", {{zvAddonAddFiles, {path_, column, columnPaths}}}, {"/c/a.m", "/c/b.m"}},
+      {"CellAndText", {{zvAddonAddFiles, {path_, Json{a}, "x.m"}}}, {}},
+      {"Numbers", {{zvAddonAddFiles, {path_, 1, 2}}}, {}},
+      {"EmptyCellsMissingPackage", {{zvAddonAddFiles, {missing, emptyCell, emptyCell}}}, {}},
+      {"FolderText", {{zvAddonAddFolders, {path_, "f g"}}}, {"/f g"}},
+      {"FolderCell", {{zvAddonAddFolders, {path_, Json{"f", "g/h"}}}}, {"/f", "/g/h"}},
+      {"FoldersAlreadyThere", {{zvAddonAddFolders, {path_, Json{"e", "e/f", "e"}}}}, {"/e/f"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::filesystem::remove(path_);
+    callOk(zvAddonCreate, {path_, zvtest::properties()});
+    const std::string before = zvtest::readBytes(path_);
+    for (const auto& [f, inputs] : c.calls) callOk(f, inputs);
+    EXPECT_FALSE(std::filesystem::exists(missing));
+    EXPECT_EQ(zvtest::readBytes(path_) == before, c.listAfter.empty()) << "changed exactly when something was added";
+    EXPECT_EQ(callOk(zvAddonGetFileList, {path_}, 1), c.listAfter.empty() ? noFiles : Json(c.listAfter));
+  }
+  callOk(zvAddonAddFiles, {path_, a, "first.m"});
+  const std::string before = zvtest::readBytes(path_);
+  const zvtest::CallResult r = call(zvAddonAddFiles, {path_, Json{a, dir_.file("nope.m")}, Json{"b.m", "c.m"}});
+  EXPECT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_ADD_FILES");
+  EXPECT_NE(std::get<std::string>(r.error->arguments().back()).find("nope.m"), std::string::npos) << r.error->message();
+  EXPECT_EQ(zvtest::readBytes(path_), before);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // How verifyAddonRequirements judges a package's signatures, and the author signature's verdict with its
-// reason (what sign refuses, one signature's verdicts: tests/opc/signature_test.cpp). Then the
-// content-file gateway functions, called as the host calls them, over AddonPackage.
+// reason (what sign refuses, one signature's verdicts: tests/opc/signature_test.cpp).
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -9,14 +8,13 @@
 #include <functional>
 #include <regex>
 
-#include "gateway/zvaddon.h"
+#include "gateway/frame.h"
 #include "metadata/addon_properties.h"
 #include "metadata/system_requirements.h"
 #include "opc/exception.h"
 #include "opc/opc_test_support.h"
 #include "package/addon_package.h"
 #include "package/signing.h"
-#include "support/gateway_call.h"
 
 namespace addon::packaging {
 namespace {
@@ -24,23 +22,12 @@ namespace {
 using opc::model::PartName;
 using namespace opc::test;
 using State = AddonPackage::AuthorVerification::State;
-using zvtest::call;
-using zvtest::callOk;
-using zvtest::Json;
 
 constexpr char16_t kRequirements[] = u"/metadata/systemRequirements.xml";
 constexpr char16_t kCode[] = u"/fsroot/code.m";
 const TestCertificates& certs() { return testCertificates(); }
 
 void sign(const ustring& path) { AddonPackage(path).signAddonRequirements(); }
-
-// Runs `change` on the open package and closes it.
-void modify(const ustring& path, const std::function<void(AddonPackage&)>& change) {
-  AddonPackage package(path);
-  package.getPackage().open(OpenMode::Modify);
-  change(package);
-  package.getPackage().close();
-}
 
 // What verifyAddonRequirements says, and how many signatures the package holds.
 std::pair<bool, std::size_t> requirementsVerdict(const ustring& path) {
@@ -66,22 +53,17 @@ std::function<void(AddonPackage&)> foreignSignature(std::vector<PartName> parts)
   };
 }
 
-class SigningTest : public ::testing::Test {
- protected:
-  // A new package with its properties, the default requirements record and one content file.
-  void create() {
-    AddonProperties properties;
-    properties.type = u"ZORVAN Toolbox";
-    properties.name = u"Signal Tools";
-    AddonPackage package(path_, properties);
-    AddonSystemRequirements requirements;
-    package.setSystemRequirements(requirements);
-    addPart(package.getPackage(), kCode, u"text/plain", "x = 1;\n");
-    package.getPackage().close();
-  }
-  ScratchDir dir_;
-  ustring path_ = dir_.ufile("addon.zvaddon");
-};
+// A new package with its properties, the default requirements record and one content file.
+void create(ustring path) {
+  AddonProperties properties;
+  properties.type = u"ZORVAN Toolbox";
+  properties.name = u"Signal Tools";
+  AddonPackage package(path, properties);
+  AddonSystemRequirements requirements;
+  package.setSystemRequirements(requirements);
+  addPart(package.getPackage(), kCode, u"text/plain", "x = 1;\n");
+  package.getPackage().close();
+}
 
 // The published PEM is the verifying half of the built-in pair, an RSA-2048 key.
 TEST(BuiltInKeyTest, PemIsTheVerificationKey) {
@@ -100,7 +82,9 @@ TEST(BuiltInKeyTest, PemIsTheVerificationKey) {
 
 // After signing (the requirements with the built-in key; the author twice, the second replacing the
 // first, where a row gives its verdict), a change and maybe signing again: what each verdict says.
-TEST_F(SigningTest, VerdictsAfterLaterChanges) {
+TEST(SigningTest, VerdictsAfterLaterChanges) {
+  ScratchDir dir;
+  const ustring path = dir.ufile("addon.zvaddon");
   const PartName other(u"/metadata/addonProperties.xml");
   const PartName requirements(kRequirements);
   // The author's certificate in KeyInfo replaced by another one of the same root.
@@ -171,17 +155,17 @@ TEST_F(SigningTest, VerdictsAfterLaterChanges) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    create();
-    if (!c.authorFirst) sign(path_);
+    create(path);
+    if (!c.authorFirst) sign(path);
     if (c.signingTime != 0) ::setenv("SOURCE_DATE_EPOCH", std::to_string(c.signingTime).c_str(), 1);
-    for (int i = 0; c.author != nullptr && i < 2; ++i) AddonPackage(path_).signAsAuthor(certs().key("rsa"));
+    for (int i = 0; c.author != nullptr && i < 2; ++i) AddonPackage(path).signAsAuthor(certs().key("rsa"));
     ::unsetenv("SOURCE_DATE_EPOCH");
-    if (c.authorFirst) sign(path_);
-    modify(path_, c.change);
-    if (c.signAgain) sign(path_);
-    EXPECT_EQ(requirementsVerdict(path_), std::pair(c.verifies, c.signatures));
+    if (c.authorFirst) sign(path);
+    zvaddon::gateway::withPackage(path, OpenMode::Modify, c.change);
+    if (c.signAgain) sign(path);
+    EXPECT_EQ(requirementsVerdict(path), std::pair(c.verifies, c.signatures));
     if (c.author == nullptr) continue;
-    const auto author = AddonPackage(path_).verifyAuthor(certs().pem("ca.pem"));
+    const auto author = AddonPackage(path).verifyAuthor(certs().pem("ca.pem"));
     const std::string reason = c.author;
     EXPECT_EQ(author.state, reason.empty() ? State::valid : State::invalid) << author.reason;
     EXPECT_NE(author.reason.find(reason), std::string::npos) << author.reason;
@@ -189,69 +173,10 @@ TEST_F(SigningTest, VerdictsAfterLaterChanges) {
     EXPECT_EQ(author.signer.value().subject, "CN=RSA Author");
     EXPECT_EQ(author.signer->issuer, "CN=Test Root");
     EXPECT_EQ(author.signer->fingerprint.size(), 32u * 3 - 1);
-    const auto found = AddonPackage(path_).readSignatures();
+    const auto found = AddonPackage(path).readSignatures();
     EXPECT_TRUE(found.requirements);
     EXPECT_EQ(found.author.value().subject, author.signer->subject);
   }
-}
-
-class ContentFilesTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    callOk(zvAddonCreate, {package, zvtest::properties()});
-    zvtest::writeBytes(a, "a");
-    zvtest::writeBytes(b, "b");
-  }
-
-  zvtest::TempDir dir;
-  std::string package = dir.file("g.zvaddon");
-  std::string a = dir.file("a.m");
-  std::string b = dir.file("b.m");
-};
-
-// Calls on a new package and the file list after them; inputs of other classes, a cell paired with a
-// text and empty lists are deliberate silences: nothing raised, the package left byte for byte.
-TEST_F(ContentFilesTest, CallsAndTheFileListAfterThem) {
-  const std::string missing = dir.file("no-such.zvaddon");
-  const Json emptyCell = {{"$class", "cell"}, {"$dims", {0, 0}}, {"$data", Json::array()}};
-  const Json noFiles = {{"$class", "cell"}, {"$dims", {1, 0}}, {"$data", Json::array()}};
-  const Json column = {{"$class", "cell"}, {"$dims", {2, 1}}, {"$data", {a, b}}};
-  const Json columnPaths = {{"$class", "cell"}, {"$dims", {2, 1}}, {"$data", {"c/a.m", "c/b.m"}}};
-  const struct {
-    const char* name;
-    std::vector<std::pair<qxFunction, std::vector<Json>>> calls;
-    std::vector<std::string> listAfter;  // empty: the package is as it was
-  } cases[] = {
-      {"NoContent", {}, {}},
-      {"TwoCells", {{zvAddonAddFiles, {package, Json{a, b}, Json{"p/a.m", "q.m"}}}}, {"/p/a.m", "/q.m"}},
-      {"CellsOfAnyShape", {{zvAddonAddFiles, {package, column, columnPaths}}}, {"/c/a.m", "/c/b.m"}},
-      {"CellAndText", {{zvAddonAddFiles, {package, Json{a}, "x.m"}}}, {}},
-      {"Numbers", {{zvAddonAddFiles, {package, 1, 2}}}, {}},
-      {"EmptyCellsMissingPackage", {{zvAddonAddFiles, {missing, emptyCell, emptyCell}}}, {}},
-      {"FolderText", {{zvAddonAddFolders, {package, "f g"}}}, {"/f g"}},
-      {"FolderCell", {{zvAddonAddFolders, {package, Json{"f", "g/h"}}}}, {"/f", "/g/h"}},
-      {"FoldersAlreadyThere", {{zvAddonAddFolders, {package, Json{"e", "e/f", "e"}}}}, {"/e/f"}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::filesystem::remove(package);
-    callOk(zvAddonCreate, {package, zvtest::properties()});
-    const std::string before = zvtest::readBytes(package);
-    for (const auto& [f, inputs] : c.calls) callOk(f, inputs);
-    EXPECT_FALSE(std::filesystem::exists(missing));
-    EXPECT_EQ(zvtest::readBytes(package) == before, c.listAfter.empty()) << "changed exactly when something was added";
-    EXPECT_EQ(callOk(zvAddonGetFileList, {package}, 1), c.listAfter.empty() ? noFiles : Json(c.listAfter));
-  }
-}
-
-// A batch with a missing file adds none of it. (Each function's key and arguments: tests/gateway.)
-TEST_F(ContentFilesTest, ABatchWithAMissingFileAddsNothing) {
-  callOk(zvAddonAddFiles, {package, a, "first.m"});
-  const std::string before = zvtest::readBytes(package);
-  const zvtest::CallResult r = call(zvAddonAddFiles, {package, Json{a, dir.file("nope.m")}, Json{"b.m", "c.m"}});
-  EXPECT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_ADD_FILES");
-  EXPECT_NE(std::get<std::string>(r.error->arguments().back()).find("nope.m"), std::string::npos) << r.error->message();
-  EXPECT_EQ(zvtest::readBytes(package), before);
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <memory>
 #include <set>
 
+#include <boost/algorithm/string/replace.hpp>
+
 #include "commands.h"
 #include "file_selection.h"
 #include "host/reference/host_error.h"
@@ -66,14 +68,13 @@ std::string normalised(std::string path) {
 // authors may add those files later through `zvaddon set`.
 std::vector<std::string> missingReferences(const Manifest& manifest, const Selection& selection) {
   std::set<std::string> files;
-  std::set<std::string> folders;
+  std::set<std::string> folders(selection.emptyFolders.begin(), selection.emptyFolders.end());
   for (const SelectedFile& f : selection.files) {
     files.insert(f.path);
     for (std::size_t slash = f.path.find('/'); slash != std::string::npos; slash = f.path.find('/', slash + 1)) {
       folders.insert(f.path.substr(0, slash));
     }
   }
-  for (const std::string& folder : selection.emptyFolders) folders.insert(folder);
 
   std::vector<std::string> missing;
   auto check = [&](const Json& value, const std::string& pointer, bool folder) {
@@ -134,7 +135,7 @@ void buildInto(const BuildOptions& options, const fs::path& folder, const Manife
     (void)callGateway("zvAddonAddInstructionSet", {package, file.string()});
   }
 
-  Progress progress("build", selection.files.size(), selection.totalBytes, shouldShowProgress(options.quiet));
+  Progress progress("build", selection.files.size(), selection.totalBytes, options.quiet);
   std::uint64_t filesDone = 0;
   std::uint64_t bytesDone = 0;
   for (const Batch& batch : planBatches(selection.files)) {
@@ -149,11 +150,7 @@ void buildInto(const BuildOptions& options, const fs::path& folder, const Manife
     bytesDone += batch.bytes;
     progress.update(filesDone, bytesDone);
   }
-  if (!selection.emptyFolders.empty()) {
-    Json folders = Json::array();
-    for (const std::string& f : selection.emptyFolders) folders.push_back(f);
-    (void)callGateway("zvAddonAddFolders", {package, folders});
-  }
+  if (!selection.emptyFolders.empty()) (void)callGateway("zvAddonAddFolders", {package, Json(selection.emptyFolders)});
   progress.finish();
   if (options.sign) (void)callGateway("zvAddonSign", {package});
   // Last: the author signature covers every part, the requirements signature included.
@@ -180,12 +177,8 @@ ExitStatus runBuild(const BuildOptions& given) {
     buildInto(options, folder, manifest, selection, package);
   } catch (const zvhost::reference::HostError& e) {
     // People know the package by the name they asked for, not by its temporary one.
-    std::string message = e.message();
-    for (std::size_t at = message.find(package); at != std::string::npos; at = message.find(package, at)) {
-      message.replace(at, package.size(), output.string());
-      at += output.string().size();
-    }
-    throw zvhost::reference::HostError(e.identifier(), message, e.arguments());
+    throw zvhost::reference::HostError(e.identifier(), boost::replace_all_copy(e.message(), package, output.string()),
+                                       e.arguments());
   }
   pending.commit();
 

@@ -12,12 +12,6 @@
 namespace zvaddon::tool {
 namespace {
 
-struct CallOptions {
-  std::string function;
-  std::optional<int> nargout;
-  std::vector<std::string> arguments;
-};
-
 Json argumentJson(const foundation::core::msg::MessageArgument& argument) {
   return std::visit(
       [](const auto& value) -> Json {
@@ -26,14 +20,10 @@ Json argumentJson(const foundation::core::msg::MessageArgument& argument) {
           return fl::i18n::to_utf8(value);
         } else if constexpr (std::is_same_v<T, std::string>) {
           // Narrow arguments are bytes; show them as text when they are UTF-8.
-          try {
-            (void)fl::i18n::from_utf8(value);
-            return value;
-          } catch (const fl::i18n::conversion_error&) {
-            std::string hex;
-            for (unsigned char c : value) hex += "\\x" + std::string(1, "0123456789abcdef"[c >> 4]) + "0123456789abcdef"[c & 15];
-            return hex;
-          }
+          if (fl::i18n::utf16_length(value)) return value;
+          std::string hex;
+          for (unsigned char c : value) hex += "\\x" + std::string(1, "0123456789abcdef"[c >> 4]) + "0123456789abcdef"[c & 15];
+          return hex;
         } else {
           return value;
         }
@@ -41,22 +31,22 @@ Json argumentJson(const foundation::core::msg::MessageArgument& argument) {
       argument);
 }
 
-int runCall(const CallOptions& options) {
-  const GatewayFunction* function = findGatewayFunction(options.function);
-  if (function == nullptr) throw ToolError(ExitStatus::usage, "no gateway function named '" + options.function + "'");
+int runCall(const std::string& name, std::optional<int> nargout, const std::vector<std::string>& arguments) {
+  const GatewayFunction* function = findGatewayFunction(name);
+  if (function == nullptr) throw ToolError(ExitStatus::usage, "no gateway function named '" + name + "'");
   std::vector<matrix::unique_qxarray_ptr> owned;
   std::vector<const qxArray*> inputs;
-  for (std::size_t i = 0; i < options.arguments.size(); ++i) {
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
     try {
-      owned.push_back(zvhost::json::toOwnedArray(Json::parse(options.arguments[i])));
+      owned.push_back(zvhost::json::toOwnedArray(Json::parse(arguments[i])));
     } catch (const std::exception& e) {
       throw ToolError(ExitStatus::usage, "argument " + std::to_string(i + 1) + " is not valid input: " + e.what());
     }
     inputs.push_back(owned.back().get());
   }
-  const int nargout = options.nargout.value_or(function->maxOutputs);
   try {
-    const zvhost::reference::OwnedArrays outputs = zvhost::reference::call(function->entry, nargout, inputs);
+    const zvhost::reference::OwnedArrays outputs =
+        zvhost::reference::call(function->entry, nargout.value_or(function->maxOutputs), inputs);
     // Written straight from the arrays: a 20,000-name list would otherwise be built as a document first.
     std::string result = "[";
     for (std::size_t k = 0; k < outputs.size(); ++k) {
@@ -67,9 +57,9 @@ int runCall(const CallOptions& options) {
     std::cout << result;
     return 0;
   } catch (const zvhost::reference::HostError& error) {
-    Json arguments = Json::array();
-    for (const auto& argument : error.arguments()) arguments.push_back(argumentJson(argument));
-    const Json body = {{"identifier", error.identifier()}, {"key", error.key()}, {"arguments", arguments},
+    Json shown = Json::array();
+    for (const auto& argument : error.arguments()) shown.push_back(argumentJson(argument));
+    const Json body = {{"identifier", error.identifier()}, {"key", error.key()}, {"arguments", shown},
                        {"message", error.message()}};
     std::cout << Json{{"error", body}}.dump() << "\n";
     return 1;
@@ -86,7 +76,9 @@ void addCallCommand(CLI::App& app, int& exitStatus) {
                "Each ARG is a JSON value (a path is a JSON string: '\"/tmp/a.zvaddon\"').\n"
                "Prints the outputs as one JSON array; a host error as {\"error\": {...}} with exit status 1.");
   call->callback([call, &exitStatus] {
-    CallOptions options;
+    std::string function;
+    std::optional<int> nargout;
+    std::vector<std::string> arguments;
     bool optionsEnded = false;
     const std::vector<std::string> words = call->remaining();
     for (std::size_t i = 0; i < words.size(); ++i) {
@@ -97,21 +89,21 @@ void addCallCommand(CLI::App& app, int& exitStatus) {
         const std::string value = word == "--nargout" ? (i + 1 < words.size() ? words[++i] : "") : word.substr(10);
         try {
           std::size_t used = 0;
-          options.nargout = std::stoi(value, &used);
-          if (used != value.size() || *options.nargout < 0) throw std::invalid_argument(value);
+          nargout = std::stoi(value, &used);
+          if (used != value.size() || *nargout < 0) throw std::invalid_argument(value);
         } catch (const std::exception&) {
           throw ToolError(ExitStatus::usage, "--nargout takes a whole number of 0 or more, not '" + value + "'");
         }
-      } else if (options.function.empty()) {
-        options.function = word;
+      } else if (function.empty()) {
+        function = word;
       } else {
-        options.arguments.push_back(word);
+        arguments.push_back(word);
       }
     }
-    if (options.function.empty()) {
+    if (function.empty()) {
       throw ToolError(ExitStatus::usage, "name a gateway function, e.g. zvaddon call zvAddonGetProperties '\"a.zvaddon\"'");
     }
-    exitStatus = runCall(options);
+    exitStatus = runCall(function, nargout, arguments);
   });
 }
 

@@ -11,19 +11,6 @@ namespace zvaddon::tool {
 namespace fs = std::filesystem;
 namespace {
 
-std::vector<std::string_view> split(std::string_view path) {
-  std::vector<std::string_view> parts;
-  std::size_t start = 0;
-  while (start <= path.size()) {
-    const std::size_t slash = path.find('/', start);
-    const std::size_t end = slash == std::string_view::npos ? path.size() : slash;
-    if (end > start) parts.push_back(path.substr(start, end - start));
-    if (slash == std::string_view::npos) break;
-    start = slash + 1;
-  }
-  return parts;
-}
-
 bool componentMatches(std::string_view pattern, std::string_view name) {
   return ::fnmatch(std::string(pattern).c_str(), std::string(name).c_str(), 0) == 0;
 }
@@ -53,7 +40,7 @@ Pattern parse(std::string_view text) {
     text.remove_suffix(1);
   }
   const bool anchored = text.find('/') != std::string_view::npos;
-  p.components = split(text);
+  p.components = splitPath(text);
   // Unanchored patterns match a name at any depth.
   if (!anchored && !p.components.empty()) p.components.insert(p.components.begin(), "**");
   return p;
@@ -80,10 +67,19 @@ const char* const kDefaultExcludes[] = {".git/", ".hg/", ".svn/", ".bzr/", "CVS/
 
 }  // namespace
 
+std::vector<std::string_view> splitPath(std::string_view path) {
+  std::vector<std::string_view> parts;
+  for (std::size_t start = 0, end = 0; start < path.size(); start = end + 1) {
+    end = std::min(path.find('/', start), path.size());
+    if (end > start) parts.push_back(path.substr(start, end - start));
+  }
+  return parts;
+}
+
 bool globMatch(std::string_view pattern, std::string_view path, bool isFolder) {
   const Pattern p = parse(pattern);
   if (p.components.empty() || (p.foldersOnly && !isFolder)) return false;
-  return matchComponents(p.components, 0, split(path), 0);
+  return matchComponents(p.components, 0, splitPath(path), 0);
 }
 
 Selection selectFiles(const fs::path& root, const FilePatterns& patterns, const std::vector<fs::path>& skip) {
@@ -139,7 +135,9 @@ Selection selectFiles(const fs::path& root, const FilePatterns& patterns, const 
   return selection;
 }
 
-std::vector<Batch> planBatches(const std::vector<SelectedFile>& files, BatchFloor floor) {
+std::vector<Batch> planBatches(const std::vector<SelectedFile>& files) {
+  constexpr std::size_t kFloorFiles = 1000;
+  constexpr std::uint64_t kFloorBytes = 32u << 20;
   std::vector<Batch> batches;
   Batch current;
   std::uint64_t bytesBefore = 0;
@@ -147,7 +145,7 @@ std::vector<Batch> planBatches(const std::vector<SelectedFile>& files, BatchFloo
     current.end = i + 1;
     current.bytes += files[i].size;
     const std::size_t count = current.end - current.first;
-    if (count >= std::max(floor.files, current.first / 2) || current.bytes >= std::max(floor.bytes, bytesBefore / 2)) {
+    if (count >= std::max(kFloorFiles, current.first / 2) || current.bytes >= std::max(kFloorBytes, bytesBefore / 2)) {
       bytesBefore += current.bytes;
       batches.push_back(current);
       current = Batch{i + 1, i + 1, 0};

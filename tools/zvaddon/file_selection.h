@@ -34,6 +34,9 @@ struct Selection {
   std::uint64_t totalBytes = 0;
 };
 
+// The non-empty components of a '/'-separated path, viewing `path`.
+[[nodiscard]] std::vector<std::string_view> splitPath(std::string_view path);
+
 // True when `pattern` matches `path` itself (not its folders); `isFolder` says what `path` names.
 [[nodiscard]] bool globMatch(std::string_view pattern, std::string_view path, bool isFolder);
 
@@ -53,13 +56,8 @@ struct Batch {
   std::uint64_t bytes = 0;
 };
 
-struct BatchFloor {
-  std::size_t files = 1000;
-  std::uint64_t bytes = 32u << 20;
-};
-
 // Consecutive batches covering every file once, in order. A batch closes when its files reach
-// max(floor.files, files before it / 2) or its bytes reach max(floor.bytes, bytes before it / 2).
-[[nodiscard]] std::vector<Batch> planBatches(const std::vector<SelectedFile>& files, BatchFloor floor = {});
+// max(1000, files before it / 2) or its bytes reach max(32 MiB, bytes before it / 2).
+[[nodiscard]] std::vector<Batch> planBatches(const std::vector<SelectedFile>& files);
 
 }  // namespace zvaddon::tool

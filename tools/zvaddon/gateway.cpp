@@ -18,8 +18,7 @@ constexpr GatewayFunction kFunctions[] = {ZV_GATEWAY_FUNCTIONS(ZV_ENTRY)};
 }  // namespace
 
 const GatewayFunction* findGatewayFunction(std::string_view name) {
-  const auto* found = std::find_if(std::begin(kFunctions), std::end(kFunctions),
-                                   [&](const GatewayFunction& f) { return f.name == name; });
+  const auto* found = std::ranges::find(kFunctions, name, &GatewayFunction::name);
   return found == std::end(kFunctions) ? nullptr : found;
 }
 

@@ -23,9 +23,6 @@ struct InitOptions {
   bool force = false;
 };
 
-// A random (version 4) UUID in its usual text form.
-std::string freshGuid() { return boost::uuids::to_string(boost::uuids::random_generator()()); }
-
 ExitStatus runInit(const InitOptions& options) {
   const fs::path folder = options.folder;
   const fs::path manifestFile = folder / "zvaddon.json";
@@ -44,20 +41,18 @@ ExitStatus runInit(const InitOptions& options) {
   }
   for (const std::string& f : selection.emptyFolders) topLevel.insert(f.substr(0, f.find('/')) + "/");
 
-  fs::path name = fs::weakly_canonical(folder, ec).filename();
   Json manifest = Json::object();
-  manifest["properties"] = {{"name", name.string()}, {"version", "1.0.0"}, {"GUID", freshGuid()},
-                            {"summary", ""}, {"description", ""}, {"authorName", ""},
-                            {"authorContact", ""}, {"authorOrganization", ""}};
+  manifest["properties"] = {{"name", fs::weakly_canonical(folder, ec).filename().string()}, {"version", "1.0.0"},
+                            {"GUID", boost::uuids::to_string(boost::uuids::random_generator()())},
+                            {"summary", ""}, {"description", ""}, {"authorName", ""}, {"authorContact", ""},
+                            {"authorOrganization", ""}};
   for (const char* licence : {"LICENSE", "LICENSE.txt", "LICENSE.md", "LICENCE", "COPYING"}) {
     if (fs::is_regular_file(folder / licence, ec)) {
       manifest["license"] = {{"type", ""}, {"file", licence}};
       break;
     }
   }
-  Json include = Json::array();
-  for (const std::string& entry : topLevel) include.push_back(entry);
-  manifest["files"] = {{"include", include}, {"exclude", Json::array()}};
+  manifest["files"] = {{"include", topLevel}, {"exclude", Json::array()}};
 
   std::ofstream out(manifestFile, std::ios::binary | std::ios::trunc);
   out << manifest.dump(2) << "\n";

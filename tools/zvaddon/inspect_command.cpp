@@ -3,9 +3,9 @@
 #include <memory>
 
 #include "commands.h"
+#include "file_selection.h"
 #include "package_report.h"
 #include "progress.h"
-#include "tool_error.h"
 
 namespace zvaddon::tool {
 namespace {
@@ -31,10 +31,10 @@ std::string joined(const Json& object, std::initializer_list<const char*> keys, 
   return out;
 }
 
-// The texts of a list joined by ", ", or "-" for none.
-std::string listed(const Json& values) {
+// The texts of a list (of its elements' `key` when given) joined by ", ", or "-" for none.
+std::string listed(const Json& values, const char* key = nullptr) {
   std::string s;
-  for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(v);
+  for (const Json& v : values) s += (s.empty() ? "" : ", ") + text(key ? v[key] : v);
   return s.empty() ? std::string("-") : s;
 }
 
@@ -79,21 +79,14 @@ void printFiles(std::ostream& out, const Json& files) {
   // Depth first as the package lists them: print each folder once, where its first file appears.
   std::vector<std::string> open;
   for (const Json& f : files) {
-    std::vector<std::string> parts;
     const std::string path = text(f["path"]);
-    std::size_t start = path.starts_with("/") ? 1 : 0;
-    while (start <= path.size()) {
-      const std::size_t slash = path.find('/', start);
-      parts.push_back(path.substr(start, slash == std::string::npos ? std::string::npos : slash - start));
-      if (slash == std::string::npos) break;
-      start = slash + 1;
-    }
+    const std::vector<std::string_view> parts = splitPath(path);
     std::size_t same = 0;
     while (same < open.size() && same + 1 < parts.size() && open[same] == parts[same]) ++same;
     open.resize(same);
     for (std::size_t k = same; k + 1 < parts.size(); ++k) {
       out << std::string(2 * (k + 1), ' ') << parts[k] << "/\n";
-      open.push_back(parts[k]);
+      open.emplace_back(parts[k]);
     }
     const std::string indent(2 * parts.size(), ' ');
     out << indent << parts.back()
@@ -123,11 +116,7 @@ void printReport(std::ostream& out, const Json& r, bool withFiles) {
                              std::to_string(text(licence["text"]).size()) + " bytes of text");
   }
   out << "examples\n";
-  for (const Json& category : r["examples"]) {
-    std::string names;
-    for (const Json& e : category["examples"]) names += (names.empty() ? "" : ", ") + text(e["name"]);
-    line(out, text(category["name"]), names.empty() ? "-" : names, 2);
-  }
+  for (const Json& category : r["examples"]) line(out, text(category["name"]), listed(category["examples"], "name"), 2);
   out << "revisions\n";
   for (const Json& v : r["revisionHistory"]) line(out, text(v["version"]), text(v["date"]) + "  " + text(v["description"]), 2);
   out << "apps\n";

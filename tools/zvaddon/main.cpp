@@ -56,8 +56,7 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    const int status = app.exit(e);
-    return status == 0 ? 0 : static_cast<int>(ExitStatus::usage);
+    return app.exit(e) == 0 ? 0 : static_cast<int>(ExitStatus::usage);
   } catch (const zvhost::reference::HostError& e) {
     return fail(command(), e.message() + " (" + e.identifier() + ")", ExitStatus::hostError);
   } catch (const ToolError& e) {

@@ -52,9 +52,7 @@ Json licenseSection(const Json& value, const fs::path& folder) {
   Json out = value;
   out.erase("file");
   const std::string text = readFileBytes(existingFile(folder, value["file"], childPointer(pointer, "file")));
-  try {
-    (void)fl::i18n::from_utf8(text);
-  } catch (const fl::i18n::conversion_error&) {
+  if (!fl::i18n::utf16_length(text)) {
     badInput(childPointer(pointer, "file"), "'" + value["file"].get<std::string>() + "' is not UTF-8 text");
   }
   out["text"] = text;
@@ -122,18 +120,21 @@ std::string readFileBytes(const fs::path& path) {
   return bytes.str();
 }
 
+Json parseJson(const std::string& text, const std::string& origin) {
+  try {
+    return Json::parse(text);
+  } catch (const Json::exception& e) {
+    throw ToolError(ExitStatus::badInput, origin + ": not valid JSON: " + e.what());
+  }
+}
+
 Manifest readManifest(const fs::path& manifestFile, const fs::path& folder) {
   std::error_code ec;
   if (!fs::is_regular_file(manifestFile, ec)) {
     throw ToolError(ExitStatus::hostError, "no manifest '" + manifestFile.string() +
                                                "' (zvaddon init writes a starting one)");
   }
-  Json document;
-  try {
-    document = Json::parse(readFileBytes(manifestFile));
-  } catch (const Json::exception& e) {
-    throw ToolError(ExitStatus::badInput, manifestFile.string() + ": not valid JSON: " + e.what());
-  }
+  const Json document = parseJson(readFileBytes(manifestFile), manifestFile.string());
   try {
     return parseManifest(document, folder);
   } catch (const ToolError& e) {

@@ -34,5 +34,7 @@ struct Manifest {
 
 // The whole file as bytes; throws ToolError(hostError) naming the path when it cannot be read.
 [[nodiscard]] std::string readFileBytes(const std::filesystem::path& path);
+// The JSON document in `text`; throws ToolError(badInput) "ORIGIN: not valid JSON: ..." when it is none.
+[[nodiscard]] Json parseJson(const std::string& text, const std::string& origin);
 
 }  // namespace zvaddon::tool

@@ -1,5 +1,6 @@
 // zvaddon extract, sign, verify and hash: one gateway call each, or the exported C++ checks and the
 // author signature.
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -7,7 +8,6 @@
 #include "commands.h"
 #include "package_report.h"
 #include "progress.h"
-#include "tool_error.h"
 
 namespace zvaddon::tool {
 namespace fs = std::filesystem;
@@ -31,22 +31,17 @@ ExitStatus runExtract(const PackageOptions& options) {
     ++files;
     bytes += f["bytes"].get<std::uint64_t>();
   }
-  {
-    // One gateway call: the bar shows the start and the end.
-    Progress progress("extract", files, bytes, shouldShowProgress(options.quiet));
-    (void)callGateway("zvAddonExtractAllFiles", {options.package, options.destination});
-    progress.update(files, bytes);
-    progress.finish();
-  }
+  // One gateway call: the bar shows the start and the end.
+  Progress progress("extract", files, bytes, options.quiet);
+  (void)callGateway("zvAddonExtractAllFiles", {options.package, options.destination});
+  progress.update(files, bytes);
+  progress.finish();
   if (!options.quiet) {
     // The package does not say which entries are empty folders; the unpacked tree does.
-    std::uint64_t folders = 0;
-    for (const Json& f : list) {
+    const auto folders = std::count_if(list.begin(), list.end(), [&](const Json& f) {
       std::error_code ec;
-      if (fs::is_directory(fs::path(options.destination) / fs::path(f["path"].get<std::string>()).relative_path(), ec)) {
-        ++folders;
-      }
-    }
+      return fs::is_directory(fs::path(options.destination) / fs::path(f["path"].get<std::string>()).relative_path(), ec);
+    });
     std::cout << "extracted " << files - folders << " files (" << formatBytes(bytes) << ")";
     if (folders > 0) std::cout << " and " << folders << " empty folders";
     std::cout << " into " << options.destination << "\n";
@@ -85,7 +80,6 @@ ExitStatus runVerify(const PackageOptions& options) {
     return verdict(report);
   }
   if (options.quiet) return verdict(report);
-  const std::string& detail = report.requirementsDetail;
   switch (report.requirements) {
     case SignatureState::valid:
       std::cout << "valid: the requirements signature of " << options.package << " checks out\n";
@@ -95,7 +89,7 @@ ExitStatus runVerify(const PackageOptions& options) {
       break;
     case SignatureState::invalid:
       std::cout << "invalid: the requirements signature of " << options.package << " does not check out"
-                << (detail.empty() ? "" : " (" + detail + ")") << "\n";
+                << (report.requirementsDetail.empty() ? "" : " (" + report.requirementsDetail + ")") << "\n";
       break;
   }
   if (!report.author) return verdict(report);

@@ -113,14 +113,10 @@ Json inspectPackage(const fs::path& package) {
                                                          : getFromGateway(info.getFunction, {package.string()});
     report[std::string(info.name)] = recordFromHost(info.record, host);
   }
-  if (contents.screenshot) {
-    report["screenshot"] = {{"part", fl::i18n::to_utf8(contents.screenshot->name)}, {"bytes", contents.screenshot->size}};
-  } else {
-    report["screenshot"] = nullptr;
-  }
-  Json sets = Json::array();
+  const auto& shot = contents.screenshot;
+  report["screenshot"] = shot ? Json{{"part", fl::i18n::to_utf8(shot->name)}, {"bytes", shot->size}} : Json(nullptr);
+  Json& sets = report["instructionSets"] = Json::array();
   for (const ustring& name : contents.instructionSets) sets.push_back(fl::i18n::to_utf8(name));
-  report["instructionSets"] = sets;
   report["files"] = filesOf(getFromGateway("zvAddonGetFileList", {package.string()}), contents);
   return report;
 }

@@ -30,12 +30,9 @@ std::string formatBytes(std::uint64_t bytes) {
     value /= 1000;
     ++unit;
   }
+  if (unit == 0) return std::to_string(bytes) + " B";
   char text[32];
-  if (unit == 0) {
-    std::snprintf(text, sizeof text, "%llu B", static_cast<unsigned long long>(bytes));
-  } else {
-    std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
-  }
+  std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
   return text;
 }
 
@@ -84,10 +81,7 @@ std::string formatProgress(const std::string& label, const ProgressState& s, int
   const Figures now = figures(s);
   // The bar's width is set by the longest figures the run can show, so it stays put while they
   // change length.
-  ProgressState widest = s;
-  widest.files = s.totalFiles;
-  widest.bytes = s.totalBytes;
-  widest.elapsedSeconds = 0;
+  const ProgressState widest{s.totalFiles, s.totalFiles, s.totalBytes, s.totalBytes, 0};
   const std::size_t reserve = figures(widest).text.size() + std::string(" 999.9 MB/s 99:59 left").size();
   constexpr int kMaxBar = 30;
   constexpr int kMinBar = 8;
@@ -103,8 +97,8 @@ std::string formatProgress(const std::string& label, const ProgressState& s, int
   return line;
 }
 
-Progress::Progress(std::string label, std::uint64_t totalFiles, std::uint64_t totalBytes, bool enabled)
-    : label_(std::move(label)), enabled_(enabled), start_(std::chrono::steady_clock::now()) {
+Progress::Progress(std::string label, std::uint64_t totalFiles, std::uint64_t totalBytes, bool quiet)
+    : label_(std::move(label)), enabled_(!quiet && ::isatty(STDERR_FILENO) == 1) {
   state_.totalFiles = totalFiles;
   state_.totalBytes = totalBytes;
   if (enabled_) draw();
@@ -118,8 +112,7 @@ void Progress::update(std::uint64_t files, std::uint64_t bytes) {
   state_.files = files;
   state_.bytes = bytes;
   if (!enabled_ || finished_) return;
-  const auto now = std::chrono::steady_clock::now();
-  if (now - lastDraw_ >= std::chrono::milliseconds(100)) draw();
+  if (std::chrono::steady_clock::now() - lastDraw_ >= std::chrono::milliseconds(100)) draw();
 }
 
 void Progress::finish() {
@@ -135,7 +128,5 @@ void Progress::draw() {
   // One column short of the width: writing the last column makes some terminals wrap.
   std::cerr << "\r" << formatProgress(label_, state_, terminalWidth() - 1) << "\x1b[K" << std::flush;
 }
-
-bool shouldShowProgress(bool quiet) { return !quiet && ::isatty(STDERR_FILENO) == 1; }
 
 }  // namespace zvaddon::tool

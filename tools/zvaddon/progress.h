@@ -25,8 +25,8 @@ struct ProgressState {
 
 class Progress {
  public:
-  // Shows nothing unless `enabled`; see shouldShowProgress.
-  Progress(std::string label, std::uint64_t totalFiles, std::uint64_t totalBytes, bool enabled);
+  // Shows nothing when `quiet` or when stderr is not a terminal.
+  Progress(std::string label, std::uint64_t totalFiles, std::uint64_t totalBytes, bool quiet);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
@@ -43,11 +43,8 @@ class Progress {
   ProgressState state_;
   bool enabled_;
   bool finished_ = false;
-  std::chrono::steady_clock::time_point start_;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   std::chrono::steady_clock::time_point lastDraw_;
 };
-
-// True when stderr is a terminal and quiet is false.
-[[nodiscard]] bool shouldShowProgress(bool quiet);
 
 }  // namespace zvaddon::tool

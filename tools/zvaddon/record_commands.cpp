@@ -30,22 +30,11 @@ struct ScreenshotOptions {
 
 // JSON text as given, "@path" for a file's content, "-" for standard input.
 Json readValue(const std::string& argument) {
-  std::string textValue;
-  std::string origin = "the record's JSON";
   if (argument == "-") {
-    textValue.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-    origin = "standard input";
-  } else if (argument.starts_with("@")) {
-    textValue = readFileBytes(argument.substr(1));
-    origin = argument.substr(1);
-  } else {
-    textValue = argument;
+    return parseJson({std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()}, "standard input");
   }
-  try {
-    return Json::parse(textValue);
-  } catch (const Json::exception& e) {
-    throw ToolError(ExitStatus::badInput, origin + ": not valid JSON: " + e.what());
-  }
+  if (argument.starts_with("@")) return parseJson(readFileBytes(argument.substr(1)), argument.substr(1));
+  return parseJson(argument, "the record's JSON");
 }
 
 ExitStatus runGet(const RecordOptions& options) {
@@ -69,11 +58,9 @@ ExitStatus runScreenshot(const ScreenshotOptions& options) {
   const std::string encoded = getFromGateway("zvAddonGetScreenshot", {options.package}).get<std::string>();
   if (options.get.empty()) {
     const auto shot = readContents(options.package).screenshot;
-    if (encoded.empty() || !shot) {
-      std::cout << "no screenshot\n";
-    } else {
-      std::cout << fl::i18n::to_utf8(shot->name) << " (" << formatBytes(shot->size) << ")\n";
-    }
+    std::cout << (encoded.empty() || !shot ? "no screenshot"
+                                           : fl::i18n::to_utf8(shot->name) + " (" + formatBytes(shot->size) + ")")
+              << "\n";
     return ExitStatus::ok;
   }
   if (encoded.empty()) throw ToolError(ExitStatus::hostError, options.package + " has no screenshot");

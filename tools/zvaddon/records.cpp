@@ -1,7 +1,6 @@
 #include "records.h"
 
 #include <algorithm>
-#include <span>
 
 #include "tool_error.h"
 
@@ -60,7 +59,6 @@ constexpr Field kRecordFields[] = {
     {"", Kind::objectList, kCategoryFields}, {"", Kind::objectList, kRevisionFields},
     {"", Kind::objectList, kAppFields},
 };
-const Field& recordField(Record record) { return kRecordFields[static_cast<std::size_t>(record)]; }
 
 constexpr RecordInfo kRecords[] = {
     {Record::properties, "properties", "zvAddonSetProperties", "zvAddonGetProperties"},
@@ -109,8 +107,7 @@ Json valueToHost(const Field& field, const Json* value, const std::string& point
       if (value->is_string()) return *value;
       wrongType(pointer, "true, false or text", *value);
     case Kind::object:
-      if (absent) return nullptr;
-      return objectToHost(field.fields, *value, pointer);
+      return absent ? Json(nullptr) : objectToHost(field.fields, *value, pointer);
     case Kind::textList:
     case Kind::objectList: {
       if (absent) return nullptr;
@@ -179,12 +176,8 @@ Json valueFromHost(const Field& field, const Json* value) {
 Json objectFromHost(std::span<const Field> fields, const Json& value) {
   Json out = Json::object();
   for (const Field& f : fields) {
-    const Json* found = nullptr;
-    if (value.is_object()) {
-      const auto it = value.find(f.key);
-      if (it != value.end()) found = &*it;
-    }
-    out[std::string(f.key)] = valueFromHost(f, found);
+    const auto it = value.find(f.key);  // end() for a value that is no object
+    out[std::string(f.key)] = valueFromHost(f, it == value.end() ? nullptr : &*it);
   }
   return out;
 }
@@ -203,14 +196,14 @@ const RecordInfo& requireRecord(std::string_view name) {
 }
 
 Json recordToHost(Record record, const Json& value, const std::string& pointer) {
-  const Field& field = recordField(record);
+  const Field& field = kRecordFields[static_cast<std::size_t>(record)];
   // A record is an object or a list of them, never absent.
   if (value.is_null()) wrongType(pointer, field.kind == Kind::object ? "an object" : "an array of objects", value);
   return valueToHost(field, &value, pointer);
 }
 
 Json recordFromHost(Record record, const Json& host) {
-  const Field& field = recordField(record);
+  const Field& field = kRecordFields[static_cast<std::size_t>(record)];
   Json out = valueFromHost(field, &host);
   // A record is never absent: a package without the part reads as the empty record.
   return out.is_null() ? objectFromHost(field.fields, Json::object()) : out;

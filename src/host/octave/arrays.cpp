@@ -4,27 +4,16 @@
 // frees, when the call ends, every one that was neither returned nor stored in a container, so a
 // leaked array lives until the end of the call, never longer. Copies of objects are the exception
 // (see fromValue): their owner must free them, as the contract requires anyway.
-#include "host/octave/arrays.h"
-
 #include <limits>
 #include <string>
 #include <vector>
 
+#include "host/common/host_common.h"
 #include "host/octave/objects.h"
-
-namespace zvhost::octave::detail {
 
 // The contract numbers its classes as Octave does, so that a class id converts by a cast.
 static_assert(static_cast<int>(mxCELL_CLASS) == static_cast<int>(qxCELL_CLASS) &&
               static_cast<int>(mxFUNCTION_CLASS) == static_cast<int>(qxFUNCTION_CLASS));
-
-const mxArray* fieldStore(const qxArray* a) {
-  if (a == nullptr) return nullptr;
-  if (mxIsStruct(mx(a))) return mx(a);
-  return objectView(mx(a));
-}
-
-}  // namespace zvhost::octave::detail
 
 namespace zvhost {
 
@@ -39,7 +28,6 @@ qxArray* copyElement(const qxArray* a, qxSize index) {
 
 using namespace zvhost;
 using namespace zvhost::octave;
-using namespace zvhost::octave::detail;
 
 namespace {
 

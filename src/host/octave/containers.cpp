@@ -5,13 +5,20 @@
 // replaces. Every check the contract promises is made here before Octave is asked.
 #include <string>
 
-#include "host/octave/arrays.h"
+#include "host/common/host_common.h"
+#include "host/octave/objects.h"
 
 using namespace zvhost;
 using namespace zvhost::octave;
-using namespace zvhost::octave::detail;
 
 namespace {
+
+// Where the fields of a are read: a itself for a structure, its view for an object, null otherwise.
+const mxArray* fieldStore(const qxArray* a) {
+  if (a == nullptr) return nullptr;
+  if (mxIsStruct(mx(a))) return mx(a);
+  return objectView(mx(a));
+}
 
 int fieldCount(const mxArray* store) { return store ? mxGetNumberOfFields(store) : 0; }
 
