@@ -255,8 +255,7 @@ struct ZipWriter::Impl {
 
   detail::WorkQueue& workers() {
     if (!work) {
-      const unsigned threads = detail::workerThreads();
-      work.emplace(threads > 1 ? threads : 0, kAhead);
+      work.emplace(detail::workerThreads(), kAhead);
       scratch.resize(work->slots());
     }
     return *work;
