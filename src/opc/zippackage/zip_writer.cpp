@@ -223,7 +223,7 @@ struct ZipWriter::Impl {
   bool rawCopiesTried = false;
   bool used = false;    // commit() was called
   bool failed = false;  // a call threw; the temporary file goes with the writer
-  std::vector<std::uint8_t> buffer;
+  std::vector<std::uint8_t> buffer = std::vector<std::uint8_t>(256u << 10);  // the writer's reads
   std::vector<Scratch> scratch;  // one a worker
   // Last, so that the workers are joined before anything their tasks use goes.
   std::optional<detail::WorkQueue> work;
@@ -344,7 +344,6 @@ struct ZipWriter::Impl {
   // Appends `size` bytes of `stream` (all of them when `size` is unset), counting their CRC when
   // asked; returns how many there were.
   std::uint64_t copyStream(InputStream& stream, std::optional<std::uint64_t> size, std::uint32_t* crc) {
-    if (buffer.empty()) buffer.resize(256u << 10);
     std::uint64_t total = 0;
     for (;;) {
       std::size_t want = buffer.size();
@@ -421,7 +420,6 @@ struct ZipWriter::Impl {
     if (e.content->size()) return;
     auto spool = std::make_shared<detail::SpoolContent>(out->folder());
     const auto stream = e.content->openStream();
-    if (buffer.empty()) buffer.resize(256u << 10);
     while (const std::size_t n = stream->read(buffer.data(), buffer.size())) spool->append(buffer.data(), n);
     e.content = std::move(spool);
   }
