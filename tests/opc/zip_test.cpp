@@ -132,6 +132,7 @@ TEST(ZipReaderTest, MalformedArchivesAreRefusedWithTheirDefect) {
       {"zip64-locator-outside", Open, 0, "ZIP64 end record lies outside"},
       {"several-disks", Open, 0, "several disks"},
       {"zip64-field-missing", Open, 0, "ZIP64 extra field that is missing"},
+      {"too-many-entries", Open, 0, "1000001 items, more than the 1000000"},
       {"size-larger-than-data", Read, 0, "fewer bytes"},
       {"size-smaller-than-data", Read, 0, "more bytes"},
       {"stored-sizes-differ", Record, 1, "stores 3072"},
