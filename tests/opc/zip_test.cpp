@@ -532,11 +532,6 @@ std::string wordBytes(std::size_t size, unsigned seed) {
   return out;
 }
 
-struct StringSink {
-  std::string bytes;
-  void operator()(std::string_view piece) { bytes += piece; }
-};
-
 // Tasks run in order on any number of workers, each told a worker number below slots(); the first
 // failure reaches the caller from finish() and every later submit, whose task then never runs.
 TEST(WorkQueueTest, TasksRunAndTheFirstFailureReachesTheCaller) {
@@ -582,23 +577,24 @@ TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
       std::string first;
       for (const unsigned workers : {0u, 2u, 3u}) {
         detail::WorkQueue work(workers, 8);
-        StringSink sink;
-        const PieceStream result = deflateInPieces(detail::MemoryContentSource(data), std::ref(sink), work, "x");
+        std::string joined;
+        const PieceStream result = deflateInPieces(
+            detail::MemoryContentSource(data), [&](std::string_view piece) { joined += piece; }, work, "x");
         EXPECT_EQ(std::tuple(result.size, result.crc, result.compressedSize),
-                  std::tuple(size, libdeflate_crc32(0, data.data(), data.size()), sink.bytes.size()));
+                  std::tuple(size, libdeflate_crc32(0, data.data(), data.size()), joined.size()));
         if (workers == 0) {
-          EXPECT_TRUE(zlibInflate(sink.bytes) == data) << "the joined stream inflates to other bytes";
-          first = sink.bytes;
+          EXPECT_TRUE(zlibInflate(joined) == data) << "the joined stream inflates to other bytes";
+          first = joined;
         } else {
-          EXPECT_TRUE(sink.bytes == first) << workers << " workers";
+          EXPECT_TRUE(joined == first) << workers << " workers";
         }
       }
     }
   }
   detail::WorkQueue work(2, 8);
-  StringSink sink;
   for (const std::uint64_t claimed : {3 * kPieceSize - 1, 5 * kPieceSize}) {
-    EXPECT_THROW((void)deflateInPieces(UnsizedSource(patternBytes(3 * kPieceSize, 1), claimed), std::ref(sink), work, "x"), Exception);
+    const UnsizedSource source(patternBytes(3 * kPieceSize, 1), claimed);
+    EXPECT_THROW((void)deflateInPieces(source, [](std::string_view) {}, work, "x"), Exception);
   }
 }
 
