@@ -472,7 +472,7 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
                                                const SignatureParams& params) {
   requireOpen(package_);
   SigningKey key{signature::loadPrivateKey(signingKey), signature::loadPublicKey(verificationKey), {}};
-  if (!signature::samePublicKey(key.privateKey.get(), key.publicKey.get())) {
+  if (EVP_PKEY_eq(key.privateKey.get(), key.publicKey.get()) != 1) {
     throw opc::Exception("the verification key does not belong to the signing key");
   }
   return signWith(*this, package_, parts, selectors, key, params);
@@ -489,7 +489,7 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
     for (auto& der : signature::readCertificatesPem(certificate.chainPem, "the chain")) key.certificates.push_back(std::move(der));
   }
   key.publicKey = signature::certificateKey(key.certificates[0]);
-  if (!signature::samePublicKey(key.privateKey.get(), key.publicKey.get())) {
+  if (EVP_PKEY_eq(key.privateKey.get(), key.publicKey.get()) != 1) {
     throw opc::Exception("the private key does not belong to the certificate");
   }
   const std::string problem = signature::validityProblem(key.certificates[0], std::time(nullptr));
