@@ -40,10 +40,6 @@ ustring fromUtf8(std::string_view text, std::string_view what) {
   }
 }
 
-ustring widenAscii(std::string_view text) {
-  return ustring(text.begin(), text.end());
-}
-
 ustring asciiLower(ustring_view text) {
   ustring out(text);
   for (auto& c : out) c = asciiLower(c);

@@ -13,7 +13,7 @@ namespace opc::detail {
 // Strict conversions; throw opc::Exception with `what` in the message.
 [[nodiscard]] std::string toUtf8(ustring_view text, std::string_view what);
 [[nodiscard]] ustring fromUtf8(std::string_view text, std::string_view what);
-[[nodiscard]] ustring widenAscii(std::string_view text);
+[[nodiscard]] inline ustring widenAscii(std::string_view text) { return ustring(text.begin(), text.end()); }
 
 [[nodiscard]] constexpr char16_t asciiLower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c + 32 : c; }
 [[nodiscard]] ustring asciiLower(ustring_view text);
