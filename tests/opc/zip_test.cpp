@@ -373,10 +373,7 @@ TEST(ZipWriterHeadersTest, TimesRoundTripToTheSecondThroughTheShortestField) {
 TEST(ZipWriterHeadersTest, RelocatedRecordsTakeZip64OffsetsWhenNeeded) {
   // A record named "n" of `size` bytes compressed to one more, its local header at `offset`.
   const auto record = [](std::uint64_t size, std::uint64_t offset) {
-    EntryHeader h;
-    h.size = size;
-    h.compressedSize = size + 1;
-    return centralRecord("n", h, offset);
+    return centralRecord("n", EntryHeader{.compressedSize = size + 1, .size = size}, offset);
   };
   const std::uint64_t far = 5ull << 30;
   // Size, offset, new offset: near stays 32-bit; far gains a field, after ZIP64 sizes, or updates its own.
@@ -411,12 +408,9 @@ TEST(ZipWriterHeadersTest, Zip64HeadersReadBackAsWritten) {
   std::vector<std::pair<std::string, std::string>> items;  // name, text
   const auto add = [&](const std::string& name, std::uint64_t at, bool zip64) {
     const std::string text = "text of " + name;
-    EntryHeader h;
-    h.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, text.data(), text.size()));
-    h.size = h.compressedSize = text.size();
-    h.zip64 = zip64;
-    h.time = FileTime{1600000000, 0};
-    h.exactTime = true;
+    const EntryHeader h{.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, text.data(), text.size())),
+                        .compressedSize = text.size(), .size = text.size(), .zip64 = zip64,
+                        .time = FileTime{1600000000, 0}, .exactTime = true};
     const std::string bytes = localHeader(name, h, at) + text;
     EXPECT_EQ(get16(bytes.data() + 4), at >= 0xFFFFFFFFu || zip64 ? 45 : 20) << name;  // version needed
     ASSERT_EQ(::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)), static_cast<ssize_t>(bytes.size()));
