@@ -324,12 +324,8 @@ struct ZipWriter::Impl {
   // The header of an entry whose sizes and CRC are known (else set once its data is written).
   static EntryHeader headerFor(const EntryAttributes& attributes, std::uint16_t method, std::uint32_t crc = 0,
                                std::uint64_t size = 0, std::uint64_t compressedSize = 0) {
-    EntryHeader h;
-    h.method = method;
-    h.crc = crc;
-    h.size = size;
-    h.compressedSize = compressedSize;
-    h.zip64 = size >= kMax32 || compressedSize >= kMax32;
+    EntryHeader h{.method = method, .crc = crc, .compressedSize = compressedSize, .size = size,
+                  .zip64 = size >= kMax32 || compressedSize >= kMax32};
     if (attributes.lastModified) {
       h.time = *attributes.lastModified;
       h.exactTime = true;
