@@ -1,8 +1,8 @@
 // Faults while a call rewrites a package, each leaving a whole one: SIGKILL at any moment (old or new,
 // and it opens; ZV_KILL_ROUNDS rounds per call), a full disk (the call's key and the system's reason,
 // the package as it was; a tmpfs mounted as root), two writers while this process reads whole licences.
-// Then: a small hostile package cannot make reading take gigabytes: parts too many, XML too large or
-// nested too deep each fail with the call's key and a message naming the bound.
+// Then: a small hostile package cannot make reading take gigabytes: XML too large or nested too deep
+// each fails with the call's key and a message naming the bound (too many items: the ZIP reader's table).
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -282,21 +282,6 @@ TEST(ReadLimitsTest, HostileXmlFailsWithTheBoundNamed) {
     ASSERT_EQ(r.key(), c.read.second);
     EXPECT_NE(r.error->message().find(c.message), std::string::npos) << r.error->message();
   }
-}
-
-// A million tiny entries make a file of about 100 MB; the slow-labelled run (ZV_SLOW=1) builds one.
-TEST(ReadLimitsTest, TooManyItemsFailWithTheBoundNamed) {
-  if (std::getenv("ZV_SLOW") == nullptr) GTEST_SKIP() << "set ZV_SLOW=1 (label slow) to build a package of 1,000,001 items";
-  zvtest::TempDir dir;
-  const std::string package = dir.file("many.zvaddon");
-  zvtest::callOk(zvAddonCreate, {package, zvtest::properties()});
-  std::vector<std::pair<std::string, std::string>> items;
-  for (const auto& [name, item] : opc::test::rawItems(package)) items.emplace_back(name, item.text);
-  for (int i = 0; items.size() <= 1'000'000; ++i) items.emplace_back("d/" + std::to_string(i) + "/", "");
-  opc::test::writeZip(package, items);
-  const zvtest::CallResult r = zvtest::call(zvAddonGetFileList, {package}, 1);
-  ASSERT_EQ(r.key(), "ZVADDON_BUILTINS_ERROR_GET_FILE_LIST");
-  EXPECT_NE(r.error->message().find("1000000"), std::string::npos) << r.error->message();
 }
 
 }  // namespace

@@ -132,6 +132,7 @@ TEST(ZipReaderTest, MalformedArchivesAreRefusedWithTheirDefect) {
       {"zip64-locator-outside", Open, 0, "ZIP64 end record lies outside"},
       {"several-disks", Open, 0, "several disks"},
       {"zip64-field-missing", Open, 0, "ZIP64 extra field that is missing"},
+      {"too-many-entries", Open, 0, "1000001 items, more than the 1000000"},
       {"size-larger-than-data", Read, 0, "fewer bytes"},
       {"size-smaller-than-data", Read, 0, "more bytes"},
       {"stored-sizes-differ", Record, 1, "stores 3072"},
@@ -372,10 +373,7 @@ TEST(ZipWriterHeadersTest, TimesRoundTripToTheSecondThroughTheShortestField) {
 TEST(ZipWriterHeadersTest, RelocatedRecordsTakeZip64OffsetsWhenNeeded) {
   // A record named "n" of `size` bytes compressed to one more, its local header at `offset`.
   const auto record = [](std::uint64_t size, std::uint64_t offset) {
-    EntryHeader h;
-    h.size = size;
-    h.compressedSize = size + 1;
-    return centralRecord("n", h, offset);
+    return centralRecord("n", EntryHeader{.compressedSize = size + 1, .size = size}, offset);
   };
   const std::uint64_t far = 5ull << 30;
   // Size, offset, new offset: near stays 32-bit; far gains a field, after ZIP64 sizes, or updates its own.
@@ -410,12 +408,9 @@ TEST(ZipWriterHeadersTest, Zip64HeadersReadBackAsWritten) {
   std::vector<std::pair<std::string, std::string>> items;  // name, text
   const auto add = [&](const std::string& name, std::uint64_t at, bool zip64) {
     const std::string text = "text of " + name;
-    EntryHeader h;
-    h.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, text.data(), text.size()));
-    h.size = h.compressedSize = text.size();
-    h.zip64 = zip64;
-    h.time = FileTime{1600000000, 0};
-    h.exactTime = true;
+    const EntryHeader h{.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, text.data(), text.size())),
+                        .compressedSize = text.size(), .size = text.size(), .zip64 = zip64,
+                        .time = FileTime{1600000000, 0}, .exactTime = true};
     const std::string bytes = localHeader(name, h, at) + text;
     EXPECT_EQ(get16(bytes.data() + 4), at >= 0xFFFFFFFFu || zip64 ? 45 : 20) << name;  // version needed
     ASSERT_EQ(::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)), static_cast<ssize_t>(bytes.size()));
@@ -493,24 +488,19 @@ TEST(ZipWriterHeadersTest, EntryOverFourGibibytesTakesZip64Sizes) {
   EXPECT_EQ(streamed(physical, 1), "<after/>");
 }
 
-// Inflates a raw deflate stream with zlib, which the deflate side does not use; fails the test unless
-// the stream ends exactly at the end of `compressed`.
-std::string zlibInflate(const std::string& compressed) {
+// Inflates a raw deflate stream of `size` bytes with zlib, which the deflate side does not use; fails
+// the test unless the stream ends exactly at the end of `compressed`.
+std::string zlibInflate(const std::string& compressed, std::size_t size) {
   z_stream z{};
   EXPECT_EQ(inflateInit2(&z, -15), Z_OK);
-  std::string out;
-  std::string window(1u << 16, '\0');
+  std::string out(size + 1, '\0');  // a byte more: a longer stream shows
   z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(compressed.data()));
   z.avail_in = static_cast<uInt>(compressed.size());
-  int result = Z_OK;
-  while (result == Z_OK) {
-    z.next_out = reinterpret_cast<Bytef*>(window.data());
-    z.avail_out = static_cast<uInt>(window.size());
-    result = inflate(&z, Z_NO_FLUSH);
-    out.append(window.data(), window.size() - z.avail_out);
-  }
-  EXPECT_EQ(result, Z_STREAM_END) << (z.msg != nullptr ? z.msg : "");
+  z.next_out = reinterpret_cast<Bytef*>(out.data());
+  z.avail_out = static_cast<uInt>(out.size());
+  EXPECT_EQ(inflate(&z, Z_FINISH), Z_STREAM_END) << (z.msg != nullptr ? z.msg : "");
   EXPECT_EQ(z.avail_in, 0u) << "bytes after the final block";
+  out.resize(out.size() - z.avail_out);
   inflateEnd(&z);
   return out;
 }
@@ -530,11 +520,6 @@ std::string wordBytes(std::size_t size, unsigned seed) {
   out.resize(size);
   return out;
 }
-
-struct StringSink {
-  std::string bytes;
-  void operator()(std::string_view piece) { bytes += piece; }
-};
 
 // Tasks run in order on any number of workers, each told a worker number below slots(); the first
 // failure reaches the caller from finish() and every later submit, whose task then never runs.
@@ -581,23 +566,24 @@ TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
       std::string first;
       for (const unsigned workers : {0u, 2u, 3u}) {
         detail::WorkQueue work(workers, 8);
-        StringSink sink;
-        const PieceStream result = deflateInPieces(detail::MemoryContentSource(data), std::ref(sink), work, "x");
+        std::string joined;
+        const PieceStream result = deflateInPieces(
+            detail::MemoryContentSource(data), [&](std::string_view piece) { joined += piece; }, work, "x");
         EXPECT_EQ(std::tuple(result.size, result.crc, result.compressedSize),
-                  std::tuple(size, libdeflate_crc32(0, data.data(), data.size()), sink.bytes.size()));
+                  std::tuple(size, libdeflate_crc32(0, data.data(), data.size()), joined.size()));
         if (workers == 0) {
-          EXPECT_TRUE(zlibInflate(sink.bytes) == data) << "the joined stream inflates to other bytes";
-          first = sink.bytes;
+          EXPECT_TRUE(zlibInflate(joined, data.size()) == data) << "the joined stream inflates to other bytes";
+          first = joined;
         } else {
-          EXPECT_TRUE(sink.bytes == first) << workers << " workers";
+          EXPECT_TRUE(joined == first) << workers << " workers";
         }
       }
     }
   }
   detail::WorkQueue work(2, 8);
-  StringSink sink;
   for (const std::uint64_t claimed : {3 * kPieceSize - 1, 5 * kPieceSize}) {
-    EXPECT_THROW((void)deflateInPieces(UnsizedSource(patternBytes(3 * kPieceSize, 1), claimed), std::ref(sink), work, "x"), Exception);
+    const UnsizedSource source(patternBytes(3 * kPieceSize, 1), claimed);
+    EXPECT_THROW((void)deflateInPieces(source, [](std::string_view) {}, work, "x"), Exception);
   }
 }
 
@@ -608,7 +594,7 @@ TEST(ParallelDeflateTest, PiecesJoinIntoOneStreamWhateverTheWorkers) {
 TEST(ParallelDeflateTest, UnfinishedStreamsJoinOrAreRefused) {
   std::string stream("\x03\xfc", 2);
   unfinishStream(stream);
-  EXPECT_TRUE(zlibInflate(stream + libdeflateCompress("tail", 6)) == "tail");
+  EXPECT_TRUE(zlibInflate(stream + libdeflateCompress("tail", 6), 4) == "tail");
   const std::string whole = libdeflateCompress(wordBytes(100000, 8), 6);
   // Empty, truncated, trailing bytes, a reserved block type, a stored length and its complement
   // that disagree, two streams.

@@ -81,13 +81,17 @@ std::unique_ptr<InputStream> MemoryContentSource::openStream() const {
 }
 
 void SpoolContent::append(const std::uint8_t* data, std::size_t size) {
-  if (!file_ && size_ + size > memoryLimit_) {
-    file_ = createTemporaryFile(folder_.empty() ? std::string(".") : folder_, 0600, ".opc-spool-XXXXXX", 0, nullptr);
-    pwriteAll(file_.get(), memory_.data(), memory_.size(), 0, folder_ + " (spool)");
-    memory_ = std::vector<std::uint8_t>();
+  if (memory_.size() + size > memoryLimit_) {
+    if (!file_) {
+      file_ = createTemporaryFile(folder_.empty() ? std::string(".") : folder_, 0600, ".opc-spool-XXXXXX", 0, nullptr);
+    }
+    pwriteAll(file_.get(), memory_.data(), memory_.size(), inFile_, folder_ + " (spool)");
+    inFile_ += memory_.size();
+    memory_.clear();
   }
-  if (file_) {
-    pwriteAll(file_.get(), data, size, size_, folder_ + " (spool)");
+  if (size > memoryLimit_) {
+    pwriteAll(file_.get(), data, size, inFile_, folder_ + " (spool)");
+    inFile_ += size;
   } else {
     memory_.insert(memory_.end(), data, data + size);
   }
@@ -96,14 +100,15 @@ void SpoolContent::append(const std::uint8_t* data, std::size_t size) {
 
 std::size_t SpoolContent::readAt(std::uint64_t offset, std::uint8_t* out, std::size_t size) const {
   if (offset >= size_) return 0;
-  const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(size, size_ - offset));
-  if (file_) {
+  if (offset < inFile_) {
+    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(size, inFile_ - offset));
     if (preadFull(file_.get(), out, n, offset, folder_ + " (spool)") != n) {
       throw Exception("spool file in '" + folder_ + "' is shorter than written");
     }
     return n;
   }
-  std::memcpy(out, memory_.data() + offset, n);
+  const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(size, size_ - offset));
+  std::memcpy(out, memory_.data() + (offset - inFile_), n);
   return n;
 }
 

@@ -40,10 +40,11 @@ class MemoryContentSource : public ContentSource {
   std::shared_ptr<const std::string> bytes_;
 };
 
-// Content written through a part's output stream: kept in memory up to `memoryLimit` bytes, then
-// moved to an unnamed temporary file in `folder` (gone when the last holder lets go, even after a
-// kill), so a large part never lives in memory. Streams opened on it read what was appended before
-// each read. Not thread-safe.
+// Content written through a part's output stream, or the writer's central directory: kept in memory
+// up to `memoryLimit` bytes, then moved to an unnamed temporary file in `folder` (gone when the last
+// holder lets go, even after a kill) in writes of up to that many bytes, so a large part never lives
+// in memory and small appends cost few system calls. Streams opened on it read what was appended
+// before each read. Not thread-safe.
 class SpoolContent : public ContentSource, public std::enable_shared_from_this<SpoolContent> {
  public:
   static constexpr std::size_t kDefaultMemoryLimit = 1u << 20;
@@ -60,8 +61,9 @@ class SpoolContent : public ContentSource, public std::enable_shared_from_this<S
  private:
   std::string folder_;
   std::size_t memoryLimit_;
-  std::vector<std::uint8_t> memory_;
+  std::vector<std::uint8_t> memory_;  // the bytes [inFile_, size_), not yet in the file
   UniqueFd file_;
+  std::uint64_t inFile_ = 0;
   std::uint64_t size_ = 0;
 };
 

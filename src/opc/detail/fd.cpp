@@ -46,18 +46,6 @@ std::size_t FdInputStream::read(std::uint8_t* buffer, std::size_t size) {
   }
 }
 
-void writeAll(int fd, const std::uint8_t* data, std::size_t size, std::string_view path) {
-  while (size > 0) {
-    const ssize_t n = ::write(fd, data, size);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      throw Exception(osError("cannot write", path, errno));
-    }
-    data += n;
-    size -= static_cast<std::size_t>(n);
-  }
-}
-
 void pwriteAll(int fd, const std::uint8_t* data, std::size_t size, std::uint64_t offset, std::string_view path) {
   while (size > 0) {
     const ssize_t n = ::pwrite(fd, data, size, static_cast<off_t>(offset));

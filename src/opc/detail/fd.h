@@ -49,7 +49,6 @@ class FdInputStream : public InputStream {
 };
 
 // Full pwrite/pread with EINTR handling; throw opc::Exception naming `path`.
-void writeAll(int fd, const std::uint8_t* data, std::size_t size, std::string_view path);
 void pwriteAll(int fd, const std::uint8_t* data, std::size_t size, std::uint64_t offset, std::string_view path);
 [[nodiscard]] std::size_t preadSome(int fd, std::uint8_t* data, std::size_t size, std::uint64_t offset,
                                     std::string_view path);

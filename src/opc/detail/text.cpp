@@ -1,5 +1,7 @@
 #include "opc/detail/text.h"
 
+#include <algorithm>
+
 #include "foundation/i18n.h"
 #include "opc/exception.h"
 
@@ -38,10 +40,6 @@ ustring fromUtf8(std::string_view text, std::string_view what) {
   }
 }
 
-ustring widenAscii(std::string_view text) {
-  return ustring(text.begin(), text.end());
-}
-
 ustring asciiLower(ustring_view text) {
   ustring out(text);
   for (auto& c : out) c = asciiLower(c);
@@ -49,11 +47,7 @@ ustring asciiLower(ustring_view text) {
 }
 
 bool equalsIgnoreAsciiCase(ustring_view a, ustring_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (asciiLower(a[i]) != asciiLower(b[i])) return false;
-  }
-  return true;
+  return std::ranges::equal(a, b, [](char16_t x, char16_t y) { return asciiLower(x) == asciiLower(y); });
 }
 
 bool equalsIgnoreAsciiCase(std::string_view a, std::string_view b) {
@@ -66,40 +60,12 @@ bool equalsIgnoreAsciiCase(std::string_view a, std::string_view b) {
   return true;
 }
 
-namespace {
-
-template <class String>
-void appendPercentEncoded(String& out, char32_t cp) {
-  char bytes[4];
-  const std::size_t n = fl::i18n::encode_utf8(cp, bytes);
-  static constexpr char hex[] = "0123456789ABCDEF";
-  for (std::size_t k = 0; k < n; ++k) {
-    const auto byte = static_cast<unsigned char>(bytes[k]);
-    out += '%';
-    out += hex[byte >> 4];
-    out += hex[byte & 0xF];
-  }
-}
-
-}  // namespace
-
-void appendPercentEncodedUtf8(ustring& out, char32_t cp) {
-  appendPercentEncoded(out, cp);
-}
-
-void appendPercentEncodedUtf8(std::string& out, char32_t cp) {
-  appendPercentEncoded(out, cp);
-}
-
 char32_t nextCodePoint(ustring_view text, std::size_t& i, std::string_view what) {
-  char32_t c = text[i++];
-  if (c >= 0xD800 && c <= 0xDBFF) {
-    if (i < text.size() && text[i] >= 0xDC00 && text[i] <= 0xDFFF) {
-      return 0x10000 + ((c - 0xD800) << 10) + (text[i++] - 0xDC00);
-    }
-    throw Exception(std::string(what) + " '" + narrow(text) + "' holds an unpaired surrogate");
+  const char32_t c = text[i++];
+  if (c >= 0xD800 && c <= 0xDBFF && i < text.size() && text[i] >= 0xDC00 && text[i] <= 0xDFFF) {
+    return 0x10000 + ((c - 0xD800) << 10) + (text[i++] - 0xDC00);
   }
-  if (c >= 0xDC00 && c <= 0xDFFF) {
+  if (c >= 0xD800 && c <= 0xDFFF) {
     throw Exception(std::string(what) + " '" + narrow(text) + "' holds an unpaired surrogate");
   }
   return c;

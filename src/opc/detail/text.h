@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/i18n.h"
 #include "foundation/ustring.h"
 
 namespace opc::detail {
@@ -12,7 +13,7 @@ namespace opc::detail {
 // Strict conversions; throw opc::Exception with `what` in the message.
 [[nodiscard]] std::string toUtf8(ustring_view text, std::string_view what);
 [[nodiscard]] ustring fromUtf8(std::string_view text, std::string_view what);
-[[nodiscard]] ustring widenAscii(std::string_view text);
+[[nodiscard]] inline ustring widenAscii(std::string_view text) { return ustring(text.begin(), text.end()); }
 
 [[nodiscard]] constexpr char16_t asciiLower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c + 32 : c; }
 [[nodiscard]] ustring asciiLower(ustring_view text);
@@ -40,9 +41,19 @@ namespace opc::detail {
   return c == u':' || c == u'/' || c == u'?' || c == u'#' || c == u'[' || c == u']' || c == u'@';
 }
 
-// Appends "%XX" (upper-case hex) for every UTF-8 byte of the code point.
-void appendPercentEncodedUtf8(ustring& out, char32_t codePoint);
-void appendPercentEncodedUtf8(std::string& out, char32_t codePoint);
+// Appends "%XX" (upper-case hex) for every UTF-8 byte of the code point to a std::string or ustring.
+template <class String>
+void appendPercentEncodedUtf8(String& out, char32_t codePoint) {
+  char bytes[4];
+  const std::size_t n = fl::i18n::encode_utf8(codePoint, bytes);
+  static constexpr char hex[] = "0123456789ABCDEF";
+  for (std::size_t k = 0; k < n; ++k) {
+    const auto byte = static_cast<unsigned char>(bytes[k]);
+    out += '%';
+    out += hex[byte >> 4];
+    out += hex[byte & 0xF];
+  }
+}
 // Reads the code point at `i` (a surrogate pair counts as one) and advances `i`; throws
 // opc::Exception for an unpaired surrogate.
 [[nodiscard]] char32_t nextCodePoint(ustring_view text, std::size_t& i, std::string_view what);

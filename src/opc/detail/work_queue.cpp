@@ -9,9 +9,10 @@ namespace opc::detail {
 unsigned workerThreads() {
   if (const char* text = std::getenv("ZVADDON_THREADS")) {
     const long n = std::strtol(text, nullptr, 10);
-    if (n >= 1 && n <= 256) return static_cast<unsigned>(n);
+    if (n >= 1 && n <= 256) return n == 1 ? 0 : static_cast<unsigned>(n);
   }
-  return std::max(1u, std::thread::hardware_concurrency());
+  const unsigned cores = std::thread::hardware_concurrency();
+  return cores > 1 ? cores : 0;
 }
 
 WorkQueue::WorkQueue(unsigned workers, std::size_t capacity) : capacity_(std::max<std::size_t>(1, capacity)) {

@@ -13,8 +13,8 @@
 
 namespace opc::detail {
 
-// Workers to use: ZVADDON_THREADS when set (1 to 256; 1 makes every call sequential), else the
-// number of cores.
+// Workers to start: ZVADDON_THREADS when set (1 to 256), else the number of cores; 0 where that is
+// 1, so that the call runs every task itself.
 [[nodiscard]] unsigned workerThreads();
 
 // Runs tasks on up to `workers` threads, in the order submitted; at most `capacity` wait to start,

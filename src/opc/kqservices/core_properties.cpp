@@ -276,26 +276,9 @@ void requireContentType(const model::Part& part, const ustring& expected) {
   }
 }
 
-}  // namespace
-
-// ---- CoreProperties -----------------------------------------------------------------------------------
-
-CoreProperties::CoreProperties(ustring contentType, ustring friendlyName, ReleaseInfo release)
-    : contentType_(std::move(contentType)), friendlyName_(std::move(friendlyName)), release_(std::move(release)) {}
-
-void CoreProperties::setCreated(const ptime& created) { created_ = wholeSecondsUtc(created, "created"); }
-
-void CoreProperties::setLastModified(const ptime& lastModified) {
-  lastModified_ = wholeSecondsUtc(lastModified, "last modified");
-}
-
-ustring CoreProperties::getZORVANRelease() const {
-  return release_ ? fl::i18n::from_utf8(release_->release) : ustring();
-}
-
 // ---- XML mapping --------------------------------------------------------------------------------------
 
-void CorePropertiesManager::readCorePropertiesDocument(const DOMDocument& document, CoreProperties& properties) {
+void readCorePropertiesDocument(const DOMDocument& document, CoreProperties& properties) {
   checkCoreDocument(document);
   const DOMElement* root = document.getDocumentElement();
   const auto text = [&](const char16_t* ns, const char16_t* name) -> std::optional<ustring> {
@@ -322,8 +305,7 @@ void CorePropertiesManager::readCorePropertiesDocument(const DOMDocument& docume
   if (auto value = date(u"modified")) properties.setLastModified(*value);
 }
 
-void CorePropertiesManager::readPackagePropertiesDocument(const DOMDocument& document,
-                                                          CoreProperties& properties) {
+void readPackagePropertiesDocument(const DOMDocument& document, CoreProperties& properties) {
   const DOMElement* root = document.getDocumentElement();
   if (view(root->getLocalName()) != u"packageProperties" ||
       view(root->getNamespaceURI()) != kPackagePropertiesNs) {
@@ -349,9 +331,10 @@ void CorePropertiesManager::readPackagePropertiesDocument(const DOMDocument& doc
   }
 }
 
-model::DocumentPtr CorePropertiesManager::buildCorePropertiesDocument(const CoreProperties& properties,
-                                                                      DeterministicMode mode,
-                                                                      const DOMDocument* keep) {
+// `keep`, when given, is the part's previous document: its elements for properties this class does
+// not model are carried over.
+model::DocumentPtr buildCorePropertiesDocument(const CoreProperties& properties, DeterministicMode mode,
+                                               const DOMDocument* keep) {
   model::DocumentPtr document = XercesHelper::createDocument();
   document->setXmlStandalone(true);
   DOMElement* root = XercesHelper::appendElementNS(document.get(), kCpNs, u"cp:coreProperties");
@@ -388,7 +371,8 @@ model::DocumentPtr CorePropertiesManager::buildCorePropertiesDocument(const Core
   return document;
 }
 
-model::DocumentPtr CorePropertiesManager::buildPackagePropertiesDocument(const CoreProperties& properties) {
+// Null when there is nothing to write.
+model::DocumentPtr buildPackagePropertiesDocument(const CoreProperties& properties) {
   const auto& release = properties.getZORVANReleaseInfo();
   if (!properties.getContentType() && !properties.getContentTypeFriendlyName() && !release) return nullptr;
 
@@ -409,18 +393,6 @@ model::DocumentPtr CorePropertiesManager::buildPackagePropertiesDocument(const C
   }
   return document;
 }
-
-// ---- CorePropertiesManager ------------------------------------------------------------------------
-
-const ustring& CorePropertiesManager::getPackagePropertiesRelationshipType() {
-  static const ustring value = u"http://schemas.kestrelon.com/opc/2026/relationships/package-properties";
-  return value;
-}
-
-CorePropertiesManager::CorePropertiesManager(model::Package& package, DeterministicMode mode)
-    : package_(package), mode_(mode) {}
-
-namespace {
 
 // The target of the package root's one relationship of `type`; none when there is no such
 // relationship. Throws opc::Exception when there are several or the one is external.
@@ -488,6 +460,31 @@ void writePart(model::Package& package, const ustring& type, const ustring& cont
 }
 
 }  // namespace
+
+// ---- CoreProperties -----------------------------------------------------------------------------------
+
+CoreProperties::CoreProperties(ustring contentType, ustring friendlyName, ReleaseInfo release)
+    : contentType_(std::move(contentType)), friendlyName_(std::move(friendlyName)), release_(std::move(release)) {}
+
+void CoreProperties::setCreated(const ptime& created) { created_ = wholeSecondsUtc(created, "created"); }
+
+void CoreProperties::setLastModified(const ptime& lastModified) {
+  lastModified_ = wholeSecondsUtc(lastModified, "last modified");
+}
+
+ustring CoreProperties::getZORVANRelease() const {
+  return release_ ? fl::i18n::from_utf8(release_->release) : ustring();
+}
+
+// ---- CorePropertiesManager ------------------------------------------------------------------------
+
+const ustring& CorePropertiesManager::getPackagePropertiesRelationshipType() {
+  static const ustring value = u"http://schemas.kestrelon.com/opc/2026/relationships/package-properties";
+  return value;
+}
+
+CorePropertiesManager::CorePropertiesManager(model::Package& package, DeterministicMode mode)
+    : package_(package), mode_(mode) {}
 
 CoreProperties CorePropertiesManager::getCoreProperties() const {
   CoreProperties properties;

@@ -106,19 +106,6 @@ class CorePropertiesManager {
 
   [[nodiscard]] static const ustring& getPackagePropertiesRelationshipType();
 
-  // The XML mapping, for callers that hold the parts' documents themselves. Each reads the
-  // properties it maps into `properties` and leaves the others as they are.
-  static void readCorePropertiesDocument(const xercesc::DOMDocument& document, CoreProperties& properties);
-  static void readPackagePropertiesDocument(const xercesc::DOMDocument& document,
-                                            CoreProperties& properties);
-  // Builds the core-properties part's document. `keep`, when given, is the part's previous document:
-  // its elements for properties this class does not model are carried over.
-  [[nodiscard]] static model::DocumentPtr buildCorePropertiesDocument(const CoreProperties& properties,
-                                                                      DeterministicMode mode,
-                                                                      const xercesc::DOMDocument* keep);
-  // Null when there is nothing to write.
-  [[nodiscard]] static model::DocumentPtr buildPackagePropertiesDocument(const CoreProperties& properties);
-
  private:
   model::Package& package_;
   DeterministicMode mode_;

@@ -176,8 +176,7 @@ class Extraction {
   // created (after the workers have stopped) and rethrows.
   void writeAll(int root) {
     try {
-      const unsigned threads = opc::detail::workerThreads();
-      opc::detail::WorkQueue workers(threads > 1 ? threads : 0, kQueuedBatches);
+      opc::detail::WorkQueue workers(opc::detail::workerThreads(), kQueuedBatches);
       buffers_.resize(workers.slots());
       write(workers, std::make_shared<const UniqueFd>(::fcntl(root, F_DUPFD_CLOEXEC, 0)), plan_.items[0]);
       workers.finish();
@@ -285,7 +284,7 @@ class Extraction {
       refuse(partNameOf(item), e.what());
     }
     UniqueFd fd = createFile(dirfd, plan_, item, replace_);
-    opc::detail::writeAll(fd.get(), buffers.bytes.data(), buffers.bytes.size(), plan_.pathOf(item));
+    opc::detail::pwriteAll(fd.get(), buffers.bytes.data(), buffers.bytes.size(), 0, plan_.pathOf(item));
     finishFile(plan_, item, fd);
   }
 
@@ -310,7 +309,7 @@ class Extraction {
       if (written > item.size) {
         refuse(partNameOf(item), "it inflates to more than its declared " + std::to_string(item.size) + " bytes");
       }
-      opc::detail::writeAll(fd.get(), buffer.data(), n, plan_.pathOf(item));
+      opc::detail::pwriteAll(fd.get(), buffer.data(), n, written - n, plan_.pathOf(item));
     }
     if (written != item.size) {
       refuse(partNameOf(item), "it holds " + std::to_string(written) + " bytes, not its declared " + std::to_string(item.size));

@@ -33,14 +33,14 @@ DigitalSignature::DigitalSignature(PartName signaturePart, std::vector<PartName>
       signingTime_(std::move(signingTime)),
       certificates_(std::move(certificates)) {}
 
-// What signs: the key pair, and the certificates KeyInfo carries instead of the key's value when given.
-struct signature::SigningKey {
-  PkeyPtr privateKey;
-  PkeyPtr publicKey;
-  std::vector<Bytes> certificates;
-};
-
 namespace {
+
+// What signs: the key pair, and the certificates KeyInfo carries instead of the key's value when given.
+struct SigningKey {
+  signature::PkeyPtr privateKey;
+  signature::PkeyPtr publicKey;
+  std::vector<signature::Bytes> certificates;
+};
 
 constexpr char16_t kOriginPart[] = u"/_xmlsignatures/origin.sigs";
 constexpr char16_t kOriginTarget[] = u"_xmlsignatures/origin.sigs";
@@ -239,6 +239,182 @@ Status verifyParsed(const Package& package, const DigitalSignature& signature,
   }
 }
 
+// Signs with `key` once the key is checked; the rest of sign(), as the header states it.
+DigitalSignature signWith(DigitalSignatureManager& manager, Package& package, const std::vector<PartName>& parts,
+                          const std::vector<RelationshipSelector>& selectors, const SigningKey& key,
+                          const SignatureParams& params) {
+  if (package.getOpenMode() == interfaces::OpenMode::Read) throw opc::Exception("cannot sign: the package is read only");
+  XercesGuard xerces;
+  const SignatureLayout layout = readLayout(package);
+
+  if (parts.empty()) throw opc::Exception("cannot sign: no part to sign");
+  signature::SignatureContent content;
+  content.signatureMethod =
+      signature::methodFor(key.privateKey.get(), params.signature.value_or(SignatureMethod::RSA_SHA256));
+  content.certificates = key.certificates;
+  content.objectDigestMethod = params.digest;
+  for (const PartName& name : parts) {
+    const std::string text(name.text());
+    if (name.isRelationshipsPartName()) throw opc::Exception("cannot sign relationships part " + text + " as a part");
+    if (layout.isInfrastructure(name)) throw opc::Exception("cannot sign signature part " + text);
+    if (!package.partExists(name)) throw opc::Exception("cannot sign: there is no part " + text);
+    for (const auto& ref : content.references) {
+      if (ref.part == name) throw opc::Exception("cannot sign part " + text + " twice");
+    }
+    const PartPtr part = package.getPart(name);
+    const auto input = part->getInputStream();
+    signature::ManifestReference& ref = content.references.emplace_back(name, part->getContentType().toString());
+    ref.digestMethod = params.digest;
+    ref.digestValue = signature::digestStream(params.digest, *input);
+  }
+
+  // One reference per source, in the order the sources first appear.
+  std::vector<URI> sources;
+  for (const auto& s : selectors) {
+    if (std::find(sources.begin(), sources.end(), s.source) == sources.end()) sources.push_back(s.source);
+  }
+  for (const URI& sourceUri : sources) {
+    const std::string text = narrow(sourceUri.toString());
+    const PartName relsPart = PackageHelper::getRelationshipsPartName(sourceUri);
+    if (sourceUri != PackageHelper::getPackageRootURI() && layout.isInfrastructure(PartName(sourceUri.toString()))) {
+      throw opc::Exception("cannot sign the relationships of signature part " + text);
+    }
+    const auto source = findSource(package, sourceUri);
+    if (!source) throw opc::Exception("cannot sign relationships of " + text + ": there is no such part");
+    signature::ManifestReference ref(relsPart, PackageHelper::kRelationshipsContentType);
+    ref.relationshipsTransform = true;
+    std::vector<ustring> pinned;
+    for (const auto& s : selectors) {
+      if (s.source != sourceUri) continue;
+      std::vector<ustring> matched;
+      for (const Relationship& r : source->relationships->getRelationships()) {
+        const bool hit = s.type == RelationshipSelectorType::SelectById ? r.getId() == s.value
+                                                                              : r.getType() == s.value;
+        if (hit) matched.push_back(r.getId());
+      }
+      if (matched.empty()) {
+        throw opc::Exception("cannot sign: no relationship of " + text + " has " +
+                             (s.type == RelationshipSelectorType::SelectById ? "id " : "type ") +
+                             narrow(s.value));
+      }
+      if (s.type == RelationshipSelectorType::SelectByType) {
+        if (std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.value) == ref.sourceTypes.end()) {
+          ref.sourceTypes.push_back(s.value);
+        }
+      }
+      // A type selector also names the ids it selects now, so that engines which select by id only
+      // check the same relationships; selecting by type as well still catches one added later.
+      for (ustring& id : matched) {
+        if (std::find(pinned.begin(), pinned.end(), id) == pinned.end()) pinned.push_back(std::move(id));
+      }
+    }
+    for (const Relationship& r : source->relationships->getRelationships()) {
+      if (std::find(pinned.begin(), pinned.end(), r.getId()) != pinned.end() &&
+          r.getType() == PackageHelper::kDigitalSignatureOriginRelationshipType) {
+        throw opc::Exception("cannot sign the digital-signature origin relationship");
+      }
+    }
+    ref.sourceIds = std::move(pinned);
+    ref.digestMethod = params.digest;
+    ref.digestValue = signature::digestBytes(
+        params.digest, signature::transformRelationships(*source->relationships, ref.sourceIds, ref.sourceTypes));
+    content.references.push_back(std::move(ref));
+  }
+  content.signingTime = signature::currentSigningTime();
+
+  // A bare RSA key travels as its value, for engines that need one; a certificate carries its own.
+  std::optional<signature::RsaPublicComponents> keyValue;
+  if (key.certificates.empty() && content.signatureMethod != SignatureMethod::ECDSA_SHA256) {
+    keyValue = signature::rsaPublicComponents(key.publicKey.get());
+  }
+  const signature::Bytes bytes = signature::writeSignature(
+      content, keyValue ? &*keyValue : nullptr, [&](std::span<const std::uint8_t> data) {
+        return signature::signValue(key.privateKey.get(), content.signatureMethod, data);
+      });
+  // What was written must read back and verify before the package is touched.
+  {
+    signature::BytesInputStream input(bytes);
+    const signature::ParsedSignature parsed = signature::readSignature(input);
+    const Status status = checkSignature(package, layout, parsed, key.publicKey.get());
+    if (!status.isProperlyCodesigned()) throw opc::Exception("the new signature does not verify: " + status.detail);
+  }
+
+  // Earlier signatures of the same kind are superseded: with a certificate, all; with a bare key,
+  // those over the same parts with the same selectors.
+  const std::vector<PartName> signedParts = signedPartsOf(content);
+  const std::vector<RelationshipSelector> signedSelectors = selectorsOf(content);
+  std::vector<PartName> superseded;
+  for (const PartName& entry : layout.signatures) {
+    try {
+      const auto input = package.getPart(entry)->getInputStream();
+      const signature::SignatureContent scope = signature::readSignatureScope(*input);
+      const bool certificate = !content.certificates.empty();
+      if (!scope.certificates.empty() == certificate &&
+          (certificate || (signedPartsOf(scope) == signedParts && selectorsOf(scope) == signedSelectors))) {
+        superseded.push_back(entry);
+      }
+    } catch (const signature::MalformedSignature&) {
+      // unreadable: not of this scope, left alone
+    }
+  }
+
+  // Changes from here on are undone if any step fails, so the model is left as it was.
+  std::optional<ustring> createdOriginRelationship;
+  bool createdOrigin = false;
+  std::optional<PartName> createdSignature;
+  PartPtr origin = layout.origin;
+  try {
+    if (!origin) {
+      const PartName originName(kOriginPart);
+      if (package.partExists(originName)) {
+        origin = package.getPart(originName);
+        if (!(origin->getContentType() == ContentType(PackageHelper::kDigitalSignatureOriginContentType))) {
+          throw opc::Exception("cannot sign: part " + std::string(originName.text()) + " is not a signature origin");
+        }
+      } else {
+        origin = package.createPart(originName, ContentType(PackageHelper::kDigitalSignatureOriginContentType));
+        createdOrigin = true;
+      }
+      createdOriginRelationship = package.getRelationships()
+                                      .createRelationship(URI(kOriginTarget),
+                                                          PackageHelper::kDigitalSignatureOriginRelationshipType)
+                                      .getId();
+    }
+    std::size_t n = 1;
+    while (package.partExists(PartName(u"/_xmlsignatures/sig" + opc::detail::widenAscii(std::to_string(n)) + u".xml"))) ++n;
+    const ustring file = u"sig" + opc::detail::widenAscii(std::to_string(n)) + u".xml";
+    const PartName signatureName(u"/_xmlsignatures/" + file);
+    const PartPtr part = package.createPart(
+        signatureName, ContentType(PackageHelper::kDigitalSignatureXMLSignatureContentType));
+    createdSignature = signatureName;
+    {
+      const auto out = part->getOutputStream();
+      out->write(bytes.data(), bytes.size());
+      out->flush();
+    }
+    origin->getRelationships().createRelationship(URI(file), PackageHelper::kDigitalSignatureRelationshipType);
+    for (const PartName& old : superseded) {
+      manager.removeSignature(DigitalSignature(old, {}, {}, {}));
+    }
+    return DigitalSignature(signatureName, signedParts, signedSelectors, content.signingTime, content.certificates);
+  } catch (...) {
+    if (createdSignature) {
+      if (origin) {
+        for (const Relationship& r : origin->getRelationships().getRelationships()) {
+          if (internalTarget(r) == *createdSignature) {
+            origin->getRelationships().deleteRelationship(ustring(r.getId()));
+            break;
+          }
+        }
+      }
+      if (package.partExists(*createdSignature)) package.deletePart(*createdSignature);
+    }
+    if (createdOriginRelationship) package.getRelationships().deleteRelationship(*createdOriginRelationship);
+    if (createdOrigin) package.deletePart(PartName(kOriginPart));
+    throw;
+  }
+}
+
 }  // namespace
 
 DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(
@@ -295,205 +471,30 @@ DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& part
                                                const std::vector<std::uint8_t>& verificationKey,
                                                const SignatureParams& params) {
   requireOpen(package_);
-  signature::SigningKey key{signature::loadPrivateKey(signingKey), signature::loadPublicKey(verificationKey), {}};
-  if (!signature::samePublicKey(key.privateKey.get(), key.publicKey.get())) {
+  SigningKey key{signature::loadPrivateKey(signingKey), signature::loadPublicKey(verificationKey), {}};
+  if (EVP_PKEY_eq(key.privateKey.get(), key.publicKey.get()) != 1) {
     throw opc::Exception("the verification key does not belong to the signing key");
   }
-  return signWith(parts, selectors, key, params);
+  return signWith(*this, package_, parts, selectors, key, params);
 }
 
 DigitalSignature DigitalSignatureManager::sign(const std::vector<PartName>& parts,
                                                const std::vector<RelationshipSelector>& selectors,
                                                const CertificateKey& certificate, const SignatureParams& params) {
   requireOpen(package_);
-  signature::SigningKey key{signature::readPrivateKeyPem(certificate.privateKeyPem, certificate.passphrase), nullptr,
+  SigningKey key{signature::readPrivateKeyPem(certificate.privateKeyPem, certificate.passphrase), nullptr,
                             signature::readCertificatesPem(certificate.certificatePem, "the certificate")};
   if (key.certificates.size() != 1) throw opc::Exception("the certificate text must hold exactly one certificate");
   if (!certificate.chainPem.empty()) {
     for (auto& der : signature::readCertificatesPem(certificate.chainPem, "the chain")) key.certificates.push_back(std::move(der));
   }
   key.publicKey = signature::certificateKey(key.certificates[0]);
-  if (!signature::samePublicKey(key.privateKey.get(), key.publicKey.get())) {
+  if (EVP_PKEY_eq(key.privateKey.get(), key.publicKey.get()) != 1) {
     throw opc::Exception("the private key does not belong to the certificate");
   }
   const std::string problem = signature::validityProblem(key.certificates[0], std::time(nullptr));
   if (!problem.empty()) throw opc::Exception("cannot sign: " + problem);
-  return signWith(parts, selectors, key, params);
-}
-
-DigitalSignature DigitalSignatureManager::signWith(const std::vector<PartName>& parts,
-                                                   const std::vector<RelationshipSelector>& selectors,
-                                                   const signature::SigningKey& key, const SignatureParams& params) {
-  if (package_.getOpenMode() == interfaces::OpenMode::Read) throw opc::Exception("cannot sign: the package is read only");
-  XercesGuard xerces;
-  const SignatureLayout layout = readLayout(package_);
-
-  if (parts.empty()) throw opc::Exception("cannot sign: no part to sign");
-  signature::SignatureContent content;
-  content.signatureMethod =
-      signature::methodFor(key.privateKey.get(), params.signature.value_or(SignatureMethod::RSA_SHA256));
-  content.certificates = key.certificates;
-  content.objectDigestMethod = params.digest;
-  for (const PartName& name : parts) {
-    const std::string text(name.text());
-    if (name.isRelationshipsPartName()) throw opc::Exception("cannot sign relationships part " + text + " as a part");
-    if (layout.isInfrastructure(name)) throw opc::Exception("cannot sign signature part " + text);
-    if (!package_.partExists(name)) throw opc::Exception("cannot sign: there is no part " + text);
-    for (const auto& ref : content.references) {
-      if (ref.part == name) throw opc::Exception("cannot sign part " + text + " twice");
-    }
-    const PartPtr part = package_.getPart(name);
-    const auto input = part->getInputStream();
-    signature::ManifestReference& ref = content.references.emplace_back(name, part->getContentType().toString());
-    ref.digestMethod = params.digest;
-    ref.digestValue = signature::digestStream(params.digest, *input);
-  }
-
-  // One reference per source, in the order the sources first appear.
-  std::vector<URI> sources;
-  for (const auto& s : selectors) {
-    if (std::find(sources.begin(), sources.end(), s.source) == sources.end()) sources.push_back(s.source);
-  }
-  for (const URI& sourceUri : sources) {
-    const std::string text = narrow(sourceUri.toString());
-    const PartName relsPart = PackageHelper::getRelationshipsPartName(sourceUri);
-    if (sourceUri != PackageHelper::getPackageRootURI() && layout.isInfrastructure(PartName(sourceUri.toString()))) {
-      throw opc::Exception("cannot sign the relationships of signature part " + text);
-    }
-    const auto source = findSource(package_, sourceUri);
-    if (!source) throw opc::Exception("cannot sign relationships of " + text + ": there is no such part");
-    signature::ManifestReference ref(relsPart, PackageHelper::kRelationshipsContentType);
-    ref.relationshipsTransform = true;
-    std::vector<ustring> pinned;
-    for (const auto& s : selectors) {
-      if (s.source != sourceUri) continue;
-      std::vector<ustring> matched;
-      for (const Relationship& r : source->relationships->getRelationships()) {
-        const bool hit = s.type == RelationshipSelectorType::SelectById ? r.getId() == s.value
-                                                                              : r.getType() == s.value;
-        if (hit) matched.push_back(r.getId());
-      }
-      if (matched.empty()) {
-        throw opc::Exception("cannot sign: no relationship of " + text + " has " +
-                             (s.type == RelationshipSelectorType::SelectById ? "id " : "type ") +
-                             narrow(s.value));
-      }
-      if (s.type == RelationshipSelectorType::SelectByType) {
-        if (std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.value) == ref.sourceTypes.end()) {
-          ref.sourceTypes.push_back(s.value);
-        }
-      }
-      // A type selector also names the ids it selects now, so that engines which select by id only
-      // check the same relationships; selecting by type as well still catches one added later.
-      for (ustring& id : matched) {
-        if (std::find(pinned.begin(), pinned.end(), id) == pinned.end()) pinned.push_back(std::move(id));
-      }
-    }
-    for (const Relationship& r : source->relationships->getRelationships()) {
-      if (std::find(pinned.begin(), pinned.end(), r.getId()) != pinned.end() &&
-          r.getType() == PackageHelper::kDigitalSignatureOriginRelationshipType) {
-        throw opc::Exception("cannot sign the digital-signature origin relationship");
-      }
-    }
-    ref.sourceIds = std::move(pinned);
-    ref.digestMethod = params.digest;
-    ref.digestValue = signature::digestBytes(
-        params.digest, signature::transformRelationships(*source->relationships, ref.sourceIds, ref.sourceTypes));
-    content.references.push_back(std::move(ref));
-  }
-  content.signingTime = signature::currentSigningTime();
-
-  // A bare RSA key travels as its value, for engines that need one; a certificate carries its own.
-  std::optional<signature::RsaPublicComponents> keyValue;
-  if (key.certificates.empty() && content.signatureMethod != SignatureMethod::ECDSA_SHA256) {
-    keyValue = signature::rsaPublicComponents(key.publicKey.get());
-  }
-  const signature::Bytes bytes = signature::writeSignature(
-      content, keyValue ? &*keyValue : nullptr, [&](std::span<const std::uint8_t> data) {
-        return signature::signValue(key.privateKey.get(), content.signatureMethod, data);
-      });
-  // What was written must read back and verify before the package is touched.
-  {
-    signature::BytesInputStream input(bytes);
-    const signature::ParsedSignature parsed = signature::readSignature(input);
-    const Status status = checkSignature(package_, layout, parsed, key.publicKey.get());
-    if (!status.isProperlyCodesigned()) throw opc::Exception("the new signature does not verify: " + status.detail);
-  }
-
-  // Earlier signatures of the same kind are superseded: with a certificate, all; with a bare key,
-  // those over the same parts with the same selectors.
-  const std::vector<PartName> signedParts = signedPartsOf(content);
-  const std::vector<RelationshipSelector> signedSelectors = selectorsOf(content);
-  std::vector<PartName> superseded;
-  for (const PartName& entry : layout.signatures) {
-    try {
-      const auto input = package_.getPart(entry)->getInputStream();
-      const signature::SignatureContent scope = signature::readSignatureScope(*input);
-      const bool certificate = !content.certificates.empty();
-      if (!scope.certificates.empty() == certificate &&
-          (certificate || (signedPartsOf(scope) == signedParts && selectorsOf(scope) == signedSelectors))) {
-        superseded.push_back(entry);
-      }
-    } catch (const signature::MalformedSignature&) {
-      // unreadable: not of this scope, left alone
-    }
-  }
-
-  // Changes from here on are undone if any step fails, so the model is left as it was.
-  std::optional<ustring> createdOriginRelationship;
-  bool createdOrigin = false;
-  std::optional<PartName> createdSignature;
-  PartPtr origin = layout.origin;
-  try {
-    if (!origin) {
-      const PartName originName(kOriginPart);
-      if (package_.partExists(originName)) {
-        origin = package_.getPart(originName);
-        if (!(origin->getContentType() == ContentType(PackageHelper::kDigitalSignatureOriginContentType))) {
-          throw opc::Exception("cannot sign: part " + std::string(originName.text()) + " is not a signature origin");
-        }
-      } else {
-        origin = package_.createPart(originName, ContentType(PackageHelper::kDigitalSignatureOriginContentType));
-        createdOrigin = true;
-      }
-      createdOriginRelationship = package_.getRelationships()
-                                      .createRelationship(URI(kOriginTarget),
-                                                          PackageHelper::kDigitalSignatureOriginRelationshipType)
-                                      .getId();
-    }
-    std::size_t n = 1;
-    while (package_.partExists(PartName(u"/_xmlsignatures/sig" + opc::detail::widenAscii(std::to_string(n)) + u".xml"))) ++n;
-    const ustring file = u"sig" + opc::detail::widenAscii(std::to_string(n)) + u".xml";
-    const PartName signatureName(u"/_xmlsignatures/" + file);
-    const PartPtr part = package_.createPart(
-        signatureName, ContentType(PackageHelper::kDigitalSignatureXMLSignatureContentType));
-    createdSignature = signatureName;
-    {
-      const auto out = part->getOutputStream();
-      out->write(bytes.data(), bytes.size());
-      out->flush();
-    }
-    origin->getRelationships().createRelationship(URI(file), PackageHelper::kDigitalSignatureRelationshipType);
-    for (const PartName& old : superseded) {
-      removeSignature(DigitalSignature(old, {}, {}, {}));
-    }
-    return DigitalSignature(signatureName, signedParts, signedSelectors, content.signingTime, content.certificates);
-  } catch (...) {
-    if (createdSignature) {
-      if (origin) {
-        for (const Relationship& r : origin->getRelationships().getRelationships()) {
-          if (internalTarget(r) == *createdSignature) {
-            origin->getRelationships().deleteRelationship(ustring(r.getId()));
-            break;
-          }
-        }
-      }
-      if (package_.partExists(*createdSignature)) package_.deletePart(*createdSignature);
-    }
-    if (createdOriginRelationship) package_.getRelationships().deleteRelationship(*createdOriginRelationship);
-    if (createdOrigin) package_.deletePart(PartName(kOriginPart));
-    throw;
-  }
+  return signWith(*this, package_, parts, selectors, key, params);
 }
 
 void DigitalSignatureManager::removeSignature(const DigitalSignature& signature) {

@@ -16,10 +16,6 @@
 namespace opc::model {
 
 class Package;
-namespace signature {
-struct SigningKey;
-}
-
 // How a relationship selector picks relationships of its source.
 enum class RelationshipSelectorType : int {
   SelectById = 0,    // the one relationship whose Id equals the value
@@ -176,9 +172,6 @@ class DigitalSignatureManager {
   void removeSignature(const DigitalSignature& signature);
 
  private:
-  DigitalSignature signWith(const std::vector<PartName>& parts, const std::vector<RelationshipSelector>& selectors,
-                            const signature::SigningKey& key, const SignatureParams& params);
-
   Package& package_;
 };
 

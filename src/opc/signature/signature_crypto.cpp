@@ -198,8 +198,6 @@ PkeyPtr certificateKey(std::span<const std::uint8_t> der) {
   return accepted(std::move(key), "the certificate's key");
 }
 
-bool samePublicKey(const EVP_PKEY* a, const EVP_PKEY* b) { return EVP_PKEY_eq(a, b) == 1; }
-
 CertificateInfo describeCertificate(std::span<const std::uint8_t> der) {
   const X509Ptr cert = decodeCertificate(der);
   std::string fingerprint;

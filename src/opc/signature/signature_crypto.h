@@ -41,8 +41,6 @@ inline constexpr int kMinimumRsaBits = 2048;
 [[nodiscard]] std::vector<Bytes> readCertificatesPem(std::string_view pem, const std::string& what);
 // The public key of a DER certificate, checked as loadPublicKey checks. Throws opc::Exception.
 [[nodiscard]] PkeyPtr certificateKey(std::span<const std::uint8_t> der);
-// True when both hold the same public key.
-[[nodiscard]] bool samePublicKey(const EVP_PKEY* a, const EVP_PKEY* b);
 
 [[nodiscard]] CertificateInfo describeCertificate(std::span<const std::uint8_t> der);
 // Empty when the certificate is valid at `when`, else why not ("expired on ...").

@@ -93,21 +93,19 @@ std::uint64_t RawCopier::copyTo(int fd, std::uint64_t position, const std::funct
       const ZipEntry& r = records[queued_[k]];
       const std::uint64_t offset = position + (r.localHeaderOffset - runStart);
       const std::string relocated = relocatedRecord(source_->bytes().substr(r.recordOffset, r.recordLength), offset);
+      // A ZIP64 offset raises "version needed", and a foreign ASCII name gains the UTF-8 flag: readers
+      // check that the local header agrees.
       const std::uint16_t version = get16(relocated.data() + 6);
-      if (version != get16(source_->bytes().data() + r.recordOffset + 6)) {
-        // A ZIP64 offset raised "version needed"; readers check that the local header agrees.
-        std::uint8_t value[2];
-        put16(value, version);
-        detail::pwriteAll(fd, value, 2, offset + 4, path);
-      }
-      if ((r.flags & kFlagUtf8) == 0 && (get16(relocated.data() + 8) & kFlagUtf8) != 0) {
-        // The local header carries the flag too.
-        std::uint8_t flags[2];
-        if (detail::preadSome(sourceFd_, flags, 2, r.localHeaderOffset + 6, sourcePath_) != 2) {
+      const bool raised = version != get16(source_->bytes().data() + r.recordOffset + 6);
+      const bool utf8Added = (r.flags & kFlagUtf8) == 0 && (get16(relocated.data() + 8) & kFlagUtf8) != 0;
+      if (raised || utf8Added) {
+        std::uint8_t fields[4];  // the local header's version needed and flags
+        if (detail::preadSome(sourceFd_, fields, 4, r.localHeaderOffset + 4, sourcePath_) != 4) {
           throw Exception("cannot copy entries into '" + path + "': the old package ended early");
         }
-        put16(flags, static_cast<std::uint16_t>(get16(flags) | kFlagUtf8));
-        detail::pwriteAll(fd, flags, 2, offset + 6, path);
+        if (raised) put16(fields, version);
+        if (utf8Added) put16(fields + 2, static_cast<std::uint16_t>(get16(fields + 2) | kFlagUtf8));
+        detail::pwriteAll(fd, fields, 4, offset + 4, path);
       }
       record(relocated);
     }

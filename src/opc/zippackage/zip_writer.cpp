@@ -177,47 +177,6 @@ class Output {
   std::uint64_t position_ = 0;
 };
 
-// The central directory as it grows: a quarter megabyte in memory, the rest in a scratch file in the
-// package's folder, so that memory does not grow with the number of entries (a record is about
-// 100-200 bytes).
-class DirectoryBuffer {
- public:
-  explicit DirectoryBuffer(std::string folder) : folder_(std::move(folder)) { chunk_.reserve(kChunk); }
-
-  void add(std::string_view record) {
-    if (chunk_.size() + record.size() > kChunk) {
-      if (!spool_) spool_ = std::make_shared<detail::SpoolContent>(folder_, 0);
-      spool_->append(reinterpret_cast<const std::uint8_t*>(chunk_.data()), chunk_.size());
-      chunk_.clear();
-    }
-    chunk_ += record;
-    size_ += record.size();
-    ++count_;
-  }
-  [[nodiscard]] std::uint64_t count() const { return count_; }
-  [[nodiscard]] std::uint64_t size() const { return size_; }
-
-  void writeTo(Output& out) {
-    if (spool_) {
-      std::vector<std::uint8_t> buffer(kChunk);
-      std::uint64_t at = 0;
-      while (const std::size_t n = spool_->readAt(at, buffer.data(), buffer.size())) {
-        out.append(buffer.data(), n);
-        at += n;
-      }
-    }
-    out.append(chunk_);
-  }
-
- private:
-  static constexpr std::size_t kChunk = 256u << 10;
-  std::string folder_;
-  std::string chunk_;
-  std::shared_ptr<detail::SpoolContent> spool_;
-  std::uint64_t size_ = 0;
-  std::uint64_t count_ = 0;
-};
-
 }  // namespace
 
 struct ZipWriter::Impl {
@@ -250,7 +209,11 @@ struct ZipWriter::Impl {
 
   ZipPhysicalPackage& package;
   std::optional<Output> out;
-  std::optional<DirectoryBuffer> directory;
+  // The central directory as it grows: a quarter megabyte in memory, the rest in a scratch file in
+  // the package's folder, so that memory does not grow with the number of entries (a record is about
+  // 100-200 bytes).
+  std::shared_ptr<detail::SpoolContent> directory;
+  std::uint64_t entries = 0;
   std::deque<Pending> pending;
   std::size_t handed = 0;     // pending[0, handed) are handed to the workers (or need none)
   std::uint64_t inFlight = 0; // their bytes
@@ -260,7 +223,7 @@ struct ZipWriter::Impl {
   bool rawCopiesTried = false;
   bool used = false;    // commit() was called
   bool failed = false;  // a call threw; the temporary file goes with the writer
-  std::vector<std::uint8_t> buffer;
+  std::vector<std::uint8_t> buffer = std::vector<std::uint8_t>(256u << 10);  // the writer's reads
   std::vector<Scratch> scratch;  // one a worker
   // Last, so that the workers are joined before anything their tasks use goes.
   std::optional<detail::WorkQueue> work;
@@ -292,8 +255,7 @@ struct ZipWriter::Impl {
 
   detail::WorkQueue& workers() {
     if (!work) {
-      const unsigned threads = detail::workerThreads();
-      work.emplace(threads > 1 ? threads : 0, kAhead);
+      work.emplace(detail::workerThreads(), kAhead);
       scratch.resize(work->slots());
     }
     return *work;
@@ -362,12 +324,8 @@ struct ZipWriter::Impl {
   // The header of an entry whose sizes and CRC are known (else set once its data is written).
   static EntryHeader headerFor(const EntryAttributes& attributes, std::uint16_t method, std::uint32_t crc = 0,
                                std::uint64_t size = 0, std::uint64_t compressedSize = 0) {
-    EntryHeader h;
-    h.method = method;
-    h.crc = crc;
-    h.size = size;
-    h.compressedSize = compressedSize;
-    h.zip64 = size >= kMax32 || compressedSize >= kMax32;
+    EntryHeader h{.method = method, .crc = crc, .compressedSize = compressedSize, .size = size,
+                  .zip64 = size >= kMax32 || compressedSize >= kMax32};
     if (attributes.lastModified) {
       h.time = *attributes.lastModified;
       h.exactTime = true;
@@ -382,7 +340,6 @@ struct ZipWriter::Impl {
   // Appends `size` bytes of `stream` (all of them when `size` is unset), counting their CRC when
   // asked; returns how many there were.
   std::uint64_t copyStream(InputStream& stream, std::optional<std::uint64_t> size, std::uint32_t* crc) {
-    if (buffer.empty()) buffer.resize(256u << 10);
     std::uint64_t total = 0;
     for (;;) {
       std::size_t want = buffer.size();
@@ -407,7 +364,12 @@ struct ZipWriter::Impl {
       if (!h.zip64 && (h.size >= kMax32 || h.compressedSize >= kMax32)) throw Exception("it grew past 4 GiB while being written");
       out->rewrite(at, localHeader(e.name, h, at));
     }
-    directory->add(centralRecord(e.name, h, at));
+    addRecord(centralRecord(e.name, h, at));
+  }
+
+  void addRecord(std::string_view record) {
+    directory->append(reinterpret_cast<const std::uint8_t*>(record.data()), record.size());
+    ++entries;
   }
 
   void write(Pending& e) {
@@ -454,7 +416,6 @@ struct ZipWriter::Impl {
     if (e.content->size()) return;
     auto spool = std::make_shared<detail::SpoolContent>(out->folder());
     const auto stream = e.content->openStream();
-    if (buffer.empty()) buffer.resize(256u << 10);
     while (const std::size_t n = stream->read(buffer.data(), buffer.size())) spool->append(buffer.data(), n);
     e.content = std::move(spool);
   }
@@ -484,7 +445,7 @@ ZipWriter::ZipWriter(ZipPhysicalPackage& package) : impl_(std::make_unique<Impl>
   }
   try {
     impl_->out.emplace(finalPath, package.durable_);
-    impl_->directory.emplace(impl_->out->folder());
+    impl_->directory = std::make_shared<detail::SpoolContent>(impl_->out->folder(), 256u << 10);
   } catch (const std::exception& e) {
     throw Exception("cannot write package '" + package.getNarrowPath() + "': " + e.what());
   }
@@ -535,16 +496,15 @@ void ZipWriter::commit() {
     if (w.rawCopies && !w.rawCopies->empty()) {
       w.out->flush();
       const std::uint64_t end = w.rawCopies->copyTo(
-          w.out->descriptor(), w.out->position(), [&](std::string_view record) { w.directory->add(record); },
-          w.out->folder());
+          w.out->descriptor(), w.out->position(), [&](std::string_view record) { w.addRecord(record); }, w.out->folder());
       w.out->skipTo(end);
     }
   });
-  if (w.directory->count() == 0) w.fail("it has no entries");
+  if (w.entries == 0) w.fail("it has no entries");
   w.guarded({}, [&] {
     const std::uint64_t offset = w.out->position();
-    w.directory->writeTo(*w.out);
-    w.out->append(endRecords(w.directory->count(), offset, w.directory->size()));
+    const std::uint64_t size = w.copyStream(*w.directory->openStream(), std::nullopt, nullptr);
+    w.out->append(endRecords(w.entries, offset, size));
     w.out->commit();
   });
   w.out.reset();
