@@ -388,12 +388,19 @@ XercesGuard::~XercesGuard() {
 
 // ---- XercesHelper: building -------------------------------------------------------------------
 
-DOMElement* XercesHelper::appendElementNS(DOMNode* parent, const XercesString& ns, const XercesString& name) {
-  if (parent == nullptr) throw std::invalid_argument("appendElementNS: null document or parent element");
-  const bool root = parent->getNodeType() == DOMNode::DOCUMENT_NODE;
-  DOMDocument* document = root ? static_cast<DOMDocument*>(parent) : parent->getOwnerDocument();
-  return domCall(root ? "appending document element" : "appending element", name, [&] {
-    return static_cast<DOMElement*>(parent->appendChild(document->createElementNS(nsOrNull(ns), name)));
+DOMElement* XercesHelper::appendElementNS(DOMDocument* document, const XercesString& ns,
+                                          const XercesString& name) {
+  if (document == nullptr) throw std::invalid_argument("appendElementNS: null document");
+  return domCall("appending document element", name, [&] {
+    return static_cast<DOMElement*>(document->appendChild(document->createElementNS(nsOrNull(ns), name)));
+  });
+}
+
+DOMElement* XercesHelper::appendElementNS(DOMElement* parent, const XercesString& ns,
+                                          const XercesString& name) {
+  if (parent == nullptr) throw std::invalid_argument("appendElementNS: null parent element");
+  return domCall("appending element", name, [&] {
+    return static_cast<DOMElement*>(parent->appendChild(parent->getOwnerDocument()->createElementNS(nsOrNull(ns), name)));
   });
 }
 

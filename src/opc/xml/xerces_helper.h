@@ -91,9 +91,11 @@ struct ParseLimits {
 // failures; DOM misuse (a null document or parent where one is required) is std::invalid_argument.
 class XercesHelper {
  public:
-  // Appends a child element at the end of `parent`, or the document element when `parent` is a
-  // document. `name` may be qualified ("cp:coreProperties").
-  static xercesc::DOMElement* appendElementNS(xercesc::DOMNode* parent, const XercesString& ns,
+  // Appends the document element. `name` may be qualified ("cp:coreProperties").
+  static xercesc::DOMElement* appendElementNS(xercesc::DOMDocument* document, const XercesString& ns,
+                                              const XercesString& name);
+  // Appends a child element at the end of `parent`.
+  static xercesc::DOMElement* appendElementNS(xercesc::DOMElement* parent, const XercesString& ns,
                                               const XercesString& name);
 
   // Replaces the element's content with one text node. Throws opc::Exception when `text` holds a
