@@ -13,9 +13,7 @@ constexpr char16_t kThumbnailId[] = u"rId101";
 constexpr char16_t kJpeg[] = u"image/jpeg";
 constexpr char16_t kScreenshotRelationship[] = u"relationships/primaryScreenShot";
 
-}  // namespace
-
-ustring AddonPackage::getContentTypeFromImageExtension(const ustring& extension) {
+ustring contentTypeOfImage(const ustring& extension) {
   // Non-ASCII characters cannot match any known extension; they stay as they are.
   std::string lowered;
   const auto& facet = std::use_facet<std::ctype<char>>(std::locale());
@@ -27,6 +25,8 @@ ustring AddonPackage::getContentTypeFromImageExtension(const ustring& extension)
   return kJpeg;
 }
 
+}  // namespace
+
 void AddonPackage::setScreenshot(const ustring& imagePath) {
   opc::model::Relationships& relationships = package_.getRelationships();
   if (relationships.hasRelationship(kScreenshotId)) {
@@ -36,10 +36,9 @@ void AddonPackage::setScreenshot(const ustring& imagePath) {
     relationships.deleteRelationship(kThumbnailId);
   }
   const ustring extension = opc::FileSystemOps().getExtension(imagePath);
-  const ustring contentType = getContentTypeFromImageExtension(extension);
+  const ustring contentType = contentTypeOfImage(extension);
   const opc::model::PartName name(kScreenshotPrefix + (contentType == kJpeg ? ustring(u"jpg") : extension));
-  const opc::model::PartPtr part =
-      package_.createPart(name, opc::model::ContentType(contentType));
+  const opc::model::PartPtr part = package_.createPart(name, opc::model::ContentType(contentType));
   relationships.createRelationship(name.getURI(), schemaURI(kScreenshotRelationship), kScreenshotId, opc::model::TargetMode::Internal);
   relationships.createRelationship(name.getURI(), opc::model::PackageHelper::kThumbnailRelationshipType, kThumbnailId,
                                    opc::model::TargetMode::Internal);

@@ -1,5 +1,5 @@
-#include "metadata/license.h"
-#include "metadata/system_requirements.h"
+#include <array>
+
 #include "opc/kqservices/file_content_source.h"
 #include "package/addon_package.h"
 
@@ -31,8 +31,7 @@ void AddonPackage::addXMLPart(XMLPartType& record) {
   const opc::model::PartName name(record.getPartName());
   const bool existed = package_.partExists(name);
   if (existed) package_.deletePart(name);
-  opc::model::PartPtr part =
-      package_.createPart(name, opc::model::ContentType(record.getContentType()));
+  opc::model::PartPtr part = package_.createPart(name, opc::model::ContentType(record.getContentType()));
   if (!existed) {
     package_.getRelationships().createRelationship(name.getURI(), record.getRelationshipType());
   }
@@ -59,22 +58,11 @@ std::vector<std::uint8_t> AddonPackage::getBinaryPart(const ustring& relationshi
   const std::optional<opc::model::PartName> name = uniqueTarget(relationshipType);
   if (!name) return bytes;
   const std::unique_ptr<opc::InputStream> stream = package_.getPart(*name)->getInputStream();
-  constexpr std::size_t kChunk = 8192;
-  std::size_t used = 0;
-  for (;;) {
-    bytes.resize(used + kChunk);
-    const std::size_t got = stream->read(bytes.data() + used, kChunk);
-    if (got == 0) break;
-    used += got;
+  std::array<std::uint8_t, 8192> buffer;
+  for (std::size_t n = 0; (n = stream->read(buffer.data(), buffer.size())) != 0;) {
+    bytes.insert(bytes.end(), buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(n));
   }
-  bytes.resize(used);
   return bytes;
 }
-
-// The licence and the system requirements have named operations of their own; they store and read
-// exactly as any record.
-void AddonPackage::setLicense(AddonLicense& license) { addXMLPart(license); }
-void AddonPackage::getLicense(AddonLicense& license) { getXMLPart(license); }
-void AddonPackage::setSystemRequirements(AddonSystemRequirements& requirements) { addXMLPart(requirements); }
 
 }  // namespace addon::packaging
