@@ -259,8 +259,7 @@ DigitalSignature signWith(DigitalSignatureManager& manager, Package& package, co
       if (s.source != sourceUri) continue;
       std::vector<ustring> matched;
       for (const Relationship& r : source->relationships->getRelationships()) {
-        const bool hit = s.type == RelationshipSelectorType::SelectById ? r.getId() == s.value
-                                                                              : r.getType() == s.value;
+        const bool hit = s.type == RelationshipSelectorType::SelectById ? r.getId() == s.value : r.getType() == s.value;
         if (hit) matched.push_back(r.getId());
       }
       if (matched.empty()) {
@@ -268,10 +267,9 @@ DigitalSignature signWith(DigitalSignatureManager& manager, Package& package, co
                              (s.type == RelationshipSelectorType::SelectById ? "id " : "type ") +
                              narrow(s.value));
       }
-      if (s.type == RelationshipSelectorType::SelectByType) {
-        if (std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.value) == ref.sourceTypes.end()) {
-          ref.sourceTypes.push_back(s.value);
-        }
+      if (s.type == RelationshipSelectorType::SelectByType &&
+          std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.value) == ref.sourceTypes.end()) {
+        ref.sourceTypes.push_back(s.value);
       }
       // A type selector also names the ids it selects now, so that engines which select by id only
       // check the same relationships; selecting by type as well still catches one added later.
