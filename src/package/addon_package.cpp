@@ -8,6 +8,8 @@
 namespace addon::packaging {
 namespace {
 
+constexpr int kToolboxType = 0;
+constexpr int kUnknownType = 1;
 constexpr char16_t kToolboxName[] = u"ZORVAN Toolbox";
 constexpr char16_t kToolboxContentType[] = u"application/vnd.kestrelon.zorvan.toolbox";
 
@@ -21,7 +23,7 @@ AddonPackage::AddonPackage(const ustring& path)
       signatures_(package_) {}
 
 AddonPackage::AddonPackage(ustring& path, AddonProperties& properties) : AddonPackage(path) {
-  if (properties.type != kToolboxName) return;
+  if (getAddonTypeFromString(properties.type) != kToolboxType) return;
   package_.open(opc::interfaces::OpenMode::Create);
   opc::kqservices::CoreProperties core(kToolboxContentType, kToolboxName,
                                        foundation::release_info::getCurrentReleaseInfo());
@@ -47,6 +49,10 @@ void AddonPackage::storeProperties(opc::kqservices::CoreProperties core, AddonPr
 }
 
 AddonPackage::~AddonPackage() { package_.revert(); }
+
+int AddonPackage::getAddonTypeFromString(const ustring& type) {
+  return type == kToolboxName ? kToolboxType : kUnknownType;
+}
 
 void AddonPackage::setAddonProperties(AddonProperties& properties) {
   storeProperties(coreProperties_.getCoreProperties(), properties);

@@ -20,6 +20,8 @@
 namespace addon::packaging {
 
 class AddonProperties;
+class AddonLicense;
+class AddonSystemRequirements;
 
 // Owns the physical package and every manager built on it, constructed in declaration order and
 // destroyed in reverse; not copyable. The caller opens the package (or the creating constructor does)
@@ -38,10 +40,16 @@ class ZV_API AddonPackage {
   AddonPackage(const AddonPackage&) = delete;
   AddonPackage& operator=(const AddonPackage&) = delete;
 
+  // 0 for exactly "ZORVAN Toolbox", otherwise 1 (unknown).
+  [[nodiscard]] static int getAddonTypeFromString(const ustring& type);
+
   // Core properties (title, description, version, creator) and the properties part; the
   // modification time is left as it was.
   void setAddonProperties(AddonProperties& properties);
   void getAddonProperties(AddonProperties& properties);
+  void setLicense(AddonLicense& license);
+  void getLicense(AddonLicense& license);
+  void setSystemRequirements(AddonSystemRequirements& requirements);
 
   // Stores the record as its part, replacing an earlier one; the root relationship is made only when
   // the part is new. A record that getXMLPart could not read back (beyond the read limits of
@@ -95,10 +103,13 @@ class ZV_API AddonPackage {
     std::optional<opc::model::CertificateInfo> author;
   };
   [[nodiscard]] Signatures readSignatures();
+  // Masks or unmasks stored key bytes (its own inverse).
+  [[nodiscard]] static std::vector<std::uint8_t> customObfuscation(const std::vector<std::uint8_t>& bytes);
 
   // The primary screenshot, also related as the package thumbnail.
   void setScreenshot(const ustring& imagePath);
   [[nodiscard]] std::vector<std::uint8_t> getScreenshot();
+  [[nodiscard]] static ustring getContentTypeFromImageExtension(const ustring& extension);
 
   void addInstructionSets(const std::vector<ustring>& files);
   [[nodiscard]] bool hasInstructionSets();

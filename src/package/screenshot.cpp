@@ -13,7 +13,9 @@ constexpr char16_t kThumbnailId[] = u"rId101";
 constexpr char16_t kJpeg[] = u"image/jpeg";
 constexpr char16_t kScreenshotRelationship[] = u"relationships/primaryScreenShot";
 
-ustring contentTypeOfImage(const ustring& extension) {
+}  // namespace
+
+ustring AddonPackage::getContentTypeFromImageExtension(const ustring& extension) {
   // Non-ASCII characters cannot match any known extension; they stay as they are.
   std::string lowered;
   const auto& facet = std::use_facet<std::ctype<char>>(std::locale());
@@ -25,8 +27,6 @@ ustring contentTypeOfImage(const ustring& extension) {
   return kJpeg;
 }
 
-}  // namespace
-
 void AddonPackage::setScreenshot(const ustring& imagePath) {
   opc::model::Relationships& relationships = package_.getRelationships();
   if (relationships.hasRelationship(kScreenshotId)) {
@@ -36,7 +36,7 @@ void AddonPackage::setScreenshot(const ustring& imagePath) {
     relationships.deleteRelationship(kThumbnailId);
   }
   const ustring extension = opc::FileSystemOps().getExtension(imagePath);
-  const ustring contentType = contentTypeOfImage(extension);
+  const ustring contentType = getContentTypeFromImageExtension(extension);
   const opc::model::PartName name(kScreenshotPrefix + (contentType == kJpeg ? ustring(u"jpg") : extension));
   const opc::model::PartPtr part = package_.createPart(name, opc::model::ContentType(contentType));
   relationships.createRelationship(name.getURI(), schemaURI(kScreenshotRelationship), kScreenshotId, opc::model::TargetMode::Internal);

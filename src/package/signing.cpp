@@ -90,14 +90,18 @@ AuthorScope authorScope(const opc::model::Package& package) {
   return scope;
 }
 
-// hexDecode, then unmask in place (the mask is its own inverse).
+// hexDecode, then unmask; the decoded (still masked) bytes are dropped at once.
 std::vector<std::uint8_t> unmaskKey(const ustring& hex) {
-  std::vector<std::uint8_t> bytes = foundation::crypto::utils::hexDecode(hex);
-  for (std::uint8_t& b : bytes) b ^= kMask;
-  return bytes;
+  return AddonPackage::customObfuscation(foundation::crypto::utils::hexDecode(hex));
 }
 
 }  // namespace
+
+std::vector<std::uint8_t> AddonPackage::customObfuscation(const std::vector<std::uint8_t>& bytes) {
+  std::vector<std::uint8_t> out(bytes.size());
+  for (std::size_t i = 0; i < bytes.size(); ++i) out[i] = static_cast<std::uint8_t>(bytes[i] ^ kMask);
+  return out;
+}
 
 std::vector<std::uint8_t> getVerificationKey() { return unmaskKey(verificationKeyHex); }
 

@@ -1,5 +1,7 @@
 #include <array>
 
+#include "metadata/license.h"
+#include "metadata/system_requirements.h"
 #include "opc/kqservices/file_content_source.h"
 #include "package/addon_package.h"
 
@@ -64,5 +66,11 @@ std::vector<std::uint8_t> AddonPackage::getBinaryPart(const ustring& relationshi
   }
   return bytes;
 }
+
+// The licence and the system requirements have named operations of their own; they store and read
+// exactly as any record.
+void AddonPackage::setLicense(AddonLicense& license) { addXMLPart(license); }
+void AddonPackage::getLicense(AddonLicense& license) { getXMLPart(license); }
+void AddonPackage::setSystemRequirements(AddonSystemRequirements& requirements) { addXMLPart(requirements); }
 
 }  // namespace addon::packaging

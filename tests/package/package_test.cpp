@@ -60,7 +60,7 @@ void create(ustring path) {
   properties.name = u"Signal Tools";
   AddonPackage package(path, properties);
   AddonSystemRequirements requirements;
-  package.addXMLPart(requirements);
+  package.setSystemRequirements(requirements);
   addPart(package.getPackage(), kCode, u"text/plain", "x = 1;\n");
   package.getPackage().close();
 }
@@ -108,7 +108,7 @@ TEST(SigningTest, VerdictsAfterLaterChanges) {
     bool authorFirst = false;
     std::time_t signingTime = 0;  // 0: now
   } cases[] = {
-      {"RewrittenUnchanged", [](AddonPackage& p) { AddonSystemRequirements same; p.addXMLPart(same); }, true,
+      {"RewrittenUnchanged", [](AddonPackage& p) { AddonSystemRequirements same; p.setSystemRequirements(same); }, true,
        1},
       {"ForeignSignatureOverAnotherPartIgnored", foreignSignature({other}), true, 2},
       {"ForeignSignatureLeadingWithRequirementsFails", foreignSignature({requirements, other}), false, 2},
