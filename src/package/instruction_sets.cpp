@@ -18,8 +18,7 @@ void AddonPackage::addInstructionSets(const std::vector<ustring>& files) {
   for (const ustring& path : files) {
     const ustring fileName = fileSystem.getFilename(path);
     const opc::model::PartName name(kPartPrefix + fileName);
-    const opc::model::PartPtr part =
-        package_.createPart(name, opc::model::ContentType(kContentType));
+    const opc::model::PartPtr part = package_.createPart(name, opc::model::ContentType(kContentType));
     package_.getRelationships().createRelationship(name.getURI(), schemaURI(kRelationship), kIdPrefix + fileName);
     copyFileIntoPart(*part, path);
   }

@@ -38,8 +38,7 @@ void AddonPackage::setScreenshot(const ustring& imagePath) {
   const ustring extension = opc::FileSystemOps().getExtension(imagePath);
   const ustring contentType = getContentTypeFromImageExtension(extension);
   const opc::model::PartName name(kScreenshotPrefix + (contentType == kJpeg ? ustring(u"jpg") : extension));
-  const opc::model::PartPtr part =
-      package_.createPart(name, opc::model::ContentType(contentType));
+  const opc::model::PartPtr part = package_.createPart(name, opc::model::ContentType(contentType));
   relationships.createRelationship(name.getURI(), schemaURI(kScreenshotRelationship), kScreenshotId, opc::model::TargetMode::Internal);
   relationships.createRelationship(name.getURI(), opc::model::PackageHelper::kThumbnailRelationshipType, kThumbnailId,
                                    opc::model::TargetMode::Internal);

@@ -1,3 +1,5 @@
+#include <array>
+
 #include "metadata/license.h"
 #include "metadata/system_requirements.h"
 #include "opc/kqservices/file_content_source.h"
@@ -31,8 +33,7 @@ void AddonPackage::addXMLPart(XMLPartType& record) {
   const opc::model::PartName name(record.getPartName());
   const bool existed = package_.partExists(name);
   if (existed) package_.deletePart(name);
-  opc::model::PartPtr part =
-      package_.createPart(name, opc::model::ContentType(record.getContentType()));
+  opc::model::PartPtr part = package_.createPart(name, opc::model::ContentType(record.getContentType()));
   if (!existed) {
     package_.getRelationships().createRelationship(name.getURI(), record.getRelationshipType());
   }
@@ -59,15 +60,10 @@ std::vector<std::uint8_t> AddonPackage::getBinaryPart(const ustring& relationshi
   const std::optional<opc::model::PartName> name = uniqueTarget(relationshipType);
   if (!name) return bytes;
   const std::unique_ptr<opc::InputStream> stream = package_.getPart(*name)->getInputStream();
-  constexpr std::size_t kChunk = 8192;
-  std::size_t used = 0;
-  for (;;) {
-    bytes.resize(used + kChunk);
-    const std::size_t got = stream->read(bytes.data() + used, kChunk);
-    if (got == 0) break;
-    used += got;
+  std::array<std::uint8_t, 8192> buffer;
+  for (std::size_t n = 0; (n = stream->read(buffer.data(), buffer.size())) != 0;) {
+    bytes.insert(bytes.end(), buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(n));
   }
-  bytes.resize(used);
   return bytes;
 }
 

@@ -20,35 +20,6 @@ int terminalWidth() {
 // Rates need a little history before they mean anything.
 constexpr double kSettleSeconds = 0.5;
 
-}  // namespace
-
-std::string formatBytes(std::uint64_t bytes) {
-  static constexpr const char* units[] = {"B", "kB", "MB", "GB", "TB", "PB"};
-  double value = static_cast<double>(bytes);
-  std::size_t unit = 0;
-  while (value >= 1000 && unit + 1 < std::size(units)) {
-    value /= 1000;
-    ++unit;
-  }
-  if (unit == 0) return std::to_string(bytes) + " B";
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
-  return text;
-}
-
-std::string formatDuration(double seconds) {
-  const auto total = static_cast<long long>(std::llround(std::max(0.0, seconds)));
-  char text[32];
-  if (total >= 3600) {
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", total / 3600, total / 60 % 60, total % 60);
-  } else {
-    std::snprintf(text, sizeof text, "%lld:%02lld", total / 60, total % 60);
-  }
-  return text;
-}
-
-namespace {
-
 struct Figures {
   double fraction = 1;
   std::string text;
@@ -76,6 +47,31 @@ Figures figures(const ProgressState& s) {
 }
 
 }  // namespace
+
+std::string formatBytes(std::uint64_t bytes) {
+  static constexpr const char* units[] = {"B", "kB", "MB", "GB", "TB", "PB"};
+  double value = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  while (value >= 1000 && unit + 1 < std::size(units)) {
+    value /= 1000;
+    ++unit;
+  }
+  if (unit == 0) return std::to_string(bytes) + " B";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
+  return text;
+}
+
+std::string formatDuration(double seconds) {
+  const auto total = static_cast<long long>(std::llround(std::max(0.0, seconds)));
+  char text[32];
+  if (total >= 3600) {
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", total / 3600, total / 60 % 60, total % 60);
+  } else {
+    std::snprintf(text, sizeof text, "%lld:%02lld", total / 60, total % 60);
+  }
+  return text;
+}
 
 std::string formatProgress(const std::string& label, const ProgressState& s, int width) {
   const Figures now = figures(s);

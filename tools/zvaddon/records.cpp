@@ -99,15 +99,13 @@ Json objectToHost(std::span<const Field> fields, const Json& value, const std::s
 Json valueToHost(const Field& field, const Json* value, const std::string& pointer) {
   const bool absent = value == nullptr || value->is_null();
   switch (field.kind) {
-    case Kind::text:
-      return absent ? Json(std::string(field.fallback)) : textToHost(*value, pointer);
+    case Kind::text: return absent ? Json(std::string(field.fallback)) : textToHost(*value, pointer);
     case Kind::flag:
       if (absent) return "true";
       if (value->is_boolean()) return value->get<bool>() ? "true" : "false";
       if (value->is_string()) return *value;
       wrongType(pointer, "true, false or text", *value);
-    case Kind::object:
-      return absent ? Json(nullptr) : objectToHost(field.fields, *value, pointer);
+    case Kind::object: return absent ? Json(nullptr) : objectToHost(field.fields, *value, pointer);
     case Kind::textList:
     case Kind::objectList: {
       if (absent) return nullptr;
@@ -154,8 +152,7 @@ Json objectFromHost(std::span<const Field> fields, const Json& value);
 Json valueFromHost(const Field& field, const Json* value) {
   switch (field.kind) {
     case Kind::text:
-    case Kind::flag:
-      return textFromHost(value);
+    case Kind::flag: return textFromHost(value);
     case Kind::object: {
       if (value == nullptr) return nullptr;
       const std::vector<const Json*> elements = hostElements(*value);

@@ -118,9 +118,7 @@ bool qxIsComplex(const qxArray* a) { return a != nullptr && mxIsComplex(mx(a)); 
 
 qxSize qxGetNumberOfElements(const qxArray* a) { return a ? mxGetNumberOfElements(mx(a)) : 0; }
 
-qxSize qxGetNumberOfDimensions(const qxArray* a) {
-  return a ? static_cast<qxSize>(mxGetNumberOfDimensions(mx(a))) : 0;
-}
+qxSize qxGetNumberOfDimensions(const qxArray* a) { return a ? static_cast<qxSize>(mxGetNumberOfDimensions(mx(a))) : 0; }
 
 // Octave's sizes are signed 64-bit and never negative, so the same storage reads as qxSize.
 const qxSize* qxGetDimensions(const qxArray* a) {

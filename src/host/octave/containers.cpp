@@ -75,8 +75,6 @@ void qxSetField(qxArray* a, qxIndex i, const char* name, qxArray* value) {
   setField(a, i, qxIsStruct(a) && name ? mxGetFieldNumber(mx(a), name) : -1, name ? name : "", value);
 }
 
-void qxSetFieldByNumber(qxArray* a, qxIndex i, int n, qxArray* value) {
-  setField(a, i, n, std::to_string(n), value);
-}
+void qxSetFieldByNumber(qxArray* a, qxIndex i, int n, qxArray* value) { setField(a, i, n, std::to_string(n), value); }
 
 }  // extern "C"

@@ -15,7 +15,6 @@
 // "zvhost:notAvailable" instead of Octave refusing the file.
 extern "C" [[gnu::weak]] void ZV_GATEWAY_NAME(int, qxArray**, int, const qxArray**);
 
-extern "C" [[gnu::visibility("default")]] void mexFunction(int nlhs, mxArray* plhs[], int nrhs,
-                                                           const mxArray* prhs[]) {
+extern "C" [[gnu::visibility("default")]] void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) {
   zvhost::octave::callGateway(&ZV_GATEWAY_NAME, ZV_STRINGIFY(ZV_GATEWAY_NAME), nlhs, plhs, nrhs, prhs);
 }

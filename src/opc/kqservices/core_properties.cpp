@@ -150,9 +150,7 @@ std::optional<pt::ptime> parseW3cdtf(ustring_view text) {
 }
 
 // Dates hold whole seconds (the setters see to it), so the ISO form has no fraction.
-ustring formatW3cdtf(const pt::ptime& time) {
-  return fl::i18n::from_utf8(pt::to_iso_extended_string(time) + "Z");
-}
+ustring formatW3cdtf(const pt::ptime& time) { return fl::i18n::from_utf8(pt::to_iso_extended_string(time) + "Z"); }
 
 pt::ptime wholeSecondsUtc(const pt::ptime& time, const char* what) {
   if (time.is_special()) throw std::invalid_argument(std::string(what) + " must be a date and time");
@@ -269,13 +267,6 @@ xercesc::DOMNode* usePrefixes(xercesc::DOMNode* imported) {
   return imported;
 }
 
-void requireContentType(const model::Part& part, const ustring& expected) {
-  if (!(part.getContentType() == model::ContentType(expected))) {
-    throw opc::Exception("part " + std::string(part.getPartName().text()) + " has content type '" +
-                         narrow(part.getContentType().toString()) + "', expected '" + narrow(expected) + "'");
-  }
-}
-
 // ---- XML mapping --------------------------------------------------------------------------------------
 
 void readCorePropertiesDocument(const DOMDocument& document, CoreProperties& properties) {
@@ -307,8 +298,7 @@ void readCorePropertiesDocument(const DOMDocument& document, CoreProperties& pro
 
 void readPackagePropertiesDocument(const DOMDocument& document, CoreProperties& properties) {
   const DOMElement* root = document.getDocumentElement();
-  if (view(root->getLocalName()) != u"packageProperties" ||
-      view(root->getNamespaceURI()) != kPackagePropertiesNs) {
+  if (view(root->getLocalName()) != u"packageProperties" || view(root->getNamespaceURI()) != kPackagePropertiesNs) {
     throw opc::Exception("package properties part: the document element is " + qualifiedName(root) +
                          ", not packageProperties");
   }
@@ -410,13 +400,16 @@ std::optional<model::PartName> singleTarget(const model::Package& package, const
   return found.front().getTargetPartName();
 }
 
-model::DocumentPtr readPart(const model::Package& package, const model::PartName& name,
-                            const ustring& contentType, const ustring& ns) {
+model::DocumentPtr readPart(const model::Package& package, const model::PartName& name, const ustring& contentType,
+                            const ustring& ns) {
   if (!package.partExists(name)) {
     throw opc::Exception("the package root relates to " + std::string(name.text()) + ", which is not in the package");
   }
   model::PartPtr part = package.getPart(name);
-  requireContentType(*part, contentType);
+  if (!(part->getContentType() == model::ContentType(contentType))) {
+    throw opc::Exception("part " + std::string(name.text()) + " has content type '" +
+                         narrow(part->getContentType().toString()) + "', expected '" + narrow(contentType) + "'");
+  }
   std::unique_ptr<InputStream> in = part->getInputStream();
   try {
     return XercesHelper::readDocumentFromStream(*in, ns);
@@ -429,16 +422,15 @@ model::PartName freeName(const model::Package& package, const ustring& preferred
   model::PartName name(preferred);
   const std::size_t dot = preferred.rfind(u'.');
   for (int n = 2; package.partExists(name); ++n) {
-    name = model::PartName(preferred.substr(0, dot) + fl::i18n::from_utf8(std::to_string(n)) +
-                           preferred.substr(dot));
+    name = model::PartName(preferred.substr(0, dot) + fl::i18n::from_utf8(std::to_string(n)) + preferred.substr(dot));
   }
   return name;
 }
 
 // Writes `document` as the part the root relates to by `type`, making the part and the relationship
 // when missing; a part of the wrong content type is made anew under the same name.
-void writePart(model::Package& package, const ustring& type, const ustring& contentType,
-               const ustring& preferredName, const DOMDocument& document) {
+void writePart(model::Package& package, const ustring& type, const ustring& contentType, const ustring& preferredName,
+               const DOMDocument& document) {
   const std::optional<model::PartName> target = singleTarget(package, type);
   const model::ContentType wanted(contentType);
   model::PartPtr part;
@@ -489,8 +481,7 @@ CorePropertiesManager::CorePropertiesManager(model::Package& package, Determinis
 CoreProperties CorePropertiesManager::getCoreProperties() const {
   CoreProperties properties;
   if (auto name = singleTarget(package_, model::PackageHelper::kCorePropertiesRelationshipType)) {
-    model::DocumentPtr document =
-        readPart(package_, *name, model::PackageHelper::kCorePropertiesContentType, kCpNs);
+    model::DocumentPtr document = readPart(package_, *name, model::PackageHelper::kCorePropertiesContentType, kCpNs);
     try {
       readCorePropertiesDocument(*document, properties);
     } catch (const opc::Exception& e) {
@@ -498,8 +489,7 @@ CoreProperties CorePropertiesManager::getCoreProperties() const {
     }
   }
   if (auto name = singleTarget(package_, getPackagePropertiesRelationshipType())) {
-    model::DocumentPtr document =
-        readPart(package_, *name, kPackagePropertiesContentType, kPackagePropertiesNs);
+    model::DocumentPtr document = readPart(package_, *name, kPackagePropertiesContentType, kPackagePropertiesNs);
     readPackagePropertiesDocument(*document, properties);
   }
   return properties;

@@ -183,35 +183,6 @@ void requireOpen(const Package& package) {
   if (!package.isOpen()) throw opc::Exception("the package is not open");
 }
 
-}  // namespace
-
-DigitalSignatureManager::DigitalSignatureManager(Package& package) : package_(package) {}
-
-bool DigitalSignatureManager::isPackageSigned() const {
-  requireOpen(package_);
-  return !readLayout(package_).signatures.empty();
-}
-
-std::vector<DigitalSignature> DigitalSignatureManager::getSignatures() const {
-  requireOpen(package_);
-  XercesGuard xerces;
-  std::vector<DigitalSignature> result;
-  for (const PartName& entry : readLayout(package_).signatures) {
-    const auto input = package_.getPart(entry)->getInputStream();
-    signature::SignatureContent content;
-    try {
-      content = signature::readSignatureScope(*input);
-    } catch (const signature::MalformedSignature&) {
-      continue;
-    }
-    result.emplace_back(entry, signedPartsOf(content), selectorsOf(content), content.signingTime,
-                        std::move(content.certificates));
-  }
-  return result;
-}
-
-namespace {
-
 // Every check but the key's: the signature part is listed, typed and well formed, and names the parts
 // it was read with; then `check` with the parsed signature.
 Status verifyParsed(const Package& package, const DigitalSignature& signature,
@@ -288,8 +259,7 @@ DigitalSignature signWith(DigitalSignatureManager& manager, Package& package, co
       if (s.source != sourceUri) continue;
       std::vector<ustring> matched;
       for (const Relationship& r : source->relationships->getRelationships()) {
-        const bool hit = s.type == RelationshipSelectorType::SelectById ? r.getId() == s.value
-                                                                              : r.getType() == s.value;
+        const bool hit = s.type == RelationshipSelectorType::SelectById ? r.getId() == s.value : r.getType() == s.value;
         if (hit) matched.push_back(r.getId());
       }
       if (matched.empty()) {
@@ -297,10 +267,9 @@ DigitalSignature signWith(DigitalSignatureManager& manager, Package& package, co
                              (s.type == RelationshipSelectorType::SelectById ? "id " : "type ") +
                              narrow(s.value));
       }
-      if (s.type == RelationshipSelectorType::SelectByType) {
-        if (std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.value) == ref.sourceTypes.end()) {
-          ref.sourceTypes.push_back(s.value);
-        }
+      if (s.type == RelationshipSelectorType::SelectByType &&
+          std::find(ref.sourceTypes.begin(), ref.sourceTypes.end(), s.value) == ref.sourceTypes.end()) {
+        ref.sourceTypes.push_back(s.value);
       }
       // A type selector also names the ids it selects now, so that engines which select by id only
       // check the same relationships; selecting by type as well still catches one added later.
@@ -416,6 +385,31 @@ DigitalSignature signWith(DigitalSignatureManager& manager, Package& package, co
 }
 
 }  // namespace
+
+DigitalSignatureManager::DigitalSignatureManager(Package& package) : package_(package) {}
+
+bool DigitalSignatureManager::isPackageSigned() const {
+  requireOpen(package_);
+  return !readLayout(package_).signatures.empty();
+}
+
+std::vector<DigitalSignature> DigitalSignatureManager::getSignatures() const {
+  requireOpen(package_);
+  XercesGuard xerces;
+  std::vector<DigitalSignature> result;
+  for (const PartName& entry : readLayout(package_).signatures) {
+    const auto input = package_.getPart(entry)->getInputStream();
+    signature::SignatureContent content;
+    try {
+      content = signature::readSignatureScope(*input);
+    } catch (const signature::MalformedSignature&) {
+      continue;
+    }
+    result.emplace_back(entry, signedPartsOf(content), selectorsOf(content), content.signingTime,
+                        std::move(content.certificates));
+  }
+  return result;
+}
 
 DigitalSignatureVerificationStatus DigitalSignatureManager::verifySignature(
     const DigitalSignature& signature, const std::vector<std::uint8_t>& verificationKey) const {

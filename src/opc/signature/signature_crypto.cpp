@@ -107,12 +107,18 @@ X509Ptr decodeCertificate(std::span<const std::uint8_t> der) {
   return cert;
 }
 
-std::string nameText(const X509_NAME* name) {
+// What `print` writes to a memory BIO; `what` names the call in errors.
+template <class Print>
+std::string printed(const Print& print, const char* what) {
   BioPtr bio(BIO_new(BIO_s_mem()));
-  if (!bio || X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253) < 0) throwOpenSsl("X509_NAME_print_ex");
+  if (!bio || !print(bio.get())) throwOpenSsl(what);
   char* data = nullptr;
   const long size = BIO_get_mem_data(bio.get(), &data);
   return std::string(data, static_cast<std::size_t>(size));
+}
+
+std::string nameText(const X509_NAME* name) {
+  return printed([&](BIO* bio) { return X509_NAME_print_ex(bio, name, 0, XN_FLAG_RFC2253) >= 0; }, "X509_NAME_print_ex");
 }
 
 MdCtxPtr signatureContext(EVP_PKEY* key, SignatureMethod method, bool signing) {
@@ -304,12 +310,7 @@ RsaPublicComponents rsaPublicComponents(const EVP_PKEY* key) {
 
 std::string publicKeyToPem(std::span<const std::uint8_t> der) {
   const PkeyPtr key = loadPublicKey(der);
-  BioPtr bio(BIO_new(BIO_s_mem()));
-  if (!bio) throwOpenSsl("BIO_new");
-  if (PEM_write_bio_PUBKEY(bio.get(), key.get()) != 1) throwOpenSsl("PEM_write_bio_PUBKEY");
-  char* data = nullptr;
-  const long size = BIO_get_mem_data(bio.get(), &data);
-  return std::string(data, static_cast<std::size_t>(size));
+  return printed([&](BIO* bio) { return PEM_write_bio_PUBKEY(bio, key.get()) == 1; }, "PEM_write_bio_PUBKEY");
 }
 
 Bytes digestStream(DigestMethod method, opc::InputStream& input) {

@@ -15,9 +15,7 @@ namespace opc::zippackage {
 
 namespace {
 
-using le::get16;
-using le::get32;
-using le::get64;
+using namespace le;
 
 [[noreturn]] void malformed(const std::string& path, const std::string& what) {
   throw Exception("cannot open package '" + path + "': " + what);

@@ -13,8 +13,7 @@ namespace opc::zippackage {
 
 namespace {
 
-using le::get16;
-using le::put16;
+using namespace le;
 
 // Copies [from, from + size) of `in` to `to` in `out`, inside the kernel where it can, writing behind.
 void copyRange(int in, std::uint64_t from, int out, std::uint64_t to, std::uint64_t size, const std::string& path) {

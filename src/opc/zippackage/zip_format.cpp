@@ -7,15 +7,7 @@
 
 namespace opc::zippackage {
 
-using le::append16;
-using le::append32;
-using le::append64;
-using le::get16;
-using le::get32;
-using le::get64;
-using le::put16;
-using le::put32;
-using le::put64;
+using namespace le;
 
 namespace {
 

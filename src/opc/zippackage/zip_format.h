@@ -17,40 +17,31 @@
 namespace opc::zippackage {
 
 namespace le {
-inline std::uint16_t get16(const void* p) {
+// Fields of sizeof(T) bytes, least significant first.
+template <class T>
+T get(const void* p) {
   const auto* b = static_cast<const unsigned char*>(p);
-  return static_cast<std::uint16_t>(b[0] | (b[1] << 8));
+  T v = 0;
+  for (std::size_t i = sizeof(T); i-- > 0;) v = static_cast<T>(v << 8 | b[i]);
+  return v;
 }
-inline std::uint32_t get32(const void* p) {
-  const auto* b = static_cast<const unsigned char*>(p);
-  return get16(b) | (static_cast<std::uint32_t>(get16(b + 2)) << 16);
+template <class T>
+void put(void* p, T v) {
+  for (std::size_t i = 0; i < sizeof(T); ++i) static_cast<unsigned char*>(p)[i] = static_cast<unsigned char>(v >> 8 * i);
 }
-inline std::uint64_t get64(const void* p) {
-  const auto* b = static_cast<const unsigned char*>(p);
-  return get32(b) | (static_cast<std::uint64_t>(get32(b + 4)) << 32);
+template <class T>
+void append(std::string& s, T v) {
+  for (std::size_t i = 0; i < sizeof(T); ++i) s.push_back(static_cast<char>(v >> 8 * i));
 }
-inline void put16(void* p, std::uint16_t v) {
-  auto* b = static_cast<unsigned char*>(p);
-  b[0] = static_cast<unsigned char>(v);
-  b[1] = static_cast<unsigned char>(v >> 8);
-}
-inline void put32(void* p, std::uint32_t v) {
-  put16(p, static_cast<std::uint16_t>(v));
-  put16(static_cast<unsigned char*>(p) + 2, static_cast<std::uint16_t>(v >> 16));
-}
-inline void put64(void* p, std::uint64_t v) {
-  put32(p, static_cast<std::uint32_t>(v));
-  put32(static_cast<unsigned char*>(p) + 4, static_cast<std::uint32_t>(v >> 32));
-}
-inline void append16(std::string& s, std::uint16_t v) { s.append({static_cast<char>(v), static_cast<char>(v >> 8)}); }
-inline void append32(std::string& s, std::uint32_t v) {
-  append16(s, static_cast<std::uint16_t>(v));
-  append16(s, static_cast<std::uint16_t>(v >> 16));
-}
-inline void append64(std::string& s, std::uint64_t v) {
-  append32(s, static_cast<std::uint32_t>(v));
-  append32(s, static_cast<std::uint32_t>(v >> 32));
-}
+inline std::uint16_t get16(const void* p) { return get<std::uint16_t>(p); }
+inline std::uint32_t get32(const void* p) { return get<std::uint32_t>(p); }
+inline std::uint64_t get64(const void* p) { return get<std::uint64_t>(p); }
+inline void put16(void* p, std::uint16_t v) { put(p, v); }
+inline void put32(void* p, std::uint32_t v) { put(p, v); }
+inline void put64(void* p, std::uint64_t v) { put(p, v); }
+inline void append16(std::string& s, std::uint16_t v) { append(s, v); }
+inline void append32(std::string& s, std::uint32_t v) { append(s, v); }
+inline void append64(std::string& s, std::uint64_t v) { append(s, v); }
 }  // namespace le
 
 inline constexpr std::uint32_t kMax32 = 0xFFFFFFFF;

@@ -192,12 +192,12 @@ struct ZipWriter::Impl {
   struct Pending {
     enum class Kind : std::uint8_t { Whole, Streamed, Copied } kind = Kind::Whole;
     std::string name;
-    std::shared_ptr<const ContentSource> content;
+    std::shared_ptr<const ContentSource> content{};
     bool deflate = false;                          // Streamed: deflate in pieces when it pays
     EntryAttributes attributes;
     std::uint64_t sourceIndex = 0;        // Copied: the old archive's entry
-    std::shared_ptr<Prepared> prepared;   // made by `task`: Whole entries, and Streamed ones to deflate
-    std::optional<std::uint64_t> task;
+    std::shared_ptr<Prepared> prepared{}; // made by `task`: Whole entries, and Streamed ones to deflate
+    std::optional<std::uint64_t> task{};
     std::uint64_t ahead = 0;              // bytes the task reads, counted against kReadAhead
   };
   // A worker's buffers, kept from one entry to the next.
@@ -461,21 +461,15 @@ void ZipWriter::copyEntry(std::string_view name, std::uint64_t sourceIndex, cons
                     "': no such entry in the open archive");
   }
   if (impl_->queueRawCopy(name, sourceIndex, attributes)) return;
-  Impl::Pending e;
-  e.kind = Impl::Pending::Kind::Copied;
-  e.name = name;
-  e.attributes = attributes;
-  e.sourceIndex = sourceIndex;
+  Impl::Pending e{.kind = Impl::Pending::Kind::Copied, .name = std::string(name), .attributes = attributes,
+                  .sourceIndex = sourceIndex};
   impl_->guarded(e.name, [&] { impl_->queue(std::move(e)); });
 }
 
 void ZipWriter::addEntry(const std::string& name, std::shared_ptr<const ContentSource> source,
                          Compression compression, const EntryAttributes& attributes) {
   impl_->requireUsable();
-  Impl::Pending e;
-  e.name = name;
-  e.content = std::move(source);
-  e.attributes = attributes;
+  Impl::Pending e{.name = name, .content = std::move(source), .attributes = attributes};
   impl_->guarded(name, [&] {
     impl_->sizeUp(e);
     // Already-compressed formats are stored; large entries are also stored when a sample shows that
