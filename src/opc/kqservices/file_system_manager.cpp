@@ -82,7 +82,9 @@ struct Placement {
 
 bool detail::AsciiCaseLess::operator()(ustring_view a, ustring_view b) const noexcept {
   const std::size_t n = std::min(a.size(), b.size());
-  for (std::size_t i = 0; i < n; ++i) {
+  std::size_t i = 0;
+  while (i < n && a[i] == b[i]) ++i;  // siblings often share a long prefix spelled alike
+  for (; i < n; ++i) {
     const char16_t x = opc::detail::asciiLower(a[i]);
     const char16_t y = opc::detail::asciiLower(b[i]);
     if (x != y) return x < y;
@@ -90,38 +92,36 @@ bool detail::AsciiCaseLess::operator()(ustring_view a, ustring_view b) const noe
   return a.size() < b.size();
 }
 
-TreeFolder::~TreeFolder() { members.clear_and_dispose(Deleter()); }
-
-void TreeNode::Deleter::operator()(TreeNode* node) const noexcept {
-  if (node->file) {
-    node->~TreeNode();
-  } else {
-    static_cast<TreeFolder*>(node)->~TreeFolder();
-  }
-}
-
-TreeNode::Ptr TreeNode::make(std::pmr::memory_resource& arena, ustring_view segment, bool file) {
-  if (segment.size() > UINT32_MAX) throw Exception("a name in the add-on is too long");
+TreeNode* TreeNode::make(std::pmr::memory_resource& arena, ustring_view segment, ustring_view name, bool file) {
+  if (segment.size() > UINT16_MAX) throw Exception("a name in the add-on is too long");
+  const bool nameIsSegment = name == segment;
+  const std::size_t units = segment.size() + (nameIsSegment ? 0 : name.size());
   const std::size_t head = file ? sizeof(TreeNode) : sizeof(TreeFolder);
-  void* memory = arena.allocate(head + segment.size() * sizeof(char16_t), alignof(TreeFolder));
-  Ptr node(file ? ::new (memory) TreeNode(true) : ::new (memory) TreeFolder());
-  node->length_ = static_cast<std::uint32_t>(segment.size());
-  std::memcpy(static_cast<unsigned char*>(memory) + head, segment.data(), segment.size() * sizeof(char16_t));
+  void* memory = arena.allocate(head + units * sizeof(char16_t), alignof(TreeFolder));
+  TreeNode* node = file ? ::new (memory) TreeNode(true) : ::new (memory) TreeFolder();
+  node->length_ = static_cast<std::uint16_t>(segment.size());
+  node->nameLength_ = static_cast<std::uint16_t>(name.size());
+  node->nameIsSegment_ = nameIsSegment;
+  auto* text = static_cast<char16_t*>(static_cast<void*>(static_cast<unsigned char*>(memory) + head));
+  std::memcpy(text, segment.data(), segment.size() * sizeof(char16_t));
+  if (!nameIsSegment) std::memcpy(text + segment.size(), name.data(), name.size() * sizeof(char16_t));
   return node;
 }
 
-ustring_view TreeNode::segment() const noexcept {
+const char16_t* TreeNode::text() const noexcept {
   const auto* start = file ? reinterpret_cast<const unsigned char*>(this) + sizeof(TreeNode)
                            : reinterpret_cast<const unsigned char*>(static_cast<const TreeFolder*>(this)) + sizeof(TreeFolder);
-  return {reinterpret_cast<const char16_t*>(start), length_};
+  return reinterpret_cast<const char16_t*>(start);
+}
+
+ustring_view TreeNode::segment() const noexcept { return {text(), length_}; }
+
+ustring_view TreeNode::name() const noexcept {
+  return nameIsSegment_ ? segment() : ustring_view(text() + length_, nameLength_);
 }
 
 const TreeNode::Children* TreeNode::children() const noexcept {
   return file ? nullptr : &static_cast<const TreeFolder*>(this)->members;
-}
-
-ustring TreeNode::name() const {
-  return parent == nullptr ? ustring() : detail::decodeComponent(segment());
 }
 
 TreeNode* TreeNode::child(ustring_view segmentText) const {
@@ -131,12 +131,15 @@ TreeNode* TreeNode::child(ustring_view segmentText) const {
   return it == members.end() ? nullptr : const_cast<TreeNode*>(&*it);
 }
 
-TreeNode* TreeNode::adopt(Ptr node) {
-  if (file) throw Exception("internal: a file of the add-on's tree cannot hold '" + narrow(ustring(node->segment())) + "'");
-  TreeNode* raw = node.release();
-  raw->parent = this;
-  static_cast<TreeFolder*>(this)->members.insert_unique(*raw);
-  return raw;
+TreeFolder& TreeNode::asParentOf(ustring_view childSegment) {
+  if (file) throw Exception("internal: a file of the add-on's tree cannot hold '" + narrow(childSegment) + "'");
+  return *static_cast<TreeFolder*>(this);
+}
+
+TreeNode* TreeNode::adopt(TreeNode* node) {
+  asParentOf(node->segment()).members.insert_unique(*node);
+  node->parent = this;
+  return node;
 }
 
 ustring TreeNode::encodedPath() const {
@@ -158,14 +161,10 @@ std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) c
   if (file) return out;
   ustring prefix(folderPath);
   if (!prefix.empty() && prefix.back() != u'/') prefix += u'/';
-  ustring decoded;
-  std::string bytes;
   for (const TreeNode& node : *children()) {
-    decoded.clear();
-    detail::appendDecoded(decoded, node.segment(), bytes);
     ustring& name = out.emplace_back(Named{&node, {}}).name;
-    name.reserve(prefix.size() + decoded.size());
-    name.append(prefix).append(decoded);
+    name.reserve(prefix.size() + node.name().size());
+    name.append(prefix).append(node.name());
   }
   std::sort(out.begin(), out.end(), [skip = prefix.size()](const Named& a, const Named& b) {
     const ustring_view x = ustring_view(a.name).substr(skip);
@@ -203,12 +202,12 @@ void detail::TreeBuilder::add(std::string_view encodedPath, bool placeholder) {
     const bool last = slash == std::string_view::npos;
     const std::string_view text = encodedPath.substr(start, last ? std::string_view::npos : slash - start);
     segment_.assign(text.begin(), text.end());  // ASCII
-    TreeNode* next = folder->child(segment_);
-    if (next == nullptr) {
+    const auto [next, made] = folder->childOrAdopt(segment_, [&] {
       decoded_.clear();
       detail::appendDecoded(decoded_, segment_, bytes_);  // refuses what does not decode
-      next = folder->adopt(TreeNode::make(arena_, segment_, last && !placeholder));
-    } else {
+      return TreeNode::make(arena_, segment_, decoded_, last && !placeholder);
+    });
+    if (!made) {
       if (next->file || next->placeholder) {
         throw Exception(last ? "its name is equivalent to that of part '" + narrow(next->partName()) + "'"
                              : "part '" + narrow(next->partName()) + "' is named like one of its folders");
@@ -324,15 +323,16 @@ Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>&
 
 // Records a successful add in the tree: the folder that held the empty-folder part no longer does,
 // and the missing nodes of the path hang below it, the last one a file or an empty folder.
+// `components` are the segments' names.
 TreeNode* attachMissing(std::pmr::memory_resource& arena, const Placement& at, const std::vector<ustring>& segments,
-                        bool file) {
+                        const std::vector<ustring>& components, bool file) {
   at.folder->placeholder = false;
   TreeNode* folder = at.folder;
   for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
     const bool last = i + 1 == segments.size();
-    TreeNode::Ptr node = TreeNode::make(arena, segments[i], last && file);
+    TreeNode* node = TreeNode::make(arena, segments[i], components[i], last && file);
     node->placeholder = last && !file;
-    folder = folder->adopt(std::move(node));
+    folder = folder->adopt(node);
   }
   return folder;
 }
@@ -396,7 +396,7 @@ FileSystemEntry FileSystemManager::add(const ustring& pathInAddon, TransformMode
     throw;
   }
 
-  const TreeNode* const node = attachMissing(tree.arena, at, segments, file);
+  const TreeNode* const node = attachMissing(tree.arena, at, segments, components, file);
   tree.partCount = package_.getPartCount();
   return FileSystemEntry(node->pathName(), file ? ustring() : node->encodedPath(), file);
 }
