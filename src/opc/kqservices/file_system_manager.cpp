@@ -272,6 +272,7 @@ TreeIndex& FileSystemManager::index() const {
   }
   fresh->partCount = package_.getPartCount();
   fresh->mode = mode;
+  fresh->number = ++trees_;
   index_ = std::move(fresh);
   return *index_;
 }
@@ -407,7 +408,9 @@ FileSystemEntry FileSystemManager::getRoot() const {
 }
 
 const TreeNode& FileSystemManager::findFolder(const FileSystemEntry& folder) const {
-  const TreeNode* node = &index().root;
+  TreeIndex& tree = index();
+  if (folder.node_ != nullptr && folder.owner_ == this && folder.tree_ == tree.number) return *folder.node_;
+  const TreeNode* node = &tree.root;
   const ustring& path = folder.encodedPath_;
   std::size_t start = 0;
   while (start < path.size()) {
@@ -430,7 +433,12 @@ std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntr
   for (auto& [child, path] : children) {
     ustring encoded;
     if (!child->file) ((encoded = base) += base.empty() ? u"" : u"/") += child->segment();
-    out.push_back(FileSystemEntry(std::move(path), std::move(encoded), child->file));
+    FileSystemEntry& entry = out.emplace_back(FileSystemEntry(std::move(path), std::move(encoded), child->file));
+    if (!child->file) {
+      entry.node_ = child;
+      entry.owner_ = this;
+      entry.tree_ = index_->number;
+    }
   }
   return out;
 }

@@ -158,6 +158,7 @@ struct Tree {
 
 struct TreeIndex : Tree {
   std::size_t partCount = 0;  // the package's part count the tree was last in step with
+  std::uint64_t number = 0;   // of the manager's trees
   interfaces::OpenMode mode{};
 };
 

@@ -49,14 +49,12 @@ constexpr auto kNotEncodable = [] {
   return table;
 }();
 
-// Checks the grammar of a name in URI form; `original` is the text as given, for messages. Returns
-// whether a percent-encoding uses a lower-case hex digit (see upperCaseEncodings).
-template <class Original>
-bool checkGrammar(std::string_view name, const Original& original) {
-  if (name.empty()) invalid(original, "it is empty");
-  if (name[0] != '/') invalid(original, "it does not start with '/'");
-  if (name.back() == '/') invalid(original, "it ends with '/'");
-  bool lowerHex = false;
+// The rule a name in URI form breaks, or nullptr; `lowerHex` tells whether a percent-encoding uses a
+// lower-case hex digit (see upperCaseEncodings).
+const char* checkGrammar(std::string_view name, bool& lowerHex) {
+  if (name.empty()) return "it is empty";
+  if (name[0] != '/') return "it does not start with '/'";
+  if (name.back() == '/') return "it ends with '/'";
   std::size_t segmentStart = 1;
   const std::size_t size = name.size();
   for (std::size_t i = 1; i < size; ++i) {
@@ -66,28 +64,28 @@ bool checkGrammar(std::string_view name, const Original& original) {
     if (i == size) break;
     const ByteClass c = kClass[static_cast<unsigned char>(name[i])];
     if (c == kSlash) {
-      if (i == segmentStart) invalid(original, "it has an empty segment");
-      if (name[i - 1] == '.') invalid(original, "a segment ends with '.'");
+      if (i == segmentStart) return "it has an empty segment";
+      if (name[i - 1] == '.') return "a segment ends with '.'";
       segmentStart = i + 1;
     } else if (c == kPercent) {
       const auto highByte = static_cast<unsigned char>(i + 2 < size ? name[i + 1] : 0);
       const auto lowByte = static_cast<unsigned char>(i + 2 < size ? name[i + 2] : 0);
       const int high = kHex[highByte];
       const int low = kHex[lowByte];
-      if ((high | low) < 0) invalid(original, "'%' is not followed by two hex digits");
+      if ((high | low) < 0) return "'%' is not followed by two hex digits";
       const auto value = static_cast<unsigned char>(high * 16 + low);
       if (kNotEncodable[value]) {
-        invalid(original, value == '/' || value == '\\' ? "a segment holds a percent-encoded '/' or '\\'"
-                                                        : "a segment holds a percent-encoded unreserved character");
+        return value == '/' || value == '\\' ? "a segment holds a percent-encoded '/' or '\\'"
+                                             : "a segment holds a percent-encoded unreserved character";
       }
       lowerHex |= highByte >= 'a' || lowByte >= 'a';
       i += 2;
     } else {
-      invalid(original, "it holds a character that a part name cannot hold unencoded");
+      return "it holds a character that a part name cannot hold unencoded";
     }
   }
-  if (name.back() == '.') invalid(original, "a segment ends with '.'");
-  return lowerHex;
+  if (name.back() == '.') return "a segment ends with '.'";
+  return nullptr;
 }
 
 // Percent-encodings use upper-case hex digits; the name passed checkGrammar.
@@ -111,32 +109,31 @@ PartName::PartName(const ustring& name) {
       uriForm += static_cast<char>(cp);
     }
   }
-  if (checkGrammar(uriForm, name)) upperCaseEncodings(uriForm);
+  bool lowerHex = false;
+  if (const char* defect = checkGrammar(uriForm, lowerHex)) invalid(name, defect);
+  if (lowerHex) upperCaseEncodings(uriForm);
   name_ = std::move(uriForm);
 }
 
 PartName::PartName(std::string uriForm, Checked) : name_(std::move(uriForm)) {}
 
 PartName PartName::fromZipItemName(std::string_view itemName) {
-  std::uint64_t bits = 0;  // every byte's high bit, eight at a time
-  std::size_t i = 0;
-  for (; i + 8 <= itemName.size(); i += 8) {
-    std::uint64_t word;
-    std::memcpy(&word, itemName.data() + i, 8);
-    bits |= word;
-  }
-  for (; i < itemName.size(); ++i) bits |= static_cast<unsigned char>(itemName[i]);
-  if ((bits & 0x8080808080808080ull) != 0) {
-    ustring name(1, u'/');
-    name += fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'");
-    return PartName(name);
-  }
-  // ASCII needs no encoding: the URI form is the name itself, only its grammar is checked.
+  // An ASCII name is its own URI form: only its grammar is checked. Bytes beyond ASCII break the
+  // grammar, and such a name maps through its IRI.
   std::string name;
   name.reserve(itemName.size() + 1);
   name += '/';
   name += itemName;
-  if (checkGrammar(name, std::string_view(name))) upperCaseEncodings(name);
+  bool lowerHex = false;
+  if (const char* defect = checkGrammar(name, lowerHex)) {
+    if (std::all_of(itemName.begin(), itemName.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+      invalid(std::string_view(name), defect);
+    }
+    ustring iri(1, u'/');
+    iri += fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'");
+    return PartName(iri);
+  }
+  if (lowerHex) upperCaseEncodings(name);
   return PartName(std::move(name), Checked{});
 }
 
