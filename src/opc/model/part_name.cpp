@@ -141,16 +141,6 @@ bool PartName::operator==(const PartName& other) const {
   return equalsIgnoreAsciiCase(std::string_view(name_), std::string_view(other.name_));
 }
 
-bool PartName::operator<(const PartName& other) const {
-  const std::size_t n = std::min(name_.size(), other.name_.size());
-  for (std::size_t i = 0; i < n; ++i) {
-    const char16_t a = asciiLower(static_cast<char16_t>(name_[i]));
-    const char16_t b = asciiLower(static_cast<char16_t>(other.name_[i]));
-    if (a != b) return a < b;
-  }
-  return name_.size() < other.name_.size();
-}
-
 std::size_t PartNameKeyHash::operator()(std::string_view name) const {
   constexpr std::uint64_t kOnes = 0x0101010101010101ull;
   constexpr std::uint64_t kHigh = 0x8080808080808080ull;

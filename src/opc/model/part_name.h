@@ -43,8 +43,6 @@ class PartName {
   [[nodiscard]] bool isRelationshipsPartName() const;
 
   [[nodiscard]] bool operator==(const PartName& other) const;
-  // Orders as the ASCII-lower-cased names would.
-  [[nodiscard]] bool operator<(const PartName& other) const;
 
   // A segment's text with its percent-encodings decoded (characters outside ASCII pass as they are).
   // Throws opc::Exception for a percent-encoding that is not UTF-8.
