@@ -92,19 +92,21 @@ bool detail::AsciiCaseLess::operator()(ustring_view a, ustring_view b) const noe
   return a.size() < b.size();
 }
 
-TreeNode* TreeNode::make(std::pmr::memory_resource& arena, ustring_view segment, ustring_view name, bool file) {
+TreeNode* TreeNode::make(std::pmr::memory_resource& arena, ustring_view segment, const ustring* name, bool file) {
   if (segment.size() > UINT16_MAX) throw Exception("a name in the add-on is too long");
-  const bool nameIsSegment = name == segment;
-  const std::size_t units = segment.size() + (nameIsSegment ? 0 : name.size());
+  const bool nameStored = name != nullptr && *name != segment;
+  const std::size_t units = segment.size() + (nameStored ? name->size() : 0);
   const std::size_t head = file ? sizeof(TreeNode) : sizeof(TreeFolder);
   void* memory = arena.allocate(head + units * sizeof(char16_t), alignof(TreeFolder));
   TreeNode* node = file ? ::new (memory) TreeNode(true) : ::new (memory) TreeFolder();
   node->length_ = static_cast<std::uint16_t>(segment.size());
-  node->nameLength_ = static_cast<std::uint16_t>(name.size());
-  node->nameIsSegment_ = nameIsSegment;
+  node->nameStored_ = nameStored;
   auto* text = static_cast<char16_t*>(static_cast<void*>(static_cast<unsigned char*>(memory) + head));
   std::memcpy(text, segment.data(), segment.size() * sizeof(char16_t));
-  if (!nameIsSegment) std::memcpy(text + segment.size(), name.data(), name.size() * sizeof(char16_t));
+  if (nameStored) {
+    node->nameLength_ = static_cast<std::uint16_t>(name->size());
+    std::memcpy(text + segment.size(), name->data(), name->size() * sizeof(char16_t));
+  }
   return node;
 }
 
@@ -116,8 +118,13 @@ const char16_t* TreeNode::text() const noexcept {
 
 ustring_view TreeNode::segment() const noexcept { return {text(), length_}; }
 
-ustring_view TreeNode::name() const noexcept {
-  return nameIsSegment_ ? segment() : ustring_view(text() + length_, nameLength_);
+void TreeNode::appendName(ustring& out) const {
+  if (nameStored_) {
+    out.append(text() + length_, nameLength_);
+  } else if (parent != nullptr) {
+    std::string bytes;
+    detail::appendDecoded(out, segment(), bytes);
+  }
 }
 
 const TreeNode::Children* TreeNode::children() const noexcept {
@@ -153,7 +160,8 @@ ustring TreeNode::pathName() const {
   if (parent == nullptr) return u"/";
   ustring above = parent->pathName();
   if (above != u"/") above += u'/';
-  return above += name();
+  appendName(above);
+  return above;
 }
 
 std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) const {
@@ -163,8 +171,8 @@ std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) c
   if (!prefix.empty() && prefix.back() != u'/') prefix += u'/';
   for (const TreeNode& node : *children()) {
     ustring& name = out.emplace_back(Named{&node, {}}).name;
-    name.reserve(prefix.size() + node.name().size());
-    name.append(prefix).append(node.name());
+    name.reserve(prefix.size() + node.segment().size());
+    node.appendName(name.append(prefix));
   }
   std::sort(out.begin(), out.end(), [skip = prefix.size()](const Named& a, const Named& b) {
     const ustring_view x = ustring_view(a.name).substr(skip);
@@ -205,7 +213,7 @@ void detail::TreeBuilder::add(std::string_view encodedPath, bool placeholder) {
     const auto [next, made] = folder->childOrAdopt(segment_, [&] {
       decoded_.clear();
       detail::appendDecoded(decoded_, segment_, bytes_);  // refuses what does not decode
-      return TreeNode::make(arena_, segment_, decoded_, last && !placeholder);
+      return TreeNode::make(arena_, segment_, &decoded_, last && !placeholder);
     });
     if (!made) {
       if (next->file || next->placeholder) {
@@ -324,14 +332,13 @@ Placement place(TreeNode& root, const ustring& path, const std::vector<ustring>&
 
 // Records a successful add in the tree: the folder that held the empty-folder part no longer does,
 // and the missing nodes of the path hang below it, the last one a file or an empty folder.
-// `components` are the segments' names.
 TreeNode* attachMissing(std::pmr::memory_resource& arena, const Placement& at, const std::vector<ustring>& segments,
-                        const std::vector<ustring>& components, bool file) {
+                        bool file) {
   at.folder->placeholder = false;
   TreeNode* folder = at.folder;
   for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
     const bool last = i + 1 == segments.size();
-    TreeNode* node = TreeNode::make(arena, segments[i], components[i], last && file);
+    TreeNode* node = TreeNode::make(arena, segments[i], nullptr, last && file);
     node->placeholder = last && !file;
     folder = folder->adopt(node);
   }
@@ -397,7 +404,7 @@ FileSystemEntry FileSystemManager::add(const ustring& pathInAddon, TransformMode
     throw;
   }
 
-  const TreeNode* const node = attachMissing(tree.arena, at, segments, components, file);
+  const TreeNode* const node = attachMissing(tree.arena, at, segments, file);
   tree.partCount = package_.getPartCount();
   return FileSystemEntry(node->pathName(), file ? ustring() : node->encodedPath(), file);
 }
@@ -447,7 +454,10 @@ bool FileSystemManager::exists(const ustring& pathInAddon) const {
   const TreeNode* node = &index().root;
   for (const ustring& component : detail::splitPath(pathInAddon)) {
     node = node->child(detail::encodeComponent(component));
-    if (node == nullptr || node->name() != component) return false;
+    if (node == nullptr) return false;
+    ustring name;
+    node->appendName(name);
+    if (name != component) return false;
   }
   return true;
 }

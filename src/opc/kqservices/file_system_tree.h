@@ -27,9 +27,10 @@ struct AsciiCaseLess {
 // 70,000 entries below 100 MB of peak memory holds a tree of every file, and letting go of the tree
 // hands back a few large blocks rather than a heap riddled with small holes. Only folders
 // (TreeFolder) carry children, which hang in an intrusive set keyed by their segment without case,
-// so a name equal but for case finds its rival. The name is decoded once, when the node is made, as
-// a listing reads every name. Segments are at most 65,535 units (a ZIP item name's bytes), and a
-// decoded name is never longer than its segment. Nodes are never destroyed one by one: they hold
+// so a name equal but for case finds its rival. A tree read from a package keeps each name decoded
+// when it differs from its segment, as a listing reads every name; nodes added one by one decode
+// theirs when asked. Segments are at most 65,535 units (a ZIP item name's bytes), and a decoded name
+// is never longer than its segment. Nodes are never destroyed one by one: they hold
 // nothing but arena memory, and their links are normal ones, which leave nothing to undo, so a tree
 // goes with its arena in one step.
 class TreeNode;
@@ -50,13 +51,15 @@ class TreeNode : public TreeHook {
 
   TreeNode(const TreeNode&) = delete;
   TreeNode& operator=(const TreeNode&) = delete;
-  // A file, or a folder with no children yet; not hung anywhere; `name` is `segment` decoded. `arena`
-  // must outlive the node. Throws opc::Exception for a segment longer than 65,535 units.
-  [[nodiscard]] static TreeNode* make(std::pmr::memory_resource& arena, ustring_view segment, ustring_view name, bool file);
+  // A file, or a folder with no children yet; not hung anywhere; `name`, when given, is `segment`
+  // decoded, kept for listings. `arena` must outlive the node. Throws opc::Exception for a segment
+  // longer than 65,535 units.
+  [[nodiscard]] static TreeNode* make(std::pmr::memory_resource& arena, ustring_view segment, const ustring* name,
+                                      bool file);
 
   [[nodiscard]] ustring_view segment() const noexcept;
-  // Decoded; "" for a root.
-  [[nodiscard]] ustring_view name() const noexcept;
+  // Appends the decoded name ("" for a root).
+  void appendName(ustring& out) const;
   // A folder's children; nullptr for a file.
   [[nodiscard]] const Children* children() const noexcept;
   [[nodiscard]] bool hasChildren() const noexcept { return children() != nullptr && !children()->empty(); }
@@ -94,7 +97,7 @@ class TreeNode : public TreeHook {
   [[nodiscard]] const char16_t* text() const noexcept;
   // This node as a folder that is to hold a child of that segment; throws for a file.
   [[nodiscard]] TreeFolder& asParentOf(ustring_view childSegment);
-  bool nameIsSegment_ = true;  // nothing to decode: the name is not stored apart
+  bool nameStored_ = false;  // after the segment; otherwise the segment is decoded when asked
   std::uint16_t length_ = 0;
   std::uint16_t nameLength_ = 0;
 };

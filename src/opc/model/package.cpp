@@ -222,10 +222,10 @@ void Package::load(interfaces::OpenMode mode) {
     if (!found) throw Exception(where + ": its source part does not exist");
     unmade_[*found].relationshipsEntry = entry->index;
   }
+  lastFolderValid_ = false;  // its view goes with the name when the part is made
   if (mode == interfaces::OpenMode::Read) return;
-  lastFolderValid_ = false;  // its view may move with the names
   for (std::uint32_t i = 0; i < parts_.size(); ++i) parts_[i] = make(std::move(unmade_[i]));
-  unmade_.clear();
+  unmade_ = {};
   contentTypes_.reset();
 }
 
@@ -243,7 +243,7 @@ PartPtr Package::make(Unmade unmade) const {
 
 const PartPtr& Package::part(std::uint32_t number) const {
   PartPtr& slot = parts_[number];
-  if (!slot && !unmade_.empty()) slot = make(unmade_[number]);
+  if (!slot && !unmade_.empty()) slot = make(std::move(unmade_[number]));  // its name is read from the part now
   return slot;
 }
 

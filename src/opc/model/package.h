@@ -133,7 +133,7 @@ class Package {
   zippackage::ZipPhysicalPackage& physical_;
   std::optional<interfaces::OpenMode> mode_;
   mutable std::vector<PartPtr> parts_;  // null where a part was deleted or is not made yet
-  std::vector<Unmade> unmade_;          // in read mode, by part number; empty otherwise
+  mutable std::vector<Unmade> unmade_;  // in read mode, by part number (moved into parts made); empty otherwise
   std::unique_ptr<const detail::ContentTypeMap> contentTypes_;  // of unmade parts
 
   // Names compare ignoring ASCII case; looked up by views, so that checking a name's prefixes
