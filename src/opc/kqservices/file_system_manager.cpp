@@ -82,7 +82,9 @@ struct Placement {
 
 bool detail::AsciiCaseLess::operator()(ustring_view a, ustring_view b) const noexcept {
   const std::size_t n = std::min(a.size(), b.size());
-  for (std::size_t i = 0; i < n; ++i) {
+  std::size_t i = 0;
+  while (i < n && a[i] == b[i]) ++i;  // siblings often share a long prefix spelled alike
+  for (; i < n; ++i) {
     const char16_t x = opc::detail::asciiLower(a[i]);
     const char16_t y = opc::detail::asciiLower(b[i]);
     if (x != y) return x < y;
@@ -90,38 +92,43 @@ bool detail::AsciiCaseLess::operator()(ustring_view a, ustring_view b) const noe
   return a.size() < b.size();
 }
 
-TreeFolder::~TreeFolder() { members.clear_and_dispose(Deleter()); }
-
-void TreeNode::Deleter::operator()(TreeNode* node) const noexcept {
-  if (node->file) {
-    node->~TreeNode();
-  } else {
-    static_cast<TreeFolder*>(node)->~TreeFolder();
-  }
-}
-
-TreeNode::Ptr TreeNode::make(std::pmr::memory_resource& arena, ustring_view segment, bool file) {
-  if (segment.size() > UINT32_MAX) throw Exception("a name in the add-on is too long");
+TreeNode* TreeNode::make(std::pmr::memory_resource& arena, ustring_view segment, const ustring* name, bool file) {
+  if (segment.size() > UINT16_MAX) throw Exception("a name in the add-on is too long");
+  const bool nameStored = name != nullptr && *name != segment;
+  const std::size_t units = segment.size() + (nameStored ? name->size() : 0);
   const std::size_t head = file ? sizeof(TreeNode) : sizeof(TreeFolder);
-  void* memory = arena.allocate(head + segment.size() * sizeof(char16_t), alignof(TreeFolder));
-  Ptr node(file ? ::new (memory) TreeNode(true) : ::new (memory) TreeFolder());
-  node->length_ = static_cast<std::uint32_t>(segment.size());
-  std::memcpy(static_cast<unsigned char*>(memory) + head, segment.data(), segment.size() * sizeof(char16_t));
+  void* memory = arena.allocate(head + units * sizeof(char16_t), alignof(TreeFolder));
+  TreeNode* node = file ? ::new (memory) TreeNode(true) : ::new (memory) TreeFolder();
+  node->length_ = static_cast<std::uint16_t>(segment.size());
+  node->nameStored_ = nameStored;
+  auto* text = static_cast<char16_t*>(static_cast<void*>(static_cast<unsigned char*>(memory) + head));
+  std::memcpy(text, segment.data(), segment.size() * sizeof(char16_t));
+  if (nameStored) {
+    node->nameLength_ = static_cast<std::uint16_t>(name->size());
+    std::memcpy(text + segment.size(), name->data(), name->size() * sizeof(char16_t));
+  }
   return node;
 }
 
-ustring_view TreeNode::segment() const noexcept {
+const char16_t* TreeNode::text() const noexcept {
   const auto* start = file ? reinterpret_cast<const unsigned char*>(this) + sizeof(TreeNode)
                            : reinterpret_cast<const unsigned char*>(static_cast<const TreeFolder*>(this)) + sizeof(TreeFolder);
-  return {reinterpret_cast<const char16_t*>(start), length_};
+  return reinterpret_cast<const char16_t*>(start);
+}
+
+ustring_view TreeNode::segment() const noexcept { return {text(), length_}; }
+
+void TreeNode::appendName(ustring& out) const {
+  if (nameStored_) {
+    out.append(text() + length_, nameLength_);
+  } else if (parent != nullptr) {
+    std::string bytes;
+    detail::appendDecoded(out, segment(), bytes);
+  }
 }
 
 const TreeNode::Children* TreeNode::children() const noexcept {
   return file ? nullptr : &static_cast<const TreeFolder*>(this)->members;
-}
-
-ustring TreeNode::name() const {
-  return parent == nullptr ? ustring() : detail::decodeComponent(segment());
 }
 
 TreeNode* TreeNode::child(ustring_view segmentText) const {
@@ -131,12 +138,15 @@ TreeNode* TreeNode::child(ustring_view segmentText) const {
   return it == members.end() ? nullptr : const_cast<TreeNode*>(&*it);
 }
 
-TreeNode* TreeNode::adopt(Ptr node) {
-  if (file) throw Exception("internal: a file of the add-on's tree cannot hold '" + narrow(ustring(node->segment())) + "'");
-  TreeNode* raw = node.release();
-  raw->parent = this;
-  static_cast<TreeFolder*>(this)->members.insert_unique(*raw);
-  return raw;
+TreeFolder& TreeNode::asParentOf(ustring_view childSegment) {
+  if (file) throw Exception("internal: a file of the add-on's tree cannot hold '" + narrow(childSegment) + "'");
+  return *static_cast<TreeFolder*>(this);
+}
+
+TreeNode* TreeNode::adopt(TreeNode* node) {
+  asParentOf(node->segment()).members.insert_unique(*node);
+  node->parent = this;
+  return node;
 }
 
 ustring TreeNode::encodedPath() const {
@@ -150,7 +160,8 @@ ustring TreeNode::pathName() const {
   if (parent == nullptr) return u"/";
   ustring above = parent->pathName();
   if (above != u"/") above += u'/';
-  return above += name();
+  appendName(above);
+  return above;
 }
 
 std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) const {
@@ -158,14 +169,10 @@ std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) c
   if (file) return out;
   ustring prefix(folderPath);
   if (!prefix.empty() && prefix.back() != u'/') prefix += u'/';
-  ustring decoded;
-  std::string bytes;
   for (const TreeNode& node : *children()) {
-    decoded.clear();
-    detail::appendDecoded(decoded, node.segment(), bytes);
     ustring& name = out.emplace_back(Named{&node, {}}).name;
-    name.reserve(prefix.size() + decoded.size());
-    name.append(prefix).append(decoded);
+    name.reserve(prefix.size() + node.segment().size());
+    node.appendName(name.append(prefix));
   }
   std::sort(out.begin(), out.end(), [skip = prefix.size()](const Named& a, const Named& b) {
     const ustring_view x = ustring_view(a.name).substr(skip);
@@ -203,12 +210,12 @@ void detail::TreeBuilder::add(std::string_view encodedPath, bool placeholder) {
     const bool last = slash == std::string_view::npos;
     const std::string_view text = encodedPath.substr(start, last ? std::string_view::npos : slash - start);
     segment_.assign(text.begin(), text.end());  // ASCII
-    TreeNode* next = folder->child(segment_);
-    if (next == nullptr) {
+    const auto [next, made] = folder->childOrAdopt(segment_, [&] {
       decoded_.clear();
       detail::appendDecoded(decoded_, segment_, bytes_);  // refuses what does not decode
-      next = folder->adopt(TreeNode::make(arena_, segment_, last && !placeholder));
-    } else {
+      return TreeNode::make(arena_, segment_, &decoded_, last && !placeholder);
+    });
+    if (!made) {
       if (next->file || next->placeholder) {
         throw Exception(last ? "its name is equivalent to that of part '" + narrow(next->partName()) + "'"
                              : "part '" + narrow(next->partName()) + "' is named like one of its folders");
@@ -259,20 +266,21 @@ TreeIndex& FileSystemManager::index() const {
   auto fresh = std::make_unique<TreeIndex>();
   const model::ContentType& folderType = folderContentType();
   detail::TreeBuilder builder(fresh->root, fresh->arena);
-  for (const model::PartPtr& part : package_.getParts()) {
-    const std::string_view name = part->getPartName().text();
+  package_.forEachPartName([&](const model::PartName& partName, const model::ContentType& type) {
+    const std::string_view name = partName.text();
     if (name.size() < kPrefixText.size() ||
         !opc::detail::equalsIgnoreAsciiCase(name.substr(0, kPrefixText.size()), kPrefixText)) {
-      continue;
+      return;
     }
     try {
-      builder.add(name.substr(kPrefixText.size()), part->getContentType() == folderType);
+      builder.add(name.substr(kPrefixText.size()), type == folderType);
     } catch (const Exception& e) {
       throw Exception("part '" + std::string(name) + "': " + e.what());
     }
-  }
+  });
   fresh->partCount = package_.getPartCount();
   fresh->mode = mode;
+  fresh->number = ++trees_;
   index_ = std::move(fresh);
   return *index_;
 }
@@ -330,9 +338,9 @@ TreeNode* attachMissing(std::pmr::memory_resource& arena, const Placement& at, c
   TreeNode* folder = at.folder;
   for (std::size_t i = at.firstMissing; i < segments.size(); ++i) {
     const bool last = i + 1 == segments.size();
-    TreeNode::Ptr node = TreeNode::make(arena, segments[i], last && file);
+    TreeNode* node = TreeNode::make(arena, segments[i], nullptr, last && file);
     node->placeholder = last && !file;
-    folder = folder->adopt(std::move(node));
+    folder = folder->adopt(node);
   }
   return folder;
 }
@@ -407,7 +415,9 @@ FileSystemEntry FileSystemManager::getRoot() const {
 }
 
 const TreeNode& FileSystemManager::findFolder(const FileSystemEntry& folder) const {
-  const TreeNode* node = &index().root;
+  TreeIndex& tree = index();
+  if (folder.node_ != nullptr && folder.owner_ == this && folder.tree_ == tree.number) return *folder.node_;
+  const TreeNode* node = &tree.root;
   const ustring& path = folder.encodedPath_;
   std::size_t start = 0;
   while (start < path.size()) {
@@ -430,7 +440,12 @@ std::vector<FileSystemEntry> FileSystemManager::getChildren(const FileSystemEntr
   for (auto& [child, path] : children) {
     ustring encoded;
     if (!child->file) ((encoded = base) += base.empty() ? u"" : u"/") += child->segment();
-    out.push_back(FileSystemEntry(std::move(path), std::move(encoded), child->file));
+    FileSystemEntry& entry = out.emplace_back(FileSystemEntry(std::move(path), std::move(encoded), child->file));
+    if (!child->file) {
+      entry.node_ = child;
+      entry.owner_ = this;
+      entry.tree_ = index_->number;
+    }
   }
   return out;
 }
@@ -439,7 +454,10 @@ bool FileSystemManager::exists(const ustring& pathInAddon) const {
   const TreeNode* node = &index().root;
   for (const ustring& component : detail::splitPath(pathInAddon)) {
     node = node->child(detail::encodeComponent(component));
-    if (node == nullptr || node->name() != component) return false;
+    if (node == nullptr) return false;
+    ustring name;
+    node->appendName(name);
+    if (name != component) return false;
   }
   return true;
 }

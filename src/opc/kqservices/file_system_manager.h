@@ -16,6 +16,7 @@ class Package;
 namespace opc::kqservices {
 
 class FileContentBatch;
+class FileSystemManager;
 
 namespace detail {
 class TreeNode;
@@ -84,6 +85,11 @@ class FileSystemEntry {
   ustring pathName_ = u"/";
   ustring encodedPath_;  // a folder's path below the tree prefix ("doc/sub:20folder"); "" for files
   bool file_ = false;
+  // A folder's node, trusted while the manager's tree is the one numbered `tree_` (nodes stay put in
+  // a tree); otherwise the folder is found by encodedPath_.
+  const detail::TreeNode* node_ = nullptr;
+  const FileSystemManager* owner_ = nullptr;
+  std::uint64_t tree_ = 0;
 };
 
 // addFile or createFolder met an entry of that path already (exactly that name; a name differing
@@ -170,6 +176,7 @@ class FileSystemManager {
   opc::model::Package& package_;
   std::shared_ptr<FileContentBatch> sources_;  // of the files added, made with the first
   mutable std::unique_ptr<detail::TreeIndex> index_;
+  mutable std::uint64_t trees_ = 0;  // trees read so far: each one's number
 };
 
 }  // namespace opc::kqservices

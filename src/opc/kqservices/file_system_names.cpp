@@ -119,7 +119,8 @@ void appendDecoded(ustring& out, ustring_view segment, std::string& bytes) {
     return table;
   }();
   const auto hex = [&](std::size_t i) { return segment[i] < 0x80 ? kHex[segment[i]] : -1; };
-  bytes.resize(3 * segment.size());  // a unit is at most three bytes of UTF-8
+  // A unit is at most three bytes of UTF-8; the room only grows, so it is not filled on every call.
+  if (bytes.size() < 3 * segment.size()) bytes.resize(3 * segment.size());
   char* p = bytes.data();
   for (std::size_t i = 0; i < segment.size(); ++i) {
     const char16_t c = segment[i];

@@ -22,16 +22,21 @@ struct AsciiCaseLess {
   [[nodiscard]] bool operator()(ustring_view a, ustring_view b) const noexcept;
 };
 
-// A file or folder, one block a node with its encoded segment stored after it, taken from the tree's
-// arena: the budget of building, listing and extracting 70,000 entries below 100 MB of peak memory
-// holds a tree of every file, and letting go of the tree hands back a few large blocks rather than a
-// heap riddled with small holes. Only folders (TreeFolder) carry children, which hang in an intrusive
-// set keyed by their segment without case, so a name equal but for case finds its rival. The decoded
-// name is made when asked for: segments are the reversible encoding of names, so each name is its
-// segment decoded.
+// A file or folder, one block a node with its encoded segment and, when it differs, its decoded name
+// stored after it, taken from the tree's arena: the budget of building, listing and extracting
+// 70,000 entries below 100 MB of peak memory holds a tree of every file, and letting go of the tree
+// hands back a few large blocks rather than a heap riddled with small holes. Only folders
+// (TreeFolder) carry children, which hang in an intrusive set keyed by their segment without case,
+// so a name equal but for case finds its rival. A tree read from a package keeps each name decoded
+// when it differs from its segment, as a listing reads every name; nodes added one by one decode
+// theirs when asked. Segments are at most 65,535 units (a ZIP item name's bytes), and a decoded name
+// is never longer than its segment. Nodes are never destroyed one by one: they hold
+// nothing but arena memory, and their links are normal ones, which leave nothing to undo, so a tree
+// goes with its arena in one step.
 class TreeNode;
 class TreeFolder;
-using TreeHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
+using TreeHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>,
+                                                 boost::intrusive::link_mode<boost::intrusive::normal_link>>;
 struct SegmentOf {
   using type = ustring_view;
   [[nodiscard]] ustring_view operator()(const TreeNode& node) const noexcept;
@@ -39,11 +44,6 @@ struct SegmentOf {
 
 class TreeNode : public TreeHook {
  public:
-  // Ends the node's life; its memory stays with the arena until the arena goes.
-  struct Deleter {
-    void operator()(TreeNode* node) const noexcept;
-  };
-  using Ptr = std::unique_ptr<TreeNode, Deleter>;
   using Children = boost::intrusive::set<TreeNode, boost::intrusive::base_hook<TreeHook>,
                                          boost::intrusive::key_of_value<SegmentOf>,
                                          boost::intrusive::compare<AsciiCaseLess>,
@@ -51,19 +51,26 @@ class TreeNode : public TreeHook {
 
   TreeNode(const TreeNode&) = delete;
   TreeNode& operator=(const TreeNode&) = delete;
-  // A file, or a folder with no children yet; not hung anywhere. `arena` must outlive the node.
-  [[nodiscard]] static Ptr make(std::pmr::memory_resource& arena, ustring_view segment, bool file);
+  // A file, or a folder with no children yet; not hung anywhere; `name`, when given, is `segment`
+  // decoded, kept for listings. `arena` must outlive the node. Throws opc::Exception for a segment
+  // longer than 65,535 units.
+  [[nodiscard]] static TreeNode* make(std::pmr::memory_resource& arena, ustring_view segment, const ustring* name,
+                                      bool file);
 
   [[nodiscard]] ustring_view segment() const noexcept;
-  // Decoded; "" for a root.
-  [[nodiscard]] ustring name() const;
+  // Appends the decoded name ("" for a root).
+  void appendName(ustring& out) const;
   // A folder's children; nullptr for a file.
   [[nodiscard]] const Children* children() const noexcept;
   [[nodiscard]] bool hasChildren() const noexcept { return children() != nullptr && !children()->empty(); }
   // The child of that segment (without case), if this is a folder and has one.
   [[nodiscard]] TreeNode* child(ustring_view segmentText) const;
   // Hangs `node` below this folder, keyed by its segment; returns it.
-  TreeNode* adopt(Ptr node);
+  TreeNode* adopt(TreeNode* node);
+  // The child of that segment (without case), or one made by `make` (called with no argument, once)
+  // and hung below this folder: one search either way. Returns the node and whether it was made.
+  template <class Make>
+  std::pair<TreeNode*, bool> childOrAdopt(ustring_view segmentText, Make make);
   // Path below the tree prefix ("a/b%20c"), its part name ("/fsroot/a/b%20c"), and the decoded path
   // name ("/a/b c").
   [[nodiscard]] ustring encodedPath() const;
@@ -87,20 +94,35 @@ class TreeNode : public TreeHook {
   ~TreeNode() = default;
 
  private:
-  std::uint32_t length_ = 0;
+  [[nodiscard]] const char16_t* text() const noexcept;
+  // This node as a folder that is to hold a child of that segment; throws for a file.
+  [[nodiscard]] TreeFolder& asParentOf(ustring_view childSegment);
+  bool nameStored_ = false;  // after the segment; otherwise the segment is decoded when asked
+  std::uint16_t length_ = 0;
+  std::uint16_t nameLength_ = 0;
 };
 
 class TreeFolder : public TreeNode {
  public:
   TreeFolder() : TreeNode(false) {}  // a root: no segment
-  ~TreeFolder();
-
   Children members;
 };
 
 static_assert(sizeof(TreeNode) <= 40 && sizeof(TreeFolder) <= 64, "a tree node grew: see the budget above");
 
 inline ustring_view SegmentOf::operator()(const TreeNode& node) const noexcept { return node.segment(); }
+
+template <class Make>
+std::pair<TreeNode*, bool> TreeNode::childOrAdopt(ustring_view segmentText, Make make) {
+  Children& members = asParentOf(segmentText).members;
+  Children::insert_commit_data position;
+  const auto [it, absent] = members.insert_unique_check(segmentText, position);
+  if (!absent) return {&*it, false};
+  TreeNode* raw = make();
+  raw->parent = this;
+  members.insert_unique_commit(*raw, position);
+  return {raw, true};
+}
 
 // Builds a tree from part names one by one. Keeps the folders of the last path added, so a path in
 // the same folder as the one before (the usual order of a package's items) is not walked from the
@@ -139,6 +161,7 @@ struct Tree {
 
 struct TreeIndex : Tree {
   std::size_t partCount = 0;  // the package's part count the tree was last in step with
+  std::uint64_t number = 0;   // of the manager's trees
   interfaces::OpenMode mode{};
 };
 

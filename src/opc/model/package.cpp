@@ -101,7 +101,7 @@ void Package::open(interfaces::OpenMode mode) {
     case interfaces::OpenMode::Modify:
       physical_.openArchive();
       try {
-        load();
+        load(mode);
       } catch (...) {
         release();
         throw;
@@ -127,7 +127,7 @@ void Package::open(interfaces::OpenMode mode) {
   relationships_.readOnly_ = mode == interfaces::OpenMode::Read;
 }
 
-void Package::load() {
+void Package::load(interfaces::OpenMode mode) {
   const XercesGuard xml;  // one initialisation for all the XML items read below
   const std::string& path = physical_.getNarrowPath();
   const auto& entries = physical_.getEntries();
@@ -144,14 +144,18 @@ void Package::load() {
   if (contentTypesEntry->encrypted) throw Exception("package '" + path + "': [Content_Types].xml is encrypted");
   xmlBudget_ = kXmlBaseBytes + kXmlBytesPerItem * entries.size();
   contentTypesEntry_ = contentTypesEntry->index;
-  const auto contentTypes = [&] {
+  contentTypes_ = [&] {
     const std::string where = "package '" + path + "': [Content_Types].xml";
     const std::uint64_t maxBytes = spendXml(*contentTypesEntry, where);
     const auto stream = physical_.openEntry(contentTypesEntry->index);
-    return detail::ContentTypeMap::read(*stream, where, maxBytes);
+    return std::make_unique<const detail::ContentTypeMap>(detail::ContentTypeMap::read(*stream, where, maxBytes));
   }();
+  const detail::ContentTypeMap& contentTypes = *contentTypes_;
 
+  // Parts are made below in modes that change them; names live in unmade_ until then, which never
+  // grows beyond what is reserved here, so views of them stay valid.
   parts_.reserve(entries.size());
+  unmade_.reserve(entries.size());
   byKey_.reserve(entries.size());
   std::vector<std::pair<PartName, const ZipEntry*>> relationshipParts;
   std::unordered_map<std::string, std::size_t, PartNameKeyHash, PartNameKeyEqual> relationshipKeys;
@@ -183,12 +187,9 @@ void Package::load() {
     const std::size_t hash = PartNameKeyHash{}(name->text());
     const ContentType* type = contentTypes.lookup(*name, hash);
     if (type == nullptr) throw Exception(where() + ": part '" + std::string(name->text()) + "' has no content type");
-    PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type, *entry.compression);
-    part->sourceEntry_ = entry.index;
-    part->attributes_.setTime(entry.attributes.lastModified);
-    part->attributes_.setMode(entry.attributes.unixMode);
+    unmade_.push_back(Unmade{std::move(*name), type, entry.index, {}});
     try {
-      insertPart(part, hash);
+      insertPart(unmade_.back().name.text(), hash, nullptr);
     } catch (const Exception& e) {
       throw Exception(where() + ": " + e.what());
     }
@@ -219,8 +220,31 @@ void Package::load() {
     // A part's relationships are read when first asked for (Part::relationships).
     const auto found = byKey_.find(PartName(source.toString()).text());
     if (!found) throw Exception(where + ": its source part does not exist");
-    parts_[*found]->relationshipsEntry_ = entry->index;
+    unmade_[*found].relationshipsEntry = entry->index;
   }
+  lastFolderValid_ = false;  // its view goes with the name when the part is made
+  if (mode == interfaces::OpenMode::Read) return;
+  for (std::uint32_t i = 0; i < parts_.size(); ++i) parts_[i] = make(std::move(unmade_[i]));
+  unmade_ = {};
+  contentTypes_.reset();
+}
+
+PartPtr Package::make(Unmade unmade) const {
+  const ZipEntry& entry = physical_.getEntries()[unmade.entry];
+  // The owner a part holds is not const: every part of a package is its own to change.
+  PartPtr part = std::make_shared<Part>(Part::Key{}, const_cast<Package*>(this), std::move(unmade.name), *unmade.type,
+                                        *entry.compression);
+  part->sourceEntry_ = unmade.entry;
+  part->relationshipsEntry_ = unmade.relationshipsEntry;
+  part->attributes_.setTime(entry.attributes.lastModified);
+  part->attributes_.setMode(entry.attributes.unixMode);
+  return part;
+}
+
+const PartPtr& Package::part(std::uint32_t number) const {
+  PartPtr& slot = parts_[number];
+  if (!slot && !unmade_.empty()) slot = make(std::move(unmade_[number]));  // its name is read from the part now
+  return slot;
 }
 
 std::uint64_t Package::spendXml(const ZipEntry& entry, const std::string& where) {
@@ -243,8 +267,7 @@ void Package::readPartRelationships(std::uint64_t index, Relationships& target) 
   readRelationships(*physical_.openEntry(index), target, where, spendXml(entry, where));
 }
 
-void Package::insertPart(PartPtr part, std::size_t hash) {
-  const std::string_view text = part->getPartName().text();
+void Package::insertPart(std::string_view text, std::size_t hash, PartPtr part) {
   const PartNameKey key{text, hash};
   const auto name = [&] { return std::string(text); };  // for errors only
   if (byKey_.contains(key)) throw Exception("a part named like '" + name() + "' exists (names differ in case only or not at all)");
@@ -323,7 +346,7 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
   }
   PartPtr part = std::make_shared<Part>(Part::Key{}, this, name, contentType, compression);
   part->contentChanged_ = true;
-  insertPart(part, PartNameKeyHash{}(name));
+  insertPart(part->getPartName().text(), PartNameKeyHash{}(name), part);
   structureChanged_ = true;
   return part;
 }
@@ -334,7 +357,7 @@ PartPtr Package::getPart(const PartName& name) const {
   if (!found) {
     throw Exception("package '" + physical_.getNarrowPath() + "' has no part '" + std::string(name.text()) + "'");
   }
-  return parts_[*found];
+  return part(*found);
 }
 
 bool Package::partExists(const PartName& name) const {
@@ -358,8 +381,8 @@ std::vector<PartPtr> Package::getParts() const {
   requireOpen();
   std::vector<PartPtr> out;
   out.reserve(partCount_);
-  for (const auto& p : parts_) {
-    if (p) out.push_back(p);
+  for (std::uint32_t i = 0; i < parts_.size(); ++i) {
+    if (const PartPtr& p = part(i)) out.push_back(p);
   }
   return out;
 }
@@ -399,6 +422,8 @@ void Package::release() noexcept {
   lastFolderValid_ = false;
   byKey_.clear();
   parts_.clear();
+  unmade_.clear();
+  contentTypes_.reset();
   folders_.clear();
   partCount_ = 0;
   relationships_ = Relationships(PackageHelper::getPackageRootURI());

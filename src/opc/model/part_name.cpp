@@ -22,10 +22,16 @@ using namespace opc::detail;
   throw Exception("invalid part name '" + std::string(name) + "': " + rule);
 }
 
-// The characters a segment holds unencoded (RFC 3986 pchar but '%'), by byte.
-constexpr auto kPchar = [] {
-  std::array<bool, 256> table{};
-  for (char16_t c = 0; c < 0x80; ++c) table[c] = isUnreserved(c) || isSubDelim(c) || c == u':' || c == u'@';
+// What a byte of a name in URI form is to the grammar: one table read a byte.
+enum ByteClass : unsigned char { kPchar, kSlash, kPercent, kRefused };
+constexpr auto kClass = [] {
+  std::array<ByteClass, 256> table{};
+  table.fill(kRefused);
+  for (char16_t c = 0; c < 0x80; ++c) {
+    if (isUnreserved(c) || isSubDelim(c) || c == u':' || c == u'@') table[c] = kPchar;
+  }
+  table['/'] = kSlash;
+  table['%'] = kPercent;
   return table;
 }();
 
@@ -36,39 +42,58 @@ constexpr auto kHex = [] {
   return table;
 }();
 
-// Checks the grammar of a name already in URI form and upper-cases percent-encodings in place.
-// `original` is the text as given, for messages.
-template <class Original>
-void checkGrammar(std::string& name, const Original& original) {
-  if (name.empty()) invalid(original, "it is empty");
-  if (name[0] != '/') invalid(original, "it does not start with '/'");
-  if (name.back() == '/') invalid(original, "it ends with '/'");
+// Octets a segment must not hold percent-encoded: '/', '\\' and the unreserved characters.
+constexpr auto kNotEncodable = [] {
+  std::array<bool, 256> table{};
+  for (char16_t c = 0; c < 0x80; ++c) table[c] = c == u'/' || c == u'\\' || isUnreserved(c);
+  return table;
+}();
+
+// The rule a name in URI form breaks, or nullptr; `lowerHex` tells whether a percent-encoding uses a
+// lower-case hex digit (see upperCaseEncodings).
+const char* checkGrammar(std::string_view name, bool& lowerHex) {
+  if (name.empty()) return "it is empty";
+  if (name[0] != '/') return "it does not start with '/'";
+  if (name.back() == '/') return "it ends with '/'";
   std::size_t segmentStart = 1;
   const std::size_t size = name.size();
   for (std::size_t i = 1; i < size; ++i) {
-    const auto c = static_cast<unsigned char>(name[i]);
-    if (kPchar[c]) continue;
-    if (c == '/') {
-      if (i == segmentStart) invalid(original, "it has an empty segment");
-      if (name[i - 1] == '.') invalid(original, "a segment ends with '.'");
+    while (kClass[static_cast<unsigned char>(name[i])] == kPchar) {  // the run up to the next '/' or '%'
+      if (++i == size) break;
+    }
+    if (i == size) break;
+    const ByteClass c = kClass[static_cast<unsigned char>(name[i])];
+    if (c == kSlash) {
+      if (i == segmentStart) return "it has an empty segment";
+      if (name[i - 1] == '.') return "a segment ends with '.'";
       segmentStart = i + 1;
-      continue;
-    }
-    if (c == '%') {
-      const int high = i + 2 < size ? kHex[static_cast<unsigned char>(name[i + 1])] : -1;
-      const int low = i + 2 < size ? kHex[static_cast<unsigned char>(name[i + 2])] : -1;
-      if ((high | low) < 0) invalid(original, "'%' is not followed by two hex digits");
-      const auto value = static_cast<char16_t>(high * 16 + low);
-      if (value == u'/' || value == u'\\') invalid(original, "a segment holds a percent-encoded '/' or '\\'");
-      if (isUnreserved(value)) invalid(original, "a segment holds a percent-encoded unreserved character");
-      name[i + 1] = "0123456789ABCDEF"[high];
-      name[i + 2] = "0123456789ABCDEF"[low];
+    } else if (c == kPercent) {
+      const auto highByte = static_cast<unsigned char>(i + 2 < size ? name[i + 1] : 0);
+      const auto lowByte = static_cast<unsigned char>(i + 2 < size ? name[i + 2] : 0);
+      const int high = kHex[highByte];
+      const int low = kHex[lowByte];
+      if ((high | low) < 0) return "'%' is not followed by two hex digits";
+      const auto value = static_cast<unsigned char>(high * 16 + low);
+      if (kNotEncodable[value]) {
+        return value == '/' || value == '\\' ? "a segment holds a percent-encoded '/' or '\\'"
+                                             : "a segment holds a percent-encoded unreserved character";
+      }
+      lowerHex |= highByte >= 'a' || lowByte >= 'a';
       i += 2;
-      continue;
+    } else {
+      return "it holds a character that a part name cannot hold unencoded";
     }
-    invalid(original, "it holds a character that a part name cannot hold unencoded");
   }
-  if (name.back() == '.') invalid(original, "a segment ends with '.'");
+  if (name.back() == '.') return "a segment ends with '.'";
+  return nullptr;
+}
+
+// Percent-encodings use upper-case hex digits; the name passed checkGrammar.
+void upperCaseEncodings(std::string& name) {
+  for (std::size_t i = name.find('%'); i != std::string::npos; i = name.find('%', i + 3)) {
+    name[i + 1] = "0123456789ABCDEF"[kHex[static_cast<unsigned char>(name[i + 1])]];
+    name[i + 2] = "0123456789ABCDEF"[kHex[static_cast<unsigned char>(name[i + 2])]];
+  }
 }
 
 }  // namespace
@@ -84,37 +109,31 @@ PartName::PartName(const ustring& name) {
       uriForm += static_cast<char>(cp);
     }
   }
-  checkGrammar(uriForm, name);
+  bool lowerHex = false;
+  if (const char* defect = checkGrammar(uriForm, lowerHex)) invalid(name, defect);
+  if (lowerHex) upperCaseEncodings(uriForm);
   name_ = std::move(uriForm);
 }
 
 PartName::PartName(std::string uriForm, Checked) : name_(std::move(uriForm)) {}
 
 PartName PartName::fromZipItemName(std::string_view itemName) {
-  std::uint64_t bits = 0;  // every byte's high bit, eight at a time
-  std::size_t i = 0;
-  for (; i + 8 <= itemName.size(); i += 8) {
-    std::uint64_t word;
-    std::memcpy(&word, itemName.data() + i, 8);
-    bits |= word;
-  }
-  for (; i < itemName.size(); ++i) bits |= static_cast<unsigned char>(itemName[i]);
-  if ((bits & 0x8080808080808080ull) != 0) {
-    ustring name(1, u'/');
-    name += fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'");
-    return PartName(name);
-  }
-  // ASCII needs no encoding: the URI form is the name itself, only its grammar is checked.
+  // An ASCII name is its own URI form: only its grammar is checked. Bytes beyond ASCII break the
+  // grammar, and such a name maps through its IRI.
   std::string name;
   name.reserve(itemName.size() + 1);
   name += '/';
   name += itemName;
-  if (itemName.find('%') == std::string_view::npos) {
-    checkGrammar(name, std::string_view(name));  // nothing to upper-case, so the text in messages stays as given
-  } else {
-    const std::string original = name;
-    checkGrammar(name, std::string_view(original));
+  bool lowerHex = false;
+  if (const char* defect = checkGrammar(name, lowerHex)) {
+    if (std::all_of(itemName.begin(), itemName.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+      invalid(std::string_view(name), defect);
+    }
+    ustring iri(1, u'/');
+    iri += fromUtf8(itemName, "ZIP item name '" + std::string(itemName) + "'");
+    return PartName(iri);
   }
+  if (lowerHex) upperCaseEncodings(name);
   return PartName(std::move(name), Checked{});
 }
 
@@ -122,17 +141,7 @@ bool PartName::operator==(const PartName& other) const {
   return equalsIgnoreAsciiCase(std::string_view(name_), std::string_view(other.name_));
 }
 
-bool PartName::operator<(const PartName& other) const {
-  const std::size_t n = std::min(name_.size(), other.name_.size());
-  for (std::size_t i = 0; i < n; ++i) {
-    const char16_t a = asciiLower(static_cast<char16_t>(name_[i]));
-    const char16_t b = asciiLower(static_cast<char16_t>(other.name_[i]));
-    if (a != b) return a < b;
-  }
-  return name_.size() < other.name_.size();
-}
-
-std::size_t PartNameKeyHash::operator()(std::string_view name) const noexcept {
+std::size_t PartNameKeyHash::operator()(std::string_view name) const {
   constexpr std::uint64_t kOnes = 0x0101010101010101ull;
   constexpr std::uint64_t kHigh = 0x8080808080808080ull;
   constexpr std::uint64_t kMultiplier = 0xff51afd7ed558ccdull;

@@ -43,8 +43,6 @@ class PartName {
   [[nodiscard]] bool isRelationshipsPartName() const;
 
   [[nodiscard]] bool operator==(const PartName& other) const;
-  // Orders as the ASCII-lower-cased names would.
-  [[nodiscard]] bool operator<(const PartName& other) const;
 
   // A segment's text with its percent-encodings decoded (characters outside ASCII pass as they are).
   // Throws opc::Exception for a percent-encoding that is not UTF-8.
@@ -67,9 +65,11 @@ struct PartNameKey {
 struct PartNameKeyHash {
   using is_transparent = void;
   // Eight bytes at a time, letters folded within the word: opening hashes every name more than once.
-  [[nodiscard]] std::size_t operator()(std::string_view name) const noexcept;
+  // Not noexcept, so that std::unordered_map keeps each node's hash rather than hashing its key again
+  // while walking a bucket.
+  [[nodiscard]] std::size_t operator()(std::string_view name) const;
   [[nodiscard]] std::size_t operator()(const PartNameKey& key) const noexcept { return key.hash; }
-  [[nodiscard]] std::size_t operator()(const PartName& name) const noexcept { return (*this)(name.text()); }
+  [[nodiscard]] std::size_t operator()(const PartName& name) const { return (*this)(name.text()); }
 };
 struct PartNameKeyEqual {
   using is_transparent = void;
