@@ -266,18 +266,18 @@ TreeIndex& FileSystemManager::index() const {
   auto fresh = std::make_unique<TreeIndex>();
   const model::ContentType& folderType = folderContentType();
   detail::TreeBuilder builder(fresh->root, fresh->arena);
-  package_.forEachPartName([&](const model::PartName& partName, const model::ContentType& type) {
-    const std::string_view name = partName.text();
+  for (const model::PartPtr& part : package_.getParts()) {
+    const std::string_view name = part->getPartName().text();
     if (name.size() < kPrefixText.size() ||
         !opc::detail::equalsIgnoreAsciiCase(name.substr(0, kPrefixText.size()), kPrefixText)) {
-      return;
+      continue;
     }
     try {
-      builder.add(name.substr(kPrefixText.size()), type == folderType);
+      builder.add(name.substr(kPrefixText.size()), part->getContentType() == folderType);
     } catch (const Exception& e) {
       throw Exception("part '" + std::string(name) + "': " + e.what());
     }
-  });
+  }
   fresh->partCount = package_.getPartCount();
   fresh->mode = mode;
   fresh->number = ++trees_;

@@ -101,7 +101,7 @@ void Package::open(interfaces::OpenMode mode) {
     case interfaces::OpenMode::Modify:
       physical_.openArchive();
       try {
-        load(mode);
+        load();
       } catch (...) {
         release();
         throw;
@@ -127,7 +127,7 @@ void Package::open(interfaces::OpenMode mode) {
   relationships_.readOnly_ = mode == interfaces::OpenMode::Read;
 }
 
-void Package::load(interfaces::OpenMode mode) {
+void Package::load() {
   const XercesGuard xml;  // one initialisation for all the XML items read below
   const std::string& path = physical_.getNarrowPath();
   const auto& entries = physical_.getEntries();
@@ -144,18 +144,14 @@ void Package::load(interfaces::OpenMode mode) {
   if (contentTypesEntry->encrypted) throw Exception("package '" + path + "': [Content_Types].xml is encrypted");
   xmlBudget_ = kXmlBaseBytes + kXmlBytesPerItem * entries.size();
   contentTypesEntry_ = contentTypesEntry->index;
-  contentTypes_ = [&] {
+  const auto contentTypes = [&] {
     const std::string where = "package '" + path + "': [Content_Types].xml";
     const std::uint64_t maxBytes = spendXml(*contentTypesEntry, where);
     const auto stream = physical_.openEntry(contentTypesEntry->index);
-    return std::make_unique<const detail::ContentTypeMap>(detail::ContentTypeMap::read(*stream, where, maxBytes));
+    return detail::ContentTypeMap::read(*stream, where, maxBytes);
   }();
-  const detail::ContentTypeMap& contentTypes = *contentTypes_;
 
-  // Parts are made below in modes that change them; names live in unmade_ until then, which never
-  // grows beyond what is reserved here, so views of them stay valid.
   parts_.reserve(entries.size());
-  unmade_.reserve(entries.size());
   byKey_.reserve(entries.size());
   std::vector<std::pair<PartName, const ZipEntry*>> relationshipParts;
   std::unordered_map<std::string, std::size_t, PartNameKeyHash, PartNameKeyEqual> relationshipKeys;
@@ -187,9 +183,12 @@ void Package::load(interfaces::OpenMode mode) {
     const std::size_t hash = PartNameKeyHash{}(name->text());
     const ContentType* type = contentTypes.lookup(*name, hash);
     if (type == nullptr) throw Exception(where() + ": part '" + std::string(name->text()) + "' has no content type");
-    unmade_.push_back(Unmade{std::move(*name), type, entry.index, {}});
+    PartPtr part = std::make_shared<Part>(Part::Key{}, this, std::move(*name), *type, *entry.compression);
+    part->sourceEntry_ = entry.index;
+    part->attributes_.setTime(entry.attributes.lastModified);
+    part->attributes_.setMode(entry.attributes.unixMode);
     try {
-      insertPart(unmade_.back().name.text(), hash, nullptr);
+      insertPart(part, hash);
     } catch (const Exception& e) {
       throw Exception(where() + ": " + e.what());
     }
@@ -220,31 +219,8 @@ void Package::load(interfaces::OpenMode mode) {
     // A part's relationships are read when first asked for (Part::relationships).
     const auto found = byKey_.find(PartName(source.toString()).text());
     if (!found) throw Exception(where + ": its source part does not exist");
-    unmade_[*found].relationshipsEntry = entry->index;
+    parts_[*found]->relationshipsEntry_ = entry->index;
   }
-  lastFolderValid_ = false;  // its view goes with the name when the part is made
-  if (mode == interfaces::OpenMode::Read) return;
-  for (std::uint32_t i = 0; i < parts_.size(); ++i) parts_[i] = make(std::move(unmade_[i]));
-  unmade_ = {};
-  contentTypes_.reset();
-}
-
-PartPtr Package::make(Unmade unmade) const {
-  const ZipEntry& entry = physical_.getEntries()[unmade.entry];
-  // The owner a part holds is not const: every part of a package is its own to change.
-  PartPtr part = std::make_shared<Part>(Part::Key{}, const_cast<Package*>(this), std::move(unmade.name), *unmade.type,
-                                        *entry.compression);
-  part->sourceEntry_ = unmade.entry;
-  part->relationshipsEntry_ = unmade.relationshipsEntry;
-  part->attributes_.setTime(entry.attributes.lastModified);
-  part->attributes_.setMode(entry.attributes.unixMode);
-  return part;
-}
-
-const PartPtr& Package::part(std::uint32_t number) const {
-  PartPtr& slot = parts_[number];
-  if (!slot && !unmade_.empty()) slot = make(std::move(unmade_[number]));  // its name is read from the part now
-  return slot;
 }
 
 std::uint64_t Package::spendXml(const ZipEntry& entry, const std::string& where) {
@@ -267,7 +243,8 @@ void Package::readPartRelationships(std::uint64_t index, Relationships& target) 
   readRelationships(*physical_.openEntry(index), target, where, spendXml(entry, where));
 }
 
-void Package::insertPart(std::string_view text, std::size_t hash, PartPtr part) {
+void Package::insertPart(PartPtr part, std::size_t hash) {
+  const std::string_view text = part->getPartName().text();
   const PartNameKey key{text, hash};
   const auto name = [&] { return std::string(text); };  // for errors only
   if (byKey_.contains(key)) throw Exception("a part named like '" + name() + "' exists (names differ in case only or not at all)");
@@ -346,7 +323,7 @@ PartPtr Package::createPart(const PartName& name, const ContentType& contentType
   }
   PartPtr part = std::make_shared<Part>(Part::Key{}, this, name, contentType, compression);
   part->contentChanged_ = true;
-  insertPart(part->getPartName().text(), PartNameKeyHash{}(name), part);
+  insertPart(part, PartNameKeyHash{}(name));
   structureChanged_ = true;
   return part;
 }
@@ -357,7 +334,7 @@ PartPtr Package::getPart(const PartName& name) const {
   if (!found) {
     throw Exception("package '" + physical_.getNarrowPath() + "' has no part '" + std::string(name.text()) + "'");
   }
-  return part(*found);
+  return parts_[*found];
 }
 
 bool Package::partExists(const PartName& name) const {
@@ -381,8 +358,8 @@ std::vector<PartPtr> Package::getParts() const {
   requireOpen();
   std::vector<PartPtr> out;
   out.reserve(partCount_);
-  for (std::uint32_t i = 0; i < parts_.size(); ++i) {
-    if (const PartPtr& p = part(i)) out.push_back(p);
+  for (const auto& p : parts_) {
+    if (p) out.push_back(p);
   }
   return out;
 }
@@ -422,8 +399,6 @@ void Package::release() noexcept {
   lastFolderValid_ = false;
   byKey_.clear();
   parts_.clear();
-  unmade_.clear();
-  contentTypes_.reset();
   folders_.clear();
   partCount_ = 0;
   relationships_ = Relationships(PackageHelper::getPackageRootURI());

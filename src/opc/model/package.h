@@ -23,10 +23,6 @@ struct ZipEntry;
 
 namespace opc::model {
 
-namespace detail {
-class ContentTypeMap;
-}
-
 // One package held open for one session: open(mode), read and change parts and relationships, then
 // close() to write or revert() to discard. Holds a reference to the physical package, which must
 // outlive it. Not copyable, not thread-safe.
@@ -37,7 +33,7 @@ class ContentTypeMap;
 // root relationships; a relationships part of no existing source. A part's relationships part is
 // read when first asked for (Part::getRelationships throws then for a malformed one); one never read
 // is copied as it is. Each failure is an opc::Exception naming the entry or part; a missing file is
-// PackageNotFound. In read mode a part's object is made when first asked for (getPart, getParts).
+// PackageNotFound.
 //
 // Nothing the file holds is dropped: an item named in UTF-8 outside ASCII is the part its IRI names
 // (non-ASCII characters percent-encoded), and unchanged items are written back under the names they
@@ -80,19 +76,6 @@ class Package {
   // read from the file, then created parts in creation order.
   [[nodiscard]] std::vector<PartPtr> getParts() const;
   [[nodiscard]] std::size_t getPartCount() const { return partCount_; }
-  // Calls visit(const PartName&, const ContentType&) for each part of getParts, in its order, without
-  // making the parts of a read-mode package: for walks over the names of many parts.
-  template <class Visit>
-  void forEachPartName(Visit visit) const {
-    requireOpen();
-    for (std::size_t i = 0; i < parts_.size(); ++i) {
-      if (parts_[i]) {
-        visit(parts_[i]->getPartName(), parts_[i]->getContentType());
-      } else if (!unmade_.empty()) {
-        visit(unmade_[i].name, *unmade_[i].type);
-      }
-    }
-  }
 
   // Package-level relationships (source "/").
   [[nodiscard]] Relationships& getRelationships();
@@ -102,29 +85,14 @@ class Package {
 
  private:
   friend class Part;
-  friend class PartIndex;
-  // A part read from the file whose object is not made yet.
-  struct Unmade {
-    PartName name;
-    const ContentType* type;  // in contentTypes_
-    std::uint64_t entry;
-    detail::OptionalEntry relationshipsEntry;
-  };
   void requireOpen() const;
   void requireWritable() const;
-  void load(interfaces::OpenMode mode);
-  [[nodiscard]] PartPtr make(Unmade unmade) const;
-  // parts_[number], made first from unmade_ when it is not made yet; null for a deleted part.
-  const PartPtr& part(std::uint32_t number) const;
-  [[nodiscard]] std::string_view nameOf(std::uint32_t number) const {
-    return parts_[number] ? parts_[number]->getPartName().text() : unmade_[number].name.text();
-  }
+  void load();
   // What opening may parse is bounded by a share per item; each XML item read spends from it.
   std::uint64_t spendXml(const zippackage::ZipEntry& entry, const std::string& where);
   void readPartRelationships(std::uint64_t index, Relationships& target);
-  // Adds a part of that name (which must live as long as the part is in the package) and hash
-  // (PartNameKeyHash's); `part` is null for an unmade part.
-  void insertPart(std::string_view text, std::size_t hash, PartPtr part);
+  // `hash` is PartNameKeyHash of the part's name.
+  void insertPart(PartPtr part, std::size_t hash);
   void removeFromIndex(const PartName& name);
   void release() noexcept;
   [[nodiscard]] bool isModified() const;
@@ -132,14 +100,11 @@ class Package {
 
   zippackage::ZipPhysicalPackage& physical_;
   std::optional<interfaces::OpenMode> mode_;
-  mutable std::vector<PartPtr> parts_;  // null where a part was deleted or is not made yet
-  mutable std::vector<Unmade> unmade_;  // in read mode, by part number (moved into parts made); empty otherwise
-  std::unique_ptr<const detail::ContentTypeMap> contentTypes_;  // of unmade parts
-
+  std::vector<PartPtr> parts_;                        // null where a part was deleted
   // Names compare ignoring ASCII case; looked up by views, so that checking a name's prefixes
   // allocates nothing. byKey_ holds numbers into parts_ and reads the names from the parts: an entry
   // is erased before its part is let go.
-  PartIndex byKey_{*this};
+  PartIndex byKey_{parts_};
   std::unordered_map<std::string, std::uint32_t, PartNameKeyHash, PartNameKeyEqual> folders_;  // prefix -> parts below
   // insertPart's memory of the last part's folder: its text (in that part's name) and the counts of
   // its prefixes in folders_. Dropped whenever a part or folder count can go.

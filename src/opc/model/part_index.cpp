@@ -3,11 +3,11 @@
 #include <bit>
 
 #include "opc/exception.h"
-#include "opc/model/package.h"
+#include "opc/model/part.h"
 
 namespace opc::model {
 
-std::string_view PartIndex::nameOf(std::uint32_t part) const { return package_->nameOf(part); }
+std::string_view PartIndex::nameOf(std::uint32_t part) const { return (*parts_)[part]->getPartName().text(); }
 
 std::size_t PartIndex::probe(const PartNameKey& key) const {
   const std::size_t mask = slots_.size() - 1;

@@ -11,16 +11,16 @@
 
 namespace opc::model {
 
-class Package;
+class Part;
 
-// An open-addressing table of part numbers: each slot holds a part number of `package` and 32 bits
-// of the name's hash, and names are read from the package's parts: 8 to 16 bytes a part where a map of
+// An open-addressing table of part numbers: each slot holds a number into `parts` and 32 bits of
+// the name's hash, and names are read from the parts themselves: 8 to 16 bytes a part where a map of
 // name views takes about 56, for the budget of building, listing and extracting 70,000 entries below
-// 100 MB of peak memory (a package model holds every part). Holds a pointer to `package`, which must
-// outlive it; numbers it holds must name live parts there. Lookups run on any thread while nothing changes the table.
+// 100 MB of peak memory (a package model holds every part). Holds a pointer to `parts`, which must outlive it; numbers it holds
+// must name live parts there. Lookups run on any thread while nothing changes the table.
 class PartIndex {
  public:
-  explicit PartIndex(const Package& package) : package_(&package) {}
+  explicit PartIndex(const std::vector<std::shared_ptr<Part>>& parts) : parts_(&parts) {}
 
   [[nodiscard]] std::optional<std::uint32_t> find(const PartNameKey& key) const;
   [[nodiscard]] std::optional<std::uint32_t> find(std::string_view name) const {
@@ -51,7 +51,7 @@ class PartIndex {
   [[nodiscard]] std::size_t probe(const PartNameKey& key) const;
   void rehash(std::size_t capacity);
 
-  const Package* package_;
+  const std::vector<std::shared_ptr<Part>>* parts_;
   std::vector<Slot> slots_;  // a power of two in size, or empty
   std::size_t live_ = 0;
   std::size_t used_ = 0;  // live and erased slots
