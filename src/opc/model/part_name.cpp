@@ -50,26 +50,23 @@ constexpr auto kNotEncodable = [] {
 }();
 
 // The rule a name in URI form breaks, or nullptr; `lowerHex` tells whether a percent-encoding uses a
-// lower-case hex digit (see upperCaseEncodings).
-const char* checkGrammar(std::string_view name, bool& lowerHex) {
+// lower-case hex digit (see upperCaseEncodings). The string's terminating NUL, a refused byte, ends
+// every run, so no byte is compared with the size first and none past the NUL is read.
+const char* checkGrammar(const std::string& name, bool& lowerHex) {
   if (name.empty()) return "it is empty";
   if (name[0] != '/') return "it does not start with '/'";
   if (name.back() == '/') return "it ends with '/'";
   std::size_t segmentStart = 1;
-  const std::size_t size = name.size();
-  for (std::size_t i = 1; i < size; ++i) {
-    while (kClass[static_cast<unsigned char>(name[i])] == kPchar) {  // the run up to the next '/' or '%'
-      if (++i == size) break;
-    }
-    if (i == size) break;
+  for (std::size_t i = 1;; ++i) {
+    while (kClass[static_cast<unsigned char>(name[i])] == kPchar) ++i;  // the run up to the next '/' or '%'
     const ByteClass c = kClass[static_cast<unsigned char>(name[i])];
     if (c == kSlash) {
       if (i == segmentStart) return "it has an empty segment";
       if (name[i - 1] == '.') return "a segment ends with '.'";
       segmentStart = i + 1;
     } else if (c == kPercent) {
-      const auto highByte = static_cast<unsigned char>(i + 2 < size ? name[i + 1] : 0);
-      const auto lowByte = static_cast<unsigned char>(i + 2 < size ? name[i + 2] : 0);
+      const auto highByte = static_cast<unsigned char>(name[i + 1]);
+      const auto lowByte = static_cast<unsigned char>(highByte == 0 ? 0 : name[i + 2]);  // the NUL ends the name
       const int high = kHex[highByte];
       const int low = kHex[lowByte];
       if ((high | low) < 0) return "'%' is not followed by two hex digits";
@@ -80,6 +77,8 @@ const char* checkGrammar(std::string_view name, bool& lowerHex) {
       }
       lowerHex |= highByte >= 'a' || lowByte >= 'a';
       i += 2;
+    } else if (i == name.size()) {
+      break;
     } else {
       return "it holds a character that a part name cannot hold unencoded";
     }
@@ -142,15 +141,10 @@ bool PartName::operator==(const PartName& other) const {
 }
 
 std::size_t PartNameKeyHash::operator()(std::string_view name) const {
-  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
-  constexpr std::uint64_t kHigh = 0x8080808080808080ull;
   constexpr std::uint64_t kMultiplier = 0xff51afd7ed558ccdull;
-  // Adds 0x20 to every byte from 'A' to 'Z'; no carry crosses a byte, bytes above 0x7F stay.
-  const auto fold = [&](std::uint64_t word) {
-    const std::uint64_t low = word & ~kHigh;
-    const std::uint64_t upper = (low + (0x80 - 'A') * kOnes) & ~(low + (0x7F - 'Z') * kOnes) & ~word & kHigh;
-    return word | (upper >> 2);
-  };
+  // Sets bit 5 of every byte: names equal ignoring ASCII case hash alike; the few other bytes it merges
+  // ('@' and '`', 0xC3 and 0xE3) only collide, and equality tells them apart.
+  const auto fold = [](std::uint64_t word) { return word | 0x2020202020202020ull; };
   std::uint64_t hash = 0x9E3779B97F4A7C15ull ^ name.size();
   std::size_t i = 0;
   for (; i + 8 <= name.size(); i += 8) {
@@ -181,16 +175,15 @@ URI PartName::getURI() const {
 }
 
 std::string_view PartName::extensionView() const {
-  const std::size_t slash = name_.rfind('/');
   const std::size_t dot = name_.rfind('.');
-  if (dot == std::string::npos || dot < slash) return {};
+  if (dot == std::string::npos || name_.find('/', dot) != std::string::npos) return {};
   return std::string_view(name_).substr(dot + 1);
 }
 
 bool PartName::isRelationshipsPartName() const {
   const std::string_view name(name_);
-  const std::size_t last = name.rfind('/');
   if (name.size() < 5 || !equalsIgnoreAsciiCase(name.substr(name.size() - 5), std::string_view(".rels"))) return false;
+  const std::size_t last = name.rfind('/');
   if (last == 0) return false;
   const std::size_t previous = name.rfind('/', last - 1);
   return equalsIgnoreAsciiCase(name.substr(previous + 1, last - previous - 1), std::string_view("_rels"));

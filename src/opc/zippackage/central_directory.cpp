@@ -46,6 +46,7 @@ void resolveZip64(ZipEntry& record, std::string_view extra, const std::string& p
 }
 
 bool isUtf8(std::string_view text) {
+  if (std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; })) return true;  // cheaply
   try {
     (void)detail::fromUtf8(text, "name");
     return true;
@@ -186,10 +187,11 @@ CentralDirectory CentralDirectory::read(int fd, const std::string& path) {
 
   CentralDirectory directory;
   directory.offset_ = offset;
-  directory.bytes_.resize(static_cast<std::size_t>(size));
-  readExactly(fd, directory.bytes_.data(), directory.bytes_.size(), offset, path);
+  directory.size_ = static_cast<std::size_t>(size);
+  directory.bytes_ = std::make_unique_for_overwrite<char[]>(directory.size_);  // read into at once: no zero-fill
+  readExactly(fd, directory.bytes_.get(), directory.size_, offset, path);
   directory.records_.reserve(static_cast<std::size_t>(count));
-  const std::string& bytes = directory.bytes_;
+  const std::string_view bytes = directory.bytes();
   std::size_t at = 0;
   for (std::uint64_t i = 0; i < count; ++i) {
     if (bytes.size() - at < kRecordSize || get32(bytes.data() + at) != kRecordSignature) {
@@ -211,8 +213,7 @@ CentralDirectory CentralDirectory::read(int fd, const std::string& path) {
     record.size = get32(r + 24);
     record.localHeaderOffset = get32(r + 42);
     const std::string_view name(r + kRecordSize, nameLength);
-    const bool ascii = std::all_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    record.name = ascii || (record.flags & kFlagUtf8) != 0 || isUtf8(name)
+    record.name = (record.flags & kFlagUtf8) != 0 || isUtf8(name)
                       ? name
                       : directory.convertedNames_.emplace_back(cp437ToUtf8(name));
     record.recordOffset = at;
