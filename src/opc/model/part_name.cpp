@@ -141,10 +141,15 @@ bool PartName::operator==(const PartName& other) const {
 }
 
 std::size_t PartNameKeyHash::operator()(std::string_view name) const {
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  constexpr std::uint64_t kHigh = 0x8080808080808080ull;
   constexpr std::uint64_t kMultiplier = 0xff51afd7ed558ccdull;
-  // Sets bit 5 of every byte: names equal ignoring ASCII case hash alike; the few other bytes it merges
-  // ('@' and '`', 0xC3 and 0xE3) only collide, and equality tells them apart.
-  const auto fold = [](std::uint64_t word) { return word | 0x2020202020202020ull; };
+  // Adds 0x20 to every byte from 'A' to 'Z'; no carry crosses a byte, bytes above 0x7F stay.
+  const auto fold = [&](std::uint64_t word) {
+    const std::uint64_t low = word & ~kHigh;
+    const std::uint64_t upper = (low + (0x80 - 'A') * kOnes) & ~(low + (0x7F - 'Z') * kOnes) & ~word & kHigh;
+    return word | (upper >> 2);
+  };
   std::uint64_t hash = 0x9E3779B97F4A7C15ull ^ name.size();
   std::size_t i = 0;
   for (; i + 8 <= name.size(); i += 8) {

@@ -56,15 +56,15 @@ class PartName {
 
 // Hash and equality of names as keys (case-insensitive ASCII), over views of the ASCII text
 // (PartName::text()) so that maps can be keyed by views of names they do not own and looked up
-// without allocating. Bytes above 0x7F (a UTF-8 extension in [Content_Types].xml) compare as
-// they are. A PartNameKey carries a hash made once, for names looked up several times.
+// without allocating. Bytes above 0x7F (a UTF-8 extension in [Content_Types].xml) are hashed and
+// compared as they are. A PartNameKey carries a hash made once, for names looked up several times.
 struct PartNameKey {
   std::string_view text;
   std::size_t hash;  // PartNameKeyHash of text
 };
 struct PartNameKeyHash {
   using is_transparent = void;
-  // Eight bytes at a time, case folded within the word: opening hashes every name more than once.
+  // Eight bytes at a time, letters folded within the word: opening hashes every name more than once.
   // Not noexcept, so that std::unordered_map keeps each node's hash rather than hashing its key again
   // while walking a bucket.
   [[nodiscard]] std::size_t operator()(std::string_view name) const;

@@ -203,7 +203,7 @@ CentralDirectory CentralDirectory::read(int fd, const std::string& path) {
     const std::size_t length = kRecordSize + nameLength + extraLength + get16(r + 32);
     if (length > bytes.size() - at) malformed(path, "central directory record " + std::to_string(i) + " is cut short");
     ZipEntry record;
-    record.index = i;
+    record.index = static_cast<std::uint32_t>(i);
     record.flags = get16(r + 8);
     record.compressionMethod = get16(r + 10);
     record.compression = compressionOf(record.compressionMethod);
@@ -216,8 +216,8 @@ CentralDirectory CentralDirectory::read(int fd, const std::string& path) {
     record.name = (record.flags & kFlagUtf8) != 0 || isUtf8(name)
                       ? name
                       : directory.convertedNames_.emplace_back(cp437ToUtf8(name));
-    record.recordOffset = at;
-    record.recordLength = length;
+    record.recordOffset = static_cast<std::uint32_t>(at);
+    record.recordLength = static_cast<std::uint32_t>(length);
     record.attributes = readAttributes(std::string_view(r, length));
     resolveZip64(record, std::string_view(r + kRecordSize + nameLength, extraLength), path);
     if (record.localHeaderOffset > offset) {
