@@ -14,10 +14,6 @@ namespace {
 
 using namespace opc::detail;
 
-[[noreturn]] void invalid(const ustring& name, const char* rule) {
-  throw Exception("invalid part name '" + narrow(name) + "': " + rule);
-}
-
 [[noreturn]] void invalid(std::string_view name, const char* rule) {
   throw Exception("invalid part name '" + std::string(name) + "': " + rule);
 }
@@ -50,23 +46,26 @@ constexpr auto kNotEncodable = [] {
 }();
 
 // The rule a name in URI form breaks, or nullptr; `lowerHex` tells whether a percent-encoding uses a
-// lower-case hex digit (see upperCaseEncodings). The string's terminating NUL, a refused byte, ends
-// every run, so no byte is compared with the size first and none past the NUL is read.
-const char* checkGrammar(const std::string& name, bool& lowerHex) {
+// lower-case hex digit (see upperCaseEncodings).
+const char* checkGrammar(std::string_view name, bool& lowerHex) {
   if (name.empty()) return "it is empty";
   if (name[0] != '/') return "it does not start with '/'";
   if (name.back() == '/') return "it ends with '/'";
   std::size_t segmentStart = 1;
-  for (std::size_t i = 1;; ++i) {
-    while (kClass[static_cast<unsigned char>(name[i])] == kPchar) ++i;  // the run up to the next '/' or '%'
+  const std::size_t size = name.size();
+  for (std::size_t i = 1; i < size; ++i) {
+    while (kClass[static_cast<unsigned char>(name[i])] == kPchar) {  // the run up to the next '/' or '%'
+      if (++i == size) break;
+    }
+    if (i == size) break;
     const ByteClass c = kClass[static_cast<unsigned char>(name[i])];
     if (c == kSlash) {
       if (i == segmentStart) return "it has an empty segment";
       if (name[i - 1] == '.') return "a segment ends with '.'";
       segmentStart = i + 1;
     } else if (c == kPercent) {
-      const auto highByte = static_cast<unsigned char>(name[i + 1]);
-      const auto lowByte = static_cast<unsigned char>(highByte == 0 ? 0 : name[i + 2]);  // the NUL ends the name
+      const auto highByte = static_cast<unsigned char>(i + 2 < size ? name[i + 1] : 0);
+      const auto lowByte = static_cast<unsigned char>(i + 2 < size ? name[i + 2] : 0);
       const int high = kHex[highByte];
       const int low = kHex[lowByte];
       if ((high | low) < 0) return "'%' is not followed by two hex digits";
@@ -77,8 +76,6 @@ const char* checkGrammar(const std::string& name, bool& lowerHex) {
       }
       lowerHex |= highByte >= 'a' || lowByte >= 'a';
       i += 2;
-    } else if (i == name.size()) {
-      break;
     } else {
       return "it holds a character that a part name cannot hold unencoded";
     }
@@ -109,7 +106,7 @@ PartName::PartName(const ustring& name) {
     }
   }
   bool lowerHex = false;
-  if (const char* defect = checkGrammar(uriForm, lowerHex)) invalid(name, defect);
+  if (const char* defect = checkGrammar(uriForm, lowerHex)) invalid(narrow(name), defect);
   if (lowerHex) upperCaseEncodings(uriForm);
   name_ = std::move(uriForm);
 }
