@@ -2,8 +2,8 @@
 // The central directory of a ZIP archive, read in two reads: what the package reader lists and
 // copies unchanged entries from. Entry data is never read here. Internal to opc::zippackage.
 #include <cstdint>
+#include <cstdlib>
 #include <deque>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,7 +41,7 @@ class CentralDirectory {
   [[nodiscard]] std::uint64_t offset() const { return offset_; }
 
  private:
-  std::unique_ptr<char[]> bytes_;
+  std::unique_ptr<char[], void (*)(void*)> bytes_{nullptr, std::free};  // malloc's, or aligned_alloc's
   std::size_t size_ = 0;
   std::vector<ZipEntry> records_;
   std::deque<std::string> convertedNames_;  // names read as code page 437, in UTF-8
