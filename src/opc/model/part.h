@@ -21,22 +21,22 @@ namespace detail {
 // Part an entry, and plain std::optional fields cost a part 32 bytes more (about 3% of the budget):
 // these two types keep a part's optional fields in the room of their values.
 
-// An optional ZIP entry index, UINT64_MAX standing for none (no entry has that index).
+// An optional ZIP entry index, UINT32_MAX standing for none (a package holds at most a million).
 class OptionalEntry {
  public:
   OptionalEntry& operator=(std::uint64_t index) {
-    index_ = index;
+    index_ = static_cast<std::uint32_t>(index);
     return *this;
   }
   explicit operator bool() const { return index_ != kNone; }
   [[nodiscard]] std::uint64_t operator*() const { return index_; }
-  operator std::optional<std::uint64_t>() const { return *this ? std::optional(index_) : std::nullopt; }
+  operator std::optional<std::uint64_t>() const { return *this ? std::optional<std::uint64_t>(index_) : std::nullopt; }
 
  private:
-  static constexpr std::uint64_t kNone = UINT64_MAX;
-  std::uint64_t index_ = kNone;
+  static constexpr std::uint32_t kNone = UINT32_MAX;
+  std::uint32_t index_ = kNone;
 };
-static_assert(sizeof(OptionalEntry) == 8);
+static_assert(sizeof(OptionalEntry) == 4);
 
 // An optional modification time and optional Unix mode bits (07777).
 class OptionalAttributes {
@@ -137,9 +137,9 @@ class Part {
   PartName name_;
   ContentType contentType_;
   detail::OptionalEntry sourceEntry_;              // unchanged content: this ZIP entry
+  detail::OptionalEntry relationshipsEntry_;       // its relationships part, when unchanged
   std::shared_ptr<const ContentSource> content_;   // replaced content
   mutable std::unique_ptr<Relationships> relationships_;  // made (and read) on first use: most parts have none
-  detail::OptionalEntry relationshipsEntry_;              // its relationships part, when unchanged
   detail::OptionalAttributes attributes_;          // as recorded, or as set
   std::uint32_t contentGeneration_ = 0;            // invalidates older output streams
   Compression compression_;                        // the part information's compression type

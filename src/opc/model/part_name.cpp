@@ -14,10 +14,6 @@ namespace {
 
 using namespace opc::detail;
 
-[[noreturn]] void invalid(const ustring& name, const char* rule) {
-  throw Exception("invalid part name '" + narrow(name) + "': " + rule);
-}
-
 [[noreturn]] void invalid(std::string_view name, const char* rule) {
   throw Exception("invalid part name '" + std::string(name) + "': " + rule);
 }
@@ -110,7 +106,7 @@ PartName::PartName(const ustring& name) {
     }
   }
   bool lowerHex = false;
-  if (const char* defect = checkGrammar(uriForm, lowerHex)) invalid(name, defect);
+  if (const char* defect = checkGrammar(uriForm, lowerHex)) invalid(narrow(name), defect);
   if (lowerHex) upperCaseEncodings(uriForm);
   name_ = std::move(uriForm);
 }
@@ -181,16 +177,15 @@ URI PartName::getURI() const {
 }
 
 std::string_view PartName::extensionView() const {
-  const std::size_t slash = name_.rfind('/');
   const std::size_t dot = name_.rfind('.');
-  if (dot == std::string::npos || dot < slash) return {};
+  if (dot == std::string::npos || name_.find('/', dot) != std::string::npos) return {};
   return std::string_view(name_).substr(dot + 1);
 }
 
 bool PartName::isRelationshipsPartName() const {
   const std::string_view name(name_);
-  const std::size_t last = name.rfind('/');
   if (name.size() < 5 || !equalsIgnoreAsciiCase(name.substr(name.size() - 5), std::string_view(".rels"))) return false;
+  const std::size_t last = name.rfind('/');
   if (last == 0) return false;
   const std::size_t previous = name.rfind('/', last - 1);
   return equalsIgnoreAsciiCase(name.substr(previous + 1, last - previous - 1), std::string_view("_rels"));

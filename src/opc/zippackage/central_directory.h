@@ -2,6 +2,7 @@
 // The central directory of a ZIP archive, read in two reads: what the package reader lists and
 // copies unchanged entries from. Entry data is never read here. Internal to opc::zippackage.
 #include <cstdint>
+#include <cstdlib>
 #include <deque>
 #include <string>
 #include <string_view>
@@ -31,16 +32,17 @@ class CentralDirectory {
 
   [[nodiscard]] const std::vector<ZipEntry>& records() const { return records_; }
   // The directory as stored: records back to back.
-  [[nodiscard]] const std::string& bytes() const { return bytes_; }
+  [[nodiscard]] std::string_view bytes() const { return {bytes_.get(), size_}; }
   // The entry's name as stored, before any conversion to UTF-8.
   [[nodiscard]] std::string_view storedName(const ZipEntry& e) const {
-    return std::string_view(bytes_).substr(e.recordOffset + kRecordSize, le::get16(bytes_.data() + e.recordOffset + 28));
+    return bytes().substr(e.recordOffset + kRecordSize, le::get16(bytes_.get() + e.recordOffset + 28));
   }
   // Where the directory starts in the file.
   [[nodiscard]] std::uint64_t offset() const { return offset_; }
 
  private:
-  std::string bytes_;
+  std::unique_ptr<char[], void (*)(void*)> bytes_{nullptr, std::free};  // malloc's, or aligned_alloc's
+  std::size_t size_ = 0;
   std::vector<ZipEntry> records_;
   std::deque<std::string> convertedNames_;  // names read as code page 437, in UTF-8
   std::uint64_t offset_ = 0;

@@ -91,7 +91,7 @@ std::uint64_t RawCopier::copyTo(int fd, std::uint64_t position, const std::funct
     for (std::size_t k = i; k < j; ++k) {
       const ZipEntry& r = records[queued_[k]];
       const std::uint64_t offset = position + (r.localHeaderOffset - runStart);
-      const std::string relocated = relocatedRecord(source_->bytes().substr(r.recordOffset, r.recordLength), offset);
+      const std::string relocated = relocatedRecord(std::string(source_->bytes(), r.recordOffset, r.recordLength), offset);
       // A ZIP64 offset raises "version needed", and a foreign ASCII name gains the UTF-8 flag: readers
       // check that the local header agrees.
       const std::uint16_t version = get16(relocated.data() + 6);

@@ -26,23 +26,25 @@ struct EntryAttributes {
 };
 
 // One entry as the central directory records it, ZIP64 fields resolved.
+// Numbers the reader bounds (a million entries, 256 MiB of directory) take 32 bits: opening holds all.
 struct ZipEntry {
-  std::uint64_t index = 0;
+  std::uint32_t index = 0;
+  std::uint32_t crc = 0;
   // UTF-8 (names without the UTF-8 flag that are not UTF-8 are read as code page 437): a view into
   // the open archive's directory, valid until closeArchive().
   std::string_view name;
   std::uint64_t size = 0;
   std::uint64_t compressedSize = 0;
   std::uint64_t localHeaderOffset = 0;
-  std::size_t recordOffset = 0;  // where its directory record starts in the directory
-  std::size_t recordLength = 0;  // fixed part, name, extra field and comment
-  std::uint32_t crc = 0;
+  std::uint32_t recordOffset = 0;  // where its directory record starts in the directory
+  std::uint32_t recordLength = 0;  // fixed part, name, extra field and comment
   std::uint16_t compressionMethod = 0;     // the method's number as stored, for messages
   std::uint16_t flags = 0;
   std::optional<Compression> compression;  // none: a method this reader cannot read
   bool encrypted = false;
   EntryAttributes attributes;
 };
+static_assert(sizeof(ZipEntry) <= 96);
 
 class ZipWriter;
 
