@@ -100,7 +100,7 @@ TreeNode* TreeNode::make(std::pmr::memory_resource& arena, ustring_view segment,
   void* memory = arena.allocate(head + units * sizeof(char16_t), alignof(TreeFolder));
   TreeNode* node = file ? ::new (memory) TreeNode(true) : ::new (memory) TreeFolder();
   node->length_ = static_cast<std::uint16_t>(segment.size());
-  node->nameStored_ = nameStored;
+  node->nameForm_ = name == nullptr ? NameForm::Decoded : nameStored ? NameForm::Stored : NameForm::Segment;
   auto* text = static_cast<char16_t*>(static_cast<void*>(static_cast<unsigned char*>(memory) + head));
   std::memcpy(text, segment.data(), segment.size() * sizeof(char16_t));
   if (nameStored) {
@@ -119,11 +119,11 @@ const char16_t* TreeNode::text() const noexcept {
 ustring_view TreeNode::segment() const noexcept { return {text(), length_}; }
 
 void TreeNode::appendName(ustring& out) const {
-  if (nameStored_) {
-    out.append(text() + length_, nameLength_);
-  } else if (parent != nullptr) {
+  if (nameForm_ == NameForm::Decoded) {
     std::string bytes;
     detail::appendDecoded(out, segment(), bytes);
+  } else {
+    out.append(nameForm_ == NameForm::Stored ? ustring_view(text() + length_, nameLength_) : segment());
   }
 }
 
@@ -169,15 +169,15 @@ std::vector<TreeNode::Named> TreeNode::sortedChildren(ustring_view folderPath) c
   if (file) return out;
   ustring prefix(folderPath);
   if (!prefix.empty() && prefix.back() != u'/') prefix += u'/';
+  out.reserve(static_cast<std::size_t>(std::distance(children()->begin(), children()->end())));
   for (const TreeNode& node : *children()) {
     ustring& name = out.emplace_back(Named{&node, {}}).name;
-    name.reserve(prefix.size() + node.segment().size());
+    name.reserve(prefix.size() + (node.nameForm_ == NameForm::Stored ? node.nameLength_ : node.length_));  // at most
     node.appendName(name.append(prefix));
   }
   std::sort(out.begin(), out.end(), [skip = prefix.size()](const Named& a, const Named& b) {
-    const ustring_view x = ustring_view(a.name).substr(skip);
-    const ustring_view y = ustring_view(b.name).substr(skip);
-    return x != y ? x < y : a.node->segment() < b.node->segment();
+    const int order = ustring_view(a.name).substr(skip).compare(ustring_view(b.name).substr(skip));
+    return order != 0 ? order < 0 : a.node->segment() < b.node->segment();
   });
   return out;
 }
@@ -203,13 +203,14 @@ void detail::TreeBuilder::add(std::string_view encodedPath, bool placeholder) {
                                               [](const Folder& f, std::size_t at) { return f.slash < at; });
   folders_.erase(firstUnshared, folders_.end());
   std::size_t start = folders_.empty() ? 0 : folders_.back().slash + 1;
-  last_.clear();  // until the path is in, nothing is known
+  last_ = {};  // until the path is in, nothing is known
   TreeNode* folder = folders_.empty() ? &root_ : folders_.back().node;
   for (;;) {
     const std::size_t slash = encodedPath.find('/', start);
     const bool last = slash == std::string_view::npos;
     const std::string_view text = encodedPath.substr(start, last ? std::string_view::npos : slash - start);
-    segment_.assign(text.begin(), text.end());  // ASCII
+    segment_.resize(text.size());  // assign(begin, end) would widen through a temporary string
+    std::copy(text.begin(), text.end(), segment_.begin());  // ASCII
     const auto [next, made] = folder->childOrAdopt(segment_, [&] {
       decoded_.clear();
       detail::appendDecoded(decoded_, segment_, bytes_);  // refuses what does not decode
@@ -226,7 +227,7 @@ void detail::TreeBuilder::add(std::string_view encodedPath, bool placeholder) {
     }
     if (last) {
       next->placeholder = placeholder;
-      last_.assign(encodedPath);
+      last_ = encodedPath;
       return;
     }
     folders_.push_back({slash, next});

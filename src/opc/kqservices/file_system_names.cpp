@@ -32,6 +32,11 @@ std::string display(const ustring& path) {
   return out;
 }
 
+// Whether the segment holds an escape or a character beyond ASCII: one that does not is its own name.
+bool needsDecoding(ustring_view segment) {
+  return std::any_of(segment.begin(), segment.end(), [](char16_t c) { return c == u'%' || c == u':' || c >= 0x80; });
+}
+
 }  // namespace
 
 const char* componentDefect(const ustring& component) {
@@ -102,10 +107,6 @@ ustring encodeComponent(const ustring& name) {
     segment += u':';
   }
   return segment;
-}
-
-bool needsDecoding(ustring_view segment) {
-  return std::any_of(segment.begin(), segment.end(), [](char16_t c) { return c == u'%' || c == u':' || c >= 0x80; });
 }
 
 void appendDecoded(ustring& out, ustring_view segment, std::string& bytes) {

@@ -30,7 +30,5 @@ namespace opc::kqservices::detail {
 [[nodiscard]] ustring decodeComponent(ustring_view segment);
 // decodeComponent appended to `out`; `bytes` is scratch room, reused across calls to spare allocations.
 void appendDecoded(ustring& out, ustring_view segment, std::string& bytes);
-// Whether the segment holds an escape or a character beyond ASCII: one that does not is its own name.
-[[nodiscard]] bool needsDecoding(ustring_view segment);
 
 }  // namespace opc::kqservices::detail

@@ -97,7 +97,9 @@ class TreeNode : public TreeHook {
   [[nodiscard]] const char16_t* text() const noexcept;
   // This node as a folder that is to hold a child of that segment; throws for a file.
   [[nodiscard]] TreeFolder& asParentOf(ustring_view childSegment);
-  bool nameStored_ = false;  // after the segment; otherwise the segment is decoded when asked
+  // The decoded name: the segment (a root's is empty), stored after the segment, or decoded when asked.
+  enum class NameForm : std::uint8_t { Segment, Stored, Decoded };
+  NameForm nameForm_ = NameForm::Segment;
   std::uint16_t length_ = 0;
   std::uint16_t nameLength_ = 0;
 };
@@ -126,7 +128,8 @@ std::pair<TreeNode*, bool> TreeNode::childOrAdopt(ustring_view segmentText, Make
 
 // Builds a tree from part names one by one. Keeps the folders of the last path added, so a path in
 // the same folder as the one before (the usual order of a package's items) is not walked from the
-// root again. Holds a reference to the root, which must outlive it; nodes are only ever added.
+// root again. Holds a reference to the root, which must outlive it, and the path added last, which
+// must outlive the next add; nodes are only ever added.
 class TreeBuilder {
  public:
   TreeBuilder(TreeFolder& root, std::pmr::memory_resource& arena) : root_(root), arena_(arena) {}
@@ -146,7 +149,7 @@ class TreeBuilder {
   };
   TreeFolder& root_;
   std::pmr::memory_resource& arena_;
-  std::string last_;              // the path added last
+  std::string_view last_;         // the path added last
   std::vector<Folder> folders_;   // the folders of its segments but the last, root first
   ustring segment_;               // scratch: the segment at hand, widened, and its decoded form
   ustring decoded_;
