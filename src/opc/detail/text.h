@@ -1,5 +1,6 @@
 #pragma once
 // Text helpers shared inside the OPC library.
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ namespace opc::detail {
 [[nodiscard]] std::string toUtf8(ustring_view text, std::string_view what);
 [[nodiscard]] ustring fromUtf8(std::string_view text, std::string_view what);
 [[nodiscard]] inline ustring widenAscii(std::string_view text) { return ustring(text.begin(), text.end()); }
+[[nodiscard]] inline bool isAscii(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
 
 [[nodiscard]] constexpr char16_t asciiLower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c + 32 : c; }
 [[nodiscard]] ustring asciiLower(ustring_view text);

@@ -1,6 +1,5 @@
 #include "opc/model/part_name.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -122,7 +121,7 @@ PartName PartName::fromZipItemName(std::string_view itemName) {
   name += itemName;
   bool lowerHex = false;
   if (const char* defect = checkGrammar(name, lowerHex)) {
-    if (std::all_of(itemName.begin(), itemName.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    if (isAscii(itemName)) {
       invalid(std::string_view(name), defect);
     }
     ustring iri(1, u'/');

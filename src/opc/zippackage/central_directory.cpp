@@ -48,7 +48,7 @@ void resolveZip64(ZipEntry& record, std::string_view extra, const std::string& p
 }
 
 bool isUtf8(std::string_view text) {
-  if (std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; })) return true;  // cheaply
+  if (detail::isAscii(text)) return true;  // cheaply
   try {
     (void)detail::fromUtf8(text, "name");
     return true;

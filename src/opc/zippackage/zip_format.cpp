@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "opc/detail/text.h"
 #include "opc/exception.h"
 
 namespace opc::zippackage {
@@ -161,7 +162,7 @@ std::string relocatedRecord(std::string record, std::uint64_t offset) {
   char* r = record.data();
   const std::size_t nameLength = get16(r + 28);
   const std::string_view name(r + kRecordSize, nameLength);
-  if (std::all_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+  if (opc::detail::isAscii(name)) {
     put16(r + 8, static_cast<std::uint16_t>(get16(r + 8) | kFlagUtf8));
   }
   const std::size_t extraAt = kRecordSize + nameLength;
