@@ -10,7 +10,9 @@ Shapes (the same seed always gives the same bytes):
          MiB), 42% images, 31% small text
   bulk   2,000 files, about 600 MiB: by bytes over 90% large incompressible data files (1-64 MiB)
 
-Names carry spaces, "#", "%" and non-ASCII letters. Text compresses about as source code does;
+Names carry spaces, "#", "%" and non-ASCII letters; SHAPE-ascii (say mixed-ascii) writes the same
+files and bytes as SHAPE under names spelled in ASCII, to tell what OPC's percent-encoding of
+non-ASCII item names costs in package size from what the writer costs. Text compresses about as source code does;
 images and ".mat" data are incompressible (as already-compressed formats are); ".csv" and ".dat"
 data compress moderately.
 
@@ -37,6 +39,10 @@ SHAPES = {
 STEMS = ["filter", "signal", "Spectrum", "plot data", "helper#2", "100% done", "résumé", "naïve fit",
          "Ærø", "日本語", "données", "test_case", "util", "core", "io", "private", "+pkg", "@Model",
          "matrix ops", "straße", "Ω-meter", "demo #1", "x%20y", "mesh", "solver", "draft (old)"]
+# The same stems in ASCII, one for one, so that a tree's random draws do not change with the spelling.
+ASCII_STEMS = ["filter", "signal", "Spectrum", "plot data", "helper#2", "100% done", "resume", "naive fit",
+               "Aero", "nihongo", "donnees", "test_case", "util", "core", "io", "private", "+pkg", "@Model",
+               "matrix ops", "strasse", "Omega-meter", "demo #1", "x%20y", "mesh", "solver", "draft (old)"]
 TEXT_EXT = [".m", ".m", ".m", ".txt", ".html", ".xml", ".c", ".h", ".json", ".md"]
 IMAGE_EXT = [".png", ".jpg", ".gif"]
 WORDS = ("function end if else elseif for while return switch case otherwise try catch error warning "
@@ -117,9 +123,12 @@ def write_data(path, rng, size, kind):
 
 
 def main():
-    if len(sys.argv) != 3 or sys.argv[1] not in SHAPES:
+    shape = sys.argv[1].removesuffix("-ascii") if len(sys.argv) == 3 else ""
+    if shape not in SHAPES:
         sys.exit(__doc__)
-    shape, root = sys.argv[1], sys.argv[2]
+    root = sys.argv[2]
+    if shape != sys.argv[1]:
+        STEMS[:] = ASCII_STEMS
     files, folder_count, text_mean, image_mean, data_mib, kinds = SHAPES[shape]
     rng = random.Random(20240601 + len(shape))
     os.makedirs(root)
