@@ -10,11 +10,11 @@ Shapes (the same seed always gives the same bytes):
          MiB), 42% images, 31% small text
   bulk   2,000 files, about 600 MiB: by bytes over 90% large incompressible data files (1-64 MiB)
 
-Names carry spaces, "#", "%" and non-ASCII letters; SHAPE-ascii (say mixed-ascii) writes the same
-files and bytes as SHAPE under names spelled in ASCII, to tell what OPC's percent-encoding of
-non-ASCII item names costs in package size from what the writer costs. Text compresses about as source code does;
+Names carry spaces, "#", "%" and non-ASCII letters. Text compresses about as source code does;
 images and ".mat" data are incompressible (as already-compressed formats are); ".csv" and ".dat"
-data compress moderately.
+data compress moderately. SHAPE-ascii (say mixed-ascii) writes SHAPE's files and bytes under names
+spelled in ASCII, to tell what OPC's percent-encoded item names cost in package size from what the
+writer costs.
 
 Usage: make_tree.py SHAPE DIR     (DIR must not exist)
 """
@@ -39,10 +39,9 @@ SHAPES = {
 STEMS = ["filter", "signal", "Spectrum", "plot data", "helper#2", "100% done", "résumé", "naïve fit",
          "Ærø", "日本語", "données", "test_case", "util", "core", "io", "private", "+pkg", "@Model",
          "matrix ops", "straße", "Ω-meter", "demo #1", "x%20y", "mesh", "solver", "draft (old)"]
-# The same stems in ASCII, one for one, so that a tree's random draws do not change with the spelling.
-ASCII_STEMS = ["filter", "signal", "Spectrum", "plot data", "helper#2", "100% done", "resume", "naive fit",
-               "Aero", "nihongo", "donnees", "test_case", "util", "core", "io", "private", "+pkg", "@Model",
-               "matrix ops", "strasse", "Omega-meter", "demo #1", "x%20y", "mesh", "solver", "draft (old)"]
+# ASCII spellings of the non-ASCII stems: swapped in place, so a tree's random draws stay the same.
+ASCII_SPELLING = {"résumé": "resume", "naïve fit": "naive fit", "Ærø": "Aero", "日本語": "nihongo",
+                  "données": "donnees", "straße": "strasse", "Ω-meter": "Omega-meter"}
 TEXT_EXT = [".m", ".m", ".m", ".txt", ".html", ".xml", ".c", ".h", ".json", ".md"]
 IMAGE_EXT = [".png", ".jpg", ".gif"]
 WORDS = ("function end if else elseif for while return switch case otherwise try catch error warning "
@@ -128,7 +127,7 @@ def main():
         sys.exit(__doc__)
     root = sys.argv[2]
     if shape != sys.argv[1]:
-        STEMS[:] = ASCII_STEMS
+        STEMS[:] = [ASCII_SPELLING.get(stem, stem) for stem in STEMS]
     files, folder_count, text_mean, image_mean, data_mib, kinds = SHAPES[shape]
     rng = random.Random(20240601 + len(shape))
     os.makedirs(root)
